@@ -1,0 +1,317 @@
+#include "format/memory_file.h"
+
+#include <bit>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <new>
+
+#include "host/inhouse/exceptions.h"
+
+// Values and raw blocks are copied as they lie in memory.
+static_assert(std::endian::native == std::endian::little, "the file encoding is little-endian");
+
+T_MemoryFile::T_MemoryFile(unsigned int initialSize) { buffer_.reserve(initialSize); }
+
+T_MemoryFile::T_MemoryFile(const char* name, AccessMethod /*method*/) : name_(name) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(name, ec)) throw T_FileException_FileNotFound(name);
+  std::ifstream in(name, std::ios::binary);
+  if (!in) throw T_FileException_FileNotFound(name);
+  buffer_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  *this = fromBytes(std::move(buffer_), name);
+}
+
+T_MemoryFile T_MemoryFile::fromBytes(std::vector<std::uint8_t> bytes, const std::string& name) {
+  T_MemoryFile f(0);
+  f.buffer_ = std::move(bytes);
+  f.name_ = name;
+  if (f.buffer_.size() < kMemoryFileHeaderSize || std::memcmp(f.buffer_.data(), kMemoryFileMagic, 4) != 0)
+    throw T_Exception(name + ": not a ZT chunk file (the header is missing or wrong)");
+  std::uint32_t encoding;
+  std::memcpy(&encoding, f.buffer_.data() + 4, 4);
+  if (encoding != kMemoryFileEncoding)
+    throw T_Exception(name + ": unsupported file encoding " + std::to_string(encoding));
+  f.base_ = kMemoryFileHeaderSize;
+  f.pos_ = kMemoryFileHeaderSize;
+  return f;
+}
+
+void T_MemoryFile::append(const void* data, std::size_t length) {
+  try {
+    const auto* p = static_cast<const std::uint8_t*>(data);
+    buffer_.insert(buffer_.end(), p, p + length);
+  } catch (const std::bad_alloc&) {
+    throw T_MemoryException_Allocation();
+  }
+}
+
+void T_MemoryFile::createChunk(unsigned int id, unsigned int version) {
+  openChunks_.push_back(buffer_.size());
+  const std::uint8_t tag = BT_Chunk;
+  const std::uint32_t zero = 0;
+  append(&tag, 1);
+  append(&id, 4);
+  append(&version, 4);
+  append(&zero, 4);  // completed by closeChunk
+}
+
+void T_MemoryFile::closeChunk() {
+  if (openChunks_.empty()) throw T_Exception("closeChunk without an open chunk");
+  const std::size_t header = openChunks_.back();
+  openChunks_.pop_back();
+  const std::size_t body = buffer_.size() - header - kChunkHeaderSize;
+  if (body > 0xFFFFFFFFu) throw T_Exception("chunk larger than 4 GiB");
+  const auto length = static_cast<std::uint32_t>(body);
+  std::memcpy(buffer_.data() + header + 9, &length, 4);
+}
+
+void T_MemoryFile::writeTag(BasicType tag) {
+  const std::uint8_t t = tag;
+  append(&t, 1);
+}
+
+void T_MemoryFile::write(const void* data, int length) {
+  if (length > 0) append(data, static_cast<std::size_t>(length));
+}
+
+int T_MemoryFile::save(const char* name) const {
+  if (!openChunks_.empty()) return 0;
+  const std::string target(name);
+  const std::string temp = target + ".part";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out) return 0;
+    std::uint8_t header[kMemoryFileHeaderSize];
+    std::memcpy(header, kMemoryFileMagic, 4);
+    std::memcpy(header + 4, &kMemoryFileEncoding, 4);
+    out.write(reinterpret_cast<const char*>(header), sizeof header);
+    out.write(reinterpret_cast<const char*>(buffer_.data() + base_), static_cast<std::streamsize>(buffer_.size() - base_));
+    out.flush();
+    if (!out) {
+      out.close();
+      std::remove(temp.c_str());
+      return 0;
+    }
+  }
+  std::error_code ec;
+  std::filesystem::rename(temp, target, ec);
+  if (ec) {
+    std::remove(temp.c_str());
+    return 0;
+  }
+  return 1;
+}
+
+// --- reading ---
+
+void T_MemoryFile::fail(std::size_t offset, const std::string& what) const {
+  throw T_Exception(name_ + ": " + what + " at byte offset " + std::to_string(offset));
+}
+
+void T_MemoryFile::seek(std::size_t offset) {
+  if (offset > buffer_.size()) fail(offset, "seek past the end of the data");
+  pos_ = offset;
+}
+
+void T_MemoryFile::need(std::size_t bytes, const char* what) const {
+  if (buffer_.size() - pos_ < bytes || pos_ > buffer_.size())
+    fail(pos_, std::string("unexpected end of data while reading ") + what);
+}
+
+std::uint8_t T_MemoryFile::peekTag() const {
+  need(1, "a type tag");
+  return buffer_[pos_];
+}
+
+static const char* tagName(std::uint8_t tag) {
+  switch (tag) {
+    case BT_Bool: return "bool";
+    case BT_UChar: return "unsigned char";
+    case BT_Int: return "int";
+    case BT_UInt: return "unsigned int";
+    case BT_Float: return "float";
+    case BT_String: return "string";
+    case BT_Matrix4x3: return "matrix";
+    case BT_Sequence: return "sequence";
+    case BT_Chunk: return "chunk";
+    default: return nullptr;
+  }
+}
+
+void T_MemoryFile::expectTag(BasicType expected) {
+  const std::uint8_t tag = peekTag();
+  if (tag != expected) {
+    const char* got = tagName(tag);
+    char buf[96];
+    if (got)
+      std::snprintf(buf, sizeof buf, "expected a %s value, found a %s value", tagName(expected), got);
+    else
+      std::snprintf(buf, sizeof buf, "expected a %s value, found unknown type tag 0x%02x", tagName(expected), tag);
+    fail(pos_, buf);
+  }
+  ++pos_;
+}
+
+std::uint32_t T_MemoryFile::rawU32() {
+  std::uint32_t v;
+  std::memcpy(&v, buffer_.data() + pos_, 4);
+  pos_ += 4;
+  return v;
+}
+
+ChunkHeader T_MemoryFile::readChunkHeader() {
+  const std::size_t start = pos_;
+  expectTag(BT_Chunk);
+  need(12, "a chunk header");
+  ChunkHeader h;
+  h.id = rawU32();
+  h.version = rawU32();
+  h.length = rawU32();
+  h.bodyOffset = pos_;
+  if (h.length > buffer_.size() - pos_)
+    fail(start, "chunk 0x" + [&] { char b[16]; std::snprintf(b, sizeof b, "%x", h.id); return std::string(b); }() +
+                    " claims " + std::to_string(h.length) + " bytes but only " + std::to_string(buffer_.size() - pos_) +
+                    " remain");
+  return h;
+}
+
+bool T_MemoryFile::readBool() {
+  expectTag(BT_Bool);
+  need(1, "a bool");
+  const std::uint8_t v = buffer_[pos_];
+  if (v > 1) fail(pos_, "bool value " + std::to_string(v) + " is neither 0 nor 1");
+  ++pos_;
+  return v != 0;
+}
+
+std::uint8_t T_MemoryFile::readUChar() {
+  expectTag(BT_UChar);
+  need(1, "an unsigned char");
+  return buffer_[pos_++];
+}
+
+std::int32_t T_MemoryFile::readInt() {
+  expectTag(BT_Int);
+  need(4, "an int");
+  return static_cast<std::int32_t>(rawU32());
+}
+
+std::uint32_t T_MemoryFile::readUInt() {
+  expectTag(BT_UInt);
+  need(4, "an unsigned int");
+  return rawU32();
+}
+
+float T_MemoryFile::readFloat() {
+  expectTag(BT_Float);
+  need(4, "a float");
+  float v;
+  std::memcpy(&v, buffer_.data() + pos_, 4);
+  pos_ += 4;
+  return v;
+}
+
+std::string T_MemoryFile::readString() {
+  expectTag(BT_String);
+  need(4, "a string length");
+  const std::size_t lengthAt = pos_;
+  const std::uint32_t n = rawU32();
+  if (n > buffer_.size() - pos_) fail(lengthAt, "string of " + std::to_string(n) + " bytes runs past the end of the data");
+  std::string s(reinterpret_cast<const char*>(buffer_.data() + pos_), n);
+  pos_ += n;
+  return s;
+}
+
+M_Matrix4x3Template<float> T_MemoryFile::readMatrix() {
+  expectTag(BT_Matrix4x3);
+  need(48, "a matrix");
+  M_Matrix4x3Template<float> m;
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 3; ++c) {
+      std::memcpy(&m[r][c], buffer_.data() + pos_, 4);
+      pos_ += 4;
+    }
+  return m;
+}
+
+std::int32_t T_MemoryFile::readSequenceCount() {
+  expectTag(BT_Sequence);
+  const std::size_t at = pos_;
+  const std::int32_t n = readInt();
+  if (n < 0) fail(at, "negative sequence count " + std::to_string(n));
+  return n;
+}
+
+void T_MemoryFile::readRaw(void* out, std::size_t length) {
+  need(length, "a raw block");
+  std::memcpy(out, buffer_.data() + pos_, length);
+  pos_ += length;
+}
+
+// --- operators ---
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const bool& v) {
+  const std::uint8_t b[2] = {BT_Bool, static_cast<std::uint8_t>(v ? 1 : 0)};
+  f.write(b, 2);
+  return f;
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned char& v) {
+  const std::uint8_t b[2] = {BT_UChar, v};
+  f.write(b, 2);
+  return f;
+}
+
+template <typename T>
+static void writeScalar(T_MemoryFile& f, BasicType tag, const T& v) {
+  std::uint8_t b[1 + sizeof(T)];
+  b[0] = tag;
+  std::memcpy(b + 1, &v, sizeof(T));
+  f.write(b, sizeof b);
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const int& v) {
+  writeScalar(f, BT_Int, v);
+  return f;
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned int& v) {
+  writeScalar(f, BT_UInt, v);
+  return f;
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const float& v) {
+  writeScalar(f, BT_Float, v);
+  return f;
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const std::string& v) {
+  writeScalar(f, BT_String, static_cast<std::uint32_t>(v.size()));
+  f.write(v.data(), static_cast<int>(v.size()));
+  return f;
+}
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const char* v) { return f << std::string(v); }
+
+T_MemoryFile& operator<<(T_MemoryFile& f, const M_Matrix4x3Template<float>& v) {
+  f.writeTag(BT_Matrix4x3);
+  for (int r = 0; r < 4; ++r) f.write(v[r].data(), 12);
+  return f;
+}
+
+T_MemoryFile& operator>>(T_MemoryFile& f, int& v) {
+  v = f.readInt();
+  return f;
+}
+
+T_MemoryFile& operator>>(T_MemoryFile& f, float& v) {
+  v = f.readFloat();
+  return f;
+}
+
+T_MemoryFile& operator>>(T_MemoryFile& f, std::string& v) {
+  v = f.readString();
+  return f;
+}

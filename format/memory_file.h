@@ -1,0 +1,134 @@
+// T_MemoryFile: the chunked binary file every exported file is built in. A
+// growable byte buffer with a stack of open chunks, typed writes that record a
+// one-byte tag before each value, raw blocks without a tag, and the matching
+// typed reads. docs/zt2-format.md gives the encoding byte by byte.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/inhouse/matrix.h"
+
+enum BasicType : std::uint8_t {
+  BT_Bool = 0x01,
+  BT_UChar = 0x02,
+  BT_Int = 0x03,
+  BT_UInt = 0x04,
+  BT_Float = 0x05,
+  BT_String = 0x06,
+  BT_Matrix4x3 = 0x07,
+  BT_Sequence = 0x1c,  // a container: count as an int value, then the elements
+  BT_Chunk = 0x20,     // chunk header: id, version, body length
+};
+
+enum AccessMethod { AM_Read = 0 };
+
+// The file header that save() writes and the reading constructor checks.
+inline constexpr char kMemoryFileMagic[4] = {'Z', 'T', 'M', 'F'};
+inline constexpr std::uint32_t kMemoryFileEncoding = 1;
+inline constexpr std::size_t kMemoryFileHeaderSize = 8;
+// Tag, id, version and body length.
+inline constexpr std::size_t kChunkHeaderSize = 13;
+
+struct ChunkHeader {
+  std::uint32_t id = 0;
+  std::uint32_t version = 0;
+  std::uint32_t length = 0;   // body bytes after the header
+  std::size_t bodyOffset = 0; // file offset of the first body byte
+  std::size_t end() const { return bodyOffset + length; }
+};
+
+class T_MemoryFile {
+ public:
+  // An empty buffer for writing.
+  explicit T_MemoryFile(unsigned int initialSize = 8192);
+  // The whole file `name` for reading. Throws T_FileException_FileNotFound
+  // when it does not exist, T_Exception when it is not one of our files.
+  T_MemoryFile(const char* name, AccessMethod method);
+  // Reads from bytes already in memory (a file's whole content, header included).
+  static T_MemoryFile fromBytes(std::vector<std::uint8_t> bytes, const std::string& name = "<memory>");
+
+  // --- writing ---
+  void createChunk(unsigned int id, unsigned int version);
+  void closeChunk();
+  int openChunkCount() const { return static_cast<int>(openChunks_.size()); }
+  void writeTag(BasicType tag);
+  void write(const void* data, int length);
+  // Bytes written so far, without the file header.
+  unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
+  // Writes header and buffer to `name`: non-zero on success, 0 on failure.
+  // The file is written beside its target and renamed, so a failed save
+  // never leaves a half-written file behind.
+  int save(const char* name) const;
+
+  // --- reading (offsets are file offsets, header included) ---
+  std::size_t tell() const { return pos_; }
+  void seek(std::size_t offset);
+  std::size_t size() const { return buffer_.size(); }
+  bool atEnd() const { return pos_ >= buffer_.size(); }
+  const std::string& name() const { return name_; }
+  const std::uint8_t* data() const { return buffer_.data(); }
+
+  // The tag at the read position without consuming it.
+  std::uint8_t peekTag() const;
+  // Reads a tag and throws unless it is `expected`.
+  void expectTag(BasicType expected);
+  ChunkHeader readChunkHeader();
+  bool readBool();
+  std::uint8_t readUChar();
+  std::int32_t readInt();
+  std::uint32_t readUInt();
+  float readFloat();
+  std::string readString();
+  M_Matrix4x3Template<float> readMatrix();
+  // A sequence's count (after its tag and the int tag).
+  std::int32_t readSequenceCount();
+  void readRaw(void* out, std::size_t length);
+
+  // Throws T_Exception naming the file and `offset`.
+  [[noreturn]] void fail(std::size_t offset, const std::string& what) const;
+
+ private:
+  void append(const void* data, std::size_t length);
+  void need(std::size_t bytes, const char* what) const;
+  std::uint32_t rawU32();
+
+  std::vector<std::uint8_t> buffer_;
+  std::vector<std::size_t> openChunks_;  // offsets of open chunk headers
+  std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
+  std::size_t pos_ = 0;
+  std::string name_;
+};
+
+// Typed writes; each returns the stream so that writes chain.
+T_MemoryFile& operator<<(T_MemoryFile& f, const bool& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned char& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const int& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned int& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const float& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const std::string& v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const char* v);
+T_MemoryFile& operator<<(T_MemoryFile& f, const M_Matrix4x3Template<float>& v);
+
+// Container write: tag 28, the count as an int value, then each element.
+template <typename T>
+T_MemoryFile& operator<<(T_MemoryFile& f, const std::vector<T>& v) {
+  f.writeTag(BT_Sequence);
+  f << static_cast<int>(v.size());
+  for (const T& e : v) f << e;
+  return f;
+}
+
+// Typed reads used by the options file.
+T_MemoryFile& operator>>(T_MemoryFile& f, int& v);
+T_MemoryFile& operator>>(T_MemoryFile& f, float& v);
+T_MemoryFile& operator>>(T_MemoryFile& f, std::string& v);
+
+// Raw block of plain numeric structures: the count as an unsigned int value,
+// then the array without tag.
+template <typename T>
+void writeRawBlock(T_MemoryFile& f, const std::vector<T>& v) {
+  f << static_cast<unsigned int>(v.size());
+  if (!v.empty()) f.write(v.data(), static_cast<int>(v.size() * sizeof(T)));
+}

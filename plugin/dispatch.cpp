@@ -1,0 +1,3 @@
+#include "plugin/dispatch.h"
+
+bool dispatchNode(SceneExporter&, INode*) { return true; }

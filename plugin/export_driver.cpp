@@ -1,0 +1,85 @@
+// DoExport: one export run from the host's call to the saved scene file.
+#include <memory>
+
+#include "host/inode.h"
+#include "options/apply_options.h"
+#include "options/options_dialog.h"
+#include "plugin/dispatch.h"
+#include "plugin/scene_exporter.h"
+#include "prepass/node_prepass.h"
+#include "scene_objects/environment.h"
+#include "host/inhouse/system.h"
+
+int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool suppressPrompts) {
+  errorFlag = false;
+  BMMSplitFilename(name, targetPath, targetName, targetExtension);
+  host = hostInterface;
+
+  infoLog.clear();
+  meshReferenceTable.clear();
+
+  Sys->ceaseVerbose(1);
+  File->setArchiveHandling(0);
+
+  savedFrameRate = host->GetFrameRate();
+  animationRange = host->GetAnimRange();
+  ticksPerFrame = host->GetTicksPerFrame();
+
+  host->ProgressStart("Progress", true);
+  resetExportValues();
+
+  auto dialog = std::make_unique<OptionsDialog>(host->GetDir(APP_PLUGCFG_DIR), host->GetFrameRate());
+  dialog->startFrame = 0;
+  dialog->endFrame = ticksPerFrame > 0 ? (animationRange.End() - animationRange.Start()) / ticksPerFrame : 0;
+  dialog->loopToFrame = 0;
+  dialog->animationRange = animationRange;
+  dialog->ticksPerFrame = ticksPerFrame;
+
+  if (!suppressPrompts) {
+    const bool ok = optionsDialogRunner ? optionsDialogRunner(*dialog) : true;
+    if (!ok) {
+      host->ProgressEnd();
+      dialog->saveOnClose = false;
+      return 1;
+    }
+    dialog->saveOnClose = true;
+  }
+
+  applyDialogOptions(*this, *dialog);
+  readAdditionalConfig(*this);
+
+  INode* root = host->GetRootNode();
+  prepassNode(*this, root, nodeCount);
+
+  progressDone = 0;
+  progressTotal = options.exportAnimation ? nodeCount * 2 : nodeCount;
+
+  if (!hasError() && options.exportEnvironment) exportEnvironment(*this);
+
+  for (int i = 0; i < root->NumberOfChildren(); ++i) {
+    if (host->GetCancel() || hasError()) break;
+    dispatchNode(*this, root->GetChildNode(i));
+  }
+
+  if (!hasError() && sceneFile.getSize() > 0) {
+    if (sceneFile.save(name) == 0) {
+      char text[1024];
+      std::snprintf(text, sizeof text, "Unable to write to %s.\n\nExport cancelled.", name);
+      host->MessageBox(text, "ZT Exporter");
+      host->ProgressEnd();
+      host->SetFrameRate(savedFrameRate);
+      dialog.reset();  // writes ZTExport.cfg when the dialog closed with OK
+      return 0;
+    }
+  }
+
+  if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
+  host->SetFrameRate(savedFrameRate);
+  skinWeightTable.clear();
+  skinBoneIndexTable.clear();
+  skinBoneNames.clear();
+  host->ProgressEnd();
+  if (hasError() || options.dumpInfo) showExportInfo();
+  dialog.reset();
+  return 1;
+}

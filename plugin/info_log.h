@@ -1,0 +1,21 @@
+// The export's messages, shown at the end in the "Export Info" window when an
+// error was reported or "Dump info" is set. Callers put the prefix ("ERROR: ",
+// "WARNING: ", "INFO: ") into their format string; the log adds nothing.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class InfoLog {
+ public:
+  // Formats like printf and appends one line. Lines longer than 1023 bytes are cut there.
+  void logMessage(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  const std::vector<std::string>& lines() const { return lines_; }
+  bool empty() const { return lines_.empty(); }
+  void clear() { lines_.clear(); }
+  // Every line followed by "\r\n", the text the info window shows.
+  std::string text() const;
+
+ private:
+  std::vector<std::string> lines_;
+};

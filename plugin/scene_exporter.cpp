@@ -1,0 +1,53 @@
+#include "plugin/scene_exporter.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+SceneExporter::SceneExporter() { resetExportValues(); }
+
+SceneExporter::~SceneExporter() = default;
+
+void SceneExporter::resetExportValues() {
+  startTime = 0;
+  nodeCount = 0;
+  sampleStepFrames = 1;
+  options.positionDelta = 0.0f;
+  options.rotationDelta = 0.0f;
+  visibilityDelta = 0.01f;
+  for (float& d : parameterDeltas) d = 0.01f;
+  options.rescaleFactor = 1.0f;
+  options.loop = false;
+  options.loopInterpolation = false;
+  axisConversion[0] = {1, 0, 0};
+  axisConversion[1] = {0, 1, 0};
+  axisConversion[2] = {0, 0, -1};
+  axisConversion[3] = {0, 0, 0};
+}
+
+void SceneExporter::logMessage(const char* format, ...) {
+  char buffer[1024];
+  va_list args;
+  va_start(args, format);
+  std::vsnprintf(buffer, sizeof buffer, format, args);
+  va_end(args);
+  infoLog.logMessage("%s", buffer);
+}
+
+void SceneExporter::showExportInfo() {
+  if (infoLog.empty()) return;
+  host->ShowExportInfo(infoLog.text());
+}
+
+void BMMSplitFilename(const std::string& name, std::string& path, std::string& file, std::string& ext) {
+  const std::size_t slash = name.find_last_of("/\\");
+  const std::size_t nameStart = slash == std::string::npos ? 0 : slash + 1;
+  path = name.substr(0, nameStart);
+  const std::size_t dot = name.find_last_of('.');
+  if (dot == std::string::npos || dot < nameStart) {
+    file = name.substr(nameStart);
+    ext.clear();
+  } else {
+    file = name.substr(nameStart, dot - nameStart);
+    ext = name.substr(dot);
+  }
+}

@@ -1,0 +1,86 @@
+// The exporter object: the state of one export and the tables its passes
+// fill. It owns state, not logic: each pass lives in its subsystem's folder
+// and works on the exporter it is given. One object serves one export.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <set>
+#include <string>
+#include <unordered_map>
+
+#include "format/memory_file.h"
+#include "host/inhouse/matrix.h"
+#include "host/interface.h"
+#include "host/max_types.h"
+#include "options/export_options.h"
+#include "plugin/info_log.h"
+#include "prepass/material_index_table.h"
+#include "prepass/skin_tables.h"
+
+class INode;
+class Object;
+class OptionsDialog;
+
+// Host object (by identity) -> name of the first node whose mesh was written from it.
+using MeshReferenceTable = std::unordered_map<const Object*, std::string>;
+
+class SceneExporter {
+ public:
+  SceneExporter();
+  ~SceneExporter();
+  SceneExporter(const SceneExporter&) = delete;
+  SceneExporter& operator=(const SceneExporter&) = delete;
+
+  // The export run: returns 1, or 0 when the scene file could not be written.
+  // With `suppressPrompts` the options dialog is not shown.
+  int DoExport(const char* name, Interface* hostInterface, bool suppressPrompts);
+
+  // Shows the options dialog; true when it closed with OK. Without a runner
+  // the dialog closes with OK at once, as if the user accepted the settings.
+  std::function<bool(OptionsDialog&)> optionsDialogRunner;
+
+  // --- errors and messages ---
+  bool hasError() const { return errorFlag; }
+  void markError() { errorFlag = true; }
+  void logMessage(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  void showExportInfo();
+
+  // --- per-export state ---
+  bool errorFlag = false;
+  std::string targetPath;       // directory with its trailing separator
+  std::string targetName;       // base name without extension
+  std::string targetExtension;  // with its dot
+  Interface* host = nullptr;
+  InfoLog infoLog;
+  MeshReferenceTable meshReferenceTable;
+  int savedFrameRate = 30;
+  Interval animationRange{0, 0};
+  int ticksPerFrame = 160;
+  TimeValue startTime = 0;
+  int nodeCount = 0;
+  int progressDone = 0;
+  int progressTotal = 0;
+  int sampleStepFrames = 1;
+  float visibilityDelta = 0.01f;
+  float parameterDeltas[6] = {0.01f, 0.01f, 0.01f, 0.01f, 0.01f, 0.01f};
+  M_Matrix4x3Template<float> axisConversion;
+  ExportOptions options;
+  T_MemoryFile sceneFile{8192};
+
+  // --- tables of the passes ---
+  MaterialIndexTable materialIndexTable;
+  std::set<std::string> nodeNameSet;
+  SkinWeightTable skinWeightTable;
+  SkinBoneIndexTable skinBoneIndexTable;
+  SkinBoneNames skinBoneNames;
+  std::string textureCopyDirectory;
+  std::set<std::string> copiedTextureSet;
+
+  // Resets the values that every export starts from.
+  void resetExportValues();
+};
+
+// Splits a file name into directory (with its trailing separator), base name
+// and extension (with its dot), as the host's BMMSplitFilename does.
+void BMMSplitFilename(const std::string& name, std::string& path, std::string& file, std::string& ext);

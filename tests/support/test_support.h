@@ -1,0 +1,44 @@
+// Helpers shared by the tests: a temporary directory per test, running the
+// command-line tools, and reading files.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace ztx_test {
+
+// A fresh directory removed again when the object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::filesystem::path& path() const { return path_; }
+  std::string file(const std::string& name) const { return (path_ / name).string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+struct RunResult {
+  int exitCode = -1;
+  std::string out;
+  std::string err;
+};
+
+// Runs a program with arguments (no shell) and captures both streams.
+RunResult run(const std::string& program, const std::vector<std::string>& args);
+RunResult runExport(const std::vector<std::string>& args);
+RunResult runDump(const std::vector<std::string>& args);
+
+std::string readText(const std::string& path);
+std::vector<unsigned char> readBytes(const std::string& path);
+void writeText(const std::string& path, const std::string& text);
+void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes);
+
+// A file of the source tree, such as "examples/example.scene.json".
+std::string sourcePath(const std::string& relative);
+
+}  // namespace ztx_test
