@@ -105,3 +105,11 @@ void ApplyScaling(Matrix3& m, const ScaleValue& s) {
   const Matrix3 axes = QuatToMatrix(s.q);
   m = Inverse(axes) * ScaleMatrix(s.s) * axes * m;
 }
+
+Matrix3 ObjectOffsetMatrix(const Point3& pos, const Quat& rot, const ScaleValue& scale) {
+  Matrix3 m;
+  m.PreTranslate(pos);
+  PreRotateMatrix(m, rot);
+  ApplyScaling(m, scale);
+  return m;
+}

@@ -144,3 +144,9 @@ Matrix3 QuatToMatrix(const Quat& q);
 void PreRotateMatrix(Matrix3& m, const Quat& q);
 // m = Scaling(s) * m, the scale taken along the axes of s.q.
 void ApplyScaling(Matrix3& m, const ScaleValue& s);
+
+// The object-offset matrix from a node's offset position, rotation and scale:
+// identity, PreTranslate(pos), PreRotateMatrix(rot), ApplyScaling(scale). Both
+// the host model's GetObjectTM and mesh export build it here, so a mesh
+// written relative to its pivot lines up with its node transform.
+Matrix3 ObjectOffsetMatrix(const Point3& pos, const Quat& rot, const ScaleValue& scale);

@@ -21,6 +21,3 @@ Matrix3 nodeWorldTransform(const SceneExporter& exporter, INode* node, TimeValue
 M_Matrix4x3Template<float> exportTransform(const SceneExporter& exporter, INode* node, TimeValue t);
 void fillObjectRecord(const SceneExporter& exporter, ObjectRecord& record, INode* node, TimeValue t);
 
-// The object-offset matrix of a node (identity unless the pivot is the mesh
-// centre): the one function both mesh export and the host model use.
-Matrix3 objectOffsetMatrix(const Point3& pos, const Quat& rot, const ScaleValue& scale);
