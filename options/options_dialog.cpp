@@ -1,8 +1,117 @@
 #include "options/options_dialog.h"
 
-// Placeholder until the configuration file lands.
+#include <algorithm>
+
+#include "format/memory_file.h"
+#include "host/inhouse/exceptions.h"
+
+namespace {
+
+// The first file version that holds each of the values appended after the
+// texture path history; earlier files leave those fields at their defaults.
+enum SinceVersion : int {
+  kRetainHierarchies = 2,
+  kPositionDelta = 3,
+  kFrameToFrameInterpolation = 4,
+  kPivotAsMeshCenter = 5,
+  kMaintainMatrixScaling = 6,
+  kSaveReferencesOnce = 7,
+  kDecreaseEndFrameByOne = 8,
+  kUseGlobalAnimationRange = 9,
+  kExportSkinning = 10,
+};
+
+// Written in place of a flag that no longer means anything; kept so that the
+// values after it stay where older readers expect them.
+constexpr int kRetiredFlag = 1;
+
+bool isInterpolation(int value) { return value >= 0 && value <= 2; }
+
+}  // namespace
+
 OptionsDialog::OptionsDialog(const std::string& configDir, int hostFrameRate)
-    : sampleRate(hostFrameRate), sceneFrameRate(hostFrameRate), configFilePath(configDir + "/" + kOptionsFileName) {}
-OptionsDialog::~OptionsDialog() = default;
-bool OptionsDialog::loadOptions() { return false; }
-void OptionsDialog::saveOptions() {}
+    : configFilePath(configDir + "/" + kOptionsFileName) {
+  loadOptions();
+  // The dialog always offers the scene's own rate, whatever the file held.
+  sampleRate = hostFrameRate;
+  sceneFrameRate = hostFrameRate;
+}
+
+OptionsDialog::~OptionsDialog() {
+  if (!saveOnClose) return;
+  // A destructor must not throw; a failed save of the options is not reported.
+  try {
+    saveOptions();
+  } catch (...) {
+  }
+}
+
+bool OptionsDialog::loadOptions() {
+  // Each value goes straight into its field, so a fault part way keeps what
+  // was read before it and leaves every later field at its default.
+  try {
+    T_MemoryFile file(configFilePath.c_str(), AM_Read);
+
+    int version = 0;
+    file >> version;
+    if (version > kOptionsFileVersion) return false;
+
+    int retired = 0;
+    file >> exportGeometry >> exportAnimation >> exportCameras >> exportEnvironment >> exportHelpers >>
+        exportLights >> exportMaterials >> dumpInfo >> copyTextures >> retired >> loop >> loopInterpolation >>
+        removeFloatingVertices >> removeHiddenObjects >> rescale >> sampleRate >> sceneFrameRate >> rotationDelta >>
+        rescaleFactor;
+
+    int pathCount = 0;
+    file >> pathCount;
+    if (pathCount < 0) file.fail(file.tell(), "negative texture path count " + std::to_string(pathCount));
+    for (int i = 0; i < pathCount; ++i) {
+      std::string path;
+      file >> path;
+      texturePathHistory.push_back(path);
+      if (i == 0) texturePath = path;
+    }
+
+    if (version >= kRetainHierarchies) file >> retainHierarchies;
+    if (version >= kPositionDelta) file >> positionDelta;
+    if (version >= kFrameToFrameInterpolation) {
+      int interpolation = 0;
+      file >> interpolation;
+      // A method the dialog cannot show is a value the file cannot give.
+      if (isInterpolation(interpolation)) frameToFrameInterpolation = interpolation;
+    }
+    if (version >= kPivotAsMeshCenter) file >> pivotAsMeshCenter;
+    if (version >= kMaintainMatrixScaling) file >> maintainMatrixScaling;
+    if (version >= kSaveReferencesOnce) file >> saveReferencesOnce;
+    if (version >= kDecreaseEndFrameByOne) file >> decreaseEndFrameByOne;
+    if (version >= kUseGlobalAnimationRange) file >> useGlobalAnimationRange;
+    if (version >= kExportSkinning) file >> exportSkinning;
+    return true;
+  } catch (const T_FileException_FileNotFound&) {
+    return false;
+  } catch (const T_Exception&) {
+    // Truncated or damaged: whatever was read stands, the rest keeps its defaults.
+    return false;
+  }
+}
+
+void OptionsDialog::saveOptions() {
+  T_MemoryFile file(8192);
+  file << kOptionsFileVersion << exportGeometry << exportAnimation << exportCameras << exportEnvironment
+       << exportHelpers << exportLights << exportMaterials << dumpInfo << copyTextures << kRetiredFlag << loop
+       << loopInterpolation << removeFloatingVertices << removeHiddenObjects << rescale << sampleRate
+       << sceneFrameRate << rotationDelta << rescaleFactor;
+
+  const auto same = std::find(texturePathHistory.begin(), texturePathHistory.end(), texturePath);
+  if (same != texturePathHistory.end()) texturePathHistory.erase(same);
+  texturePathHistory.insert(texturePathHistory.begin(), texturePath);
+
+  file << static_cast<int>(texturePathHistory.size());
+  for (const std::string& path : texturePathHistory) file << (path.empty() ? std::string(".") : path);
+
+  file << retainHierarchies << positionDelta << frameToFrameInterpolation << pivotAsMeshCenter
+       << maintainMatrixScaling << saveReferencesOnce << decreaseEndFrameByOne << useGlobalAnimationRange
+       << exportSkinning;
+
+  file.save(configFilePath.c_str());
+}

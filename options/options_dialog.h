@@ -21,11 +21,14 @@ class OptionsDialog {
   OptionsDialog(const OptionsDialog&) = delete;
   OptionsDialog& operator=(const OptionsDialog&) = delete;
 
-  // True when the file was read; false when it is missing or of a newer
-  // version. Values a truncated or corrupt file cannot give keep their defaults.
+  // True when the whole file was read; false when it is missing, of a newer
+  // version, truncated or damaged. A damaged file's values up to the fault are
+  // kept and every later field keeps its default; a stored interpolation method
+  // outside 0..2 is ignored.
   bool loadOptions();
-  // Writes the whole file (version 10), updating the texture path history.
-  // The result is not reported.
+  // Writes the whole file (version 10). The texture path history is updated
+  // first: the first entry equal to texturePath is removed and texturePath is
+  // put at the front. A failed save is not reported.
   void saveOptions();
 
   int exportGeometry = 1;
@@ -65,6 +68,6 @@ class OptionsDialog {
   Interval animationRange{0, 0};
   int ticksPerFrame = 160;
 
-  std::string configFilePath;
+  std::string configFilePath;  // configDir, "/", kOptionsFileName
   bool saveOnClose = false;
 };

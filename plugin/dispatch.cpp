@@ -1,3 +1,60 @@
 #include "plugin/dispatch.h"
 
-bool dispatchNode(SceneExporter&, INode*) { return true; }
+#include <cstdio>
+#include <string>
+
+#include "host/inode.h"
+#include "plugin/node_transforms.h"
+#include "plugin/scene_exporter.h"
+#include "scene_objects/camera.h"
+#include "scene_objects/helper.h"
+#include "scene_objects/light.h"
+
+// Mesh export lands with the geometry subsystem; a weak default keeps the
+// walk complete until then.
+void exportMesh(SceneExporter& exporter, INode* node) __attribute__((weak));
+
+bool dispatchNode(SceneExporter& exporter, INode* node) {
+  ++exporter.progressDone;
+  char title[300];
+  std::snprintf(title, sizeof title, "Geometry for \"%s\"", node->GetName());
+  const int percent =
+      exporter.progressTotal > 0 ? static_cast<int>(double(exporter.progressDone) / exporter.progressTotal * 100.0) : 0;
+  exporter.host->ProgressUpdate(percent, false, title);
+
+  if (exporter.host->GetCancel()) return false;
+  if (exporter.hasError()) return false;
+
+  const ObjectState os = node->EvalWorldState(exporter.startTime, true);
+  if (os.obj) {
+    const ExportOptions& o = exporter.options;
+    switch (os.obj->SuperClassID()) {
+      case GEOMOBJECT_CLASS_ID:
+        if (o.exportGeometry && exportMesh) exportMesh(exporter, node);
+        break;
+      case CAMERA_CLASS_ID:
+        if (o.exportCameras) exportCamera(exporter, node);
+        break;
+      case LIGHT_CLASS_ID:
+        if (o.exportLights) exportLight(exporter, node);
+        break;
+      case SHAPE_CLASS_ID:
+        break;
+      case HELPER_CLASS_ID:
+        if (o.exportHelpers) exportHelper(exporter, node);
+        break;
+      default:
+        if (isNodeExported(exporter, node)) {
+          std::string className = "Unknown";
+          const ObjectState again = node->EvalWorldState(exporter.startTime, true);
+          if (again.obj) again.obj->GetClassName(className);
+          exporter.logMessage("WARNING: Unknown object: \"%s\" of type %s", node->GetName(), className.c_str());
+        }
+        break;
+    }
+  }
+
+  for (int i = 0; i < node->NumberOfChildren(); ++i)
+    if (!dispatchNode(exporter, node->GetChildNode(i))) return false;
+  return true;
+}

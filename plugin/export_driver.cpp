@@ -1,4 +1,5 @@
 // DoExport: one export run from the host's call to the saved scene file.
+#include <cstdio>
 #include <memory>
 
 #include "host/inode.h"
@@ -34,6 +35,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   dialog->loopToFrame = 0;
   dialog->animationRange = animationRange;
   dialog->ticksPerFrame = ticksPerFrame;
+  if (optionsRecordEditor) optionsRecordEditor(*dialog);
 
   if (!suppressPrompts) {
     const bool ok = optionsDialogRunner ? optionsDialogRunner(*dialog) : true;

@@ -39,6 +39,9 @@ class SceneExporter {
   // Shows the options dialog; true when it closed with OK. Without a runner
   // the dialog closes with OK at once, as if the user accepted the settings.
   std::function<bool(OptionsDialog&)> optionsDialogRunner;
+  // Called with the record once it is loaded and holds the frame range, before
+  // the dialog would show: the command-line host edits fields here.
+  std::function<void(OptionsDialog&)> optionsRecordEditor;
 
   // --- errors and messages ---
   bool hasError() const { return errorFlag; }

@@ -12,17 +12,14 @@ class T_System {
   using Sink = std::function<void(const std::string&)>;
 
   void verbose(const char* format, ...) __attribute__((format(printf, 2, 3)));
-  // Non-zero stops tracing until the sink is set again.
-  void ceaseVerbose(int cease) { ceased_ = cease != 0; }
-  void setVerboseSink(Sink sink) {
-    sink_ = std::move(sink);
-    ceased_ = false;
-  }
-  bool verboseActive() const { return sink_ && !ceased_; }
+  // Called at the start of every export. The trace has no buffered section of
+  // an earlier run to close here, so tracing simply goes on to the sink.
+  void ceaseVerbose(int /*cease*/) {}
+  void setVerboseSink(Sink sink) { sink_ = std::move(sink); }
+  bool verboseActive() const { return static_cast<bool>(sink_); }
 
  private:
   Sink sink_;
-  bool ceased_ = false;
 };
 
 class T_File {

@@ -1,0 +1,147 @@
+// The in-memory mesh record that mesh export fills and the MeshChunk writer
+// turns into chunks. Geometry is kept per material group: each part holds one
+// flat array for the whole mesh plus a table of how many of its entries
+// belong to each group, groups in the order of the mesh's material names.
+//
+// Every optional part has a presence flag that is false in a new record; the
+// accessor that hands a part out for filling sets it, so a part is written
+// exactly when export touched it, even if it stayed empty.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "format/memory_file.h"
+#include "format/object_record.h"
+#include "host/max_types.h"
+
+inline constexpr unsigned int kMeshChunkId = 0x10005;
+inline constexpr unsigned int kMeshChunkVersion = 2;
+inline constexpr unsigned int kMeshVertexChunkId = 0x10006;
+inline constexpr unsigned int kMeshVertexChunkVersion = 1;
+inline constexpr unsigned int kMeshFaceChunkId = 0x10007;
+inline constexpr unsigned int kMeshFaceChunkVersion = 1;
+inline constexpr unsigned int kMeshMaterialNamesChunkId = 0x1000c;
+inline constexpr unsigned int kMeshMaterialNamesChunkVersion = 1;
+inline constexpr unsigned int kMeshMapChannelChunkId = 0x1000e;
+inline constexpr unsigned int kMeshMapChannelChunkVersion = 1;
+inline constexpr unsigned int kMeshReferenceChunkId = 0x1001a;
+inline constexpr unsigned int kMeshReferenceChunkVersion = 0;
+
+// Slots a record has room for; only slots 0 and 1 are ever written.
+inline constexpr int kMeshMapSlots = 10;
+inline constexpr int kMeshWrittenMapSlots = 2;
+
+// Per-group counts and starts shared by the three per-group parts. Starts are
+// the running sums of the counts of the groups before, scaled by `unit`
+// entries per counted item (1 for vertices, 3 for triangles).
+class GroupTable {
+ public:
+  explicit GroupTable(std::uint32_t unit) : unit_(unit) {}
+
+  // Both lists get `n` entries, all 0.
+  void resizeGroups(std::size_t n);
+  // Appends `n` groups that start after every existing group's entries.
+  void appendGroups(std::size_t n);
+  // Count of group g becomes n; the later starts move by the difference.
+  void setGroupCount(std::size_t g, std::uint32_t n);
+
+  std::size_t groupCount() const { return counts_.size(); }
+  const std::vector<std::uint32_t>& starts() const { return starts_; }
+  const std::vector<std::uint32_t>& counts() const { return counts_; }
+
+ private:
+  std::uint32_t unit_;
+  std::vector<std::uint32_t> starts_;
+  std::vector<std::uint32_t> counts_;
+};
+
+class MeshVertexRecord {
+ public:
+  std::vector<Point3> positions;
+  std::vector<Point3> normals;
+  GroupTable groups{1};
+
+  // Both lists get `n` entries; new entries are (0, 0, 0).
+  void resize(std::size_t n) {
+    positions.resize(n);
+    normals.resize(n);
+  }
+};
+
+class MeshFaceRecord {
+ public:
+  std::vector<std::uint16_t> indices;  // three group-local vertex numbers per triangle
+  GroupTable groups{3};                // counts in triangles, starts in index entries
+
+  void resizeTriangles(std::size_t n) { indices.resize(3 * n); }
+  void setTriangle(std::size_t g, std::size_t i, std::uint16_t a, std::uint16_t b, std::uint16_t c) {
+    std::uint16_t* t = indices.data() + groups.starts()[g] + 3 * i;
+    t[0] = a;
+    t[1] = b;
+    t[2] = c;
+  }
+};
+
+class MeshMapChannelRecord {
+ public:
+  std::uint32_t channel = 0;
+  std::vector<Point3> coordinates;  // one per vertex of the vertex part
+  GroupTable groups{1};
+
+  void resize(std::size_t n) { coordinates.resize(n); }
+};
+
+class MeshRecord : public ObjectRecord {
+ public:
+  // Accessors that hand a part out for filling; each sets its presence flag.
+  MeshVertexRecord& vertices() {
+    hasVertices_ = true;
+    return vertices_;
+  }
+  MeshFaceRecord& faces() {
+    hasFaces_ = true;
+    return faces_;
+  }
+  std::vector<std::string>& materialNames() {
+    hasMaterialNames_ = true;
+    return materialNames_;
+  }
+  MeshMapChannelRecord& mapChannel(int slot) {
+    hasMapChannel_[slot] = true;
+    return mapChannels_[slot];
+  }
+  std::string& referenceName() {
+    hasReferenceName_ = true;
+    return referenceName_;
+  }
+
+  // Read access for the writer and for tests; never sets a flag.
+  bool hasVertices() const { return hasVertices_; }
+  bool hasFaces() const { return hasFaces_; }
+  bool hasMaterialNames() const { return hasMaterialNames_; }
+  bool hasMapChannel(int slot) const { return hasMapChannel_[slot]; }
+  bool hasReferenceName() const { return hasReferenceName_; }
+  const MeshVertexRecord& vertexPart() const { return vertices_; }
+  const MeshFaceRecord& facePart() const { return faces_; }
+  const std::vector<std::string>& materialNameList() const { return materialNames_; }
+  const MeshMapChannelRecord& mapChannelPart(int slot) const { return mapChannels_[slot]; }
+  const std::string& referenceNameValue() const { return referenceName_; }
+
+ private:
+  MeshVertexRecord vertices_;
+  MeshFaceRecord faces_;
+  std::vector<std::string> materialNames_;
+  std::array<MeshMapChannelRecord, kMeshMapSlots> mapChannels_;
+  std::string referenceName_;
+  bool hasVertices_ = false;
+  bool hasFaces_ = false;
+  bool hasMaterialNames_ = false;
+  std::array<bool, kMeshMapSlots> hasMapChannel_{};
+  bool hasReferenceName_ = false;
+};
+
+// The MeshChunk: the ObjectChunk, then the present parts in their fixed order.
+T_MemoryFile& operator<<(T_MemoryFile& file, const MeshRecord& record);
