@@ -65,6 +65,9 @@ bool OptionsDialog::loadOptions() {
     int pathCount = 0;
     file >> pathCount;
     if (pathCount < 0) file.fail(file.tell(), "negative texture path count " + std::to_string(pathCount));
+    // The file's history replaces any held before, so loading twice does not
+    // list every path twice.
+    texturePathHistory.clear();
     for (int i = 0; i < pathCount; ++i) {
       std::string path;
       file >> path;

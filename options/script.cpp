@@ -1,15 +1,13 @@
 #include "options/script.h"
 
-#include <charconv>
-#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <limits>
 #include <variant>
 
 #include "host/inhouse/exceptions.h"
+#include "options/number_text.h"
 
 namespace {
 
@@ -153,40 +151,17 @@ std::vector<Block> parseBlocks(const std::vector<Token>& tokens, const std::stri
   return blocks;
 }
 
-bool parseInt(const std::string& text, std::int32_t& out) {
-  const char* first = text.data();
-  const char* last = first + text.size();
-  if (first != last && *first == '+') ++first;
-  std::int64_t v = 0;
-  const auto [end, ec] = std::from_chars(first, last, v);
-  if (ec != std::errc() || end != last || first == last) return false;
-  if (v < std::numeric_limits<std::int32_t>::min() || v > std::numeric_limits<std::int32_t>::max()) return false;
-  out = static_cast<std::int32_t>(v);
-  return true;
-}
-
-bool parseFloat(const std::string& text, float& out) {
-  const char* first = text.data();
-  const char* last = first + text.size();
-  if (first != last && *first == '+') ++first;
-  float v = 0.0f;
-  const auto [end, ec] = std::from_chars(first, last, v, std::chars_format::general);
-  if (ec != std::errc() || end != last || first == last || !std::isfinite(v)) return false;
-  out = v;
-  return true;
-}
-
 // Parses `text` in `format`; empty `reason` on success.
 Value parseValue(const std::string& text, bool quoted, T_Script::Format format, std::string& reason) {
   switch (format) {
     case T_Script::t_int: {
       std::int32_t v = 0;
-      if (quoted || !parseInt(text, v)) reason = "is not a 32-bit integer";
+      if (quoted || !parseInt32(text, v)) reason = "is not a 32-bit integer";
       return v;
     }
     case T_Script::t_float: {
       float v = 0.0f;
-      if (quoted || !parseFloat(text, v)) reason = "is not a number";
+      if (quoted || !parseFiniteFloat(text, v)) reason = "is not a number";
       return v;
     }
     case T_Script::t_string:

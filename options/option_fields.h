@@ -1,0 +1,53 @@
+// The options dialog record's editable fields by name, for front ends without
+// the dialog (the command-line tool's --set name=value). Values are parsed
+// strictly and held to the limits the dialog's controls enforce.
+#pragma once
+
+#include <string>
+#include <vector>
+
+class OptionsDialog;
+
+// The range the three frame fields may take: the record's start and end frame
+// as the driver set them, before any edit (the dialog's frame spinners take
+// their limits the same way and keep them while it is open).
+struct FrameLimits {
+  int min = 0;
+  int max = 0;
+};
+
+// The limits of the frame fields as `record` stands now. Capture them once,
+// before the first edit, when several fields are set in a row.
+FrameLimits frameLimitsOf(const OptionsDialog& record);
+
+// Sets field `name` of `record` from `value`. On failure returns false, leaves
+// the record untouched and puts one line into `error`, such as
+// "--set sampleRate=0: sampleRate must be between 1 and 500".
+//
+// Accepted values: flags 0, 1, true, false; integers in decimal; floats in
+// decimal (exponent allowed); texturePath any text; frameToFrameInterpolation
+// 0, 1, 2 or none, normalized, orthonormalized. Limits: rotationDelta,
+// positionDelta and rescaleFactor 0..100; sampleRate 1..500 (a rate of 0 would
+// give the animation sampling a zero step); startFrame, endFrame and
+// loopToFrame within `frames`.
+//
+// The seven spinner fields (the deltas, rescaleFactor, sampleRate and the
+// three frames) follow the dialog's spinner rules: a start frame past the end
+// frame pulls the end frame along and an end frame before the start frame
+// pulls the start frame along; then the loop-to frame is held inside
+// [startFrame, endFrame].
+bool setOptionField(OptionsDialog& record, const std::string& name, const std::string& value, std::string& error,
+                    const FrameLimits& frames);
+// The same with the limits taken from `record` as it stands.
+bool setOptionField(OptionsDialog& record, const std::string& name, const std::string& value, std::string& error);
+
+// The field's current value as setOptionField accepts it back; false for an
+// unknown name.
+bool getOptionField(const OptionsDialog& record, const std::string& name, std::string& value);
+
+// Every field name, in the table's order.
+std::vector<std::string> optionFieldNames();
+
+// A listing of the fields for --help: one line each with name, type, accepted
+// range and default.
+std::string optionFieldsHelp();

@@ -1,0 +1,53 @@
+#include <gtest/gtest.h>
+
+#include "plugin/info_log.h"
+#include "plugin/plugin_entry.h"
+#include "plugin/scene_exporter.h"
+
+TEST(PluginEntry, OneClassWithItsIdentity) {
+  EXPECT_EQ(LibNumberClasses(), 1);
+  ASSERT_NE(LibClassDesc(0), nullptr);
+  EXPECT_EQ(LibClassDesc(1), nullptr);
+  EXPECT_STREQ(LibDescription(), "ZT Scene Exporter [Mar 31 2003]");
+  EXPECT_EQ(LibDescription(), LibDescription());  // built once
+  EXPECT_EQ(LibVersion(), 0x13EC0800u);
+  const SceneExporterClassDesc& d = *LibClassDesc(0);
+  EXPECT_EQ(d.SuperClassID(), 0xA20u);
+  EXPECT_EQ(d.ClassID(), Class_ID(0x6EAB566C, 0x134A2F42));
+  EXPECT_NE(d.Create(), nullptr);
+}
+
+TEST(PluginEntry, ExporterIdentity) {
+  using namespace exporter_info;
+  EXPECT_EQ(ExtCount(), 1);
+  EXPECT_STREQ(Ext(0), "zt2");
+  EXPECT_STREQ(Ext(1), "");
+  EXPECT_EQ(Version(), 110u);
+  EXPECT_FALSE(SupportsOptions(0, 1));  // not even the selection-only export
+}
+
+TEST(InfoLog, LinesKeepTheirOrderAndAreCutAt1023Bytes) {
+  InfoLog log;
+  log.logMessage("ERROR: %s", "first");
+  log.logMessage("%s", std::string(2000, 'x').c_str());
+  ASSERT_EQ(log.lines().size(), 2u);
+  EXPECT_EQ(log.lines()[0], "ERROR: first");
+  EXPECT_EQ(log.lines()[1].size(), 1023u);
+  EXPECT_EQ(log.text(), "ERROR: first\r\n" + std::string(1023, 'x') + "\r\n");
+}
+
+TEST(SplitFilename, KeepsTheSeparatorAndTheDot) {
+  std::string path, file, ext;
+  BMMSplitFilename("/out/scene.zt2", path, file, ext);
+  EXPECT_EQ(path, "/out/");
+  EXPECT_EQ(file, "scene");
+  EXPECT_EQ(ext, ".zt2");
+  BMMSplitFilename("scene", path, file, ext);
+  EXPECT_EQ(path, "");
+  EXPECT_EQ(file, "scene");
+  EXPECT_EQ(ext, "");
+  BMMSplitFilename("dir.v2/scene", path, file, ext);
+  EXPECT_EQ(path, "dir.v2/");
+  EXPECT_EQ(file, "scene");
+  EXPECT_EQ(ext, "");
+}
