@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "geometry/export_mesh.h"
 #include "host/inode.h"
 #include "plugin/node_transforms.h"
 #include "plugin/scene_exporter.h"
@@ -10,9 +11,6 @@
 #include "scene_objects/helper.h"
 #include "scene_objects/light.h"
 
-// Mesh export lands with the geometry subsystem; a weak default keeps the
-// walk complete until then.
-void exportMesh(SceneExporter& exporter, INode* node) __attribute__((weak));
 
 bool dispatchNode(SceneExporter& exporter, INode* node) {
   ++exporter.progressDone;
@@ -30,7 +28,7 @@ bool dispatchNode(SceneExporter& exporter, INode* node) {
     const ExportOptions& o = exporter.options;
     switch (os.obj->SuperClassID()) {
       case GEOMOBJECT_CLASS_ID:
-        if (o.exportGeometry && exportMesh) exportMesh(exporter, node);
+        if (o.exportGeometry) exportMesh(exporter, node);
         break;
       case CAMERA_CLASS_ID:
         if (o.exportCameras) exportCamera(exporter, node);

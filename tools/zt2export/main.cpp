@@ -1,1 +1,239 @@
-int main() { return 0; }
+// zt2export: the host on this machine. Loads a scene-description file into
+// the in-memory host model and drives the exporter exactly as the host would,
+// with prompts suppressed.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "host/inhouse/exceptions.h"
+#include "host/inhouse/system.h"
+#include "host/memory/memory_host.h"
+#include "options/option_fields.h"
+#include "options/options_dialog.h"
+#include "plugin/scene_exporter.h"
+
+namespace {
+
+constexpr int kExitOk = 0;
+constexpr int kExitExportErrors = 1;
+constexpr int kExitFailure = 2;
+
+struct Arguments {
+  std::string scene;
+  std::string output;
+  std::string configDir;
+  std::vector<std::pair<std::string, std::string>> sets;  // field, value
+  bool saveOptions = false;
+  bool quiet = false;
+  bool verbose = false;
+};
+
+void printUsage(std::FILE* to) {
+  std::fprintf(to,
+               "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
+               "                 [--save-options] [--quiet] [--verbose]\n"
+               "       zt2export --help\n");
+}
+
+void printHelp() {
+  printUsage(stdout);
+  std::printf(
+      "\n"
+      "Exports the scene described by SCENE (a scene-description file, see docs/scene-format.md)\n"
+      "to a ZT2.0 scene file, with the per-vertex skin file (.skd) beside it when skinning is on.\n"
+      "\n"
+      "Options:\n"
+      "  -o, --output OUT.zt2   the file to write; default: the scene's name with .zt2, in the\n"
+      "                         current directory\n"
+      "  --config-dir DIR       where ZTExport.cfg and ZTExportAdditional.cfg are read (and\n"
+      "                         ZTExport.cfg written); default: $XDG_CONFIG_HOME/ztexport or\n"
+      "                         ~/.config/ztexport, created when missing\n"
+      "  --set FIELD=VALUE      change one field of the options record after it was loaded from\n"
+      "                         ZTExport.cfg and before it is applied; may be repeated. Values\n"
+      "                         outside the limits the options dialog gives are refused.\n"
+      "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
+      "                         with OK would (with the --set changes)\n"
+      "  --quiet                no progress display\n"
+      "  --verbose              print the exporter's developer trace on standard error\n"
+      "  -h, --help             this text\n"
+      "\n"
+      "Output: the \"Export Info\" text on standard output when the exporter shows it (on errors,\n"
+      "or when dumpInfo is set and there is something to tell); message boxes on standard error.\n"
+      "\n"
+      "Exit status: 0 the run ended normally (file written, or nothing to write); 1 the export\n"
+      "was cancelled because of errors in the scene; 2 the file could not be saved, the scene\n"
+      "could not be read, or the command line is wrong.\n"
+      "\n"
+      "Fields of the options record (--set):\n%s",
+      optionFieldsHelp().c_str());
+}
+
+[[noreturn]] void usageError(const std::string& message) {
+  std::fprintf(stderr, "zt2export: %s\n", message.c_str());
+  printUsage(stderr);
+  std::exit(kExitFailure);
+}
+
+Arguments parseArguments(int argc, char** argv) {
+  Arguments a;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    auto value = [&](const char* what) -> std::string {
+      if (i + 1 >= argc) usageError(arg + " needs " + what);
+      return argv[++i];
+    };
+    if (arg == "-h" || arg == "--help") {
+      printHelp();
+      std::exit(kExitOk);
+    } else if (arg == "-o" || arg == "--output") {
+      a.output = value("a file name");
+    } else if (arg == "--config-dir") {
+      a.configDir = value("a directory");
+    } else if (arg == "--set") {
+      const std::string assignment = value("FIELD=VALUE");
+      const std::size_t eq = assignment.find('=');
+      if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
+      a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+    } else if (arg == "--save-options") {
+      a.saveOptions = true;
+    } else if (arg == "--quiet") {
+      a.quiet = true;
+    } else if (arg == "--verbose") {
+      a.verbose = true;
+    } else if (!arg.empty() && arg[0] == '-') {
+      usageError("unknown option " + arg);
+    } else if (a.scene.empty()) {
+      a.scene = arg;
+    } else {
+      usageError("more than one scene given (" + a.scene + ", " + arg + ")");
+    }
+  }
+  if (a.scene.empty()) usageError("no scene given");
+  return a;
+}
+
+std::string defaultConfigDir() {
+  namespace fs = std::filesystem;
+  fs::path base;
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
+    base = xdg;
+  else if (const char* home = std::getenv("HOME"); home && *home)
+    base = fs::path(home) / ".config";
+  else
+    base = fs::current_path();
+  return (base / "ztexport").string();
+}
+
+std::string defaultOutput(const std::string& scene) {
+  std::string stem = std::filesystem::path(scene).filename().string();
+  for (const char* suffix : {".json", ".scene"})
+    if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
+  return stem + ".zt2";
+}
+
+// Prints the exporter's progress on one terminal line.
+class ProgressLine {
+ public:
+  explicit ProgressLine(bool enabled) : enabled_(enabled) {}
+  void show(const hostmodel::ProgressCall& call) {
+    if (!enabled_) return;
+    if (call.kind == hostmodel::ProgressCall::Update) {
+      std::fprintf(stderr, "\r\033[K%3d%%  %s", call.percent, call.title.c_str());
+      shown_ = true;
+    } else if (call.kind == hostmodel::ProgressCall::End && shown_) {
+      std::fprintf(stderr, "\r\033[K");
+      shown_ = false;
+    }
+    std::fflush(stderr);
+  }
+
+ private:
+  bool enabled_;
+  bool shown_ = false;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const Arguments args = parseArguments(argc, argv);
+
+  std::unique_ptr<hostmodel::MemoryHost> host;
+  try {
+    host = hostmodel::loadScene(args.scene);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "zt2export: %s\n", e.what());
+    return kExitFailure;
+  }
+
+  const std::string configDir = args.configDir.empty() ? defaultConfigDir() : args.configDir;
+  {
+    std::error_code ec;
+    std::filesystem::create_directories(configDir, ec);
+    if (!std::filesystem::is_directory(configDir)) {
+      std::fprintf(stderr, "zt2export: cannot create the configuration directory %s\n", configDir.c_str());
+      return kExitFailure;
+    }
+  }
+  host->setConfigDir(configDir);
+
+  // Check every --set against a scratch record with the scene's frame range
+  // before anything runs, so a typo never leaves a half-done export behind.
+  const int ticksPerFrame = host->GetTicksPerFrame();
+  const Interval range = host->GetAnimRange();
+  const int rangeFrames = ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0;
+  {
+    OptionsDialog scratch(configDir, host->GetFrameRate());
+    scratch.startFrame = 0;
+    scratch.endFrame = rangeFrames;
+    const FrameLimits limits = frameLimitsOf(scratch);
+    bool bad = false;
+    for (const auto& [field, value] : args.sets) {
+      std::string error;
+      if (!setOptionField(scratch, field, value, error, limits)) {
+        std::fprintf(stderr, "zt2export: %s\n", error.c_str());
+        bad = true;
+      }
+    }
+    if (bad) return kExitFailure;
+  }
+
+  ProgressLine progress(!args.quiet && ::isatty(2));
+  host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
+  if (args.verbose) Sys->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
+
+  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
+  SceneExporter exporter;
+  exporter.optionsRecordEditor = [&](OptionsDialog& record) {
+    const FrameLimits limits = frameLimitsOf(record);
+    for (const auto& [field, value] : args.sets) {
+      std::string error;
+      setOptionField(record, field, value, error, limits);
+    }
+    if (args.saveOptions) record.saveOnClose = true;
+  };
+
+  int result = 0;
+  try {
+    result = exporter.DoExport(output.c_str(), host.get(), true);
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "zt2export: export failed: %s\n", e.what());
+    return kExitFailure;
+  }
+
+  for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", text.c_str());
+  for (const std::string& text : host->exportInfoTexts()) {
+    std::string shown = "Export Info\n";
+    for (char c : text)
+      if (c != '\r') shown += c;
+    std::fputs(shown.c_str(), stdout);
+  }
+
+  if (result == 0) return kExitFailure;
+  if (exporter.hasError()) return kExitExportErrors;
+  return kExitOk;
+}
