@@ -5,10 +5,14 @@ void GroupTable::resizeGroups(std::size_t n) {
   counts_.assign(n, 0);
 }
 
-void GroupTable::appendGroups(std::size_t n) {
-  const std::uint32_t end = counts_.empty() ? 0 : starts_.back() + unit_ * counts_.back();
-  starts_.insert(starts_.end(), n, end);
-  counts_.insert(counts_.end(), n, 0);
+void GroupTable::insertGroups(std::size_t at, std::size_t n) {
+  std::uint32_t start = 0;
+  if (at < starts_.size())
+    start = starts_[at];
+  else if (!counts_.empty())
+    start = starts_.back() + unit_ * counts_.back();
+  starts_.insert(starts_.begin() + static_cast<std::ptrdiff_t>(at), n, start);
+  counts_.insert(counts_.begin() + static_cast<std::ptrdiff_t>(at), n, 0);
 }
 
 void GroupTable::setGroupCount(std::size_t g, std::uint32_t n) {

@@ -43,8 +43,9 @@ class GroupTable {
 
   // Both lists get `n` entries, all 0.
   void resizeGroups(std::size_t n);
-  // Appends `n` groups that start after every existing group's entries.
-  void appendGroups(std::size_t n);
+  // Inserts `n` empty groups before group `at` (at the end when `at` is the
+  // group count); they start where group `at` starts.
+  void insertGroups(std::size_t at, std::size_t n);
   // Count of group g becomes n; the later starts move by the difference.
   void setGroupCount(std::size_t g, std::uint32_t n);
 

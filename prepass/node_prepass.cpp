@@ -4,10 +4,8 @@
 #include "host/material.h"
 #include "plugin/node_transforms.h"
 #include "plugin/scene_exporter.h"
+#include "prepass/skin_weights.h"
 
-// Skin reading lands with the geometry subsystem; a weak default keeps the
-// pre-pass complete until then.
-void readSkinWeights(SceneExporter& exporter, INode* node) __attribute__((weak));
 
 namespace {
 
@@ -45,7 +43,7 @@ void prepassNode(SceneExporter& exporter, INode* node, int& nodeCount) {
   if (isNodeExported(exporter, node) && !node->IsRootNode()) {
     if (exporter.options.exportMaterials) checkMaterial(exporter, node);
     checkName(exporter, node);
-    if (exporter.options.exportSkinning && readSkinWeights) readSkinWeights(exporter, node);
+    if (exporter.options.exportSkinning) readSkinWeights(exporter, node);
   }
   for (int i = 0; i < node->NumberOfChildren(); ++i) prepassNode(exporter, node->GetChildNode(i), nodeCount);
 }

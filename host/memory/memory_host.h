@@ -12,6 +12,11 @@
 
 #include "host/interface.h"
 
+class INode;
+class Mtl;
+class Object;
+class Texmap;
+
 namespace hostmodel {
 
 // A scene file that cannot be loaded: the message names the file and the
@@ -25,6 +30,7 @@ struct ProgressCall {
   enum Kind { Start, Update, End } kind = Update;
   int percent = 0;
   std::string title;
+  bool show = false;  // showBar of a Start, showPercent of an Update
 };
 
 class MemoryHost : public Interface {
@@ -33,8 +39,11 @@ class MemoryHost : public Interface {
 
   // --- recorded user-interface calls ---
   const std::vector<ProgressCall>& progressCalls() const;
+  // The texts of the message boxes (their captions are not kept).
   const std::vector<std::string>& messageBoxes() const;
   const std::vector<std::string>& exportInfoTexts() const;
+  // How often GetCancel was asked.
+  int cancelQueries() const;
 
   // GetCancel answers true from its `n`-th call on (counting from 1); 0 never.
   void setCancelFromCall(int n);
@@ -43,17 +52,34 @@ class MemoryHost : public Interface {
   // Observers called as the calls happen (a tool prints progress with it).
   void setProgressObserver(std::function<void(const ProgressCall&)> observer);
 
+  // --- looking the scene up (tests) ---
+  // The name the scene was loaded under, as error messages show it.
+  const std::string& sourceName() const;
+  // The first node (depth-first) whose id is `id`; a node's id is its name
+  // unless the scene gives it one. None when there is no such node.
+  INode* findNode(const std::string& id) const;
+  // Objects, materials and texture maps declared with this id, or none.
+  Object* findObject(const std::string& id) const;
+  Mtl* findMaterial(const std::string& id) const;
+  Texmap* findTexmap(const std::string& id) const;
+  // Physique vertex interfaces handed out and not released, over all nodes.
+  int outstandingVertexInterfaces() const;
+
   // Interface
   INode* GetRootNode() override;
   Interval GetAnimRange() override;
+  // The configuration directory for APP_PLUGCFG_DIR (9); empty for any other code.
   std::string GetDir(int which) override;
   int GetFrameRate() override;
   void SetFrameRate(int rate) override;
+  // 4800 / frame rate in integer division; 4800 (one frame a second's worth
+  // of ticks) while the rate is 0 or negative, so that no caller divides by 0.
   int GetTicksPerFrame() override;
   void ProgressStart(const std::string& title, bool showBar) override;
   void ProgressUpdate(int percent, bool showPercent, const std::string& title) override;
   void ProgressEnd() override;
   bool GetCancel() override;
+  // Colours at tick t; `valid` shrinks to t itself when the colour is keyed.
   Color GetAmbient(TimeValue t, Interval& valid) override;
   Color GetBackGround(TimeValue t, Interval& valid) override;
   void MessageBox(const std::string& text, const std::string& caption) override;
@@ -70,7 +96,8 @@ class MemoryHost : public Interface {
 // Loads a scene file. Throws SceneLoadError naming the file and the place.
 std::unique_ptr<MemoryHost> loadScene(const std::string& path);
 // Loads a scene from JSON text; `baseDir` resolves relative paths (binary
-// buffers, images); `sourceName` names the text in error messages.
+// buffers, images, the configuration directory); `sourceName` names the text
+// in error messages.
 std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
                                                 const std::string& sourceName = "<scene>");
 

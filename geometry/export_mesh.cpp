@@ -1,0 +1,435 @@
+// Mesh export: the node's object as one triangle mesh in the file's axes,
+// split until every vertex has one normal and one coordinate per mapping
+// channel, grouped by material and written as a MeshChunk.
+#include "geometry/export_mesh.h"
+
+#include <algorithm>
+#include <limits>
+#include <new>
+
+#include "geometry/group_split.h"
+#include "geometry/mesh_build.h"
+#include "geometry/mesh_processing.h"
+#include "geometry/mesh_record.h"
+#include "geometry/vertex_data_record.h"
+#include "host/inhouse/exceptions.h"
+#include "host/inhouse/system.h"
+#include "host/inode.h"
+#include "host/material.h"
+#include "host/mesh.h"
+#include "host/objects.h"
+#include "plugin/node_transforms.h"
+#include "plugin/scene_exporter.h"
+
+namespace {
+
+// The mesh's vertex data channel that carries each vertex's host index through the clean-up.
+constexpr int kHostIndexChannel = 10;
+constexpr std::uint32_t kNoMapVertex = std::numeric_limits<std::uint32_t>::max();
+
+Matrix3 toMatrix3(const M_Matrix4x3Template<float>& m) {
+  return Matrix3({m[0][0], m[0][1], m[0][2]}, {m[1][0], m[1][1], m[1][2]}, {m[2][0], m[2][1], m[2][2]},
+                 {m[3][0], m[3][1], m[3][2]});
+}
+
+// Corner order of one face in the file: reversed unless the offset mirrors.
+struct Winding {
+  int first, second, third;
+};
+
+Winding windingFor(bool mirrored) { return mirrored ? Winding{0, 1, 2} : Winding{2, 1, 0}; }
+
+// The node's object as a host mesh, or none when it has no triangle form.
+const Mesh* triangleMeshOf(Object* obj, TimeValue t) {
+  if (obj->SuperClassID() != GEOMOBJECT_CLASS_ID || !obj->CanConvertToType(TRIOBJ_CLASS_ID)) return nullptr;
+  // The host owns the converted object (it may be obj itself): nothing to delete here.
+  auto* tri = dynamic_cast<TriObject*>(obj->ConvertToType(t, TRIOBJ_CLASS_ID));
+  return tri ? &tri->GetMesh() : nullptr;
+}
+
+void buildPositions(const SceneExporter& exporter, const Mesh& mesh, const Matrix3& objectOffset, MeshBuild& build) {
+  const Matrix3 axis = toMatrix3(exporter.axisConversion);
+  const float scale = exporter.options.rescaleFactor;
+  const std::size_t n = mesh.verts.size();
+  build.positions.resize(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    const Point3 p = (mesh.verts[i] * objectOffset) * axis;
+    build.positions[i] = {p.x * scale, p.y * scale, p.z * scale};
+  }
+}
+
+void buildTriangles(const Mesh& mesh, MeshBuild& build) {
+  const Winding w = windingFor(build.mirrored);
+  const std::size_t faces = mesh.faces.size();
+  build.indices.resize(3 * faces);
+  build.smoothingGroups.resize(faces);
+  for (std::size_t f = 0; f < faces; ++f) {
+    const Face& face = mesh.faces[f];
+    build.indices[3 * f] = face.v[w.first];
+    build.indices[3 * f + 1] = face.v[w.second];
+    build.indices[3 * f + 2] = face.v[w.third];
+    build.smoothingGroups[f] = face.smGroup;
+  }
+}
+
+// Per face: the position of its material in materialNames, or -1. Faces are
+// resolved through the node material's sub-material slots (id modulo slots).
+void buildMaterials(const SceneExporter& exporter, INode* node, const Mesh& mesh, MeshBuild& build) {
+  const std::size_t faces = mesh.faces.size();
+  build.faceMaterials.assign(faces, -1);
+  if (!exporter.options.exportMaterials) return;
+  const Mtl* mtl = node->GetMtl();
+  if (!mtl) return;
+
+  // One resolution per slot instead of one per face.
+  const int slots = mtl->NumSubMtls();
+  std::vector<const Mtl*> slotMaterial(static_cast<std::size_t>(std::max(slots, 1)), mtl);
+  for (int s = 0; s < slots; ++s) slotMaterial[s] = mtl->GetSubMtl(s);
+  std::vector<int> slotIndex(slotMaterial.size());
+  for (std::size_t s = 0; s < slotMaterial.size(); ++s)
+    slotIndex[s] = slotMaterial[s] ? exporter.materialIndexTable.find(slotMaterial[s]) : -1;
+  auto slotOf = [&](const Face& face) -> std::size_t {
+    return slots > 0 ? face.getMatID() % static_cast<unsigned>(slots) : 0;
+  };
+
+  std::size_t exported = 0;
+  for (const Face& face : mesh.faces) exported += slotIndex[slotOf(face)] >= 0;
+  if (exported == 0) return;
+
+  // Table index -> position in materialNames, handed out in order of first use.
+  std::vector<int> position(static_cast<std::size_t>(exporter.materialIndexTable.size()), -1);
+  for (std::size_t f = 0; f < faces; ++f) {
+    const std::size_t s = slotOf(mesh.faces[f]);
+    const int tableIndex = slotIndex[s];
+    if (tableIndex < 0) continue;  // no material, or one the pre-pass did not enter
+    int& at = position[static_cast<std::size_t>(tableIndex)];
+    if (at < 0) {
+      at = static_cast<int>(build.materialNames.size());
+      build.materialNames.push_back(slotMaterial[s]->GetName());
+    }
+    build.faceMaterials[f] = at;
+  }
+}
+
+void buildMapChannel(const std::vector<Point3>& coords, const std::vector<TVFace>& faces, std::size_t faceCount,
+                     bool mirrored, MeshBuild& build) {
+  const int ch = build.mapChannelCount;
+  std::vector<Point3>& out = build.mapCoords[ch];
+  out.resize(coords.size());
+  for (std::size_t i = 0; i < coords.size(); ++i) out[i] = {coords[i].x, -coords[i].y, coords[i].z};
+  const Winding w = windingFor(mirrored);
+  std::vector<std::uint32_t>& idx = build.mapIndices[ch];
+  idx.resize(3 * faceCount);
+  for (std::size_t f = 0; f < faceCount; ++f) {
+    // A face without a map face reads as coordinate (0, 0, 0).
+    if (f >= faces.size()) {
+      idx[3 * f] = idx[3 * f + 1] = idx[3 * f + 2] = kNoMapVertex;
+      continue;
+    }
+    const TVFace& tf = faces[f];
+    idx[3 * f] = tf.t[w.first];
+    idx[3 * f + 1] = tf.t[w.second];
+    idx[3 * f + 2] = tf.t[w.third];
+  }
+  build.mapChannelCount = ch + 1;
+}
+
+void buildMapChannels(const Mesh& mesh, MeshBuild& build) {
+  build.mapChannelCount = 0;
+  if (!mesh.tVerts.empty()) buildMapChannel(mesh.tVerts, mesh.tvFace, mesh.faces.size(), build.mirrored, build);
+  if (!mesh.vertCol.empty()) buildMapChannel(mesh.vertCol, mesh.vcFace, mesh.faces.size(), build.mirrored, build);
+}
+
+// hostIndices follow every vertex the algorithms append, from `mark` on.
+void traceSplits(MeshBuild& build, std::size_t mark) {
+  for (std::size_t i = mark; i < build.splitSources.size(); ++i)
+    build.hostIndices.push_back(build.hostIndices[build.splitSources[i]]);
+}
+
+// The skin side of one export: where keys come from and what they index.
+struct SkinSource {
+  bool on = false;                                 // skinning exported
+  const std::vector<SkinVertexWeights>* entry = nullptr;  // the node's table entry
+  const std::vector<std::int32_t>* keys = nullptr;        // channel 10, when it survived
+  bool keyErrorReported = false;
+};
+
+// Running positions of the next group in the record's flat arrays.
+struct GroupBases {
+  std::size_t vertex = 0;
+  std::size_t face = 0;
+  std::size_t influence = 0;
+};
+
+class MeshWriter {
+ public:
+  MeshWriter(SceneExporter& exporter, INode* node, MeshRecord& record, VertexDataRecord& skinRecord, SkinSource& skin,
+             int channels)
+      : exporter_(exporter), node_(node), record_(record), skinRecord_(skinRecord), skin_(skin), channels_(channels) {}
+
+  // Sizes every group table to the groups of `names` (marking those parts
+  // present) and reserves the flat arrays for about the whole mesh, so that
+  // growing them group by group does not copy them again and again.
+  void sizeGroups(const std::vector<std::string>& names, std::size_t vertices, std::size_t triangles) {
+    const std::size_t groups = names.size();
+    if (groups > 0) {
+      record_.vertices().positions.reserve(vertices);
+      record_.vertices().normals.reserve(vertices);
+      record_.faces().indices.reserve(3 * triangles);
+      for (int ch = 0; ch < channels_; ++ch) record_.mapChannel(ch).coordinates.reserve(vertices);
+    }
+    record_.materialNames() = names;
+    record_.vertices().groups.resizeGroups(groups);
+    record_.faces().groups.resizeGroups(groups);
+    for (int ch = 0; ch < channels_; ++ch) record_.mapChannel(ch).groups.resizeGroups(groups);
+    if (skin_.on) skinRecord_.resizeGroups(groups);
+  }
+
+  // Stores one material group; a group beyond 16-bit indices becomes several
+  // consecutive groups of the same material.
+  void storeGroup(std::size_t& slot, const GroupView& group) {
+    if (group.vertexCount <= kMaxGroupVertices) {
+      store(slot++, group);
+      return;
+    }
+    static std::vector<MaterialSubMesh> pieces;
+    const std::size_t runs = splitOversizedGroup(group, channels_, pieces);
+    const std::string name = record_.materialNameList()[slot];
+    exporter_.logMessage(
+        "WARNING: Object \"%s\" material \"%s\" uses %zu vertices, more than one group can index; written as %zu "
+        "groups of that material",
+        node_->GetName(), name.c_str(), group.vertexCount, runs);
+    insertGroups(slot + 1, runs - 1, name);
+    for (std::size_t r = 0; r < runs; ++r) store(slot++, viewOf(pieces[r]));
+  }
+
+ private:
+  void insertGroups(std::size_t at, std::size_t n, const std::string& name) {
+    if (n == 0) return;
+    std::vector<std::string>& names = record_.materialNames();
+    names.insert(names.begin() + static_cast<std::ptrdiff_t>(at), n, name);
+    record_.vertices().groups.insertGroups(at, n);
+    record_.faces().groups.insertGroups(at, n);
+    for (int ch = 0; ch < channels_; ++ch) record_.mapChannel(ch).groups.insertGroups(at, n);
+    if (skin_.on) skinRecord_.insertGroups(at, n);
+  }
+
+  void store(std::size_t slot, const GroupView& g) {
+    const std::size_t nV = g.vertexCount;
+    MeshVertexRecord& vertices = record_.vertices();
+    vertices.resize(bases_.vertex + nV);
+    vertices.groups.setGroupCount(slot, static_cast<std::uint32_t>(nV));
+    std::copy(g.positions, g.positions + nV, vertices.positions.begin() + bases_.vertex);
+    if (g.normals) std::copy(g.normals, g.normals + nV, vertices.normals.begin() + bases_.vertex);
+
+    if (skin_.on) storeSkin(slot, g);
+
+    for (int ch = 0; ch < channels_; ++ch) {
+      MeshMapChannelRecord& channel = record_.mapChannel(ch);
+      channel.channel = static_cast<std::uint32_t>(ch);
+      channel.resize(bases_.vertex + nV);
+      channel.groups.setGroupCount(slot, static_cast<std::uint32_t>(nV));
+      if (g.vertexMaps[ch])
+        std::copy(g.vertexMaps[ch], g.vertexMaps[ch] + nV, channel.coordinates.begin() + bases_.vertex);
+    }
+
+    const std::size_t nF = g.indexCount / 3;
+    MeshFaceRecord& faces = record_.faces();
+    faces.resizeTriangles(bases_.face + nF);
+    faces.groups.setGroupCount(slot, static_cast<std::uint32_t>(nF));
+    std::uint16_t* out = faces.indices.data() + faces.groups.starts()[slot];
+    for (std::size_t k = 0; k < 3 * nF; ++k) out[k] = static_cast<std::uint16_t>(g.indices[k]);
+
+    bases_.face += nF;
+    bases_.vertex += nV;
+  }
+
+  const SkinVertexWeights& weightsOf(std::uint32_t hostIndex) {
+    static const SkinVertexWeights kNone;
+    const std::int32_t key = (*skin_.keys)[hostIndex];
+    if (key >= 0 && static_cast<std::size_t>(key) < skin_.entry->size()) return (*skin_.entry)[key];
+    if (!skin_.keyErrorReported) {
+      skin_.keyErrorReported = true;
+      exporter_.logMessage("ERROR: Object \"%s\" vertex %d has no skin vertex for skinning (skin vertex count %zu)",
+                           node_->GetName(), key, skin_.entry->size());
+      exporter_.markError();
+    }
+    return kNone;
+  }
+
+  void storeSkin(std::size_t slot, const GroupView& g) {
+    if (!skin_.keys || !g.hostIndices) {
+      exporter_.logMessage("ERROR: No skin data for skinning (object \"%s\")", node_->GetName());
+      exporter_.markError();
+      return;
+    }
+    const std::size_t nV = g.vertexCount;
+    skinRecord_.resizeVertices(bases_.vertex + nV);
+    skinRecord_.setGroupVertexCount(slot, static_cast<std::uint32_t>(nV));
+    std::size_t total = 0;
+    for (std::size_t i = 0; i < nV; ++i) total += weightsOf(g.hostIndices[i]).size();
+    skinRecord_.resizeInfluences(bases_.influence + total);
+    for (std::size_t i = 0; i < nV; ++i) {
+      const SkinVertexWeights& w = weightsOf(g.hostIndices[i]);
+      skinRecord_.setVertexInfluences(slot, i, static_cast<std::int32_t>(w.size()),
+                                      static_cast<std::int32_t>(bases_.influence));
+      for (std::size_t j = 0; j < w.size(); ++j) skinRecord_.setInfluence(slot, i, j, w[j].bone, w[j].weight);
+      bases_.influence += w.size();
+    }
+  }
+
+  SceneExporter& exporter_;
+  INode* node_;
+  MeshRecord& record_;
+  VertexDataRecord& skinRecord_;
+  SkinSource& skin_;
+  int channels_;
+  GroupBases bases_;
+};
+
+// Empties every list of the build, keeping its storage.
+void resetBuild(MeshBuild& b) {
+  b.positions.clear();
+  b.normals.clear();
+  b.indices.clear();
+  b.smoothingGroups.clear();
+  b.faceMaterials.clear();
+  b.materialNames.clear();
+  for (int c = 0; c < kMaxMapChannels; ++c) {
+    b.mapCoords[c].clear();
+    b.mapIndices[c].clear();
+    b.vertexMaps[c].clear();
+  }
+  b.splitSources.clear();
+  b.hostIndices.clear();
+  b.mapChannelCount = 0;
+  b.mirrored = false;
+}
+
+void writeReference(SceneExporter& exporter, INode* node, TimeValue t, const std::string& firstNode) {
+  MeshRecord record;
+  fillObjectRecord(exporter, record, node, t);
+  record.referenceName() = firstNode;
+  exporter.sceneFile << record;
+}
+
+void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
+  const ExportOptions& options = exporter.options;
+  if (!isNodeExported(exporter, node)) return;
+
+  const TimeValue t = exporter.startTime;
+  Matrix3 objectOffset;
+  if (options.pivotAsMeshCenter)
+    objectOffset = ObjectOffsetMatrix(node->GetObjOffsetPos(), node->GetObjOffsetRot(), node->GetObjOffsetScale());
+
+  Object* obj = node->EvalWorldState(t, true).obj;
+  if (!obj || obj->ClassID() == TARGET_CLASS_ID) return;
+
+  if (options.saveReferencesOnce) {
+    const auto it = exporter.meshReferenceTable.find(obj);
+    if (it != exporter.meshReferenceTable.end()) {
+      writeReference(exporter, node, t, it->second);
+      return;
+    }
+  }
+
+  const Mesh* hostMesh = triangleMeshOf(obj, t);
+  if (!hostMesh) {
+    exporter.logMessage("WARNING: Object \"%s\" cannot be converted to a triangle mesh and is not exported",
+                        node->GetName());
+    return;
+  }
+  // The working copy and the build are kept between calls like the
+  // algorithms' buffers: a large mesh then costs no fresh pages each time.
+  static Mesh mesh;
+  mesh = *hostMesh;
+
+  SkinSource skin;
+  skin.on = options.exportSkinning;
+  if (skin.on) {
+    const auto it = exporter.skinWeightTable.find(node);
+    if (it != exporter.skinWeightTable.end()) {
+      skin.entry = &it->second;
+      mesh.setVDataSupport(kHostIndexChannel, true);
+      std::vector<std::int32_t>& slots = mesh.vData[kHostIndexChannel].data;
+      for (std::size_t i = 0; i < slots.size(); ++i) slots[i] = static_cast<std::int32_t>(i);
+    }
+  }
+
+  if (options.removeFloatingVertices) {
+    mesh.RemoveDegenerateFaces();
+    mesh.RemoveIllegalFaces();
+    mesh.DeleteIsoVerts();
+  } else {
+    // Without the clean-up a face may still name a vertex that does not
+    // exist; such a face has no place in the file, so it goes anyway.
+    const std::size_t before = mesh.faces.size();
+    mesh.RemoveIllegalFaces();
+    if (mesh.faces.size() != before)
+      exporter.logMessage("WARNING: Object \"%s\" has %zu faces naming vertices that do not exist; they are not exported",
+                          node->GetName(), before - mesh.faces.size());
+  }
+  if (skin.entry && mesh.vDataSupport(kHostIndexChannel) &&
+      mesh.vData[kHostIndexChannel].data.size() == mesh.verts.size())
+    skin.keys = &mesh.vData[kHostIndexChannel].data;
+
+  static MeshBuild build;
+  resetBuild(build);
+  build.mirrored = DotProd(CrossProd(objectOffset.GetRow(0), objectOffset.GetRow(1)), objectOffset.GetRow(2)) < 0.0f;
+
+  MeshRecord record;
+  fillObjectRecord(exporter, record, node, t);
+
+  VertexDataRecord skinRecord;
+  if (skin.on) {
+    skinRecord.setNodeName(node->GetName());
+    skinRecord.setBoneNames(exporter.skinBoneNames);
+  }
+
+  buildPositions(exporter, mesh, objectOffset, build);
+  buildTriangles(mesh, build);
+  buildMaterials(exporter, node, mesh, build);
+  buildMapChannels(mesh, build);
+  if (skin.on) {
+    build.hostIndices.resize(build.positions.size());
+    for (std::size_t i = 0; i < build.hostIndices.size(); ++i) build.hostIndices[i] = static_cast<std::uint32_t>(i);
+  }
+
+  computeSmoothNormals(build);
+  if (skin.on) traceSplits(build, 0);
+  for (int ch = 0; ch < build.mapChannelCount; ++ch) {
+    const std::size_t mark = build.splitSources.size();
+    unifyMapChannel(build, ch);
+    if (skin.on) traceSplits(build, mark);
+  }
+
+  MeshWriter writer(exporter, node, record, skinRecord, skin, build.mapChannelCount);
+  writer.sizeGroups(build.materialNames, build.vertexCount(), build.triangleCount());
+  const std::size_t groups = build.materialNames.size();
+  std::size_t slot = 0;
+  if (groups == 1) {
+    Sys->verbose("copy data\n");
+    writer.storeGroup(slot, viewOf(build));
+  } else {
+    static MaterialSubMesh group;
+    for (std::size_t m = 0; m < groups; ++m) {
+      Sys->verbose("extract by mat\n");
+      extractMaterialGroup(build, static_cast<int>(m), build.mapChannelCount, group);
+      writer.storeGroup(slot, viewOf(group));
+    }
+  }
+
+  exporter.sceneFile << record;
+  exporter.meshReferenceTable.emplace(obj, node->GetName());
+  if (skin.on) saveVertexDataFile(exporter, skinRecord);
+}
+
+}  // namespace
+
+void exportMesh(SceneExporter& exporter, INode* node) {
+  try {
+    exportMeshUnguarded(exporter, node);
+  } catch (const std::bad_alloc&) {
+    throw T_MemoryException_Allocation();
+  }
+}

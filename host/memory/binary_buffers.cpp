@@ -1,0 +1,45 @@
+#include "host/memory/binary_buffers.h"
+
+#include <filesystem>
+#include <fstream>
+#include <limits>
+
+namespace hostmodel {
+
+const std::vector<unsigned char>& BufferFiles::file(const std::string& name, const JsonCursor& where) {
+  const std::filesystem::path path =
+      std::filesystem::path(name).is_absolute() || baseDir_.empty() ? std::filesystem::path(name)
+                                                                    : std::filesystem::path(baseDir_) / name;
+  const std::string key = path.lexically_normal().string();
+  if (const auto it = files_.find(key); it != files_.end()) return it->second;
+
+  std::ifstream in(path, std::ios::binary | std::ios::ate);
+  if (!in) where.fail("cannot open buffer file \"" + name + "\"");
+  const std::streamoff size = in.tellg();
+  std::vector<unsigned char> bytes(static_cast<std::size_t>(size < 0 ? 0 : size));
+  in.seekg(0);
+  if (!bytes.empty() && !in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
+    where.fail("cannot read buffer file \"" + name + "\"");
+  return files_.emplace(key, std::move(bytes)).first->second;
+}
+
+BufferView BufferFiles::view(const JsonCursor& where, std::size_t elementSize) {
+  where.expectMembers({"buffer", "byteOffset", "count"});
+  const JsonCursor bufferName = where["buffer"];
+  const std::string name = bufferName.asString();
+  const auto offsetMember = where.find("byteOffset");
+  const auto offset =
+      static_cast<std::size_t>(offsetMember ? offsetMember->asInteger(0, std::numeric_limits<long long>::max()) : 0);
+  const auto count = static_cast<std::size_t>(where["count"].asInteger(0, std::numeric_limits<int>::max()));
+
+  const std::vector<unsigned char>& bytes = file(name, bufferName);
+  const bool fits = offset <= bytes.size() && count <= (bytes.size() - offset) / elementSize;
+  if (!fits) {
+    where.fail("buffer \"" + name + "\" holds " + std::to_string(bytes.size()) + " bytes, too few for " +
+               std::to_string(count) + " elements of " + std::to_string(elementSize) + " bytes from byteOffset " +
+               std::to_string(offset));
+  }
+  return {bytes.data() + offset, count};
+}
+
+}  // namespace hostmodel

@@ -1,0 +1,38 @@
+// Side files of raw little-endian arrays that a scene refers to, so that big
+// meshes load without going through JSON text. Each file is read once, whole,
+// with a single read; arrays are then copied out of it with memcpy.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "host/memory/json_cursor.h"
+
+namespace hostmodel {
+
+// A run of `count` elements of `elementSize` bytes inside a loaded file.
+struct BufferView {
+  const unsigned char* data = nullptr;
+  std::size_t count = 0;
+};
+
+class BufferFiles {
+ public:
+  explicit BufferFiles(std::string baseDir) : baseDir_(std::move(baseDir)) {}
+
+  // Reads a reference {"buffer": file, "byteOffset": n, "count": m} at `where`
+  // and checks that m elements of `elementSize` bytes lie inside the file.
+  BufferView view(const JsonCursor& where, std::size_t elementSize);
+
+ private:
+  const std::vector<unsigned char>& file(const std::string& name, const JsonCursor& where);
+  std::string baseDir_;
+  std::map<std::string, std::vector<unsigned char>> files_;
+};
+
+// True when `c` is a buffer reference rather than an inline array.
+inline bool isBufferReference(const JsonCursor& c) { return c.isObject(); }
+
+}  // namespace hostmodel

@@ -1,0 +1,68 @@
+#include "host/memory/memory_objects.h"
+
+namespace hostmodel {
+
+MemoryTriObject::MemoryTriObject(Mesh mesh, std::string className)
+    : mesh_(std::move(mesh)), className_(std::move(className)) {}
+
+Object* MemoryTriObject::ConvertToType(TimeValue, Class_ID cls) {
+  return cls == TRIOBJ_CLASS_ID ? this : nullptr;
+}
+
+MemoryGeomObject::MemoryGeomObject(Class_ID classId, std::string className,
+                                   std::unique_ptr<MemoryTriObject> converted)
+    : classId_(classId), className_(std::move(className)), converted_(std::move(converted)) {}
+
+bool MemoryGeomObject::CanConvertToType(Class_ID cls) const { return converted_ && cls == TRIOBJ_CLASS_ID; }
+
+Object* MemoryGeomObject::ConvertToType(TimeValue, Class_ID cls) {
+  return CanConvertToType(cls) ? converted_.get() : nullptr;
+}
+
+namespace {
+
+void narrowIfAnimated(bool animated, TimeValue t, Interval& valid) {
+  if (animated) valid = {t, t};
+}
+
+}  // namespace
+
+MemoryCameraObject::MemoryCameraObject(Class_ID classId, std::string className, CameraParameters parameters)
+    : classId_(classId), className_(std::move(className)), parameters_(std::move(parameters)) {}
+
+void MemoryCameraObject::EvalCameraState(TimeValue t, Interval& valid, CameraState& cs) {
+  cs.fov = parameters_.fov.at(t);
+  cs.hither = parameters_.hither.at(t);
+  cs.yon = parameters_.yon.at(t);
+  narrowIfAnimated(parameterKeyRange() != NEVER, t, valid);
+}
+
+Interval MemoryCameraObject::parameterKeyRange() const {
+  return unionRange(parameters_.fov.keyRange(),
+                    unionRange(parameters_.hither.keyRange(), parameters_.yon.keyRange()));
+}
+
+MemoryLightObject::MemoryLightObject(Class_ID classId, std::string className, LightParameters parameters)
+    : classId_(classId), className_(std::move(className)), parameters_(std::move(parameters)) {}
+
+void MemoryLightObject::EvalLightState(TimeValue t, Interval& valid, LightState& ls) {
+  ls.type = parameters_.type;
+  ls.color = parameters_.color.at(t);
+  ls.intens = parameters_.multiplier.at(t);
+  ls.hotsize = parameters_.hotspot.at(t);
+  ls.fallsize = parameters_.falloff.at(t);
+  ls.attenStart = parameters_.attenuationStart.at(t);
+  ls.attenEnd = parameters_.attenuationEnd.at(t);
+  narrowIfAnimated(parameterKeyRange() != NEVER, t, valid);
+}
+
+Interval MemoryLightObject::parameterKeyRange() const {
+  Interval r = parameters_.color.keyRange();
+  r = unionRange(r, parameters_.multiplier.keyRange());
+  r = unionRange(r, parameters_.hotspot.keyRange());
+  r = unionRange(r, parameters_.falloff.keyRange());
+  r = unionRange(r, parameters_.attenuationStart.keyRange());
+  return unionRange(r, parameters_.attenuationEnd.keyRange());
+}
+
+}  // namespace hostmodel

@@ -1,0 +1,212 @@
+// The scene file's top level and its node tree; the other parts of the
+// document are read by the loaders declared in scene_loader_parts.h.
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "host/memory/scene_loader_parts.h"
+
+namespace hostmodel {
+
+std::string LoadContext::resolvePath(const std::string& path) const {
+  if (path.empty() || baseDir.empty() || std::filesystem::path(path).is_absolute()) return path;
+  return (std::filesystem::path(baseDir) / path).lexically_normal().string();
+}
+
+namespace {
+
+constexpr int kFormatVersion = 1;
+
+Object* readObjectReference(const JsonCursor& c, LoadContext& ctx) {
+  if (c.isString()) {
+    const std::string id = c.asString();
+    const auto it = ctx.scene.objectsById.find(id);
+    if (it == ctx.scene.objectsById.end()) c.fail("no object with id \"" + id + "\"");
+    return it->second;
+  }
+  ctx.scene.objects.push_back(readObject(c, ctx, false));
+  return ctx.scene.objects.back().get();
+}
+
+void readObjects(const JsonCursor& list, LoadContext& ctx) {
+  for (const JsonCursor& c : list.elements()) {
+    if (!c.isObject()) c.fail("expected an object definition");
+    const JsonCursor idMember = c["id"];
+    const std::string id = idMember.asString();
+    if (id.empty()) idMember.fail("an id cannot be empty");
+    if (ctx.scene.objectsById.count(id)) idMember.fail("an object with id \"" + id + "\" is declared already");
+    ctx.scene.objects.push_back(readObject(c, ctx, true));
+    ctx.scene.objectsById[id] = ctx.scene.objects.back().get();
+  }
+}
+
+void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx) {
+  c.expectMembers({"name", "id", "object", "material", "hidden", "groupMember", "groupHead", "openGroupMember",
+                   "openGroupHead", "userProperties", "transform", "objectOffset", "visibility", "inheritVisibility",
+                   "modifiers", "children"});
+  MemoryNode& node = parent.addChild(c["name"].asString());
+  std::string id = node.GetName();
+  if (const auto m = c.find("id")) {
+    id = m->asString();
+    if (id.empty()) m->fail("an id cannot be empty");
+    ctx.scene.nodeIds[&node] = id;
+  }
+  ctx.nodesById.emplace(id, &node);
+
+  Object* object = nullptr;
+  if (const auto m = c.find("object")) object = readObjectReference(*m, ctx);
+  node.setObject(object);
+  if (const auto m = c.find("material")) node.setMaterial(readMaterialReference(*m, ctx));
+
+  NodeFlags flags;
+  flags.hidden = c.boolOr("hidden", false);
+  flags.groupMember = c.boolOr("groupMember", false);
+  flags.groupHead = c.boolOr("groupHead", false);
+  flags.openGroupMember = c.boolOr("openGroupMember", false);
+  flags.openGroupHead = c.boolOr("openGroupHead", false);
+  node.setFlags(flags);
+  node.setUserProperties(c.stringOr("userProperties", ""));
+  if (const auto m = c.find("transform")) node.setTransform(readTransform(*m, ctx));
+  if (const auto m = c.find("objectOffset")) node.setObjectOffset(readObjectOffset(*m));
+  if (const auto m = c.find("visibility")) node.setVisibility(readFloatTrack(*m, ctx));
+  node.setInheritVisibility(c.boolOr("inheritVisibility", true));
+  if (const auto m = c.find("modifiers")) node.setModifiers(readModifiers(*m, ctx, node, object));
+
+  if (const auto children = c.find("children"))
+    for (const JsonCursor& child : children->elements()) readNode(child, node, ctx);
+}
+
+void resolveBones(LoadContext& ctx) {
+  for (const PendingBone& p : ctx.pendingBones) {
+    const auto [first, last] = ctx.nodesById.equal_range(p.nodeId);
+    if (first == last)
+      throw SceneLoadError(placeMessage(ctx.scene.sourceName, p.path, "no node with id \"" + p.nodeId + "\""));
+    if (std::next(first) != last)
+      throw SceneLoadError(placeMessage(ctx.scene.sourceName, p.path,
+                                        "several nodes go by \"" + p.nodeId + "\"; give them distinct \"id\" members"));
+    p.context->vertices()[p.vertex].bones[p.slot] = first->second;
+  }
+}
+
+void readDocument(const JsonCursor& doc, LoadContext& ctx) {
+  doc.expectMembers({"version", "frameRate", "animationRange", "ambientColor", "backgroundColor", "configDir",
+                     "rootTransform", "texmaps", "materials", "objects", "nodes"});
+  if (const auto v = doc.find("version")) {
+    if (v->asInt() != kFormatVersion) v->fail("unsupported version; this host reads version 1");
+  }
+  MemoryHost::Impl& scene = ctx.scene;
+  if (const auto m = doc.find("frameRate")) scene.frameRate = static_cast<int>(m->asInteger(1, TIME_TICKSPERSEC));
+  ctx.ticksPerFrame = TIME_TICKSPERSEC / scene.frameRate;
+
+  int startFrame = 0, endFrame = 100;
+  if (const auto m = doc.find("animationRange")) {
+    if (!m->isArray() || m->size() != 2) m->fail("expected [start frame, end frame]");
+    const auto ends = m->elements();
+    const long long limit = TIME_PosInfinity / ctx.ticksPerFrame - 1;
+    startFrame = static_cast<int>(ends[0].asInteger(-limit, limit));
+    endFrame = static_cast<int>(ends[1].asInteger(-limit, limit));
+    if (endFrame < startFrame) m->fail("the end frame lies before the start frame");
+  }
+  scene.animRange = {startFrame * ctx.ticksPerFrame, endFrame * ctx.ticksPerFrame};
+
+  if (const auto m = doc.find("ambientColor")) scene.ambient = readColorTrack(*m, ctx);
+  if (const auto m = doc.find("backgroundColor")) scene.background = readColorTrack(*m, ctx);
+  if (const auto m = doc.find("configDir")) scene.configDir = ctx.resolvePath(m->asString());
+  if (const auto m = doc.find("rootTransform")) scene.root.setTransform(readTransform(*m, ctx));
+
+  if (const auto m = doc.find("texmaps")) readTexmaps(*m, ctx);
+  if (const auto m = doc.find("materials")) readMaterials(*m, ctx);
+  if (const auto m = doc.find("objects")) readObjects(*m, ctx);
+  if (const auto m = doc.find("nodes"))
+    for (const JsonCursor& node : m->elements()) readNode(node, scene.root, ctx);
+  resolveBones(ctx);
+}
+
+// "[json.exception.parse_error.101] parse error at line 2, column 3: ..." ->
+// "at line 2, column 3: ...".
+std::string parseErrorDetail(const std::string& what) {
+  const std::size_t at = what.find("parse error");
+  if (at == std::string::npos) return what;
+  std::string detail = what.substr(at + std::string("parse error").size());
+  while (!detail.empty() && detail.front() == ' ') detail.erase(detail.begin());
+  return detail;
+}
+
+// Watches the parse for a member given twice in one object, which the JSON
+// library would quietly resolve to the last one: a pasted line must not
+// override its neighbour unnoticed.
+class DuplicateMemberCheck {
+ public:
+  explicit DuplicateMemberCheck(const std::string& sourceName) : source_(sourceName) {}
+
+  bool operator()(int, nlohmann::json::parse_event_t event, nlohmann::json& parsed) {
+    using Event = nlohmann::json::parse_event_t;
+    switch (event) {
+      case Event::object_start: frames_.push_back({true, {}, 0, {}}); break;
+      case Event::array_start: frames_.push_back({false, {}, 0, {}}); break;
+      case Event::key:
+        frames_.back().key = parsed.get<std::string>();
+        if (!frames_.back().keys.insert(frames_.back().key).second)
+          throw SceneLoadError(placeMessage(source_, path(), "member given twice"));
+        break;
+      case Event::object_end:
+      case Event::array_end:
+        frames_.pop_back();
+        if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
+        break;
+      case Event::value:
+        if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
+        break;
+    }
+    return true;
+  }
+
+ private:
+  struct Frame {
+    bool object;
+    std::string key;
+    std::size_t index;
+    std::set<std::string> keys;
+  };
+  std::string path() const {
+    std::string p;
+    for (const Frame& f : frames_) {
+      if (f.object)
+        p += (p.empty() ? "" : ".") + f.key;
+      else
+        p += "[" + std::to_string(f.index) + "]";
+    }
+    return p;
+  }
+  const std::string& source_;
+  std::vector<Frame> frames_;
+};
+
+}  // namespace
+
+std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
+                                                const std::string& sourceName) {
+  nlohmann::json document;
+  try {
+    document = nlohmann::json::parse(json, DuplicateMemberCheck(sourceName));
+  } catch (const nlohmann::json::parse_error& e) {
+    throw SceneLoadError(sourceName + ": malformed JSON " + parseErrorDetail(e.what()));
+  }
+  auto impl = std::make_unique<MemoryHost::Impl>();
+  impl->sourceName = sourceName;
+  LoadContext ctx(*impl, baseDir);
+  readDocument(JsonCursor(document, "", sourceName), ctx);
+  return std::make_unique<MemoryHost>(std::move(impl));
+}
+
+std::unique_ptr<MemoryHost> loadScene(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw SceneLoadError(path + ": cannot open the scene file");
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (in.bad()) throw SceneLoadError(path + ": cannot read the scene file");
+  return loadSceneFromString(text.str(), std::filesystem::path(path).parent_path().string(), path);
+}
+
+}  // namespace hostmodel
