@@ -1,0 +1,194 @@
+// The export run driven in-process against the in-memory host: pass order,
+// error and cancel rules, the frame rate, the progress bar and what is shown.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "host/memory/memory_host.h"
+#include "options/options_dialog.h"
+#include "plugin/scene_exporter.h"
+#include "support/scene_export.h"
+
+using hostmodel::MemoryHost;
+using hostmodel::ProgressCall;
+
+namespace {
+
+const std::string kCancelLine = "Export process canceled due to error(s) encountered.";
+
+// A scene of helpers at 30 frames per second over frames 10..40.
+std::string helpers(int count, const std::string& extraTop = "") {
+  std::string nodes;
+  for (int i = 0; i < count; ++i)
+    nodes += (i ? ", " : "") + std::string(R"({"name": "H)") + std::to_string(i) + R"(", "object": {"type": "helper"}})";
+  return R"({"frameRate": 30, "animationRange": [10, 40])" + extraTop + R"(, "nodes": [)" + nodes + "]}";
+}
+
+struct DriverRun {
+  std::unique_ptr<MemoryHost> host;
+  SceneExporter exporter;
+  int result = -1;
+  std::string target;
+};
+
+class DriverTest : public ::testing::Test {
+ protected:
+  // Exports with prompts suppressed unless a dialog runner is given.
+  std::unique_ptr<DriverRun> exportScene(const std::string& json, std::function<void(OptionsDialog&)> edit = {},
+                                   std::function<bool(OptionsDialog&)> dialog = {}, int cancelFrom = 0,
+                                   const std::string& target = "") {
+    auto run = std::make_unique<DriverRun>();
+    run->host = hostmodel::loadSceneFromString(json, dir.path().string());
+    run->host->setConfigDir(dir.file("config"));
+    std::filesystem::create_directories(dir.file("config"));
+    run->host->setCancelFromCall(cancelFrom);
+    run->exporter.optionsRecordEditor = [edit](OptionsDialog& r) {
+      r.exportSkinning = 0;
+      r.exportMaterials = 0;
+      r.exportAnimation = 0;
+      r.dumpInfo = 0;
+      if (edit) edit(r);
+    };
+    run->exporter.optionsDialogRunner = dialog;
+    run->target = target.empty() ? dir.file("out.zt2") : target;
+    run->result = run->exporter.DoExport(run->target.c_str(), run->host.get(), !dialog);
+    return run;
+  }
+
+  ztx_test::TempDir dir;
+};
+
+int countKind(const MemoryHost& host, ProgressCall::Kind kind) {
+  int n = 0;
+  for (const auto& c : host.progressCalls()) n += c.kind == kind;
+  return n;
+}
+
+}  // namespace
+
+TEST_F(DriverTest, FrameRangeComesFromTheSceneAndTheRateIsRestored) {
+  int seenEnd = -1, seenStart = -1;
+  auto run = exportScene(helpers(1), [&](OptionsDialog& r) {
+    seenStart = r.startFrame;
+    seenEnd = r.endFrame;
+    r.sampleRate = 15;
+  });
+  EXPECT_EQ(run->result, 1);
+  EXPECT_EQ(seenStart, 0);
+  EXPECT_EQ(seenEnd, 30);  // frames 10 to 40 at 30 fps
+  EXPECT_EQ(run->exporter.startTime, 0);
+  EXPECT_EQ(run->exporter.ticksPerFrame, 160);  // the scene's own rate, taken before the sample rate
+  EXPECT_EQ(run->exporter.options.sampleRate, 15);
+  EXPECT_EQ(run->host->GetFrameRate(), 30);
+  EXPECT_EQ(run->host->GetTicksPerFrame(), 160);
+  EXPECT_TRUE(std::filesystem::exists(run->target));
+}
+
+TEST_F(DriverTest, ProgressBarIsOpenFromStartToEndOnEveryPath) {
+  auto ok = exportScene(helpers(2));
+  EXPECT_EQ(ok->host->progressCalls().front().kind, ProgressCall::Start);
+  EXPECT_EQ(ok->host->progressCalls().front().title, "Progress");
+  EXPECT_EQ(ok->host->progressCalls().back().kind, ProgressCall::End);
+  EXPECT_EQ(countKind(*ok->host, ProgressCall::End), 1);
+
+  auto cancelled = exportScene(helpers(2), {}, [](OptionsDialog&) { return false; }, 0, dir.file("cancelled.zt2"));
+  EXPECT_EQ(cancelled->result, 1);
+  EXPECT_EQ(countKind(*cancelled->host, ProgressCall::End), 1);
+  EXPECT_FALSE(std::filesystem::exists(cancelled->target));
+}
+
+TEST_F(DriverTest, ProgressPercentCountsDispatchedNodes) {
+  // The root and nine helpers: ten nodes, animation off, so the fifth node shows 50 percent.
+  auto run = exportScene(helpers(9));
+  std::vector<int> percents;
+  std::vector<std::string> titles;
+  for (const auto& c : run->host->progressCalls())
+    if (c.kind == ProgressCall::Update) {
+      percents.push_back(c.percent);
+      titles.push_back(c.title);
+    }
+  ASSERT_EQ(percents.size(), 9u);
+  EXPECT_EQ(percents[4], 50);
+  EXPECT_EQ(titles[4], "Geometry for \"H4\"");
+  EXPECT_EQ(run->exporter.nodeCount, 10);
+}
+
+TEST_F(DriverTest, EmptySceneWritesNothing) {
+  auto run = exportScene(R"({"nodes": []})", [](OptionsDialog& r) { r.exportEnvironment = 0; });
+  EXPECT_EQ(run->result, 1);
+  EXPECT_EQ(run->exporter.nodeCount, 1);
+  EXPECT_FALSE(std::filesystem::exists(run->target));
+  EXPECT_FALSE(run->exporter.hasError());
+}
+
+TEST_F(DriverTest, CancelStopsTheWalkAndSavesWhatWasWritten) {
+  // GetCancel is asked before each top-level child and once per dispatched node:
+  // answering true from the fourth question stops at the second helper.
+  auto run = exportScene(helpers(4), [](OptionsDialog& r) { r.exportEnvironment = 0; }, {}, 4);
+  EXPECT_EQ(run->result, 1);
+  ASSERT_TRUE(std::filesystem::exists(run->target));
+  const auto file = ztx_test::dumpJson(run->target);
+  EXPECT_EQ(ztx_test::objectNames(file), (std::vector<std::string>{"H0"}));
+  EXPECT_TRUE(run->host->exportInfoTexts().empty());
+}
+
+TEST_F(DriverTest, ErrorsAreShownLastLineFirstAndNoFileIsWritten) {
+  const std::string s = R"({"nodes": [{"name": "X", "object": {"type": "helper"}}, {"name": "X", "id": "X2", "object": {"type": "helper"}}]})";
+  auto run = exportScene(s);
+  EXPECT_EQ(run->result, 1);
+  EXPECT_TRUE(run->exporter.hasError());
+  EXPECT_FALSE(std::filesystem::exists(run->target));
+  ASSERT_EQ(run->host->exportInfoTexts().size(), 1u);  // shown although dumpInfo is off
+  EXPECT_EQ(run->host->exportInfoTexts()[0], "ERROR: Two objects have a same name: X\r\n" + kCancelLine + "\r\n");
+  // No pass ran after the pre-pass: the walk never updated the progress bar.
+  EXPECT_EQ(countKind(*run->host, ProgressCall::Update), 0);
+  EXPECT_EQ(run->host->GetFrameRate(), 30);
+}
+
+TEST_F(DriverTest, DumpInfoShowsOnlyWhenThereIsSomethingToShow) {
+  auto quiet = exportScene(helpers(1), [](OptionsDialog& r) { r.dumpInfo = 1; });
+  EXPECT_TRUE(quiet->host->exportInfoTexts().empty());
+
+  const std::string odd = R"({"nodes": [{"name": "O", "object": {"type": "other", "superClassId": "0x60", "className": "Fx"}},
+                                        {"name": "P", "object": {"type": "other", "superClassId": "0x60", "className": "Fx"}},
+                                        {"name": "H", "object": {"type": "helper"}}]})";
+  auto warnings = exportScene(odd);
+  EXPECT_TRUE(warnings->host->exportInfoTexts().empty());  // two warnings, dumpInfo off: no window
+  EXPECT_TRUE(std::filesystem::exists(warnings->target));
+
+  auto shown = exportScene(odd, [](OptionsDialog& r) { r.dumpInfo = 1; });
+  ASSERT_EQ(shown->host->exportInfoTexts().size(), 1u);
+  EXPECT_EQ(shown->host->exportInfoTexts()[0],
+            "WARNING: Unknown object: \"O\" of type Fx\r\nWARNING: Unknown object: \"P\" of type Fx\r\n");
+}
+
+TEST_F(DriverTest, SaveFailureShowsAMessageBoxAndRestoresTheRate) {
+  auto run = exportScene(helpers(1), [](OptionsDialog& r) { r.sampleRate = 60; }, {}, 0,
+                         dir.file("no-such-dir/out.zt2"));
+  EXPECT_EQ(run->result, 0);
+  ASSERT_EQ(run->host->messageBoxes().size(), 1u);
+  EXPECT_EQ(run->host->messageBoxes()[0], "Unable to write to " + dir.file("no-such-dir/out.zt2") + ".\n\nExport cancelled.");
+  EXPECT_TRUE(run->host->exportInfoTexts().empty());
+  EXPECT_EQ(run->host->GetFrameRate(), 30);
+  EXPECT_EQ(countKind(*run->host, ProgressCall::End), 1);
+}
+
+TEST_F(DriverTest, ConfigurationIsSavedOnlyAfterTheDialogClosedWithOk) {
+  const std::string cfg = dir.file("config/ZTExport.cfg");
+  exportScene(helpers(1));
+  EXPECT_FALSE(std::filesystem::exists(cfg));  // prompts suppressed
+
+  exportScene(helpers(1), {}, [](OptionsDialog&) { return false; });
+  EXPECT_FALSE(std::filesystem::exists(cfg));  // cancelled
+
+  exportScene(helpers(1), [](OptionsDialog& r) { r.texturePath = "maps"; }, [](OptionsDialog&) { return true; });
+  ASSERT_TRUE(std::filesystem::exists(cfg));
+  OptionsDialog reread(dir.file("config"), 30);
+  EXPECT_EQ(reread.texturePath, "maps");
+
+  // The file is written even when the export is cancelled by errors.
+  std::filesystem::remove(cfg);
+  exportScene(R"({"nodes": [{"name": "X", "object": {"type": "helper"}}, {"name": "X", "id": "Y", "object": {"type": "helper"}}]})",
+              {}, [](OptionsDialog&) { return true; });
+  EXPECT_TRUE(std::filesystem::exists(cfg));
+}

@@ -1,0 +1,79 @@
+#include "support/scene_export.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+
+namespace ztx_test {
+
+ExportRun exportScene(const std::string& sceneJson, const std::vector<std::string>& extraArgs) {
+  TempDir dir;
+  const std::string scene = dir.file("scene.json");
+  writeText(scene, sceneJson);
+  const std::string output = dir.file("out.zt2");
+  std::vector<std::string> args = {scene, "-o", output, "--config-dir", dir.file("config"), "--quiet"};
+  args.insert(args.end(), extraArgs.begin(), extraArgs.end());
+  const RunResult r = runExport(args);
+  ExportRun run;
+  run.exitCode = r.exitCode;
+  run.out = r.out;
+  run.err = r.err;
+  run.fileWritten = std::filesystem::exists(output);
+  if (run.fileWritten) run.file = dumpJson(output);
+  return run;
+}
+
+std::vector<std::string> plainOptions(std::vector<std::string> more) {
+  std::vector<std::string> args = {"--set", "exportSkinning=0", "--set", "exportMaterials=0",
+                                   "--set", "exportAnimation=0"};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+nlohmann::json dumpJson(const std::string& path) {
+  const RunResult r = runDump({"--json", path});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  try {
+    return nlohmann::json::parse(r.out);
+  } catch (const std::exception& e) {
+    ADD_FAILURE() << "zt2dump --json is not JSON: " << e.what();
+    return {};
+  }
+}
+
+const nlohmann::json& topChunks(const nlohmann::json& file) { return file.at("chunks"); }
+
+nlohmann::json objectFields(const nlohmann::json& chunk) {
+  for (const auto& child : chunk.at("children"))
+    if (child.at("name") == "ObjectChunk") return child.at("fields");
+  return {};
+}
+
+nlohmann::json findObject(const nlohmann::json& file, const std::string& name) {
+  for (const auto& chunk : topChunks(file)) {
+    const auto& fields = objectFields(chunk);
+    if (!fields.is_null() && fields.at("name") == name) return chunk;
+  }
+  return {};
+}
+
+std::vector<std::string> objectNames(const nlohmann::json& file) {
+  std::vector<std::string> names;
+  for (const auto& chunk : topChunks(file)) {
+    const auto& fields = objectFields(chunk);
+    if (!fields.is_null()) names.push_back(fields.at("name"));
+  }
+  return names;
+}
+
+std::vector<std::string> infoLines(const ExportRun& run) {
+  std::vector<std::string> lines;
+  std::istringstream in(run.out);
+  std::string line;
+  while (std::getline(in, line))
+    if (line != "Export Info") lines.push_back(line);
+  return lines;
+}
+
+}  // namespace ztx_test

@@ -1,0 +1,44 @@
+// Whole exports of small scenes for the tests: a scene written to a temporary
+// directory, exported with zt2export, and the result read back with
+// zt2dump --json.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace ztx_test {
+
+struct ExportRun {
+  int exitCode = -1;
+  std::string out;  // zt2export's standard output (the "Export Info" text)
+  std::string err;
+  bool fileWritten = false;
+  nlohmann::json file;  // zt2dump --json of the written file, when there is one
+};
+
+// Exports `sceneJson` with zt2export and the given extra arguments, in a
+// fresh directory with its own configuration directory.
+ExportRun exportScene(const std::string& sceneJson, const std::vector<std::string>& extraArgs = {});
+
+// The options that keep a small scene free of skin and material demands.
+std::vector<std::string> plainOptions(std::vector<std::string> more = {});
+
+// Reads a file with zt2dump --json; fails the test when zt2dump fails.
+nlohmann::json dumpJson(const std::string& path);
+
+// Top-level chunks of a dumped scene file.
+const nlohmann::json& topChunks(const nlohmann::json& file);
+// The ObjectChunk fields of an object chunk.
+nlohmann::json objectFields(const nlohmann::json& chunk);
+// The top-level chunk whose ObjectChunk has `name`; null json when none.
+nlohmann::json findObject(const nlohmann::json& file, const std::string& name);
+// Names of the object chunks, in file order.
+std::vector<std::string> objectNames(const nlohmann::json& file);
+
+// The "Export Info" lines zt2export printed.
+std::vector<std::string> infoLines(const ExportRun& run);
+
+}  // namespace ztx_test
