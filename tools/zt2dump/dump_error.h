@@ -1,0 +1,15 @@
+// A fault in a file's content, already worded for the user with its byte
+// offset and the chunk it lies in. The tool prints it as one line and exits 1.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace zt2dump {
+
+class DumpError : public std::runtime_error {
+ public:
+  explicit DumpError(const std::string& message) : std::runtime_error(message) {}
+};
+
+}  // namespace zt2dump

@@ -1,0 +1,104 @@
+#include "file_decoder.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "chunk_reader.h"
+#include "chunk_schema.h"
+#include "dump_error.h"
+#include "format/memory_file.h"
+#include "host/inhouse/exceptions.h"
+#include "options_file.h"
+
+namespace zt2dump {
+
+namespace {
+
+std::string lowerExtension(const std::string& path) {
+  std::string ext = std::filesystem::path(path).extension().string();
+  for (char& ch : ext) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+  return ext;
+}
+
+[[noreturn]] void fail(const std::string& path, const std::string& what, std::size_t offset) {
+  throw DumpError(path + ": " + what + " at byte offset " + std::to_string(offset));
+}
+
+void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  const std::size_t magicBytes = std::min<std::size_t>(bytes.size(), 4);
+  if (magicBytes > 0 && std::memcmp(bytes.data(), kMemoryFileMagic, magicBytes) != 0)
+    fail(path, "not a ZT chunk file: the header does not start with \"ZTMF\"", 0);
+  if (bytes.size() < kMemoryFileHeaderSize)
+    fail(path, "unexpected end of data while reading the file header", bytes.size());
+  std::uint32_t encoding;
+  std::memcpy(&encoding, bytes.data() + 4, 4);
+  if (encoding != kMemoryFileEncoding) fail(path, "unsupported file encoding " + std::to_string(encoding), 4);
+}
+
+// Decided by the first value; the extension only breaks a tie (an empty
+// body, or a first chunk this tool does not know).
+FileKind detectKind(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  const std::string ext = lowerExtension(path);
+  const FileKind byExtension =
+      ext == ".skd" ? FileKind::VertexData : ext == ".cfg" ? FileKind::Options : FileKind::Scene;
+  if (bytes.size() == kMemoryFileHeaderSize) return byExtension;
+  const std::uint8_t tag = bytes[kMemoryFileHeaderSize];
+  if (tag == BT_Int) return FileKind::Options;
+  if (tag != BT_Chunk) {
+    char what[192];
+    std::snprintf(what, sizeof what,
+                  "unknown content: the first value has type tag 0x%02x, where a scene or per-vertex file starts with "
+                  "a chunk and an options file with an int",
+                  tag);
+    fail(path, what, kMemoryFileHeaderSize);
+  }
+  if (bytes.size() < kMemoryFileHeaderSize + 5) return byExtension == FileKind::Options ? FileKind::Scene : byExtension;
+  std::uint32_t id;
+  std::memcpy(&id, bytes.data() + kMemoryFileHeaderSize + 1, 4);
+  if (id == chunk_id::kVertexData) return FileKind::VertexData;
+  if (findChunkKind(id) != nullptr) return FileKind::Scene;
+  return byExtension == FileKind::VertexData ? FileKind::VertexData : FileKind::Scene;
+}
+
+}  // namespace
+
+DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes) {
+  checkHeader(path, bytes);
+  DecodedFile out;
+  out.path = path;
+  out.size = bytes.size();
+  out.kind = detectKind(path, bytes);
+  // The exporter saves no empty file, so a bare header is a cut-off file.
+  if (bytes.size() == kMemoryFileHeaderSize && out.kind != FileKind::Options)
+    fail(path, "unexpected end of data: nothing follows the file header", kMemoryFileHeaderSize);
+  try {
+    T_MemoryFile file = T_MemoryFile::fromBytes(std::move(bytes), path);
+    if (out.kind == FileKind::Options) {
+      decodeOptions(file, out);
+    } else {
+      ChunkReader reader(file);
+      out.chunks = reader.readTopLevelChunks();
+    }
+  } catch (const T_Exception& e) {
+    // Faults outside any chunk (a top-level header) come without context.
+    throw DumpError(e.what());
+  }
+  return out;
+}
+
+DecodedFile loadFile(const std::string& path) {
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec)) throw UnreadableFile(path + ": no such file");
+  if (!std::filesystem::is_regular_file(path, ec)) throw UnreadableFile(path + ": not a regular file");
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw UnreadableFile(path + ": cannot be opened for reading");
+  std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  if (in.bad()) throw UnreadableFile(path + ": read error");
+  return decodeBytes(path, std::move(bytes));
+}
+
+}  // namespace zt2dump

@@ -1,0 +1,17 @@
+// ZTExport.cfg: typed values without chunks, whose presence depends on the
+// version written first.
+#pragma once
+
+#include "decoded_file.h"
+#include "format/memory_file.h"
+
+namespace zt2dump {
+
+// The newest options version whose layout this tool knows.
+inline constexpr std::int32_t kOptionsVersion = 10;
+
+// Decodes the options values from the read position to the end of `file`
+// into `out.optionsVersion` and `out.optionsFields`.
+void decodeOptions(T_MemoryFile& file, DecodedFile& out);
+
+}  // namespace zt2dump

@@ -1,0 +1,16 @@
+// Content checks of single scene chunks, called by validateScene once the
+// chunk tree's structure is known to be sound.
+#pragma once
+
+#include "decoded_file.h"
+
+namespace zt2dump {
+
+void checkMesh(const DecodedFile& file, const DecodedChunk& mesh);
+void checkTransformAnimation(const DecodedFile& file, const DecodedChunk& animation);
+void checkLightAnimation(const DecodedFile& file, const DecodedChunk& animation);
+
+// The name in a mesh's or object chunk's ObjectChunk, for messages.
+std::string objectName(const DecodedChunk& objectCarrier);
+
+}  // namespace zt2dump

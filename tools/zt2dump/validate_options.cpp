@@ -1,0 +1,48 @@
+// Options file checks: a version this tool reads, flags 0 or 1, rates and
+// modes within range.
+#include <cmath>
+#include <set>
+#include <string>
+
+#include "options_file.h"
+#include "validate.h"
+#include "validation_support.h"
+
+namespace zt2dump {
+
+void validateOptions(const DecodedFile& file) {
+  const std::int32_t version = file.optionsVersion;
+  if (version < 1 || version > kOptionsVersion)
+    fault(file, "options version " + std::to_string(version) + " is not between 1 and " +
+                    std::to_string(kOptionsVersion));
+  static const std::set<std::string> kNotFlags = {"sampleRate", "sceneFrameRate", "frameToFrameInterpolation",
+                                                  "texturePathCount"};
+  for (const DecodedField& f : file.optionsFields) {
+    const std::string at = "options value " + f.name + " at byte offset " + std::to_string(f.offset);
+    if (f.value.is_number_float()) {
+      const double v = f.value.get<double>();
+      if (!std::isfinite(v) || v < 0) fault(file, at + " is not a finite number of at least 0");
+    } else if (f.value.is_number_integer() && kNotFlags.count(f.name) == 0) {
+      if (f.value != 0 && f.value != 1) fault(file, at + " is " + f.value.dump() + ", not 0 or 1");
+    }
+  }
+  for (const char* rate : {"sampleRate", "sceneFrameRate"}) {
+    for (const DecodedField& f : file.optionsFields)
+      if (f.name == rate && intOf(f.value) <= 0)
+        fault(file, "options value " + f.name + " at byte offset " + std::to_string(f.offset) + " is " +
+                        f.value.dump() + ", not a positive frame rate");
+  }
+  for (const DecodedField& f : file.optionsFields) {
+    if (f.name == "frameToFrameInterpolation" && (intOf(f.value) < 0 || intOf(f.value) > 2))
+      fault(file, "options value frameToFrameInterpolation at byte offset " + std::to_string(f.offset) + " is " +
+                      f.value.dump() + ", not 0, 1 or 2");
+    if (f.name == "texturePathCount" && intOf(f.value) < 0)
+      fault(file, "options value texturePathCount at byte offset " + std::to_string(f.offset) + " is negative");
+    if (f.name == "texturePathHistory")
+      for (std::size_t i = 0; i < f.value.size(); ++i)
+        if (f.value[i].get<std::string>().empty())
+          fault(file, "texture path " + std::to_string(i) + " is empty (an empty path is written as \".\")");
+  }
+}
+
+}  // namespace zt2dump

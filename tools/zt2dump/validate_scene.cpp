@@ -1,0 +1,166 @@
+// Scene structure: what may stand at the top level and in which order, what
+// each chunk nests, every known chunk in the version this tool reads; then
+// the content checks of each chunk.
+#include <map>
+
+#include "chunk_schema.h"
+#include "scene_checks.h"
+#include "validate.h"
+#include "validation_support.h"
+
+namespace zt2dump {
+
+namespace {
+
+// Top-level order of a scene file: environment, materials, objects,
+// animation. -1: not allowed at the top level.
+int topLevelRank(std::uint32_t id) {
+  switch (id) {
+    case chunk_id::kEnvironment: return 0;
+    case chunk_id::kMaterialList: return 1;
+    case chunk_id::kMesh:
+    case chunk_id::kCamera:
+    case chunk_id::kOmniLight:
+    case chunk_id::kDirectionalLight:
+    case chunk_id::kSpotLight:
+    case chunk_id::kHelper: return 2;
+    case chunk_id::kTransformAnimation:
+    case chunk_id::kOmniLightAnimation:
+    case chunk_id::kDirectionalLightAnimation:
+    case chunk_id::kSpotLightAnimation: return 3;
+    default: return -1;
+  }
+}
+
+bool isLightAnimation(std::uint32_t id) {
+  return id == chunk_id::kOmniLightAnimation || id == chunk_id::kDirectionalLightAnimation ||
+         id == chunk_id::kSpotLightAnimation;
+}
+
+// Sub-chunk order inside a mesh; 0 for ids that do not belong there.
+int meshRank(std::uint32_t id) {
+  switch (id) {
+    case chunk_id::kMeshVertex: return 1;
+    case chunk_id::kMeshFace: return 2;
+    case chunk_id::kMeshReserved: return 3;
+    case chunk_id::kMeshMaterialNames: return 4;
+    case chunk_id::kMeshMapChannel: return 5;
+    case chunk_id::kMeshReference: return 6;
+    default: return 0;
+  }
+}
+
+class StructureCheck {
+ public:
+  explicit StructureCheck(const DecodedFile& file) : file_(file) {}
+
+  void chunk(const DecodedChunk& c) {
+    if (!c.known()) return;  // skippable by design
+    if (!c.decoded) fault(file_, where(c) + ": " + c.note);
+    switch (c.id) {
+      case chunk_id::kCamera:
+      case chunk_id::kOmniLight:
+      case chunk_id::kDirectionalLight:
+      case chunk_id::kSpotLight:
+      case chunk_id::kHelper: firstChild(c, chunk_id::kObject, "ObjectChunk"); break;
+      case chunk_id::kMesh: mesh(c); break;
+      case chunk_id::kTransformAnimation:
+      case chunk_id::kOmniLightAnimation:
+      case chunk_id::kDirectionalLightAnimation:
+      case chunk_id::kSpotLightAnimation: firstChild(c, chunk_id::kAnimationHeader, "AnimationHeaderChunk"); break;
+      case chunk_id::kMaterialList:
+        if (intOf(c.at("materialCount")) < 0) fault(file_, where(c) + ": negative materialCount");
+        allChildren(c, chunk_id::kMaterial, "MaterialChunk");
+        break;
+      case chunk_id::kMaterial: allChildren(c, chunk_id::kTexture, "TextureChunk"); break;
+      case chunk_id::kTexture:
+        if (intOf(c.at("fileNameCount")) < 0) fault(file_, where(c) + ": negative fileNameCount");
+        break;
+      default: break;
+    }
+    for (const DecodedChunk& child : c.children) chunk(child);
+  }
+
+ private:
+  void firstChild(const DecodedChunk& c, std::uint32_t id, const char* name) {
+    if (c.children.empty() || c.children.front().id != id)
+      fault(file_, where(c) + ": does not begin with its " + name);
+  }
+
+  void allChildren(const DecodedChunk& c, std::uint32_t id, const char* name) {
+    for (const DecodedChunk& child : c.children)
+      if (child.id != id)
+        fault(file_, where(c) + ": holds chunk " + hexId(child.id) + " at offset " + std::to_string(child.offset) +
+                         " where only " + name + "s belong");
+  }
+
+  void mesh(const DecodedChunk& c) {
+    firstChild(c, chunk_id::kObject, "ObjectChunk");
+    int previous = 0;
+    int mapChannels = 0;
+    for (std::size_t i = 1; i < c.children.size(); ++i) {
+      const DecodedChunk& sub = c.children[i];
+      if (!sub.known()) continue;
+      const int rank = meshRank(sub.id);
+      const std::string place = where(c) + " (mesh \"" + objectName(c) + "\"): " + where(sub);
+      if (rank == 0) fault(file_, place + " does not belong in a mesh");
+      if (rank < previous || (rank == previous && rank != 5))
+        fault(file_, place + " is out of order (vertices, faces, material names, mapping channels, reference)");
+      if (rank == 5 && ++mapChannels > 2) fault(file_, place + " is a third mapping channel");
+      previous = rank;
+    }
+  }
+
+  const DecodedFile& file_;
+};
+
+void checkTopLevel(const DecodedFile& file) {
+  int previousRank = -1;
+  const DecodedChunk* previous = nullptr;
+  std::map<std::uint32_t, int> seen;
+  for (const DecodedChunk& c : file.chunks) {
+    if (!c.known()) continue;
+    const int rank = topLevelRank(c.id);
+    if (rank < 0) fault(file, where(c) + " cannot stand at the top level of a scene file");
+    if (rank < previousRank)
+      fault(file, where(c) + " comes after " + where(*previous) +
+                      "; the file order is environment, materials, objects, animation");
+    if ((c.id == chunk_id::kEnvironment || c.id == chunk_id::kMaterialList) && ++seen[c.id] > 1)
+      fault(file, where(c) + " is the second of its kind");
+    if (isLightAnimation(c.id) && c.decoded) {
+      // A light's parameter chunk follows its own transform chunk.
+      const DecodedChunk* header = childWithId(c, chunk_id::kAnimationHeader);
+      const DecodedChunk* previousHeader =
+          previous != nullptr && previous->id == chunk_id::kTransformAnimation && previous->decoded
+              ? childWithId(*previous, chunk_id::kAnimationHeader)
+              : nullptr;
+      if (header == nullptr || previousHeader == nullptr || header->at("name") != previousHeader->at("name"))
+        fault(file, where(c) + " does not follow the TransformAnimationChunk of the same node");
+    }
+    previousRank = rank;
+    previous = &c;
+  }
+}
+
+void checkContent(const DecodedFile& file, const DecodedChunk& c) {
+  if (!c.decoded) return;
+  switch (c.id) {
+    case chunk_id::kMesh: checkMesh(file, c); break;
+    case chunk_id::kTransformAnimation: checkTransformAnimation(file, c); break;
+    case chunk_id::kOmniLightAnimation:
+    case chunk_id::kDirectionalLightAnimation:
+    case chunk_id::kSpotLightAnimation: checkLightAnimation(file, c); break;
+    default: break;
+  }
+}
+
+}  // namespace
+
+void validateScene(const DecodedFile& file) {
+  StructureCheck structure(file);
+  for (const DecodedChunk& c : file.chunks) structure.chunk(c);
+  checkTopLevel(file);
+  for (const DecodedChunk& c : file.chunks) checkContent(file, c);
+}
+
+}  // namespace zt2dump
