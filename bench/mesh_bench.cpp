@@ -3,17 +3,25 @@
 // whose borders split vertices, four materials. Reports nanoseconds per
 // triangle corner (median of the repetitions) for each processing algorithm,
 // for the three together and for the whole exportMesh, against meshoptimizer's
-// vertex welding of the same corner stream, and the peak memory.
+// vertex welding of the same corner stream, and the peak memory. It also
+// times loading the grid's scene file, and a whole export with zt2export
+// (load, process, write) against turning the same grid, written as OBJ, into
+// binary glTF with assimp's command-line tool.
 //
 //   mesh_bench [benchmark flags]
 //   mesh_bench --write-obj=grid.obj        the grid as OBJ (positions, colours, UVs, groups)
 //   mesh_bench --write-scene=grid.json     the grid as a scene file, arrays in grid.bin
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <string>
@@ -22,6 +30,7 @@
 #include "geometry/export_mesh.h"
 #include "geometry/mesh_processing.h"
 #include "host/inode.h"
+#include "host/memory/memory_host.h"
 #include "host/material.h"
 #include "host/mesh.h"
 #include "host/objects.h"
@@ -447,6 +456,77 @@ bool writeGridScene(const std::string& jsonPath) {
   return std::fclose(json) == 0;
 }
 
+// --- whole exports ---
+
+bool gGridFilesWritten = false;
+
+// The grid written once as a scene file and as OBJ, in a directory removed at exit.
+const std::string& gridFilesDir() {
+  static const std::string dir = [] {
+    gGridFilesWritten = true;
+    char pattern[] = "/tmp/ztx-bench-XXXXXX";
+    const char* made = ::mkdtemp(pattern);
+    const std::string d = made ? made : ".";
+    if (!writeGridScene(d + "/grid.json") || !writeGridObj(d + "/grid.obj"))
+      std::fprintf(stderr, "mesh_bench: cannot write the grid files into %s\n", d.c_str());
+    return d;
+  }();
+  return dir;
+}
+
+// Runs a program with its output discarded; its exit status, or -1.
+int runQuietly(const std::vector<std::string>& argv) {
+  std::vector<char*> args;
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t pid;
+  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) return -1;
+  int status = 0;
+  ::waitpid(pid, &status, 0);
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+bool assimpAvailable() { return runQuietly({"assimp", "version"}) == 0; }
+
+void BM_LoadScene(benchmark::State& state) {
+  const std::string scene = gridFilesDir() + "/grid.json";
+  for (auto _ : state) {
+    auto host = hostmodel::loadScene(scene);
+    benchmark::DoNotOptimize(host.get());
+  }
+  reportPerCorner(state);
+}
+BENCHMARK(BM_LoadScene)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_Zt2ExportCommand(benchmark::State& state) {
+  const std::string& dir = gridFilesDir();
+  for (auto _ : state) {
+    const int rc = runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir",
+                               dir + "/config", "--quiet", "--set", "exportSkinning=0", "--set", "exportAnimation=0"});
+    if (rc != 0) state.SkipWithError("zt2export failed");
+  }
+  reportPerCorner(state);
+}
+BENCHMARK(BM_Zt2ExportCommand)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+void BM_AssimpExport(benchmark::State& state) {
+  const std::string& dir = gridFilesDir();
+  if (!assimpAvailable()) {
+    state.SkipWithError("assimp is not installed (Debian package assimp-utils)");
+    return;
+  }
+  for (auto _ : state)
+    if (runQuietly({"assimp", "export", dir + "/grid.obj", dir + "/grid.glb"}) != 0) state.SkipWithError("assimp failed");
+  reportPerCorner(state);
+}
+BENCHMARK(BM_AssimpExport)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
 // Keeps the median of every benchmark's repetitions as it is reported.
 class MedianCollector : public benchmark::ConsoleReporter {
  public:
@@ -526,8 +606,17 @@ int main(int argc, char** argv) {
   const auto reference = reporter.medianNs.find("BM_MeshoptWeld");
   if (ours != reporter.medianNs.end() && reference != reporter.medianNs.end())
     std::printf("Three algorithms / meshoptimizer welding: %.3f (goal <= 0.5)\n", ours->second / reference->second);
+  const auto load = reporter.medianNs.find("BM_LoadScene");
+  if (load != reporter.medianNs.end()) std::printf("Loading the grid scene file: %.1f ms\n", load->second / 1e6);
+  const auto whole = reporter.medianNs.find("BM_Zt2ExportCommand");
+  const auto assimp = reporter.medianNs.find("BM_AssimpExport");
+  if (whole != reporter.medianNs.end() && assimp != reporter.medianNs.end())
+    std::printf("Whole export: zt2export %.0f ms, assimp OBJ to GLB %.0f ms, ratio %.3f (goal <= 0.333)\n",
+                whole->second / 1e6, assimp->second / 1e6, whole->second / assimp->second);
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
-  std::printf("Peak memory (ru_maxrss): %.1f MiB\n", double(usage.ru_maxrss) / 1024.0);
+  std::printf("Peak memory of this process (ru_maxrss): %.1f MiB\n", double(usage.ru_maxrss) / 1024.0);
+  std::error_code ec;
+  if (gGridFilesWritten) std::filesystem::remove_all(gridFilesDir(), ec);
   return 0;
 }

@@ -1,6 +1,7 @@
 // zt2export: the host on this machine. Loads a scene-description file into
 // the in-memory host model and drives the exporter exactly as the host would,
 // with prompts suppressed.
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -160,6 +161,13 @@ class ProgressLine {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Mesh export allocates and frees many large arrays. Keeping freed memory
+  // in the heap, rather than handing each array back to the system, lets the
+  // next array reuse pages that are already mapped instead of faulting in
+  // fresh zeroed ones.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+
   const Arguments args = parseArguments(argc, argv);
 
   std::unique_ptr<hostmodel::MemoryHost> host;
