@@ -4,11 +4,15 @@
 #include <cstdio>
 
 void InfoLog::logMessage(const char* format, ...) {
-  char buffer[1024];
   va_list args;
   va_start(args, format);
-  std::vsnprintf(buffer, sizeof buffer, format, args);
+  logMessageV(format, args);
   va_end(args);
+}
+
+void InfoLog::logMessageV(const char* format, va_list args) {
+  char buffer[1024];
+  std::vsnprintf(buffer, sizeof buffer, format, args);
   lines_.emplace_back(buffer);
 }
 

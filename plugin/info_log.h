@@ -3,6 +3,7 @@
 // "WARNING: ", "INFO: ") into their format string; the log adds nothing.
 #pragma once
 
+#include <cstdarg>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@ class InfoLog {
  public:
   // Formats like printf and appends one line. Lines longer than 1023 bytes are cut there.
   void logMessage(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  void logMessageV(const char* format, va_list args);
   const std::vector<std::string>& lines() const { return lines_; }
   bool empty() const { return lines_.empty(); }
   void clear() { lines_.clear(); }

@@ -25,12 +25,10 @@ void SceneExporter::resetExportValues() {
 }
 
 void SceneExporter::logMessage(const char* format, ...) {
-  char buffer[1024];
   va_list args;
   va_start(args, format);
-  std::vsnprintf(buffer, sizeof buffer, format, args);
+  infoLog.logMessageV(format, args);
   va_end(args);
-  infoLog.logMessage("%s", buffer);
 }
 
 void SceneExporter::showExportInfo() {
