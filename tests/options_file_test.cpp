@@ -2,259 +2,112 @@
 // saving with the texture path history, and damaged files.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
-#include "format/memory_file.h"
 #include "options/options_dialog.h"
 #include "support/test_support.h"
 
 namespace {
 
 using ztx_test::TempDir;
+using D = OptionsDialog;
+using Bytes = std::vector<unsigned char>;
 
 std::string cfgData(int version) {
   return ztx_test::sourcePath("tests/data/cfg/version" + std::to_string(version) + ".cfg");
 }
 
-// A record with every default (no file in `dir`), then pointed at `path` and
-// loaded, so that the sample rate and scene frame rate the file gives stay
-// visible (the constructor replaces them with the host's rate).
+// A record with every default (no file in its own directory), then pointed at
+// a file and loaded, so that the sample rate and scene frame rate the file
+// gives stay visible (the constructor replaces them with the host's rate).
 struct Loaded {
-  std::unique_ptr<OptionsDialog> record;
+  TempDir dir;
+  OptionsDialog record{dir.path().string(), 30};
   bool result = false;
+  explicit Loaded(const std::string& path) { load(path); }
+  explicit Loaded(const Bytes& bytes) {
+    ztx_test::writeBytes(dir.file("ZTExport.cfg"), bytes);
+    load(dir.file("ZTExport.cfg"));
+  }
+  void load(const std::string& path) {
+    record.configFilePath = path;
+    result = record.loadOptions();
+  }
 };
-Loaded loadFrom(const TempDir& dir, const std::string& path) {
-  Loaded l;
-  l.record = std::make_unique<OptionsDialog>(dir.path().string(), 30);
-  l.record->configFilePath = path;
-  l.result = l.record->loadOptions();
-  return l;
-}
 
-void expectAllDefaults(const OptionsDialog& r, int sampleRate) {
-  EXPECT_EQ(r.exportGeometry, 1);
-  EXPECT_EQ(r.exportSkinning, 1);
-  EXPECT_EQ(r.exportAnimation, 1);
-  EXPECT_EQ(r.exportCameras, 1);
-  EXPECT_EQ(r.exportLights, 1);
-  EXPECT_EQ(r.exportMaterials, 1);
-  EXPECT_EQ(r.exportHelpers, 1);
-  EXPECT_EQ(r.exportEnvironment, 1);
-  EXPECT_EQ(r.removeFloatingVertices, 1);
-  EXPECT_EQ(r.removeHiddenObjects, 1);
-  EXPECT_EQ(r.rescale, 0);
-  EXPECT_EQ(r.rescaleFactor, 1.0f);
-  EXPECT_EQ(r.texturePath, ".");
-  EXPECT_TRUE(r.texturePathHistory.empty());
-  EXPECT_EQ(r.copyTextures, 1);
-  EXPECT_EQ(r.dumpInfo, 1);
-  EXPECT_EQ(r.retainHierarchies, 1);
-  EXPECT_EQ(r.pivotAsMeshCenter, 1);
-  EXPECT_EQ(r.saveReferencesOnce, 1);
-  EXPECT_EQ(r.sampleRate, sampleRate);
-  EXPECT_EQ(r.sceneFrameRate, sampleRate);
-  EXPECT_EQ(r.positionDelta, 0.001f);
-  EXPECT_EQ(r.rotationDelta, 0.001f);
-  EXPECT_EQ(r.frameToFrameInterpolation, 0);
-  EXPECT_EQ(r.maintainMatrixScaling, 0);
-  EXPECT_EQ(r.loop, 1);
-  EXPECT_EQ(r.loopInterpolation, 1);
-  EXPECT_EQ(r.decreaseEndFrameByOne, 1);
-  EXPECT_EQ(r.useGlobalAnimationRange, 1);
-  EXPECT_FALSE(r.saveOnClose);
-}
+// The values of the committed file of `version` (tests/data/cfg/README.md) in
+// file order: the version a value came with, its size, and a check that it
+// was read or, when the reading stopped before it, that the default stands.
+struct Step {
+  int since;
+  std::size_t size;
+  std::function<void(const OptionsDialog&, bool read)> check;
+  std::size_t end = SIZE_MAX;  // where it ends in the file; SIZE_MAX when the version lacks it
+};
 
-// The values the committed files hold (tests/data/cfg/README.md), checked
-// against a file of `version`: a value the version has is the file's, any
-// other keeps its default.
-void expectVersionValues(const OptionsDialog& r, int version) {
-  EXPECT_EQ(r.exportGeometry, 0);
-  EXPECT_EQ(r.exportAnimation, 0);
-  EXPECT_EQ(r.exportCameras, 1);
-  EXPECT_EQ(r.exportEnvironment, 0);
-  EXPECT_EQ(r.exportHelpers, 1);
-  EXPECT_EQ(r.exportLights, 0);
-  EXPECT_EQ(r.exportMaterials, 1);
-  EXPECT_EQ(r.dumpInfo, 0);
-  EXPECT_EQ(r.copyTextures, 0);
-  EXPECT_EQ(r.loop, 0);
-  EXPECT_EQ(r.loopInterpolation, 0);
-  EXPECT_EQ(r.removeFloatingVertices, 0);
-  EXPECT_EQ(r.removeHiddenObjects, 1);
-  EXPECT_EQ(r.rescale, 1);
-  EXPECT_EQ(r.sampleRate, 25);
-  EXPECT_EQ(r.sceneFrameRate, 25);
-  EXPECT_EQ(r.rotationDelta, 0.25f);
-  EXPECT_EQ(r.rescaleFactor, 2.5f);
+template <class T>
+Step v(T D::*member, T inFile, T byDefault, int since = 1) {
+  return {since, 5, [=](const D& r, bool read) { EXPECT_EQ(r.*member, read ? inFile : byDefault); }};
+}
+const Step skip{1, 5, [](const D&, bool) {}};
+
+std::vector<Step> layout(int version) {
   const std::string head = "tex/v" + std::to_string(version);
-  EXPECT_EQ(r.texturePath, head);
-  EXPECT_EQ(r.texturePathHistory, (std::vector<std::string>{head, "old"}));
-
-  EXPECT_EQ(r.retainHierarchies, version >= 2 ? 0 : 1);
-  EXPECT_EQ(r.positionDelta, version >= 3 ? 0.125f : 0.001f);
-  EXPECT_EQ(r.frameToFrameInterpolation, version >= 4 ? 2 : 0);
-  EXPECT_EQ(r.pivotAsMeshCenter, version >= 5 ? 0 : 1);
-  EXPECT_EQ(r.maintainMatrixScaling, version >= 6 ? 1 : 0);
-  EXPECT_EQ(r.saveReferencesOnce, version >= 7 ? 0 : 1);
-  EXPECT_EQ(r.decreaseEndFrameByOne, version >= 8 ? 0 : 1);
-  EXPECT_EQ(r.useGlobalAnimationRange, version >= 9 ? 0 : 1);
-  EXPECT_EQ(r.exportSkinning, version >= 10 ? 0 : 1);
+  std::vector<Step> steps = {
+      skip /* version */, v(&D::exportGeometry, 0, 1), v(&D::exportAnimation, 0, 1), v(&D::exportCameras, 1, 1),
+      v(&D::exportEnvironment, 0, 1), v(&D::exportHelpers, 1, 1), v(&D::exportLights, 0, 1),
+      v(&D::exportMaterials, 1, 1), v(&D::dumpInfo, 0, 1), v(&D::copyTextures, 0, 1), skip /* retired flag */,
+      v(&D::loop, 0, 1), v(&D::loopInterpolation, 0, 1), v(&D::removeFloatingVertices, 0, 1),
+      v(&D::removeHiddenObjects, 1, 1), v(&D::rescale, 1, 0), v(&D::sampleRate, 25, 30),
+      v(&D::sceneFrameRate, 25, 30), v(&D::rotationDelta, 0.25f, 0.001f), v(&D::rescaleFactor, 2.5f, 1.0f),
+      skip /* path count */,
+      {1, 5 + head.size(),
+       [=](const D& r, bool read) {
+         EXPECT_EQ(r.texturePath, read ? head : ".");
+         EXPECT_EQ(r.texturePathHistory.empty(), !read);
+       }},
+      {1, 5 + 3,
+       [=](const D& r, bool read) {
+         if (read) EXPECT_EQ(r.texturePathHistory, (std::vector<std::string>{head, "old"}));
+         else EXPECT_LE(r.texturePathHistory.size(), 1u);
+       }},
+      v(&D::retainHierarchies, 0, 1, 2), v(&D::positionDelta, 0.125f, 0.001f, 3),
+      v(&D::frameToFrameInterpolation, 2, 0, 4), v(&D::pivotAsMeshCenter, 0, 1, 5),
+      v(&D::maintainMatrixScaling, 1, 0, 6), v(&D::saveReferencesOnce, 0, 1, 7),
+      v(&D::decreaseEndFrameByOne, 0, 1, 8), v(&D::useGlobalAnimationRange, 0, 1, 9),
+      v(&D::exportSkinning, 0, 1, 10)};
+  std::size_t at = 8;  // file header
+  for (Step& s : steps)
+    if (s.since <= version) s.end = at += s.size;
+  return steps;
 }
 
-std::vector<std::uint8_t> fileBytes(const std::string& path) {
-  const auto v = ztx_test::readBytes(path);
-  return {v.begin(), v.end()};
+// Every value read up to byte `readUpTo` of a version 10 file, every later one
+// (and everything of a file shorter than its header) at its default.
+void expectReadUpTo(const OptionsDialog& r, std::size_t readUpTo) {
+  for (const Step& s : layout(10)) s.check(r, readUpTo >= 8 && s.end <= readUpTo);
 }
 
-// --- writing the file's values by hand, for files the committed set lacks ---
-
-void putInt(std::vector<std::uint8_t>& b, std::int32_t v) {
-  b.push_back(0x03);
-  std::uint8_t raw[4];
-  std::memcpy(raw, &v, 4);
-  b.insert(b.end(), raw, raw + 4);
+Bytes patched(int version, std::size_t at, const Bytes& patch) {
+  Bytes bytes = ztx_test::readBytes(cfgData(version));
+  std::copy(patch.begin(), patch.end(), bytes.begin() + static_cast<std::ptrdiff_t>(at));
+  return bytes;
+}
+// An int value: tag 0x03, then the value.
+Bytes intValue(std::int32_t value) {
+  Bytes b(5, 0x03);
+  std::memcpy(&b[1], &value, 4);
+  return b;
 }
 
-std::vector<std::uint8_t> header() { return {'Z', 'T', 'M', 'F', 1, 0, 0, 0}; }
-
-}  // namespace
-
-TEST(OptionsFile, FirstRunHasEveryDefault) {
-  TempDir dir;
-  OptionsDialog record(dir.path().string(), 24);
-  expectAllDefaults(record, 24);
-  EXPECT_EQ(record.configFilePath, dir.path().string() + "/ZTExport.cfg");
-  EXPECT_FALSE(record.loadOptions());
-  EXPECT_FALSE(std::filesystem::exists(record.configFilePath));
-}
-
-TEST(OptionsFile, DiscardingWithoutOkWritesNothing) {
-  TempDir dir;
-  { OptionsDialog record(dir.path().string(), 30); }
-  EXPECT_FALSE(std::filesystem::exists(dir.file("ZTExport.cfg")));
-}
-
-TEST(OptionsFile, DiscardingAfterOkWritesTheFile) {
-  TempDir dir;
-  {
-    OptionsDialog record(dir.path().string(), 30);
-    record.exportLights = 0;
-    record.saveOnClose = true;
-  }
-  OptionsDialog again(dir.path().string(), 30);
-  EXPECT_EQ(again.exportLights, 0);
-  EXPECT_EQ(again.texturePathHistory, std::vector<std::string>{"."});
-}
-
-TEST(OptionsFile, EveryVersionReadsExactlyItsValues) {
-  for (int version = 1; version <= 10; ++version) {
-    SCOPED_TRACE("version " + std::to_string(version));
-    TempDir dir;
-    Loaded l = loadFrom(dir, cfgData(version));
-    EXPECT_TRUE(l.result);
-    expectVersionValues(*l.record, version);
-  }
-}
-
-TEST(OptionsFile, VersionOneKeepsLaterDefaults) {
-  TempDir dir;
-  Loaded l = loadFrom(dir, cfgData(1));
-  EXPECT_EQ(l.record->rotationDelta, 0.25f);
-  EXPECT_EQ(l.record->positionDelta, 0.001f);
-  EXPECT_EQ(l.record->retainHierarchies, 1);
-}
-
-TEST(OptionsFile, NewerVersionIsIgnored) {
-  TempDir dir;
-  Loaded l = loadFrom(dir, cfgData(11));
-  EXPECT_FALSE(l.result);
-  expectAllDefaults(*l.record, 30);
-}
-
-TEST(OptionsFile, SampleRateAndSceneRateAreReplacedOnCreation) {
-  TempDir dir;
-  std::filesystem::copy_file(cfgData(10), dir.file("ZTExport.cfg"));
-  OptionsDialog record(dir.path().string(), 60);
-  EXPECT_EQ(record.sampleRate, 60);
-  EXPECT_EQ(record.sceneFrameRate, 60);
-  EXPECT_EQ(record.rotationDelta, 0.25f);
-}
-
-TEST(OptionsFile, SavedBytesMatchTheCommittedVersionTenFile) {
-  TempDir dir;
-  Loaded l = loadFrom(dir, cfgData(10));
-  ASSERT_TRUE(l.result);
-  l.record->configFilePath = dir.file("ZTExport.cfg");
-  l.record->saveOptions();
-  EXPECT_EQ(fileBytes(dir.file("ZTExport.cfg")), fileBytes(cfgData(10)));
-}
-
-TEST(OptionsFile, RoundTripKeepsEveryValue) {
-  TempDir dir;
-  {
-    OptionsDialog record(dir.path().string(), 30);
-    record.exportGeometry = 0;
-    record.exportSkinning = 0;
-    record.rescale = 1;
-    record.rescaleFactor = 3.75f;
-    record.texturePath = "maps";
-    record.positionDelta = 0.5f;
-    record.rotationDelta = 0.0625f;
-    record.frameToFrameInterpolation = 1;
-    record.maintainMatrixScaling = 1;
-    record.decreaseEndFrameByOne = 0;
-    record.useGlobalAnimationRange = 0;
-    record.saveReferencesOnce = 0;
-    record.pivotAsMeshCenter = 0;
-    record.retainHierarchies = 0;
-    record.saveOptions();
-  }
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  ASSERT_TRUE(l.result);
-  const OptionsDialog& r = *l.record;
-  EXPECT_EQ(r.exportGeometry, 0);
-  EXPECT_EQ(r.exportSkinning, 0);
-  EXPECT_EQ(r.exportAnimation, 1);
-  EXPECT_EQ(r.rescale, 1);
-  EXPECT_EQ(r.rescaleFactor, 3.75f);
-  EXPECT_EQ(r.texturePath, "maps");
-  EXPECT_EQ(r.texturePathHistory, std::vector<std::string>{"maps"});
-  EXPECT_EQ(r.positionDelta, 0.5f);
-  EXPECT_EQ(r.rotationDelta, 0.0625f);
-  EXPECT_EQ(r.frameToFrameInterpolation, 1);
-  EXPECT_EQ(r.maintainMatrixScaling, 1);
-  EXPECT_EQ(r.decreaseEndFrameByOne, 0);
-  EXPECT_EQ(r.useGlobalAnimationRange, 0);
-  EXPECT_EQ(r.saveReferencesOnce, 0);
-  EXPECT_EQ(r.pivotAsMeshCenter, 0);
-  EXPECT_EQ(r.retainHierarchies, 0);
-  EXPECT_EQ(r.sampleRate, 30);
-}
-
-TEST(OptionsFile, StartEndAndLoopToFramesAreNotSaved) {
-  TempDir dir;
-  {
-    OptionsDialog record(dir.path().string(), 30);
-    record.startFrame = 5;
-    record.endFrame = 50;
-    record.loopToFrame = 7;
-    record.saveOptions();
-  }
-  OptionsDialog again(dir.path().string(), 30);
-  EXPECT_EQ(again.startFrame, 0);
-  EXPECT_EQ(again.endFrame, 0);
-  EXPECT_EQ(again.loopToFrame, 0);
-}
-
-// --- the texture path history ---
-
-namespace {
 std::vector<std::string> historyAfterSave(const std::vector<std::string>& history, const std::string& current) {
   TempDir dir;
   {
@@ -263,255 +116,115 @@ std::vector<std::string> historyAfterSave(const std::vector<std::string>& histor
     record.texturePath = current;
     record.saveOptions();
   }
-  return loadFrom(dir, dir.file("ZTExport.cfg")).record->texturePathHistory;
+  return Loaded(dir.file("ZTExport.cfg")).record.texturePathHistory;
 }
+
 }  // namespace
 
-TEST(OptionsFile, CurrentPathInHistoryMovesToTheFront) {
-  EXPECT_EQ(historyAfterSave({"X", "Y"}, "Y"), (std::vector<std::string>{"Y", "X"}));
-}
-
-TEST(OptionsFile, NewPathGoesInFront) {
-  EXPECT_EQ(historyAfterSave({"X", "Y"}, "Z"), (std::vector<std::string>{"Z", "X", "Y"}));
-}
-
-TEST(OptionsFile, OnlyTheFirstEqualEntryIsRemoved) {
-  EXPECT_EQ(historyAfterSave({"A", "B", "A"}, "A"), (std::vector<std::string>{"A", "B", "A"}));
-  EXPECT_EQ(historyAfterSave({"B", "A", "C", "A"}, "A"), (std::vector<std::string>{"A", "B", "C", "A"}));
-}
-
-TEST(OptionsFile, ComparisonIsByteExact) {
-  EXPECT_EQ(historyAfterSave({"Maps", "maps/"}, "maps"), (std::vector<std::string>{"maps", "Maps", "maps/"}));
-}
-
-TEST(OptionsFile, EmptyPathIsWrittenAsDot) {
+TEST(OptionsFile, SavedOnlyWhenClosedAfterOk) {
   TempDir dir;
   {
     OptionsDialog record(dir.path().string(), 30);
-    record.texturePathHistory = {"X", ""};
-    record.texturePath = "";
-    record.saveOptions();
-    // The record's own history is updated too.
-    EXPECT_EQ(record.texturePathHistory, (std::vector<std::string>{"", "X"}));
+    expectReadUpTo(record, 0);
+    EXPECT_EQ(record.configFilePath, dir.path().string() + "/ZTExport.cfg");
+    EXPECT_FALSE(record.loadOptions());
   }
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_EQ(l.record->texturePathHistory, (std::vector<std::string>{".", "X"}));
-  EXPECT_EQ(l.record->texturePath, ".");
+  EXPECT_FALSE(std::filesystem::exists(dir.file("ZTExport.cfg")));
+  {
+    OptionsDialog record(dir.path().string(), 30);
+    record.exportLights = 0;
+    record.saveOnClose = true;
+  }
+  OptionsDialog again(dir.path().string(), 30);
+  EXPECT_EQ(again.exportLights, 0);
+  EXPECT_EQ(again.texturePathHistory, std::vector<std::string>{"."});
+  // A directory that cannot be written to is not reported.
+  OptionsDialog lost((dir.path() / "missing" / "deeper").string(), 30);
+  EXPECT_NO_THROW(lost.saveOptions());
+  EXPECT_FALSE(std::filesystem::exists(lost.configFilePath));
 }
 
-TEST(OptionsFile, HistoryIsNotLimitedInLength) {
-  std::vector<std::string> history;
-  for (int i = 0; i < 40; ++i) history.push_back("p" + std::to_string(i));
-  const auto saved = historyAfterSave(history, "new");
-  ASSERT_EQ(saved.size(), 41u);
-  EXPECT_EQ(saved.front(), "new");
-  EXPECT_EQ(saved.back(), "p39");
+TEST(OptionsFile, EveryVersionReadsExactlyItsValues) {
+  for (int version = 1; version <= 10; ++version) {
+    SCOPED_TRACE("version " + std::to_string(version));
+    Loaded l(cfgData(version));
+    EXPECT_TRUE(l.result);
+    std::size_t size = 0;
+    for (const Step& s : layout(version)) {
+      s.check(l.record, s.end != SIZE_MAX);
+      if (s.end != SIZE_MAX) size = s.end;
+    }
+    EXPECT_EQ(size, ztx_test::readBytes(cfgData(version)).size());
+  }
 }
 
-// --- damaged files ---
-
-namespace {
-
-// Where each value of version10.cfg ends, in file order, with a check that
-// the value was read (or, before that point, that the default stands).
-struct ValueEnd {
-  std::size_t end;
-  std::function<void(const OptionsDialog&, bool read)> check;
-};
-
-std::vector<ValueEnd> versionTenLayout() {
-  std::vector<ValueEnd> layout;
-  std::size_t at = 8;  // file header
-  auto intValue = [&](std::function<void(const OptionsDialog&, bool)> check) {
-    at += 5;
-    layout.push_back({at, std::move(check)});
-  };
-  auto flagValue = [&](int OptionsDialog::*field, int inFile, int byDefault) {
-    intValue([=](const OptionsDialog& r, bool read) { EXPECT_EQ(r.*field, read ? inFile : byDefault); });
-  };
-  auto floatValue = [&](float OptionsDialog::*field, float inFile, float byDefault) {
-    at += 5;
-    layout.push_back({at, [=](const OptionsDialog& r, bool read) { EXPECT_EQ(r.*field, read ? inFile : byDefault); }});
-  };
-  intValue([](const OptionsDialog&, bool) {});  // version
-  flagValue(&OptionsDialog::exportGeometry, 0, 1);
-  flagValue(&OptionsDialog::exportAnimation, 0, 1);
-  flagValue(&OptionsDialog::exportCameras, 1, 1);
-  flagValue(&OptionsDialog::exportEnvironment, 0, 1);
-  flagValue(&OptionsDialog::exportHelpers, 1, 1);
-  flagValue(&OptionsDialog::exportLights, 0, 1);
-  flagValue(&OptionsDialog::exportMaterials, 1, 1);
-  flagValue(&OptionsDialog::dumpInfo, 0, 1);
-  flagValue(&OptionsDialog::copyTextures, 0, 1);
-  intValue([](const OptionsDialog&, bool) {});  // retired flag
-  flagValue(&OptionsDialog::loop, 0, 1);
-  flagValue(&OptionsDialog::loopInterpolation, 0, 1);
-  flagValue(&OptionsDialog::removeFloatingVertices, 0, 1);
-  flagValue(&OptionsDialog::removeHiddenObjects, 1, 1);
-  flagValue(&OptionsDialog::rescale, 1, 0);
-  flagValue(&OptionsDialog::sampleRate, 25, 30);
-  flagValue(&OptionsDialog::sceneFrameRate, 25, 30);
-  floatValue(&OptionsDialog::rotationDelta, 0.25f, 0.001f);
-  floatValue(&OptionsDialog::rescaleFactor, 2.5f, 1.0f);
-  intValue([](const OptionsDialog&, bool) {});  // path count
-  at += 5 + 7;                                  // "tex/v10"
-  layout.push_back({at, [](const OptionsDialog& r, bool read) {
-                      EXPECT_EQ(r.texturePath, read ? "tex/v10" : ".");
-                      EXPECT_EQ(r.texturePathHistory.size() >= 1, read);
-                    }});
-  at += 5 + 3;  // "old"
-  layout.push_back({at, [](const OptionsDialog& r, bool read) {
-                      EXPECT_EQ(r.texturePathHistory.size(), read ? 2u : (r.texturePathHistory.empty() ? 0u : 1u));
-                    }});
-  flagValue(&OptionsDialog::retainHierarchies, 0, 1);
-  floatValue(&OptionsDialog::positionDelta, 0.125f, 0.001f);
-  flagValue(&OptionsDialog::frameToFrameInterpolation, 2, 0);
-  flagValue(&OptionsDialog::pivotAsMeshCenter, 0, 1);
-  flagValue(&OptionsDialog::maintainMatrixScaling, 1, 0);
-  flagValue(&OptionsDialog::saveReferencesOnce, 0, 1);
-  flagValue(&OptionsDialog::decreaseEndFrameByOne, 0, 1);
-  flagValue(&OptionsDialog::useGlobalAnimationRange, 0, 1);
-  flagValue(&OptionsDialog::exportSkinning, 0, 1);
-  return layout;
+TEST(OptionsFile, SavedBytesMatchTheCommittedVersionTenFile) {
+  Loaded l(cfgData(10));
+  l.record.configFilePath = l.dir.file("ZTExport.cfg");
+  l.record.saveOptions();
+  EXPECT_EQ(ztx_test::readBytes(l.dir.file("ZTExport.cfg")), ztx_test::readBytes(cfgData(10)));
 }
 
-}  // namespace
+TEST(OptionsFile, CreationReplacesTheRatesAndReloadingDoesNotDoubleTheHistory) {
+  TempDir dir;
+  std::filesystem::copy_file(cfgData(10), dir.file("ZTExport.cfg"));
+  OptionsDialog record(dir.path().string(), 60);
+  EXPECT_EQ(record.sampleRate, 60);
+  EXPECT_EQ(record.sceneFrameRate, 60);
+  EXPECT_EQ(record.rotationDelta, 0.25f);
+  EXPECT_TRUE(record.loadOptions());
+  EXPECT_EQ(record.texturePathHistory, (std::vector<std::string>{"tex/v10", "old"}));
+}
 
-TEST(OptionsFile, LayoutCoversTheWholeCommittedFile) {
-  EXPECT_EQ(versionTenLayout().back().end, fileBytes(cfgData(10)).size());
+// Saving removes the first entry byte-equal to the current path and puts the
+// path in front; an empty path is written as ".", and the history has no limit.
+TEST(OptionsFile, TexturePathHistory) {
+  using H = std::vector<std::string>;
+  H forty, fortyAfter{"new"};
+  for (int i = 0; i < 40; ++i) forty.push_back("p" + std::to_string(i));
+  fortyAfter.insert(fortyAfter.end(), forty.begin(), forty.end());
+  const std::tuple<H, std::string, H> rows[] = {
+      {{"X", "Y"}, "Y", {"Y", "X"}},
+      {{"X", "Y"}, "Z", {"Z", "X", "Y"}},
+      {{"A", "B", "A"}, "A", {"A", "B", "A"}},
+      {{"B", "A", "C", "A"}, "A", {"A", "B", "C", "A"}},
+      {{"Maps", "maps/"}, "maps", {"maps", "Maps", "maps/"}},
+      {{"X", ""}, "", {".", "X"}},
+      {forty, "new", fortyAfter},
+  };
+  for (const auto& [history, current, saved] : rows) EXPECT_EQ(historyAfterSave(history, current), saved) << current;
 }
 
 TEST(OptionsFile, TruncatedAtEveryLengthKeepsDefaultsForUnreadValues) {
-  const auto full = fileBytes(cfgData(10));
-  const auto layout = versionTenLayout();
-  TempDir dir;
-  const std::string path = dir.file("ZTExport.cfg");
+  const Bytes full = ztx_test::readBytes(cfgData(10));
   for (std::size_t length = 0; length < full.size(); ++length) {
     SCOPED_TRACE("length " + std::to_string(length));
-    ztx_test::writeBytes(path, std::vector<unsigned char>(full.begin(), full.begin() + length));
-    Loaded l = loadFrom(dir, path);
+    Loaded l(Bytes(full.begin(), full.begin() + static_cast<std::ptrdiff_t>(length)));
     EXPECT_FALSE(l.result);
-    // A file shorter than its header is not one of ours at all.
-    for (const ValueEnd& v : layout) v.check(*l.record, length >= 8 && length >= v.end);
+    expectReadUpTo(l.record, length);
   }
 }
 
-TEST(OptionsFile, WrongTypeStopsReadingThere) {
-  // Version 10, geometry 0, then a float where the animation flag belongs.
-  auto bytes = header();
-  putInt(bytes, 10);
-  putInt(bytes, 0);
-  bytes.push_back(0x05);
-  bytes.insert(bytes.end(), {0, 0, 0x80, 0x3f});
-  putInt(bytes, 0);
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_FALSE(l.result);
-  EXPECT_EQ(l.record->exportGeometry, 0);
-  EXPECT_EQ(l.record->exportAnimation, 1);
-  EXPECT_EQ(l.record->exportCameras, 1);
-}
-
-TEST(OptionsFile, WrongHeaderKeepsEveryDefault) {
-  auto bytes = fileBytes(cfgData(10));
-  bytes[0] = 'X';
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  OptionsDialog record(dir.path().string(), 30);
-  expectAllDefaults(record, 30);
-}
-
-TEST(OptionsFile, NegativePathCountStopsBeforeTheHistory) {
-  auto bytes = fileBytes(cfgData(10));
-  // The count sits after the version, 19 values of 5 bytes and the header.
-  const std::size_t countAt = 8 + 20 * 5;
-  ASSERT_EQ(bytes[countAt], 0x03);
-  const std::int32_t negative = -1;
-  std::memcpy(&bytes[countAt + 1], &negative, 4);
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_FALSE(l.result);
-  EXPECT_EQ(l.record->rescaleFactor, 2.5f);
-  EXPECT_TRUE(l.record->texturePathHistory.empty());
-  EXPECT_EQ(l.record->texturePath, ".");
-  EXPECT_EQ(l.record->retainHierarchies, 1);
-}
-
-TEST(OptionsFile, HugePathCountReadsWhatIsThere) {
-  auto bytes = fileBytes(cfgData(10));
-  const std::size_t countAt = 8 + 20 * 5;
-  const std::int32_t huge = 0x7fffffff;
-  std::memcpy(&bytes[countAt + 1], &huge, 4);
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_FALSE(l.result);
-  EXPECT_EQ(l.record->texturePath, "tex/v10");
-  EXPECT_EQ(l.record->texturePathHistory, (std::vector<std::string>{"tex/v10", "old"}));
-  // The ints after the paths are not strings: reading stops there.
-  EXPECT_EQ(l.record->retainHierarchies, 1);
-}
-
-TEST(OptionsFile, StringLengthPastTheEndIsRejected) {
-  auto bytes = fileBytes(cfgData(10));
-  const std::size_t firstPathAt = 8 + 21 * 5;
-  ASSERT_EQ(bytes[firstPathAt], 0x06);
-  const std::uint32_t tooLong = 100000;
-  std::memcpy(&bytes[firstPathAt + 1], &tooLong, 4);
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_FALSE(l.result);
-  EXPECT_EQ(l.record->texturePath, ".");
-  EXPECT_EQ(l.record->rescaleFactor, 2.5f);
-}
-
-TEST(OptionsFile, UnknownInterpolationMethodKeepsItsDefault) {
-  auto bytes = fileBytes(cfgData(10));
-  // frameToFrameInterpolation is the third value after the history.
-  const std::size_t at = fileBytes(cfgData(10)).size() - 7 * 5;
-  ASSERT_EQ(bytes[at], 0x03);
-  const std::int32_t seven = 7;
-  std::memcpy(&bytes[at + 1], &seven, 4);
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
+TEST(OptionsFile, DamagedFilesKeepWhatCameBeforeTheFault) {
+  const std::size_t countAt = 8 + 20 * 5;  // header, version and 19 values
+  const std::size_t historyEnd = countAt + 5 + 5 + 7 + 5 + 3;
+  const std::tuple<const char*, int, std::size_t, Bytes, std::size_t> rows[] = {
+      {"newer version", 11, 0, {}, 0},
+      {"wrong header", 10, 0, {'X'}, 0},
+      {"float where the animation flag belongs", 10, 8 + 2 * 5, {0x05}, 8 + 2 * 5},
+      {"negative path count", 10, countAt, intValue(-1), countAt},
+      {"huge path count: the ints after the paths are no strings", 10, countAt, intValue(0x7fffffff), historyEnd},
+      {"string length past the end", 10, countAt + 5, {0x06, 0xa0, 0x86, 0x01, 0x00}, countAt + 5},
+  };
+  for (const auto& [what, version, at, patch, readUpTo] : rows) {
+    SCOPED_TRACE(what);
+    Loaded l(patched(version, at, patch));
+    EXPECT_FALSE(l.result);
+    expectReadUpTo(l.record, readUpTo);
+  }
+  // A stored interpolation method outside 0..2 is ignored; the rest is read.
+  Loaded l(patched(10, historyEnd + 2 * 5, intValue(7)));
   EXPECT_TRUE(l.result);
-  EXPECT_EQ(l.record->frameToFrameInterpolation, 0);
-  EXPECT_EQ(l.record->pivotAsMeshCenter, 0);
-  EXPECT_EQ(l.record->exportSkinning, 0);
-}
-
-TEST(OptionsFile, HeaderOnlyFileKeepsEveryDefault) {
-  TempDir dir;
-  const auto bytes = header();
-  ztx_test::writeBytes(dir.file("ZTExport.cfg"), {bytes.begin(), bytes.end()});
-  Loaded l = loadFrom(dir, dir.file("ZTExport.cfg"));
-  EXPECT_FALSE(l.result);
-  expectAllDefaults(*l.record, 30);
-}
-
-TEST(OptionsFile, DirectoryInPlaceOfTheFileKeepsEveryDefault) {
-  TempDir dir;
-  std::filesystem::create_directory(dir.file("ZTExport.cfg"));
-  OptionsDialog record(dir.path().string(), 30);
-  expectAllDefaults(record, 30);
-}
-
-TEST(OptionsFile, UnwritableDirectoryIsNotReported) {
-  TempDir dir;
-  OptionsDialog record((dir.path() / "missing" / "deeper").string(), 30);
-  record.saveOnClose = true;
-  EXPECT_NO_THROW(record.saveOptions());
-  EXPECT_FALSE(std::filesystem::exists(record.configFilePath));
-}
-
-TEST(OptionsFile, LoadingTwiceDoesNotListPathsTwice) {
-  TempDir dir;
-  std::filesystem::copy_file(cfgData(10), dir.file("ZTExport.cfg"));
-  OptionsDialog record(dir.path().string(), 30);
-  EXPECT_TRUE(record.loadOptions());
-  EXPECT_EQ(record.texturePathHistory, (std::vector<std::string>{"tex/v10", "old"}));
+  EXPECT_EQ(l.record.frameToFrameInterpolation, 0);
+  EXPECT_EQ(l.record.exportSkinning, 0);
 }

@@ -20,7 +20,15 @@ ExportRun exportScene(const std::string& sceneJson, const std::vector<std::strin
   run.out = r.out;
   run.err = r.err;
   run.fileWritten = std::filesystem::exists(output);
-  if (run.fileWritten) run.file = dumpJson(output);
+  if (run.fileWritten) {
+    run.file = dumpJson(output);
+    // Every file an export writes must hold what a reader relies on.
+    for (const std::string& written : {output, dir.file("out.skd")}) {
+      if (!std::filesystem::exists(written)) continue;
+      const RunResult v = runDump({"--validate", written});
+      EXPECT_EQ(v.exitCode, 0) << written << ": " << v.out << v.err;
+    }
+  }
   return run;
 }
 

@@ -1,0 +1,155 @@
+// Smoothing-group normals and map channel seams on hand-built meshes, against
+// results worked out by hand.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "geometry/mesh_processing.h"
+
+namespace {
+
+constexpr Point3 kGarbage{1234.5f, -777.25f, 42.0f};
+
+// Vertex i at (bit 0, bit 1, bit 2) of i as -1/1; two outward triangles per
+// side (-z, +z, -y, +y, -x, +x), side s in smoothing group 1 << s or group 1.
+MeshBuild cube(bool sixGroups) {
+  MeshBuild m;
+  for (int i = 0; i < 8; ++i) m.positions.push_back({i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f, i & 4 ? 1.0f : -1.0f});
+  m.indices = {0, 2, 3, 0, 3, 1, 4, 5, 7, 4, 7, 6, 0, 1, 5, 0, 5, 4, 2, 6, 7, 2, 7, 3, 0, 4, 6, 0, 6, 2, 1, 3, 7, 1, 7, 5};
+  for (int t = 0; t < 12; ++t) m.smoothingGroups.push_back(sixGroups ? 1u << (t / 2) : 1u);
+  m.normals.assign(5, kGarbage);  // must be replaced, not appended to
+  return m;
+}
+const Point3 kSideNormal[6] = {{0, 0, -1}, {0, 0, 1}, {0, -1, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 0, 0}};
+
+// Triangles (0, 1, 2) and (2, 1, 3) over a unit square.
+MeshBuild square() {
+  MeshBuild m;
+  m.positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 1, 0}};
+  m.normals = {{0, 0, 1}, {0, 1, 0}, {1, 0, 0}, {0, 0, -1}};
+  m.indices = {0, 1, 2, 2, 1, 3};
+  return m;
+}
+
+}  // namespace
+
+TEST(SmoothNormals, CubeWithSixGroupsGivesTwentyFourVerticesWithSideNormals) {
+  MeshBuild m = cube(true);
+  computeSmoothNormals(m);
+  ASSERT_EQ(m.positions.size(), 24u);
+  ASSERT_EQ(m.normals.size(), 24u);
+  // Each vertex keeps its last cluster; the earlier ones become copies 8, 9
+  // (of vertex 0), 10, 11 (of vertex 1), ... The cluster reaching the most
+  // triangles goes first, the first such in the vertex's list on a tie:
+  // vertex 1 has sides (0, 2, 5, 5), so side 5 goes, then side 0; it keeps 2.
+  const int side[24] = {4, 2, 4, 5, 4, 5, 3, 5, 0, 2, 5, 0, 3, 0, 0, 3, 1, 2, 2, 1, 4, 1, 1, 3};
+  for (int v = 0; v < 24; ++v) EXPECT_EQ(m.normals[v], kSideNormal[side[v]]) << "vertex " << v;
+  const std::vector<std::uint32_t> sources = {0, 0, 1, 1, 2, 2, 3, 3, 4, 4, 5, 5, 6, 6, 7, 7};
+  EXPECT_EQ(m.splitSources, sources);
+  for (int v = 8; v < 24; ++v) EXPECT_EQ(m.positions[v], m.positions[sources[v - 8]]);
+  for (std::size_t k = 0; k < m.indices.size(); ++k)
+    EXPECT_EQ(m.normals[m.indices[k]], kSideNormal[k / 6]) << "corner " << k;
+  EXPECT_EQ(std::vector<std::uint32_t>(m.indices.begin(), m.indices.begin() + 6),
+            (std::vector<std::uint32_t>{8, 13, 14, 8, 14, 11}));
+}
+
+TEST(SmoothNormals, OneGroupKeepsEightVerticesWithNormalisedSums) {
+  MeshBuild m = cube(false);
+  computeSmoothNormals(m);
+  ASSERT_EQ(m.positions.size(), 8u);
+  EXPECT_TRUE(m.splitSources.empty());
+  EXPECT_EQ(m.indices, cube(false).indices);
+  // Sums of the side normals of each vertex's triangles: a corner on a side's
+  // diagonal touches both of its triangles, the others one.
+  const int sums[8][3] = {{-2, -2, -2}, {2, -1, -1}, {-1, 2, -1}, {1, 1, -2},
+                          {-1, -1, 2},  {1, -2, 1},  {-2, 1, 1},  {2, 2, 2}};
+  for (int v = 0; v < 8; ++v) {
+    const float x = float(sums[v][0]), y = float(sums[v][1]), z = float(sums[v][2]);
+    const float inv = 1.0f / std::sqrt(x * x + y * y + z * z);
+    EXPECT_EQ(m.normals[v], Point3(x * inv, y * inv, z * inv)) << "vertex " << v;
+  }
+}
+
+TEST(SmoothNormals, ZeroMaskTrianglesEachGetTheirOwnVertices) {
+  MeshBuild big = cube(true);
+  computeSmoothNormals(big);  // leaves larger work buffers behind
+  MeshBuild m;
+  m.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+  m.indices = {0, 1, 2, 0, 2, 3};
+  m.smoothingGroups = {0, 0};
+  computeSmoothNormals(m);
+  ASSERT_EQ(m.positions.size(), 10u);
+  EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{0, 0, 1, 2, 2, 3}));
+  EXPECT_EQ(m.indices, (std::vector<std::uint32_t>{4, 6, 7, 5, 8, 9}));
+  for (int v = 0; v < 4; ++v) EXPECT_EQ(m.normals[v], Point3(0, 0, 0)) << "vertex " << v << " keeps no triangle";
+  for (int v = 4; v < 10; ++v) EXPECT_EQ(m.normals[v], Point3(0, 0, 1)) << "vertex " << v;
+}
+
+TEST(SmoothNormals, ABridgingMaskJoinsGroupsThatShareNoBit) {
+  MeshBuild m;
+  m.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {-1, 1, 0}};
+  m.indices = {0, 1, 2, 0, 2, 3, 0, 3, 4};
+  m.smoothingGroups = {1, 3, 2};
+  computeSmoothNormals(m);
+  EXPECT_EQ(m.positions.size(), 5u);
+}
+
+TEST(MapChannels, SeamCopiesAreAppendedAndChainedNewestFirst) {
+  // A fan around vertex 0, whose corners use coordinates A, B, C, B. B makes
+  // copy 6, C copy 7, which takes over the chain (0 -> 7 -> 6); the second B
+  // is found at 6 after 0 and 7 are tried.
+  MeshBuild m;
+  m.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {-1, 1, 0}, {-1, 0, 0}};
+  m.normals = {{0, 0, 1}, {0, 0, 2}, {0, 0, 3}, {0, 0, 4}, {0, 0, 5}, {0, 0, 6}};
+  m.indices = {0, 1, 2, 0, 2, 3, 0, 3, 4, 0, 4, 5};
+  m.vertexMaps[0].assign(9, kGarbage);
+  const Point3 a{0.1f, 0.1f, 0}, b{0.2f, 0.2f, 0}, c{0.3f, 0.3f, 0}, other{0.9f, 0.9f, 0};
+  m.mapCoords[0] = {a, b, c, other};
+  m.mapIndices[0] = {0, 3, 3, 1, 3, 3, 2, 3, 3, 1, 3, 3};
+  unifyMapChannel(m, 0);
+  ASSERT_EQ(m.positions.size(), 8u);
+  EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{0, 0}));
+  EXPECT_EQ(m.indices, (std::vector<std::uint32_t>{0, 1, 2, 6, 2, 3, 7, 3, 4, 6, 4, 5}));
+  EXPECT_EQ(m.vertexMaps[0], (std::vector<Point3>{a, other, other, other, other, other, b, c}));
+  for (int v : {6, 7}) EXPECT_TRUE(m.positions[v] == m.positions[0] && m.normals[v] == m.normals[0]);
+}
+
+TEST(MapChannels, CoordinatesCompareByTheirFirstTwoComponents) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  struct Case {
+    Point3 first, second;
+    bool sameIndex, split;
+  };
+  const Case cases[] = {{{1, 0, 5}, {1, 0, 9}, false, false},
+                        {{0.0f, 1, 0}, {-0.0f, 1, 0}, false, false},
+                        {{nan, 0, 0}, {nan, 0, 0}, true, true},
+                        {{1, 0, 0}, {0.5f, 0.5f, 0}, false, true}};
+  for (const Case& c : cases) {
+    MeshBuild m = square();  // vertex 1's corners use `first`, then `second`
+    m.mapCoords[0] = {{0, 0, 0}, c.first, {0, 1, 0}, {1, 1, 0}, c.second};
+    m.mapIndices[0] = {0, 1, 2, 2, c.sameIndex ? 1u : 4u, 3};
+    unifyMapChannel(m, 0);
+    EXPECT_EQ(m.positions.size(), c.split ? 5u : 4u) << c.second.x;
+    EXPECT_EQ(m.splitSources, c.split ? std::vector<std::uint32_t>{1} : std::vector<std::uint32_t>{});
+    EXPECT_EQ(m.indices[4], c.split ? 4u : 1u);
+    if (!c.split) {
+      EXPECT_EQ(m.vertexMaps[0][1], Point3(c.first.x, c.first.y, 0)) << "third component stored as 0";
+    }
+  }
+}
+
+TEST(MapChannels, SecondChannelCopiesCarryTheFirstChannel) {
+  MeshBuild m = square();
+  m.mapCoords[0] = {{0.5f, 0.5f, 0}};
+  m.mapIndices[0].assign(6, 0);
+  m.mapCoords[1] = {{1, 0, 0}, {0, 1, 0}};
+  m.mapIndices[1] = {0, 0, 0, 1, 0, 0};  // vertex 2's second corner differs
+  unifyMapChannel(m, 0);
+  unifyMapChannel(m, 1);
+  ASSERT_EQ(m.positions.size(), 5u);
+  EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{2}));
+  EXPECT_EQ(m.vertexMaps[0], std::vector<Point3>(5, {0.5f, 0.5f, 0}));
+  EXPECT_EQ(m.vertexMaps[1][4], Point3(0, 1, 0));
+  EXPECT_EQ(m.indices[3], 4u);
+}
