@@ -125,17 +125,18 @@ std::uint8_t T_MemoryFile::peekTag() const {
   return buffer_[pos_];
 }
 
+// The type of a tag with its article, as the error messages name it.
 static const char* tagName(std::uint8_t tag) {
   switch (tag) {
-    case BT_Bool: return "bool";
-    case BT_UChar: return "unsigned char";
-    case BT_Int: return "int";
-    case BT_UInt: return "unsigned int";
-    case BT_Float: return "float";
-    case BT_String: return "string";
-    case BT_Matrix4x3: return "matrix";
-    case BT_Sequence: return "sequence";
-    case BT_Chunk: return "chunk";
+    case BT_Bool: return "a bool";
+    case BT_UChar: return "an unsigned char";
+    case BT_Int: return "an int";
+    case BT_UInt: return "an unsigned int";
+    case BT_Float: return "a float";
+    case BT_String: return "a string";
+    case BT_Matrix4x3: return "a matrix";
+    case BT_Sequence: return "a sequence";
+    case BT_Chunk: return "a chunk";
     default: return nullptr;
   }
 }
@@ -146,9 +147,9 @@ void T_MemoryFile::expectTag(BasicType expected) {
     const char* got = tagName(tag);
     char buf[96];
     if (got)
-      std::snprintf(buf, sizeof buf, "expected a %s value, found a %s value", tagName(expected), got);
+      std::snprintf(buf, sizeof buf, "expected %s value, found %s value", tagName(expected), got);
     else
-      std::snprintf(buf, sizeof buf, "expected a %s value, found unknown type tag 0x%02x", tagName(expected), tag);
+      std::snprintf(buf, sizeof buf, "expected %s value, found unknown type tag 0x%02x", tagName(expected), tag);
     fail(pos_, buf);
   }
   ++pos_;
@@ -164,7 +165,7 @@ std::uint32_t T_MemoryFile::rawU32() {
 ChunkHeader T_MemoryFile::readChunkHeader() {
   const std::size_t start = pos_;
   expectTag(BT_Chunk);
-  need(12, "a chunk header");
+  if (buffer_.size() - pos_ < 12) fail(start, "unexpected end of data while reading a chunk header");
   ChunkHeader h;
   h.id = rawU32();
   h.version = rawU32();

@@ -164,7 +164,7 @@ TEST_F(Damaged, EachFaultIsNamedWithItsPlace) {
   writeCamera(extra, [&] { extra << 1.0f << 0.5f << 100.0f << 7; });
   const Bytes wrongTagBytes = bytesOf(wrongTag), extraBytes = bytesOf(extra);
   const std::vector<std::pair<Bytes, std::string>> cases = {
-      {wrongTagBytes, "expected a float value, found a int value at byte offset " +
+      {wrongTagBytes, "expected a float value, found an int value at byte offset " +
                           std::to_string(wrongTagBytes.size() - 10) + "*reading nearPlane inside CameraChunk"},
       {extraBytes, "5 bytes left over after the last field at byte offset " + std::to_string(extraBytes.size() - 5)},
       {withU32(scene, vertexAt + 9, static_cast<std::uint32_t>(meshLeft + 5)),

@@ -132,7 +132,7 @@ TEST(MemoryFile, WrongTagIsNamed) {
     in.readInt();
     FAIL();
   } catch (const T_Exception& e) {
-    EXPECT_NE(std::string(e.what()).find("expected a int value, found a float value at byte offset 8"),
+    EXPECT_NE(std::string(e.what()).find("expected an int value, found a float value at byte offset 8"),
               std::string::npos)
         << e.what();
   }
