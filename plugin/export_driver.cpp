@@ -1,6 +1,7 @@
 // DoExport: one export run from the host's call to the saved scene file.
 #include <cstdio>
 #include <memory>
+#include <string>
 
 #include "host/inode.h"
 #include "options/apply_options.h"
@@ -10,6 +11,10 @@
 #include "prepass/node_prepass.h"
 #include "scene_objects/environment.h"
 #include "host/inhouse/system.h"
+
+namespace {
+constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport cancelled.";
+}  // namespace
 
 int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool suppressPrompts) {
   errorFlag = false;
@@ -65,8 +70,10 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
 
   if (!hasError() && sceneFile.getSize() > 0) {
     if (sceneFile.save(name) == 0) {
-      char text[1024];
-      std::snprintf(text, sizeof text, "Unable to write to %s.\n\nExport cancelled.", name);
+      // Sized to the name: the user must see the whole path that failed, however deep.
+      const int length = std::snprintf(nullptr, 0, kSaveFailedFormat, name);
+      std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+      std::snprintf(text.data(), text.size() + 1, kSaveFailedFormat, name);
       host->MessageBox(text, "ZT Exporter");
       host->ProgressEnd();
       host->SetFrameRate(savedFrameRate);

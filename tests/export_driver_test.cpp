@@ -2,10 +2,12 @@
 // error and cancel rules, the frame rate, the progress bar and what is shown.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <filesystem>
 
 #include "host/memory/memory_host.h"
 #include "options/options_dialog.h"
+#include "plugin/dispatch.h"
 #include "plugin/scene_exporter.h"
 #include "support/scene_export.h"
 
@@ -111,6 +113,14 @@ TEST_F(DriverTest, ProgressPercentCountsDispatchedNodes) {
   EXPECT_EQ(percents[4], 50);
   EXPECT_EQ(titles[4], "Geometry for \"H4\"");
   EXPECT_EQ(run->exporter.nodeCount, 10);
+
+  // The percentage is the exact quotient truncated: a whole one never drops to the one below.
+  for (const auto& [done, total, percent] : {std::array{28, 100, 29}, {56, 100, 57}, {28, 50, 58}, {0, 3, 33}}) {
+    run->exporter.progressDone = done;
+    run->exporter.progressTotal = total;
+    dispatchNode(run->exporter, run->host->findNode("H0"));
+    EXPECT_EQ(run->host->progressCalls().back().percent, percent) << done + 1 << " of " << total;
+  }
 }
 
 TEST_F(DriverTest, EmptySceneWritesNothing) {
@@ -163,14 +173,17 @@ TEST_F(DriverTest, DumpInfoShowsOnlyWhenThereIsSomethingToShow) {
 }
 
 TEST_F(DriverTest, SaveFailureShowsAMessageBoxAndRestoresTheRate) {
-  auto run = exportScene(helpers(1), [](OptionsDialog& r) { r.sampleRate = 60; }, {}, 0,
-                         dir.file("no-such-dir/out.zt2"));
+  // A deep target: the message names it whole.
+  std::string target = dir.file("no-such-dir");
+  for (int i = 0; i < 6; ++i) target += "/" + std::string(200, 'd');
+  auto run = exportScene(helpers(1), [](OptionsDialog& r) { r.sampleRate = 60; }, {}, 0, target + "/out.zt2");
   EXPECT_EQ(run->result, 0);
   ASSERT_EQ(run->host->messageBoxes().size(), 1u);
-  EXPECT_EQ(run->host->messageBoxes()[0], "Unable to write to " + dir.file("no-such-dir/out.zt2") + ".\n\nExport cancelled.");
+  EXPECT_EQ(run->host->messageBoxes()[0], "Unable to write to " + target + "/out.zt2.\n\nExport cancelled.");
   EXPECT_TRUE(run->host->exportInfoTexts().empty());
   EXPECT_EQ(run->host->GetFrameRate(), 30);
   EXPECT_EQ(countKind(*run->host, ProgressCall::End), 1);
+  EXPECT_FALSE(std::filesystem::exists(dir.file("config/ZTExport.cfg")));  // prompts suppressed
 }
 
 TEST_F(DriverTest, ConfigurationIsSavedOnlyAfterTheDialogClosedWithOk) {
@@ -190,5 +203,11 @@ TEST_F(DriverTest, ConfigurationIsSavedOnlyAfterTheDialogClosedWithOk) {
   std::filesystem::remove(cfg);
   exportScene(R"({"nodes": [{"name": "X", "object": {"type": "helper"}}, {"name": "X", "id": "Y", "object": {"type": "helper"}}]})",
               {}, [](OptionsDialog&) { return true; });
+  EXPECT_TRUE(std::filesystem::exists(cfg));
+
+  // And when the scene file cannot be saved.
+  std::filesystem::remove(cfg);
+  auto failed = exportScene(helpers(1), {}, [](OptionsDialog&) { return true; }, 0, dir.file("no-such-dir/out.zt2"));
+  EXPECT_EQ(failed->result, 0);
   EXPECT_TRUE(std::filesystem::exists(cfg));
 }

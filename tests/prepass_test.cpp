@@ -2,6 +2,9 @@
 // the order of the walk, and nothing written after an error.
 #include <gtest/gtest.h>
 
+#include "host/memory/memory_host.h"
+#include "plugin/scene_exporter.h"
+#include "prepass/node_prepass.h"
 #include "support/scene_export.h"
 
 using ztx_test::exportScene;
@@ -78,4 +81,23 @@ TEST(Prepass, ErrorSkipsTheLaterPasses) {
   EXPECT_EQ(run.exitCode, 1) << run.err;
   EXPECT_FALSE(run.fileWritten);
   EXPECT_EQ(infoLines(run).back(), kCancelLine);
+}
+
+TEST(Prepass, MaterialIndicesFollowTheWalk) {
+  // A multi-material enters its slots one level deep, skipping the empty one;
+  // one without slots enters itself.
+  ztx_test::TempDir dir;
+  const auto host = hostmodel::loadSceneFromString(R"({"materials": [{"id": "A", "type": "standard"},
+      {"id": "B", "type": "standard"}, {"id": "AB", "type": "multi", "subMaterials": ["A", null, "B"]},
+      {"id": "E", "type": "multi"}],
+    "nodes": [{"name": "1", "material": "AB"}, {"name": "2", "material": "B"}, {"name": "3", "material": "E"}]})",
+                                                   dir.path().string());
+  SceneExporter exporter;
+  exporter.host = host.get();
+  exporter.options.exportSkinning = false;
+  int nodeCount = 0;
+  prepassNode(exporter, host->GetRootNode(), nodeCount);
+  EXPECT_EQ(nodeCount, 4);
+  EXPECT_EQ(exporter.materialIndexTable.materials(),
+            (std::vector<Mtl*>{host->findMaterial("A"), host->findMaterial("B"), host->findMaterial("E")}));
 }

@@ -99,10 +99,17 @@ TEST(SceneWalk, HiddenNodesChildrenTakeTheNextQualifyingAncestor) {
 TEST(SceneWalk, GroupHeadsAreSkippedAsParents) {
   const auto s = scene(helperNode("Outer", "",
                                   helperNode("Group", R"(, "groupHead": true)",
-                                             helperNode("Member", R"(, "groupMember": true)"))));
+                                             helperNode("Member", R"(, "groupMember": true)",
+                                                        helperNode("Inner", R"(, "groupMember": true)"))) +
+                                      ", " +
+                                      helperNode("Open", R"(, "openGroupHead": true)",
+                                                 helperNode("OpenMember", R"(, "openGroupMember": true)"))));
   const auto run = exportScene(s, plainOptions());
   EXPECT_EQ(objectFields(findObject(run.file, "Member"))["parentName"], "Outer");
   EXPECT_EQ(objectFields(findObject(run.file, "Group"))["parentName"], "Outer");
+  // Open or closed, the head is skipped; members keep their hierarchy inside the group.
+  EXPECT_EQ(objectFields(findObject(run.file, "OpenMember"))["parentName"], "Outer");
+  EXPECT_EQ(objectFields(findObject(run.file, "Inner"))["parentName"], "Member");
 }
 
 TEST(SceneWalk, DepthFirstOrderAndSkippedKinds) {
