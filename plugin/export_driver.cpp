@@ -32,63 +32,74 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   ticksPerFrame = host->GetTicksPerFrame();
 
   host->ProgressStart("Progress", true);
-  resetExportValues();
+  // An exception from the in-house layer (exhausted memory, say) must still
+  // leave the host as the export found it: progress bar closed and, once the
+  // sample rate was applied, the scene's frame rate back.
+  bool rateApplied = false;
+  try {
+    resetExportValues();
 
-  auto dialog = std::make_unique<OptionsDialog>(host->GetDir(APP_PLUGCFG_DIR), host->GetFrameRate());
-  dialog->startFrame = 0;
-  dialog->endFrame = ticksPerFrame > 0 ? (animationRange.End() - animationRange.Start()) / ticksPerFrame : 0;
-  dialog->loopToFrame = 0;
-  dialog->animationRange = animationRange;
-  dialog->ticksPerFrame = ticksPerFrame;
-  if (optionsRecordEditor) optionsRecordEditor(*dialog);
+    auto dialog = std::make_unique<OptionsDialog>(host->GetDir(APP_PLUGCFG_DIR), host->GetFrameRate());
+    dialog->startFrame = 0;
+    dialog->endFrame = ticksPerFrame > 0 ? (animationRange.End() - animationRange.Start()) / ticksPerFrame : 0;
+    dialog->loopToFrame = 0;
+    dialog->animationRange = animationRange;
+    dialog->ticksPerFrame = ticksPerFrame;
+    if (optionsRecordEditor) optionsRecordEditor(*dialog);
 
-  if (!suppressPrompts) {
-    const bool ok = optionsDialogRunner ? optionsDialogRunner(*dialog) : true;
-    if (!ok) {
-      host->ProgressEnd();
-      dialog->saveOnClose = false;
-      return 1;
+    if (!suppressPrompts) {
+      const bool ok = optionsDialogRunner ? optionsDialogRunner(*dialog) : true;
+      if (!ok) {
+        host->ProgressEnd();
+        dialog->saveOnClose = false;
+        return 1;
+      }
+      dialog->saveOnClose = true;
     }
-    dialog->saveOnClose = true;
-  }
 
-  applyDialogOptions(*this, *dialog);
-  readAdditionalConfig(*this);
+    applyDialogOptions(*this, *dialog);
+    rateApplied = true;
+    readAdditionalConfig(*this);
 
-  INode* root = host->GetRootNode();
-  prepassNode(*this, root, nodeCount);
+    INode* root = host->GetRootNode();
+    prepassNode(*this, root, nodeCount);
 
-  progressDone = 0;
-  progressTotal = options.exportAnimation ? nodeCount * 2 : nodeCount;
+    progressDone = 0;
+    progressTotal = options.exportAnimation ? nodeCount * 2 : nodeCount;
 
-  if (!hasError() && options.exportEnvironment) exportEnvironment(*this);
+    if (!hasError() && options.exportEnvironment) exportEnvironment(*this);
 
-  for (int i = 0; i < root->NumberOfChildren(); ++i) {
-    if (host->GetCancel() || hasError()) break;
-    dispatchNode(*this, root->GetChildNode(i));
-  }
-
-  if (!hasError() && sceneFile.getSize() > 0) {
-    if (sceneFile.save(name) == 0) {
-      // Sized to the name: the user must see the whole path that failed, however deep.
-      const int length = std::snprintf(nullptr, 0, kSaveFailedFormat, name);
-      std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-      std::snprintf(text.data(), text.size() + 1, kSaveFailedFormat, name);
-      host->MessageBox(text, "ZT Exporter");
-      host->ProgressEnd();
-      host->SetFrameRate(savedFrameRate);
-      dialog.reset();  // writes ZTExport.cfg when the dialog closed with OK
-      return 0;
+    for (int i = 0; i < root->NumberOfChildren(); ++i) {
+      if (host->GetCancel() || hasError()) break;
+      dispatchNode(*this, root->GetChildNode(i));
     }
-  }
 
-  if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
-  host->SetFrameRate(savedFrameRate);
-  skinWeightTable.clear();
-  skinBoneIndexTable.clear();
-  skinBoneNames.clear();
-  host->ProgressEnd();
-  if (hasError() || options.dumpInfo) showExportInfo();
-  dialog.reset();
-  return 1;
+    if (!hasError() && sceneFile.getSize() > 0) {
+      if (sceneFile.save(name) == 0) {
+        // Sized to the name: the user must see the whole path that failed, however deep.
+        const int length = std::snprintf(nullptr, 0, kSaveFailedFormat, name);
+        std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+        std::snprintf(text.data(), text.size() + 1, kSaveFailedFormat, name);
+        host->MessageBox(text, "ZT Exporter");
+        host->ProgressEnd();
+        host->SetFrameRate(savedFrameRate);
+        dialog.reset();  // writes ZTExport.cfg when the dialog closed with OK
+        return 0;
+      }
+    }
+
+    if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
+    host->SetFrameRate(savedFrameRate);
+    skinWeightTable.clear();
+    skinBoneIndexTable.clear();
+    skinBoneNames.clear();
+    host->ProgressEnd();
+    if (hasError() || options.dumpInfo) showExportInfo();
+    dialog.reset();
+    return 1;
+  } catch (...) {
+    if (rateApplied) host->SetFrameRate(savedFrameRate);
+    host->ProgressEnd();
+    throw;
+  }
 }

@@ -211,3 +211,21 @@ TEST_F(DriverTest, ConfigurationIsSavedOnlyAfterTheDialogClosedWithOk) {
   EXPECT_EQ(failed->result, 0);
   EXPECT_TRUE(std::filesystem::exists(cfg));
 }
+
+TEST_F(DriverTest, AnExceptionMidExportStillRestoresTheHost) {
+  auto host = hostmodel::loadSceneFromString(helpers(2), dir.path().string());
+  host->setConfigDir(dir.file("config"));
+  host->setProgressObserver([](const ProgressCall& c) {
+    if (c.kind == ProgressCall::Update) throw std::runtime_error("out of memory");
+  });
+  SceneExporter exporter;
+  exporter.optionsRecordEditor = [](OptionsDialog& r) {
+    r.sampleRate = 60;
+    r.exportSkinning = 0;
+  };
+  const std::string target = dir.file("thrown.zt2");
+  EXPECT_THROW(exporter.DoExport(target.c_str(), host.get(), true), std::runtime_error);
+  EXPECT_EQ(host->GetFrameRate(), 30);
+  EXPECT_EQ(countKind(*host, ProgressCall::End), 1);
+  EXPECT_FALSE(std::filesystem::exists(target));
+}
