@@ -195,10 +195,17 @@ class MeshWriter {
     static std::vector<MaterialSubMesh> pieces;
     const std::size_t runs = splitOversizedGroup(group, channels_, pieces);
     const std::string name = record_.materialNameList()[slot];
-    exporter_.logMessage(
-        "WARNING: Object \"%s\" material \"%s\" uses %zu vertices, more than one group can index; written as %zu "
-        "groups of that material",
-        node_->GetName(), name.c_str(), group.vertexCount, runs);
+    if (runs == 1)
+      // Its triangles fit in one group: only vertices no triangle uses are left out.
+      exporter_.logMessage(
+          "WARNING: Object \"%s\" material \"%s\" holds %zu vertices, more than one group can index; vertices "
+          "that no triangle uses were left out",
+          node_->GetName(), name.c_str(), group.vertexCount);
+    else
+      exporter_.logMessage(
+          "WARNING: Object \"%s\" material \"%s\" uses %zu vertices, more than one group can index; written as %zu "
+          "groups of that material",
+          node_->GetName(), name.c_str(), group.vertexCount, runs);
     insertGroups(slot + 1, runs - 1, name);
     for (std::size_t r = 0; r < runs; ++r) store(slot++, viewOf(pieces[r]));
   }
