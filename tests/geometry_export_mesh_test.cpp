@@ -262,6 +262,22 @@ TEST(ExportMesh, OversizedGroupIsWrittenAsSeveralGroupsEachCopyKeepingItsInfluen
   EXPECT_EQ(wrong, 0u);
 }
 
+TEST(ExportMesh, OversizedGroupWhoseTrianglesFitLeavesOutOnlyUnusedVertices) {
+  // One triangle on the last three of 65,540 vertices; floating vertices are kept.
+  const unsigned n = 65540;
+  json vertices = json::array();
+  for (unsigned i = 0; i < n; ++i) vertices.insert(vertices.end(), {i, 0, 0});
+  Scene fx({{"vertices", vertices}, {"faces", {n - 3, n - 2, n - 1}}, {"smoothingGroups", {1}}}, {meshNode("Sparse")});
+  fx.exporter.options.removeFloatingVertices = false;
+  fx.exportNode("Sparse");
+  const MeshRecord r = fx.meshes().at(0);
+  EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{3}));
+  EXPECT_EQ(r.vertexPart().positions.at(0), Point3(float(n - 1), 0, 0));  // file winding: third corner first
+  EXPECT_EQ(fx.log(), (std::vector<std::string>{"WARNING: Object \"Sparse\" material \"A\" holds 65540 vertices, "
+                                                "more than one group can index; vertices that no triangle uses were "
+                                                "left out"}));
+}
+
 // --- skinning ---
 
 TEST(ExportMeshSkin, EachSplitCopyCarriesItsHostVertexInfluences) {
