@@ -220,7 +220,7 @@ class GridObject : public TriObject {
   Class_ID ClassID() const override { return TRIOBJ_CLASS_ID; }
   void GetClassName(std::string& s) const override { s = "Mesh"; }
   bool CanConvertToType(Class_ID c) const override { return c == TRIOBJ_CLASS_ID; }
-  Object* ConvertToType(TimeValue, Class_ID) override { return this; }
+  ConvertedObject ConvertToType(TimeValue, Class_ID) override { return ConvertedObject::borrowed(this); }
   Mesh& GetMesh() override { return const_cast<Mesh&>(grid()); }
 };
 

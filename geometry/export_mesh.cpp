@@ -39,12 +39,13 @@ struct Winding {
 
 Winding windingFor(bool mirrored) { return mirrored ? Winding{0, 1, 2} : Winding{2, 1, 0}; }
 
-// The node's object as a host mesh, or none when it has no triangle form.
-const Mesh* triangleMeshOf(Object* obj, TimeValue t) {
-  if (obj->SuperClassID() != GEOMOBJECT_CLASS_ID || !obj->CanConvertToType(TRIOBJ_CLASS_ID)) return nullptr;
-  // The host owns the converted object (it may be obj itself): nothing to delete here.
-  auto* tri = dynamic_cast<TriObject*>(obj->ConvertToType(t, TRIOBJ_CLASS_ID));
-  return tri ? &tri->GetMesh() : nullptr;
+// The node's object as a triangle-mesh object, or empty when it has no
+// triangle form. A conversion the host made for us goes with the result.
+ConvertedObject triangleObjectOf(Object* obj, TimeValue t) {
+  if (obj->SuperClassID() != GEOMOBJECT_CLASS_ID || !obj->CanConvertToType(TRIOBJ_CLASS_ID)) return {};
+  ConvertedObject converted = obj->ConvertToType(t, TRIOBJ_CLASS_ID);
+  if (!dynamic_cast<TriObject*>(converted.get())) return {};
+  return converted;
 }
 
 void buildPositions(const SceneExporter& exporter, const Mesh& mesh, const Matrix3& objectOffset, MeshBuild& build) {
@@ -340,8 +341,8 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     }
   }
 
-  const Mesh* hostMesh = triangleMeshOf(obj, t);
-  if (!hostMesh) {
+  const ConvertedObject tri = triangleObjectOf(obj, t);
+  if (!tri.get()) {
     exporter.logMessage("WARNING: Object \"%s\" cannot be converted to a triangle mesh and is not exported",
                         node->GetName());
     return;
@@ -349,7 +350,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   // The working copy and the build are kept between calls like the
   // algorithms' buffers: a large mesh then costs no fresh pages each time.
   static Mesh mesh;
-  mesh = *hostMesh;
+  mesh = static_cast<TriObject*>(tri.get())->GetMesh();
 
   SkinSource skin;
   skin.on = options.exportSkinning;

@@ -3,6 +3,7 @@
 // owned by the host; the exporter refers to them by identity (pointers).
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "host/max_types.h"
@@ -24,12 +25,40 @@ class Animatable {
   virtual void* GetInterface(unsigned long /*id*/) { return nullptr; }
 };
 
+class Object;
+
+// What a conversion hands back. The host's rule is that the caller deletes a
+// result that is not the object itself; here that ownership travels with the
+// result, so the new object goes when the result does.
+class ConvertedObject {
+ public:
+  ConvertedObject() = default;
+  // The object itself (or one the host keeps): nothing to delete.
+  static ConvertedObject borrowed(Object* object) {
+    ConvertedObject c;
+    c.object_ = object;
+    return c;
+  }
+  // A new object made for the caller.
+  static ConvertedObject owned(std::unique_ptr<Object> object) {
+    ConvertedObject c;
+    c.object_ = object.get();
+    c.owned_ = std::move(object);
+    return c;
+  }
+  Object* get() const { return object_; }
+  bool ownsObject() const { return owned_ != nullptr; }
+
+ private:
+  Object* object_ = nullptr;
+  std::unique_ptr<Object> owned_;
+};
+
 class Object : public Animatable {
  public:
   virtual bool CanConvertToType(Class_ID /*cls*/) const { return false; }
-  // The object converted to class `cls` at tick t, or none. The result is
-  // owned by the host (it may be this object itself): the caller never deletes it.
-  virtual Object* ConvertToType(TimeValue /*t*/, Class_ID /*cls*/) { return nullptr; }
+  // The object converted to class `cls` at tick t; empty when it cannot be.
+  virtual ConvertedObject ConvertToType(TimeValue /*t*/, Class_ID /*cls*/) { return {}; }
 };
 
 // Result of evaluating a node's pipeline: the object at the end of it, or none.

@@ -98,6 +98,15 @@ TEST(ExportMesh, NodesWithoutAnExportableMeshWriteNothing) {
   EXPECT_TRUE(fx.exporter.meshReferenceTable.empty());
 }
 
+TEST(ExportMesh, GeometryOfAnotherClassExportsThroughItsConversion) {
+  // The conversion is a new object the exporter owns; its mesh is the cube's.
+  Scene fx(cube(), {{{"name", "Prim"}, {"material", "A"},
+                     {"object", {{"type", "geometry"}, {"classId", {0x10, 0}}, {"mesh", cube()}}}}});
+  fx.exportNode("Prim");
+  EXPECT_EQ(fx.meshes().at(0).vertexPart().positions.size(), 24u);
+  EXPECT_TRUE(fx.log().empty());
+}
+
 TEST(ExportMesh, CubeWithSixGroupsAndOneMaterialCopiesTheWholeMesh) {
   for (float scale : {1.0f, 2.5f}) {
     Scene fx(cube(), {meshNode("Box")});

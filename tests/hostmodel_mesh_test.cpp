@@ -15,7 +15,7 @@ namespace {
 Mesh& meshOf(hostmodel::MemoryHost& host, const std::string& objectId) {
   Object* obj = host.findObject(objectId);
   EXPECT_NE(obj, nullptr);
-  return static_cast<TriObject*>(obj->ConvertToType(0, TRIOBJ_CLASS_ID))->GetMesh();
+  return static_cast<TriObject*>(obj->ConvertToType(0, TRIOBJ_CLASS_ID).get())->GetMesh();
 }
 
 // Appends values as little-endian bytes, the layout of buffer files.

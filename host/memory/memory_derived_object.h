@@ -45,7 +45,9 @@ class MemoryDerivedObject : public IDerivedObject {
   Class_ID ClassID() const override { return Class_ID(1, 0); }
   void GetClassName(std::string& s) const override { s = "Derived Object"; }
   bool CanConvertToType(Class_ID cls) const override { return base_ && base_->CanConvertToType(cls); }
-  Object* ConvertToType(TimeValue t, Class_ID cls) override { return base_ ? base_->ConvertToType(t, cls) : nullptr; }
+  ConvertedObject ConvertToType(TimeValue t, Class_ID cls) override {
+    return base_ ? base_->ConvertToType(t, cls) : ConvertedObject();
+  }
 
   int NumModifiers() const override { return static_cast<int>(modifiers_.size()); }
   Modifier* GetModifier(int i) const override;

@@ -5,8 +5,8 @@ namespace hostmodel {
 MemoryTriObject::MemoryTriObject(Mesh mesh, std::string className)
     : mesh_(std::move(mesh)), className_(std::move(className)) {}
 
-Object* MemoryTriObject::ConvertToType(TimeValue, Class_ID cls) {
-  return cls == TRIOBJ_CLASS_ID ? this : nullptr;
+ConvertedObject MemoryTriObject::ConvertToType(TimeValue, Class_ID cls) {
+  return cls == TRIOBJ_CLASS_ID ? ConvertedObject::borrowed(this) : ConvertedObject();
 }
 
 MemoryGeomObject::MemoryGeomObject(Class_ID classId, std::string className,
@@ -15,8 +15,10 @@ MemoryGeomObject::MemoryGeomObject(Class_ID classId, std::string className,
 
 bool MemoryGeomObject::CanConvertToType(Class_ID cls) const { return converted_ && cls == TRIOBJ_CLASS_ID; }
 
-Object* MemoryGeomObject::ConvertToType(TimeValue, Class_ID cls) {
-  return CanConvertToType(cls) ? converted_.get() : nullptr;
+ConvertedObject MemoryGeomObject::ConvertToType(TimeValue, Class_ID cls) {
+  if (!CanConvertToType(cls)) return {};
+  // As the host does for other geometry: a new triangle-mesh object that the caller owns.
+  return ConvertedObject::owned(std::make_unique<MemoryTriObject>(converted_->GetMesh()));
 }
 
 namespace {

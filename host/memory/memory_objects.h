@@ -36,7 +36,7 @@ class MemoryTriObject : public TriObject {
   Class_ID ClassID() const override { return TRIOBJ_CLASS_ID; }
   void GetClassName(std::string& s) const override { s = className_; }
   bool CanConvertToType(Class_ID cls) const override { return cls == TRIOBJ_CLASS_ID; }
-  Object* ConvertToType(TimeValue t, Class_ID cls) override;
+  ConvertedObject ConvertToType(TimeValue t, Class_ID cls) override;
   Mesh& GetMesh() override { return mesh_; }
 
  private:
@@ -45,8 +45,8 @@ class MemoryTriObject : public TriObject {
 };
 
 // Geometry of another class (a primitive, a patch, a particle system...).
-// With a mesh it converts to a triangle-mesh object that it keeps, so the
-// caller never owns the conversion; without one it cannot convert.
+// With a mesh it converts to a new triangle-mesh object that the caller owns;
+// without one it cannot convert.
 class MemoryGeomObject : public Object {
  public:
   MemoryGeomObject(Class_ID classId, std::string className, std::unique_ptr<MemoryTriObject> converted);
@@ -55,7 +55,7 @@ class MemoryGeomObject : public Object {
   Class_ID ClassID() const override { return classId_; }
   void GetClassName(std::string& s) const override { s = className_; }
   bool CanConvertToType(Class_ID cls) const override;
-  Object* ConvertToType(TimeValue t, Class_ID cls) override;
+  ConvertedObject ConvertToType(TimeValue t, Class_ID cls) override;
 
  private:
   Class_ID classId_;
