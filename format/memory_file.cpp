@@ -125,8 +125,7 @@ std::uint8_t T_MemoryFile::peekTag() const {
   return buffer_[pos_];
 }
 
-// The type of a tag with its article, as the error messages name it.
-static const char* tagName(std::uint8_t tag) {
+const char* basicTypeName(std::uint8_t tag) {
   switch (tag) {
     case BT_Bool: return "a bool";
     case BT_UChar: return "an unsigned char";
@@ -144,12 +143,12 @@ static const char* tagName(std::uint8_t tag) {
 void T_MemoryFile::expectTag(BasicType expected) {
   const std::uint8_t tag = peekTag();
   if (tag != expected) {
-    const char* got = tagName(tag);
+    const char* got = basicTypeName(tag);
     char buf[96];
     if (got)
-      std::snprintf(buf, sizeof buf, "expected %s value, found %s value", tagName(expected), got);
+      std::snprintf(buf, sizeof buf, "expected %s value, found %s value", basicTypeName(expected), got);
     else
-      std::snprintf(buf, sizeof buf, "expected %s value, found unknown type tag 0x%02x", tagName(expected), tag);
+      std::snprintf(buf, sizeof buf, "expected %s value, found unknown type tag 0x%02x", basicTypeName(expected), tag);
     fail(pos_, buf);
   }
   ++pos_;

@@ -24,6 +24,10 @@ enum BasicType : std::uint8_t {
 
 enum AccessMethod { AM_Read = 0 };
 
+// The type of a tag with its article ("an int"), as error messages name it;
+// none for a tag that is not a type.
+const char* basicTypeName(std::uint8_t tag);
+
 // The file header that save() writes and the reading constructor checks.
 inline constexpr char kMemoryFileMagic[4] = {'Z', 'T', 'M', 'F'};
 inline constexpr std::uint32_t kMemoryFileEncoding = 1;

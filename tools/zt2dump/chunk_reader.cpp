@@ -24,18 +24,8 @@ std::size_t minimumSize(BasicType t) {
 }
 
 const char* typeName(BasicType t) {
-  switch (t) {
-    case BT_Bool: return "a bool";
-    case BT_UChar: return "an unsigned char";
-    case BT_Int: return "an int";
-    case BT_UInt: return "an unsigned int";
-    case BT_Float: return "a float";
-    case BT_String: return "a string";
-    case BT_Matrix4x3: return "a matrix";
-    case BT_Sequence: return "a sequence";
-    case BT_Chunk: return "a chunk";
-  }
-  return "a value";
+  const char* name = basicTypeName(t);
+  return name ? name : "a value";
 }
 
 }  // namespace
