@@ -1,6 +1,7 @@
 #include "format/memory_file.h"
 
 #include <bit>
+#include <cassert>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
@@ -58,7 +59,7 @@ void T_MemoryFile::createChunk(unsigned int id, unsigned int version) {
 }
 
 void T_MemoryFile::closeChunk() {
-  if (openChunks_.empty()) throw T_Exception("closeChunk without an open chunk");
+  assert(!openChunks_.empty() && "closeChunk without an open chunk");
   const std::size_t header = openChunks_.back();
   openChunks_.pop_back();
   const std::size_t body = buffer_.size() - header - kChunkHeaderSize;
@@ -76,8 +77,19 @@ void T_MemoryFile::write(const void* data, int length) {
   if (length > 0) append(data, static_cast<std::size_t>(length));
 }
 
+void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
+  constexpr std::size_t kPiece = std::size_t{1} << 30;
+  const auto* bytes = static_cast<const unsigned char*>(data);
+  while (length > 0) {
+    const std::size_t n = length < kPiece ? length : kPiece;
+    f.write(bytes, static_cast<int>(n));
+    bytes += n;
+    length -= n;
+  }
+}
+
 int T_MemoryFile::save(const char* name) const {
-  if (!openChunks_.empty()) return 0;
+  assert(openChunks_.empty() && "save with chunks still open");
   const std::string target(name);
   const std::string temp = target + ".part";
   {
@@ -171,7 +183,7 @@ ChunkHeader T_MemoryFile::readChunkHeader() {
   h.length = rawU32();
   h.bodyOffset = pos_;
   if (h.length > buffer_.size() - pos_)
-    fail(start, "chunk 0x" + [&] { char b[16]; std::snprintf(b, sizeof b, "%x", h.id); return std::string(b); }() +
+    fail(start, "chunk " + hexId(h.id) +
                     " claims " + std::to_string(h.length) + " bytes but only " + std::to_string(buffer_.size() - pos_) +
                     " remain");
   return h;
@@ -289,7 +301,7 @@ T_MemoryFile& operator<<(T_MemoryFile& f, const float& v) {
 
 T_MemoryFile& operator<<(T_MemoryFile& f, const std::string& v) {
   writeScalar(f, BT_String, static_cast<std::uint32_t>(v.size()));
-  f.write(v.data(), static_cast<int>(v.size()));
+  writeRawBytes(f, v.data(), v.size());
   return f;
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "format/chunk_kinds.h"
 #include "host/inhouse/matrix.h"
 
 enum BasicType : std::uint8_t {
@@ -55,6 +56,7 @@ class T_MemoryFile {
 
   // --- writing ---
   void createChunk(unsigned int id, unsigned int version);
+  void createChunk(const ChunkKindInfo& kind) { createChunk(kind.id, kind.version); }
   void closeChunk();
   int openChunkCount() const { return static_cast<int>(openChunks_.size()); }
   void writeTag(BasicType tag);
@@ -129,10 +131,19 @@ T_MemoryFile& operator>>(T_MemoryFile& f, int& v);
 T_MemoryFile& operator>>(T_MemoryFile& f, float& v);
 T_MemoryFile& operator>>(T_MemoryFile& f, std::string& v);
 
-// Raw block of plain numeric structures: the count as an unsigned int value,
-// then the array without tag.
+// Raw bytes without tag. The stream's own write takes an int length, so
+// arrays past 2 GiB go in pieces.
+void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length);
+
+// Raw array of plain numeric structures without count or tag.
+template <typename T>
+void writeRawArray(T_MemoryFile& f, const std::vector<T>& v) {
+  writeRawBytes(f, v.data(), v.size() * sizeof(T));
+}
+
+// Raw block: the count as an unsigned int value, then the array without tag.
 template <typename T>
 void writeRawBlock(T_MemoryFile& f, const std::vector<T>& v) {
   f << static_cast<unsigned int>(v.size());
-  if (!v.empty()) f.write(v.data(), static_cast<int>(v.size() * sizeof(T)));
+  writeRawArray(f, v);
 }

@@ -7,9 +7,6 @@
 #include "format/memory_file.h"
 #include "host/inhouse/matrix.h"
 
-inline constexpr unsigned int kObjectChunkId = 0x10000;
-inline constexpr unsigned int kObjectChunkVersion = 1;
-
 class ObjectRecord {
  public:
   std::string& name() { return name_; }

@@ -258,17 +258,15 @@ class MeshWriter {
     if (key >= 0 && static_cast<std::size_t>(key) < skin_.entry->size()) return (*skin_.entry)[key];
     if (!skin_.keyErrorReported) {
       skin_.keyErrorReported = true;
-      exporter_.logMessage("ERROR: Object \"%s\" vertex %d has no skin vertex for skinning (skin vertex count %zu)",
+      exporter_.logError("ERROR: Object \"%s\" vertex %d has no skin vertex for skinning (skin vertex count %zu)",
                            node_->GetName(), key, skin_.entry->size());
-      exporter_.markError();
     }
     return kNone;
   }
 
   void storeSkin(std::size_t slot, const GroupView& g) {
     if (!skin_.keys || !g.hostIndices) {
-      exporter_.logMessage("ERROR: No skin data for skinning (object \"%s\")", node_->GetName());
-      exporter_.markError();
+      exporter_.logError("ERROR: No skin data for skinning (object \"%s\")", node_->GetName());
       return;
     }
     const std::size_t nV = g.vertexCount;

@@ -1,21 +1,14 @@
 #include "geometry/geometry_readers.h"
 
-#include <cstdio>
 
 namespace {
-
-std::string hex(unsigned int v) {
-  char b[16];
-  std::snprintf(b, sizeof b, "0x%x", v);
-  return b;
-}
 
 ChunkHeader expectChunk(T_MemoryFile& file, unsigned int id, unsigned int version) {
   const std::size_t at = file.tell();
   const ChunkHeader h = file.readChunkHeader();
-  if (h.id != id) file.fail(at, "expected chunk " + hex(id) + ", found chunk " + hex(h.id));
+  if (h.id != id) file.fail(at, "expected chunk " + hexId(id) + ", found chunk " + hexId(h.id));
   if (h.version != version)
-    file.fail(at, "chunk " + hex(id) + " has version " + std::to_string(h.version) + ", expected " +
+    file.fail(at, "chunk " + hexId(id) + " has version " + std::to_string(h.version) + ", expected " +
                       std::to_string(version));
   return h;
 }
@@ -23,7 +16,7 @@ ChunkHeader expectChunk(T_MemoryFile& file, unsigned int id, unsigned int versio
 // The chunk must end exactly where its header said.
 void expectEnd(T_MemoryFile& file, const ChunkHeader& h) {
   if (file.tell() != h.end())
-    file.fail(file.tell(), "chunk " + hex(h.id) + " ends at byte offset " + std::to_string(h.end()) +
+    file.fail(file.tell(), "chunk " + hexId(h.id) + " ends at byte offset " + std::to_string(h.end()) +
                                " but its fields end here");
 }
 
@@ -47,7 +40,7 @@ void readGroupCounts(T_MemoryFile& file, GroupTable& groups) {
 }
 
 void readObjectChunk(T_MemoryFile& file, ObjectRecord& record) {
-  const ChunkHeader h = expectChunk(file, kObjectChunkId, kObjectChunkVersion);
+  const ChunkHeader h = expectChunk(file, chunk_kind::kObject.id, chunk_kind::kObject.version);
   record.name() = file.readString();
   record.parentName() = file.readString();
   record.transform() = file.readMatrix();
@@ -69,7 +62,7 @@ void readSequence(T_MemoryFile& file, std::vector<T>& out, T (T_MemoryFile::*rea
 
 MeshRecord readMeshChunk(T_MemoryFile& file) {
   MeshRecord record;
-  const ChunkHeader mesh = expectChunk(file, kMeshChunkId, kMeshChunkVersion);
+  const ChunkHeader mesh = expectChunk(file, chunk_kind::kMesh.id, chunk_kind::kMesh.version);
   readObjectChunk(file, record);
   int mapSlot = 0;
   while (file.tell() < mesh.end()) {
@@ -77,7 +70,7 @@ MeshRecord readMeshChunk(T_MemoryFile& file) {
     const ChunkHeader h = file.readChunkHeader();
     if (h.end() > mesh.end()) file.fail(at, "sub-chunk runs past the end of its mesh chunk");
     switch (h.id) {
-      case kMeshVertexChunkId: {
+      case chunk_kind::kMeshVertex.id: {
         MeshVertexRecord& v = record.vertices();
         const std::uint32_t n = file.readUInt();
         readArray(file, v.positions, n);
@@ -85,20 +78,20 @@ MeshRecord readMeshChunk(T_MemoryFile& file) {
         readGroupCounts(file, v.groups);
         break;
       }
-      case kMeshFaceChunkId: {
+      case chunk_kind::kMeshFace.id: {
         MeshFaceRecord& f = record.faces();
         readCountedArray(file, f.indices);
         readGroupCounts(file, f.groups);
         break;
       }
-      case kMeshMaterialNamesChunkId: {
+      case chunk_kind::kMeshMaterialNames.id: {
         std::vector<std::string>& names = record.materialNames();
         const std::int32_t n = file.readInt();
         if (n < 0) file.fail(at, "negative material name count");
         for (std::int32_t i = 0; i < n; ++i) names.push_back(file.readString());
         break;
       }
-      case kMeshMapChannelChunkId: {
+      case chunk_kind::kMeshMapChannel.id: {
         if (mapSlot >= kMeshWrittenMapSlots) file.fail(at, "more than two mapping channel chunks");
         MeshMapChannelRecord& c = record.mapChannel(mapSlot++);
         c.channel = file.readUInt();
@@ -106,7 +99,7 @@ MeshRecord readMeshChunk(T_MemoryFile& file) {
         readGroupCounts(file, c.groups);
         break;
       }
-      case kMeshReferenceChunkId:
+      case chunk_kind::kMeshReference.id:
         record.referenceName() = file.readString();
         break;
       default:
@@ -121,7 +114,7 @@ MeshRecord readMeshChunk(T_MemoryFile& file) {
 
 VertexDataRecord readVertexDataChunk(T_MemoryFile& file) {
   VertexDataRecord record;
-  const ChunkHeader h = expectChunk(file, kVertexDataChunkId, kVertexDataChunkVersion);
+  const ChunkHeader h = expectChunk(file, chunk_kind::kVertexData.id, chunk_kind::kVertexData.version);
   readSequence(file, record.nodeNames, &T_MemoryFile::readString);
   readSequence(file, record.boneNames, &T_MemoryFile::readString);
   readSequence(file, record.influenceStart, &T_MemoryFile::readInt);

@@ -17,19 +17,6 @@
 #include "format/object_record.h"
 #include "host/max_types.h"
 
-inline constexpr unsigned int kMeshChunkId = 0x10005;
-inline constexpr unsigned int kMeshChunkVersion = 2;
-inline constexpr unsigned int kMeshVertexChunkId = 0x10006;
-inline constexpr unsigned int kMeshVertexChunkVersion = 1;
-inline constexpr unsigned int kMeshFaceChunkId = 0x10007;
-inline constexpr unsigned int kMeshFaceChunkVersion = 1;
-inline constexpr unsigned int kMeshMaterialNamesChunkId = 0x1000c;
-inline constexpr unsigned int kMeshMaterialNamesChunkVersion = 1;
-inline constexpr unsigned int kMeshMapChannelChunkId = 0x1000e;
-inline constexpr unsigned int kMeshMapChannelChunkVersion = 1;
-inline constexpr unsigned int kMeshReferenceChunkId = 0x1001a;
-inline constexpr unsigned int kMeshReferenceChunkVersion = 0;
-
 // Slots a record has room for; only slots 0 and 1 are ever written.
 inline constexpr int kMeshMapSlots = 10;
 inline constexpr int kMeshWrittenMapSlots = 2;

@@ -5,7 +5,7 @@
 #include "plugin/scene_exporter.h"
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const VertexDataRecord& record) {
-  file.createChunk(kVertexDataChunkId, kVertexDataChunkVersion);
+  file.createChunk(chunk_kind::kVertexData);
   file << record.nodeNames << record.boneNames << record.influenceStart << record.influenceCount
        << record.influenceBone << record.influenceWeight << record.groupVertexCount() << record.groupVertexStart();
   file.closeChunk();

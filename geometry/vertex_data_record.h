@@ -13,9 +13,6 @@
 
 class SceneExporter;
 
-inline constexpr unsigned int kVertexDataChunkId = 0x10014;
-inline constexpr unsigned int kVertexDataChunkVersion = 1;
-
 class VertexDataRecord {
  public:
   std::vector<std::string> nodeNames;           // one entry: the mesh's node

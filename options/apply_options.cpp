@@ -118,8 +118,7 @@ void readAdditionalConfig(SceneExporter& exporter) {
   } catch (const T_ScriptException_BlockNotFound&) {
     return;
   } catch (const T_Exception& e) {
-    exporter.logMessage("Error while reading additional config script: %s", e.getErrorMessage().c_str());
-    exporter.markError();
+    exporter.logError("Error while reading additional config script: %s", e.getErrorMessage().c_str());
     return;
   }
 
@@ -132,9 +131,8 @@ void readAdditionalConfig(SceneExporter& exporter) {
     if (method >= 0) {
       o.frameToFrameInterpolation = method;
     } else {
-      exporter.logMessage("Error while reading additional config script: frame to frame interpolation method not valid(%s)",
+      exporter.logError("Error while reading additional config script: frame to frame interpolation method not valid(%s)",
                           frameToFrameInterpolation.c_str());
-      exporter.markError();
     }
   }
   if (o.frameToFrameInterpolation == static_cast<int>(FrameInterpolation::None)) o.maintainMatrixScaling = false;

@@ -7,20 +7,6 @@
 
 namespace {
 
-// The first file version that holds each of the values appended after the
-// texture path history; earlier files leave those fields at their defaults.
-enum SinceVersion : int {
-  kRetainHierarchies = 2,
-  kPositionDelta = 3,
-  kFrameToFrameInterpolation = 4,
-  kPivotAsMeshCenter = 5,
-  kMaintainMatrixScaling = 6,
-  kSaveReferencesOnce = 7,
-  kDecreaseEndFrameByOne = 8,
-  kUseGlobalAnimationRange = 9,
-  kExportSkinning = 10,
-};
-
 // Written in place of a flag that no longer means anything; kept so that the
 // values after it stay where older readers expect them.
 constexpr int kRetiredFlag = 1;
@@ -75,20 +61,20 @@ bool OptionsDialog::loadOptions() {
       if (i == 0) texturePath = path;
     }
 
-    if (version >= kRetainHierarchies) file >> retainHierarchies;
-    if (version >= kPositionDelta) file >> positionDelta;
-    if (version >= kFrameToFrameInterpolation) {
+    if (version >= options_since::kRetainHierarchies) file >> retainHierarchies;
+    if (version >= options_since::kPositionDelta) file >> positionDelta;
+    if (version >= options_since::kFrameToFrameInterpolation) {
       int interpolation = 0;
       file >> interpolation;
       // A method the dialog cannot show is a value the file cannot give.
       if (isInterpolation(interpolation)) frameToFrameInterpolation = interpolation;
     }
-    if (version >= kPivotAsMeshCenter) file >> pivotAsMeshCenter;
-    if (version >= kMaintainMatrixScaling) file >> maintainMatrixScaling;
-    if (version >= kSaveReferencesOnce) file >> saveReferencesOnce;
-    if (version >= kDecreaseEndFrameByOne) file >> decreaseEndFrameByOne;
-    if (version >= kUseGlobalAnimationRange) file >> useGlobalAnimationRange;
-    if (version >= kExportSkinning) file >> exportSkinning;
+    if (version >= options_since::kPivotAsMeshCenter) file >> pivotAsMeshCenter;
+    if (version >= options_since::kMaintainMatrixScaling) file >> maintainMatrixScaling;
+    if (version >= options_since::kSaveReferencesOnce) file >> saveReferencesOnce;
+    if (version >= options_since::kDecreaseEndFrameByOne) file >> decreaseEndFrameByOne;
+    if (version >= options_since::kUseGlobalAnimationRange) file >> useGlobalAnimationRange;
+    if (version >= options_since::kExportSkinning) file >> exportSkinning;
     return true;
   } catch (const T_FileException_FileNotFound&) {
     return false;

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "format/chunk_kinds.h"
 #include "host/max_types.h"
 
-inline constexpr int kOptionsFileVersion = 10;
 inline constexpr const char* kOptionsFileName = "ZTExport.cfg";
 
 class OptionsDialog {

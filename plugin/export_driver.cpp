@@ -17,7 +17,7 @@ constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport canc
 }  // namespace
 
 int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool suppressPrompts) {
-  errorFlag = false;
+  clearError();
   BMMSplitFilename(name, targetPath, targetName, targetExtension);
   host = hostInterface;
 

@@ -31,6 +31,14 @@ void SceneExporter::logMessage(const char* format, ...) {
   va_end(args);
 }
 
+void SceneExporter::logError(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  infoLog.logMessageV(format, args);
+  va_end(args);
+  markError();
+}
+
 void SceneExporter::showExportInfo() {
   if (infoLog.empty()) return;
   host->ShowExportInfo(infoLog.text());

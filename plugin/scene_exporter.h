@@ -44,13 +44,18 @@ class SceneExporter {
   std::function<void(OptionsDialog&)> optionsRecordEditor;
 
   // --- errors and messages ---
-  bool hasError() const { return errorFlag; }
-  void markError() { errorFlag = true; }
+  bool hasError() const { return errorFlag_; }
+  // Marks the export as failed without a line of its own; an error that the
+  // user should read goes through logError.
+  void markError() { errorFlag_ = true; }
+  void clearError() { errorFlag_ = false; }
   void logMessage(const char* format, ...) __attribute__((format(printf, 2, 3)));
+  // Logs one line and marks the export as failed: the one way a scene error
+  // is reported, so that a line and its mark cannot drift apart.
+  void logError(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void showExportInfo();
 
   // --- per-export state ---
-  bool errorFlag = false;
   std::string targetPath;       // directory with its trailing separator
   std::string targetName;       // base name without extension
   std::string targetExtension;  // with its dot
@@ -82,6 +87,9 @@ class SceneExporter {
 
   // Resets the values that every export starts from.
   void resetExportValues();
+
+ private:
+  bool errorFlag_ = false;
 };
 
 // Splits a file name into directory (with its trailing separator), base name

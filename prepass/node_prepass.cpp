@@ -15,8 +15,7 @@ void checkMaterial(SceneExporter& exporter, INode* node) {
     const ObjectState os = node->EvalWorldState(exporter.startTime, true);
     if (os.obj && !(os.obj->ClassID() == TARGET_CLASS_ID) &&
         (os.obj->SuperClassID() == GEOMOBJECT_CLASS_ID || os.obj->SuperClassID() == SHAPE_CLASS_ID)) {
-      exporter.logMessage("ERROR: Node %s has a 0 material(3DSMax default material)", node->GetName());
-      exporter.markError();
+      exporter.logError("ERROR: Node %s has a 0 material(3DSMax default material)", node->GetName());
     }
     return;
   }
@@ -31,8 +30,7 @@ void checkMaterial(SceneExporter& exporter, INode* node) {
 
 void checkName(SceneExporter& exporter, INode* node) {
   if (!exporter.nodeNameSet.insert(node->GetName()).second) {
-    exporter.logMessage("ERROR: Two objects have a same name: %s", node->GetName());
-    exporter.markError();
+    exporter.logError("ERROR: Two objects have a same name: %s", node->GetName());
   }
 }
 

@@ -35,11 +35,6 @@ void enterSkeleton(SceneExporter& exporter, INode* top) {
   for (int i = 0; i < top->NumberOfChildren(); ++i) skinBoneIndex(exporter, top->GetChildNode(i), false);
 }
 
-void reportError(SceneExporter& exporter, const char* format, const char* name) {
-  exporter.logMessage(format, name);
-  exporter.markError();
-}
-
 SkinVertexWeights readRigid(SceneExporter& exporter, IPhyContextExport& ctx, int i, const char* nodeName) {
   SkinVertexWeights list;
   IPhyVertexExport* second = ctx.GetVertexInterface(i);
@@ -50,8 +45,7 @@ SkinVertexWeights readRigid(SceneExporter& exporter, IPhyContextExport& ctx, int
       list.push_back({skinBoneIndex(exporter, bone, true), 1.0f});
       Sys->verbose("  bone \"%s\" weight %f\n", bone->GetName(), 1.0);
     } else {
-      exporter.logMessage("ERROR: Object \"%s\" vertex %d has no bone for skinning", nodeName, i);
-      exporter.markError();
+      exporter.logError("ERROR: Object \"%s\" vertex %d has no bone for skinning", nodeName, i);
     }
   }
   ctx.ReleaseVertexInterface(second);
@@ -67,8 +61,7 @@ SkinVertexWeights readBlended(SceneExporter& exporter, IPhyContextExport& ctx, i
       INode* bone = blended->GetNode(j);
       const float weight = blended->GetWeight(j);
       if (!bone) {
-        exporter.logMessage("ERROR: Object \"%s\" vertex %d has no bone for skinning", nodeName, i);
-        exporter.markError();
+        exporter.logError("ERROR: Object \"%s\" vertex %d has no bone for skinning", nodeName, i);
         continue;
       }
       list.push_back({skinBoneIndex(exporter, bone, true), weight});
@@ -86,8 +79,7 @@ void readVertices(SceneExporter& exporter, INode* node, IPhyContextExport& ctx, 
   for (int i = 0; i < ctx.GetNumberVertices(); ++i) {
     IPhyVertexExport* v = ctx.GetVertexInterface(i);
     if (!v) {
-      exporter.logMessage("ERROR: Could not find vertex export %d for skinning (object \"%s\")", i, name);
-      exporter.markError();
+      exporter.logError("ERROR: Could not find vertex export %d for skinning (object \"%s\")", i, name);
       continue;
     }
     const int type = v->GetVertexType();
@@ -98,10 +90,9 @@ void readVertices(SceneExporter& exporter, INode* node, IPhyContextExport& ctx, 
     } else if (type == kRigidBlendedType) {
       list = readBlended(exporter, ctx, i, name);
     } else {
-      exporter.logMessage(
+      exporter.logError(
           "ERROR: Object \"%s\" vertex %d is of invalid type (%d) for skinning (only rigid and rigid blended allowed)",
           name, i, type);
-      exporter.markError();
     }
     ctx.ReleaseVertexInterface(v);
     out.push_back(std::move(list));
@@ -111,13 +102,13 @@ void readVertices(SceneExporter& exporter, INode* node, IPhyContextExport& ctx, 
 void readSkin(SceneExporter& exporter, INode* node, std::vector<SkinVertexWeights>& out) {
   const char* name = node->GetName();
   Modifier* mod = findPhysiqueModifier(node);
-  if (!mod) return reportError(exporter, "ERROR: Could not find physique modifier for skinning (object \"%s\")", name);
+  if (!mod) return exporter.logError("ERROR: Could not find physique modifier for skinning (object \"%s\")", name);
   auto* phy = static_cast<IPhysiqueExport*>(mod->GetInterface(I_PHYINTERFACE));
   if (!phy)
-    return reportError(exporter, "ERROR: Could not find physique export interface for skinning (object \"%s\")", name);
+    return exporter.logError("ERROR: Could not find physique export interface for skinning (object \"%s\")", name);
   IPhyContextExport* ctx = phy->GetContextInterface(node);
   if (!ctx)
-    return reportError(exporter, "ERROR: Could not find physique context export for skinning (object \"%s\")", name);
+    return exporter.logError("ERROR: Could not find physique context export for skinning (object \"%s\")", name);
   readVertices(exporter, node, *ctx, out);
   // The context is handed back once read; the modifier's interface needs no release.
   phy->ReleaseContextInterface(ctx);

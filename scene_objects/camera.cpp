@@ -5,7 +5,7 @@
 #include "plugin/scene_exporter.h"
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const CameraRecord& record) {
-  file.createChunk(kCameraChunkId, 0);
+  file.createChunk(chunk_kind::kCamera);
   file << record.object << record.fov << record.nearPlane << record.farPlane;
   file.closeChunk();
   return file;

@@ -7,7 +7,6 @@
 class SceneExporter;
 class INode;
 
-inline constexpr unsigned int kCameraChunkId = 0x10001;
 // The smallest near plane the file may hold.
 inline constexpr float minFrontPlane = 0.001f;
 

@@ -7,7 +7,7 @@ static std::uint8_t channel(float v) { return static_cast<std::uint8_t>(static_c
 G_Color toGColor(const Color& c) { return G_Color(channel(c.r), channel(c.g), channel(c.b), 255); }
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const EnvironmentRecord& record) {
-  file.createChunk(kEnvironmentChunkId, 0);
+  file.createChunk(chunk_kind::kEnvironment);
   file << record.ambientColour.r << record.ambientColour.g << record.ambientColour.b << record.ambientColour.a;
   file << record.backgroundColour.r << record.backgroundColour.g << record.backgroundColour.b
        << record.backgroundColour.a;

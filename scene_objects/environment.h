@@ -7,8 +7,6 @@
 
 class SceneExporter;
 
-inline constexpr unsigned int kEnvironmentChunkId = 0x10015;
-
 struct EnvironmentRecord {
   G_Color ambientColour{0, 0, 0, 255};
   G_Color backgroundColour{0, 0, 0, 255};

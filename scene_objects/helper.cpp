@@ -5,7 +5,7 @@
 #include "plugin/scene_exporter.h"
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const HelperRecord& record) {
-  file.createChunk(kHelperChunkId, 0);
+  file.createChunk(chunk_kind::kHelper);
   file << record.object << record.className;
   file.closeChunk();
   return file;

@@ -9,8 +9,6 @@
 class SceneExporter;
 class INode;
 
-inline constexpr unsigned int kHelperChunkId = 0x10016;
-
 struct HelperRecord {
   ObjectRecord object;
   std::string className;

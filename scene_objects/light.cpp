@@ -7,10 +7,9 @@
 #include "plugin/scene_exporter.h"
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const LightRecord& record) {
-  const unsigned int id = record.kind == LightKind::Omni          ? kOmniLightChunkId
-                          : record.kind == LightKind::Directional ? kDirectionalLightChunkId
-                                                                  : kSpotLightChunkId;
-  file.createChunk(id, 0);
+  file.createChunk(record.kind == LightKind::Omni          ? chunk_kind::kOmniLight
+                   : record.kind == LightKind::Directional ? chunk_kind::kDirectionalLight
+                                                           : chunk_kind::kSpotLight);
   file << record.object;
   for (float c : record.colour) file << c;
   file << record.intensity;

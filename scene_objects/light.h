@@ -8,9 +8,6 @@
 class SceneExporter;
 class INode;
 
-inline constexpr unsigned int kOmniLightChunkId = 0x10002;
-inline constexpr unsigned int kDirectionalLightChunkId = 0x10003;
-inline constexpr unsigned int kSpotLightChunkId = 0x10004;
 // Degrees to radians, in single precision.
 inline constexpr float kDegreesToRadians = 0.017453292f;
 

@@ -40,7 +40,7 @@ std::vector<std::uint32_t> subChunkIds(const MeshRecord& r) {
 TEST(MeshChunk, PartsAreWrittenWhenPresentInTheirFixedOrder) {
   MeshRecord r;
   r.referenceName() = "Original";
-  EXPECT_EQ(subChunkIds(r), (std::vector<std::uint32_t>{kObjectChunkId, kMeshReferenceChunkId}));
+  EXPECT_EQ(subChunkIds(r), (std::vector<std::uint32_t>{chunk_kind::kObject.id, chunk_kind::kMeshReference.id}));
   r.mapChannel(1).channel = 1;
   r.mapChannel(0);
   r.materialNames();
@@ -48,8 +48,8 @@ TEST(MeshChunk, PartsAreWrittenWhenPresentInTheirFixedOrder) {
   r.vertices();
   r.mapChannel(5);  // slots beyond 1 are never written
   EXPECT_EQ(subChunkIds(r),
-            (std::vector<std::uint32_t>{kObjectChunkId, kMeshVertexChunkId, kMeshFaceChunkId, kMeshMaterialNamesChunkId,
-                                        kMeshMapChannelChunkId, kMeshMapChannelChunkId, kMeshReferenceChunkId}));
+            (std::vector<std::uint32_t>{chunk_kind::kObject.id, chunk_kind::kMeshVertex.id, chunk_kind::kMeshFace.id, chunk_kind::kMeshMaterialNames.id,
+                                        chunk_kind::kMeshMapChannel.id, chunk_kind::kMeshMapChannel.id, chunk_kind::kMeshReference.id}));
 }
 
 TEST(MeshChunk, VertexAndFaceChunkBytes) {
@@ -79,7 +79,7 @@ TEST(MeshChunk, VertexAndFaceChunkBytes) {
   const std::uint8_t groups[10] = {0x04, 1, 0, 0, 0, 0x04, 1, 0, 0, 0};
   EXPECT_EQ(std::memcmp(p + 42, groups, 10), 0);
   in.seek(in.tell() + 52);
-  EXPECT_EQ(in.readChunkHeader().id, kMeshFaceChunkId);
+  EXPECT_EQ(in.readChunkHeader().id, chunk_kind::kMeshFace.id);
   EXPECT_EQ(in.readUInt(), 3u);
   std::uint8_t indices[6];
   in.readRaw(indices, 6);

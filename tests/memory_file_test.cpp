@@ -79,7 +79,7 @@ TEST(MemoryFile, ObjectChunkRoundTripsInItsFieldOrder) {
   ASSERT_NE(f.save(dir.file("o.zt2").c_str()), 0);
   T_MemoryFile in(dir.file("o.zt2").c_str(), AM_Read);
   const ChunkHeader h = in.readChunkHeader();
-  EXPECT_EQ(h.id, kObjectChunkId);
+  EXPECT_EQ(h.id, chunk_kind::kObject.id);
   EXPECT_EQ(h.version, 1u);
   EXPECT_EQ(in.readString(), "Box01");
   EXPECT_EQ(in.readString(), "Root");

@@ -49,11 +49,11 @@ DecodedChunk ChunkReader::readChunk() {
     file_.seek(h.end());
     return c;
   }
-  c.name = kind->name;
-  if (h.version != kind->version) {
+  c.name = kind->info->name;
+  if (h.version != kind->info->version) {
     // Another version may lay its fields out differently: show, never guess.
     c.note = "version " + std::to_string(h.version) + " is not known (this tool reads version " +
-             std::to_string(kind->version) + "), body skipped";
+             std::to_string(kind->info->version) + "), body skipped";
     file_.seek(h.end());
     return c;
   }

@@ -59,7 +59,7 @@ FileKind detectKind(const std::string& path, const std::vector<std::uint8_t>& by
   if (bytes.size() < kMemoryFileHeaderSize + 5) return byExtension == FileKind::Options ? FileKind::Scene : byExtension;
   std::uint32_t id;
   std::memcpy(&id, bytes.data() + kMemoryFileHeaderSize + 1, 4);
-  if (id == chunk_id::kVertexData) return FileKind::VertexData;
+  if (id == chunk_kind::kVertexData.id) return FileKind::VertexData;
   if (findChunkKind(id) != nullptr) return FileKind::Scene;
   return byExtension == FileKind::VertexData ? FileKind::VertexData : FileKind::Scene;
 }

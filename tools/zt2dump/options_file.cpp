@@ -21,11 +21,15 @@ struct LaterValue {
 
 // Values 23 to 31, each present from the version that added it.
 const LaterValue kLaterValues[] = {
-    {2, "retainHierarchies", false},      {3, "positionDelta", true},
-    {4, "frameToFrameInterpolation", false}, {5, "pivotAsMeshCenter", false},
-    {6, "maintainMatrixScaling", false},  {7, "saveReferencesOnce", false},
-    {8, "decreaseEndFrameByOne", false},  {9, "useGlobalAnimationRange", false},
-    {10, "exportSkinning", false},
+    {options_since::kRetainHierarchies, "retainHierarchies", false},
+    {options_since::kPositionDelta, "positionDelta", true},
+    {options_since::kFrameToFrameInterpolation, "frameToFrameInterpolation", false},
+    {options_since::kPivotAsMeshCenter, "pivotAsMeshCenter", false},
+    {options_since::kMaintainMatrixScaling, "maintainMatrixScaling", false},
+    {options_since::kSaveReferencesOnce, "saveReferencesOnce", false},
+    {options_since::kDecreaseEndFrameByOne, "decreaseEndFrameByOne", false},
+    {options_since::kUseGlobalAnimationRange, "useGlobalAnimationRange", false},
+    {options_since::kExportSkinning, "exportSkinning", false},
 };
 
 }  // namespace
@@ -36,7 +40,7 @@ void decodeOptions(T_MemoryFile& file, DecodedFile& out) {
   r.readLooseValues(values, file.size(), "the options values", [&] {
     const std::int32_t version = r.intField("version");
     out.optionsVersion = version;
-    if (version > kOptionsVersion) {
+    if (version > kOptionsFileVersion) {
       // The exporter ignores such a file; its layout is not known here.
       r.setReading("values of a newer version");
       file.seek(file.size());

@@ -7,9 +7,6 @@
 
 namespace zt2dump {
 
-// The newest options version whose layout this tool knows.
-inline constexpr std::int32_t kOptionsVersion = 10;
-
 // Decodes the options values from the read position to the end of `file`
 // into `out.optionsVersion` and `out.optionsFields`.
 void decodeOptions(T_MemoryFile& file, DecodedFile& out);

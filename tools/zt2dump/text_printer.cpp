@@ -73,7 +73,7 @@ class TextPrinter {
 
   void options(const DecodedFile& file) {
     out_ << "version: " << file.optionsVersion << "\n";
-    if (file.optionsVersion > kOptionsVersion) {
+    if (file.optionsVersion > kOptionsFileVersion) {
       out_ << "  (a newer version than this tool knows: values not decoded)\n";
       return;
     }

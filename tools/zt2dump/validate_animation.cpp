@@ -11,7 +11,7 @@ namespace zt2dump {
 namespace {
 
 std::string nodeOf(const DecodedChunk& animation) {
-  const DecodedChunk* header = childWithId(animation, chunk_id::kAnimationHeader);
+  const DecodedChunk* header = childWithId(animation, chunk_kind::kAnimationHeader.id);
   return header != nullptr ? " (node \"" + header->at("name").get<std::string>() + "\")" : std::string();
 }
 
@@ -52,7 +52,7 @@ void checkTransformAnimation(const DecodedFile& file, const DecodedChunk& c) {
     fault(file, where(c) + nodeOf(c) + ": frameToFrameInterpolation " + std::to_string(mode) + " is not 0, 1 or 2");
   if (mode == 0 && c.at("maintainMatrixScaling").get<bool>())
     fault(file, where(c) + nodeOf(c) + ": maintainMatrixScaling is set while frameToFrameInterpolation is 0");
-  const DecodedChunk* header = childWithId(c, chunk_id::kAnimationHeader);
+  const DecodedChunk* header = childWithId(c, chunk_kind::kAnimationHeader.id);
   if (header != nullptr && !header->at("loop").get<bool>() && c.at("loopInterpolation").get<bool>())
     fault(file, where(c) + nodeOf(c) + ": loopInterpolation is set while loop is not");
 }

@@ -131,21 +131,21 @@ void checkMapChannel(const MeshContext& m, const DecodedChunk& map, const Decode
 }  // namespace
 
 std::string objectName(const DecodedChunk& objectCarrier) {
-  const DecodedChunk* object = childWithId(objectCarrier, chunk_id::kObject);
+  const DecodedChunk* object = childWithId(objectCarrier, chunk_kind::kObject.id);
   return object != nullptr ? object->at("name").get<std::string>() : std::string();
 }
 
 void checkMesh(const DecodedFile& file, const DecodedChunk& mesh) {
   const MeshContext m{file, " (mesh \"" + objectName(mesh) + "\")"};
-  const DecodedChunk* vertices = childWithId(mesh, chunk_id::kMeshVertex);
+  const DecodedChunk* vertices = childWithId(mesh, chunk_kind::kMeshVertex.id);
   for (const DecodedChunk& c : mesh.children) {
     if (!c.decoded) continue;
     switch (c.id) {
-      case chunk_id::kMeshVertex: checkVertices(m, c); break;
-      case chunk_id::kMeshFace: checkFaces(m, c, vertices); break;
-      case chunk_id::kMeshMaterialNames: checkMaterialNames(m, c, vertices); break;
-      case chunk_id::kMeshMapChannel: checkMapChannel(m, c, vertices); break;
-      case chunk_id::kMeshReserved:
+      case chunk_kind::kMeshVertex.id: checkVertices(m, c); break;
+      case chunk_kind::kMeshFace.id: checkFaces(m, c, vertices); break;
+      case chunk_kind::kMeshMaterialNames.id: checkMaterialNames(m, c, vertices); break;
+      case chunk_kind::kMeshMapChannel.id: checkMapChannel(m, c, vertices); break;
+      case chunk_kind::kMeshReserved.id:
         if (intOf(c.at("count")) < 0) m.fail(c, "negative count");
         break;
       default: break;

@@ -12,9 +12,9 @@ namespace zt2dump {
 
 void validateOptions(const DecodedFile& file) {
   const std::int32_t version = file.optionsVersion;
-  if (version < 1 || version > kOptionsVersion)
+  if (version < 1 || version > kOptionsFileVersion)
     fault(file, "options version " + std::to_string(version) + " is not between 1 and " +
-                    std::to_string(kOptionsVersion));
+                    std::to_string(kOptionsFileVersion));
   static const std::set<std::string> kNotFlags = {"sampleRate", "sceneFrameRate", "frameToFrameInterpolation",
                                                   "texturePathCount"};
   for (const DecodedField& f : file.optionsFields) {

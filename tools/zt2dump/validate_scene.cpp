@@ -16,36 +16,36 @@ namespace {
 // animation. -1: not allowed at the top level.
 int topLevelRank(std::uint32_t id) {
   switch (id) {
-    case chunk_id::kEnvironment: return 0;
-    case chunk_id::kMaterialList: return 1;
-    case chunk_id::kMesh:
-    case chunk_id::kCamera:
-    case chunk_id::kOmniLight:
-    case chunk_id::kDirectionalLight:
-    case chunk_id::kSpotLight:
-    case chunk_id::kHelper: return 2;
-    case chunk_id::kTransformAnimation:
-    case chunk_id::kOmniLightAnimation:
-    case chunk_id::kDirectionalLightAnimation:
-    case chunk_id::kSpotLightAnimation: return 3;
+    case chunk_kind::kEnvironment.id: return 0;
+    case chunk_kind::kMaterialList.id: return 1;
+    case chunk_kind::kMesh.id:
+    case chunk_kind::kCamera.id:
+    case chunk_kind::kOmniLight.id:
+    case chunk_kind::kDirectionalLight.id:
+    case chunk_kind::kSpotLight.id:
+    case chunk_kind::kHelper.id: return 2;
+    case chunk_kind::kTransformAnimation.id:
+    case chunk_kind::kOmniLightAnimation.id:
+    case chunk_kind::kDirectionalLightAnimation.id:
+    case chunk_kind::kSpotLightAnimation.id: return 3;
     default: return -1;
   }
 }
 
 bool isLightAnimation(std::uint32_t id) {
-  return id == chunk_id::kOmniLightAnimation || id == chunk_id::kDirectionalLightAnimation ||
-         id == chunk_id::kSpotLightAnimation;
+  return id == chunk_kind::kOmniLightAnimation.id || id == chunk_kind::kDirectionalLightAnimation.id ||
+         id == chunk_kind::kSpotLightAnimation.id;
 }
 
 // Sub-chunk order inside a mesh; 0 for ids that do not belong there.
 int meshRank(std::uint32_t id) {
   switch (id) {
-    case chunk_id::kMeshVertex: return 1;
-    case chunk_id::kMeshFace: return 2;
-    case chunk_id::kMeshReserved: return 3;
-    case chunk_id::kMeshMaterialNames: return 4;
-    case chunk_id::kMeshMapChannel: return 5;
-    case chunk_id::kMeshReference: return 6;
+    case chunk_kind::kMeshVertex.id: return 1;
+    case chunk_kind::kMeshFace.id: return 2;
+    case chunk_kind::kMeshReserved.id: return 3;
+    case chunk_kind::kMeshMaterialNames.id: return 4;
+    case chunk_kind::kMeshMapChannel.id: return 5;
+    case chunk_kind::kMeshReference.id: return 6;
     default: return 0;
   }
 }
@@ -58,22 +58,22 @@ class StructureCheck {
     if (!c.known()) return;  // skippable by design
     if (!c.decoded) fault(file_, where(c) + ": " + c.note);
     switch (c.id) {
-      case chunk_id::kCamera:
-      case chunk_id::kOmniLight:
-      case chunk_id::kDirectionalLight:
-      case chunk_id::kSpotLight:
-      case chunk_id::kHelper: firstChild(c, chunk_id::kObject, "ObjectChunk"); break;
-      case chunk_id::kMesh: mesh(c); break;
-      case chunk_id::kTransformAnimation:
-      case chunk_id::kOmniLightAnimation:
-      case chunk_id::kDirectionalLightAnimation:
-      case chunk_id::kSpotLightAnimation: firstChild(c, chunk_id::kAnimationHeader, "AnimationHeaderChunk"); break;
-      case chunk_id::kMaterialList:
+      case chunk_kind::kCamera.id:
+      case chunk_kind::kOmniLight.id:
+      case chunk_kind::kDirectionalLight.id:
+      case chunk_kind::kSpotLight.id:
+      case chunk_kind::kHelper.id: firstChild(c, chunk_kind::kObject.id, "ObjectChunk"); break;
+      case chunk_kind::kMesh.id: mesh(c); break;
+      case chunk_kind::kTransformAnimation.id:
+      case chunk_kind::kOmniLightAnimation.id:
+      case chunk_kind::kDirectionalLightAnimation.id:
+      case chunk_kind::kSpotLightAnimation.id: firstChild(c, chunk_kind::kAnimationHeader.id, "AnimationHeaderChunk"); break;
+      case chunk_kind::kMaterialList.id:
         if (intOf(c.at("materialCount")) < 0) fault(file_, where(c) + ": negative materialCount");
-        allChildren(c, chunk_id::kMaterial, "MaterialChunk");
+        allChildren(c, chunk_kind::kMaterial.id, "MaterialChunk");
         break;
-      case chunk_id::kMaterial: allChildren(c, chunk_id::kTexture, "TextureChunk"); break;
-      case chunk_id::kTexture:
+      case chunk_kind::kMaterial.id: allChildren(c, chunk_kind::kTexture.id, "TextureChunk"); break;
+      case chunk_kind::kTexture.id:
         if (intOf(c.at("fileNameCount")) < 0) fault(file_, where(c) + ": negative fileNameCount");
         break;
       default: break;
@@ -95,7 +95,7 @@ class StructureCheck {
   }
 
   void mesh(const DecodedChunk& c) {
-    firstChild(c, chunk_id::kObject, "ObjectChunk");
+    firstChild(c, chunk_kind::kObject.id, "ObjectChunk");
     int previous = 0;
     int mapChannels = 0;
     for (std::size_t i = 1; i < c.children.size(); ++i) {
@@ -125,14 +125,14 @@ void checkTopLevel(const DecodedFile& file) {
     if (rank < previousRank)
       fault(file, where(c) + " comes after " + where(*previous) +
                       "; the file order is environment, materials, objects, animation");
-    if ((c.id == chunk_id::kEnvironment || c.id == chunk_id::kMaterialList) && ++seen[c.id] > 1)
+    if ((c.id == chunk_kind::kEnvironment.id || c.id == chunk_kind::kMaterialList.id) && ++seen[c.id] > 1)
       fault(file, where(c) + " is the second of its kind");
     if (isLightAnimation(c.id) && c.decoded) {
       // A light's parameter chunk follows its own transform chunk.
-      const DecodedChunk* header = childWithId(c, chunk_id::kAnimationHeader);
+      const DecodedChunk* header = childWithId(c, chunk_kind::kAnimationHeader.id);
       const DecodedChunk* previousHeader =
-          previous != nullptr && previous->id == chunk_id::kTransformAnimation && previous->decoded
-              ? childWithId(*previous, chunk_id::kAnimationHeader)
+          previous != nullptr && previous->id == chunk_kind::kTransformAnimation.id && previous->decoded
+              ? childWithId(*previous, chunk_kind::kAnimationHeader.id)
               : nullptr;
       if (header == nullptr || previousHeader == nullptr || header->at("name") != previousHeader->at("name"))
         fault(file, where(c) + " does not follow the TransformAnimationChunk of the same node");
@@ -145,11 +145,11 @@ void checkTopLevel(const DecodedFile& file) {
 void checkContent(const DecodedFile& file, const DecodedChunk& c) {
   if (!c.decoded) return;
   switch (c.id) {
-    case chunk_id::kMesh: checkMesh(file, c); break;
-    case chunk_id::kTransformAnimation: checkTransformAnimation(file, c); break;
-    case chunk_id::kOmniLightAnimation:
-    case chunk_id::kDirectionalLightAnimation:
-    case chunk_id::kSpotLightAnimation: checkLightAnimation(file, c); break;
+    case chunk_kind::kMesh.id: checkMesh(file, c); break;
+    case chunk_kind::kTransformAnimation.id: checkTransformAnimation(file, c); break;
+    case chunk_kind::kOmniLightAnimation.id:
+    case chunk_kind::kDirectionalLightAnimation.id:
+    case chunk_kind::kSpotLightAnimation.id: checkLightAnimation(file, c); break;
     default: break;
   }
 }

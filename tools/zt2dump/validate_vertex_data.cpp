@@ -16,7 +16,7 @@ const DecodedChunk& vertexDataChunk(const DecodedFile& file) {
   const DecodedChunk* found = nullptr;
   for (const DecodedChunk& c : file.chunks) {
     if (!c.known()) continue;
-    if (c.id != chunk_id::kVertexData) fault(file, where(c) + " does not belong in a per-vertex file");
+    if (c.id != chunk_kind::kVertexData.id) fault(file, where(c) + " does not belong in a per-vertex file");
     if (!c.decoded) fault(file, where(c) + ": " + c.note);
     if (found != nullptr) fault(file, where(c) + " is a second VertexDataChunk");
     found = &c;
@@ -85,8 +85,8 @@ void validateSkinAgainstScene(const DecodedFile& scene, const DecodedFile& skin)
   const std::string node = data.at("nodeNames").front().get<std::string>();
   const DecodedChunk* vertices = nullptr;
   for (const DecodedChunk& c : scene.chunks)
-    if (c.id == chunk_id::kMesh && c.decoded && objectName(c) == node) {
-      vertices = childWithId(c, chunk_id::kMeshVertex);
+    if (c.id == chunk_kind::kMesh.id && c.decoded && objectName(c) == node) {
+      vertices = childWithId(c, chunk_kind::kMeshVertex.id);
       if (vertices != nullptr) break;
     }
   const std::string at = skin.path + " against " + scene.path + ": ";
