@@ -46,6 +46,9 @@ namespace {
 constexpr int kQuads = 708;
 constexpr int kTile = 59;  // UV tiles of 59 x 59 quads: seams every 59 columns and rows
 
+// Work buffers kept across iterations, as the module keeps them across exports.
+MeshScratch scratch;
+
 // --- the grid ---
 
 Mesh makeGrid() {
@@ -135,7 +138,7 @@ const MeshBuild& freshBuild() {
 const MeshBuild& smoothedBuild() {
   static const MeshBuild b = [] {
     MeshBuild m = freshBuild();
-    computeSmoothNormals(m);
+    computeSmoothNormals(m, scratch.normals);
     return m;
   }();
   return b;
@@ -143,8 +146,8 @@ const MeshBuild& smoothedBuild() {
 const MeshBuild& unifiedBuild() {
   static const MeshBuild b = [] {
     MeshBuild m = smoothedBuild();
-    unifyMapChannel(m, 0);
-    unifyMapChannel(m, 1);
+    unifyMapChannel(m, 0, scratch.maps);
+    unifyMapChannel(m, 1, scratch.maps);
     return m;
   }();
   return b;
@@ -163,7 +166,7 @@ void BM_SmoothNormals(benchmark::State& state) {
     state.PauseTiming();
     b = freshBuild();
     state.ResumeTiming();
-    computeSmoothNormals(b);
+    computeSmoothNormals(b, scratch.normals);
     benchmark::DoNotOptimize(b.normals.data());
   }
   reportPerCorner(state);
@@ -175,8 +178,8 @@ void BM_UnifyMapChannels(benchmark::State& state) {
     state.PauseTiming();
     b = smoothedBuild();
     state.ResumeTiming();
-    unifyMapChannel(b, 0);
-    unifyMapChannel(b, 1);
+    unifyMapChannel(b, 0, scratch.maps);
+    unifyMapChannel(b, 1, scratch.maps);
     benchmark::DoNotOptimize(b.vertexMaps[1].data());
   }
   reportPerCorner(state);
@@ -187,7 +190,7 @@ void BM_ExtractMaterialGroups(benchmark::State& state) {
   MaterialSubMesh group;
   for (auto _ : state) {
     for (int m = 0; m < 4; ++m) {
-      extractMaterialGroup(b, m, 2, group);
+      extractMaterialGroup(b, m, 2, group, scratch.groups);
       benchmark::DoNotOptimize(group.positions.data());
     }
   }
@@ -201,11 +204,11 @@ void BM_ThreeAlgorithms(benchmark::State& state) {
     state.PauseTiming();
     b = freshBuild();
     state.ResumeTiming();
-    computeSmoothNormals(b);
-    unifyMapChannel(b, 0);
-    unifyMapChannel(b, 1);
+    computeSmoothNormals(b, scratch.normals);
+    unifyMapChannel(b, 0, scratch.maps);
+    unifyMapChannel(b, 1, scratch.maps);
     for (int m = 0; m < 4; ++m) {
-      extractMaterialGroup(b, m, 2, group);
+      extractMaterialGroup(b, m, 2, group, scratch.groups);
       benchmark::DoNotOptimize(group.positions.data());
     }
   }

@@ -193,8 +193,8 @@ class MeshWriter {
       store(slot++, group);
       return;
     }
-    static std::vector<MaterialSubMesh> pieces;
-    const std::size_t runs = splitOversizedGroup(group, channels_, pieces);
+    std::vector<MaterialSubMesh>& pieces = exporter_.meshExportScratch().pieces;
+    const std::size_t runs = splitOversizedGroup(group, channels_, pieces, exporter_.meshScratch().split);
     const std::string name = record_.materialNameList()[slot];
     if (runs == 1)
       // Its triangles fit in one group: only vertices no triangle uses are left out.
@@ -345,9 +345,11 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
                         node->GetName());
     return;
   }
-  // The working copy and the build are kept between calls like the
-  // algorithms' buffers: a large mesh then costs no fresh pages each time.
-  static Mesh mesh;
+  // The working copy and the build are reused from mesh to mesh within the
+  // export: a large mesh then costs no fresh pages each time.
+  MeshExportScratch& work = exporter.meshExportScratch();
+  MeshScratch& scratch = exporter.meshScratch();
+  Mesh& mesh = work.mesh;
   mesh = static_cast<TriObject*>(tri.get())->GetMesh();
 
   SkinSource skin;
@@ -379,7 +381,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
       mesh.vData[kHostIndexChannel].data.size() == mesh.verts.size())
     skin.keys = &mesh.vData[kHostIndexChannel].data;
 
-  static MeshBuild build;
+  MeshBuild& build = work.build;
   resetBuild(build);
   build.mirrored = DotProd(CrossProd(objectOffset.GetRow(0), objectOffset.GetRow(1)), objectOffset.GetRow(2)) < 0.0f;
 
@@ -401,11 +403,11 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     for (std::size_t i = 0; i < build.hostIndices.size(); ++i) build.hostIndices[i] = static_cast<std::uint32_t>(i);
   }
 
-  computeSmoothNormals(build);
+  computeSmoothNormals(build, scratch.normals);
   if (skin.on) traceSplits(build, 0);
   for (int ch = 0; ch < build.mapChannelCount; ++ch) {
     const std::size_t mark = build.splitSources.size();
-    unifyMapChannel(build, ch);
+    unifyMapChannel(build, ch, scratch.maps);
     if (skin.on) traceSplits(build, mark);
   }
 
@@ -417,10 +419,10 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     Sys->verbose("copy data\n");
     writer.storeGroup(slot, viewOf(build));
   } else {
-    static MaterialSubMesh group;
+    MaterialSubMesh& group = work.group;
     for (std::size_t m = 0; m < groups; ++m) {
       Sys->verbose("extract by mat\n");
-      extractMaterialGroup(build, static_cast<int>(m), build.mapChannelCount, group);
+      extractMaterialGroup(build, static_cast<int>(m), build.mapChannelCount, group, scratch.groups);
       writer.storeGroup(slot, viewOf(group));
     }
   }

@@ -34,17 +34,6 @@ GroupView viewOf(const MaterialSubMesh& group) {
 
 namespace {
 
-// Per group vertex: the run (counted from 1) that last took it, and its number there.
-struct SplitBuffers {
-  std::vector<std::uint32_t> run;
-  std::vector<std::uint32_t> local;
-};
-
-SplitBuffers& buffers() {
-  static SplitBuffers b;
-  return b;
-}
-
 MaterialSubMesh& startRun(std::vector<MaterialSubMesh>& pieces, std::size_t& count) {
   if (pieces.size() <= count) pieces.emplace_back();
   MaterialSubMesh& p = pieces[count++];
@@ -65,7 +54,7 @@ void appendVertex(MaterialSubMesh& p, const GroupView& g, int channelCount, std:
   p.sources.push_back(v);
 }
 
-std::size_t split(const GroupView& g, int channelCount, std::vector<MaterialSubMesh>& pieces, SplitBuffers& b) {
+std::size_t split(const GroupView& g, int channelCount, std::vector<MaterialSubMesh>& pieces, GroupSplitScratch& b) {
   b.run.assign(g.vertexCount, 0);
   b.local.resize(g.vertexCount);
   std::size_t count = 0;
@@ -98,9 +87,10 @@ std::size_t split(const GroupView& g, int channelCount, std::vector<MaterialSubM
 
 }  // namespace
 
-std::size_t splitOversizedGroup(const GroupView& group, int channelCount, std::vector<MaterialSubMesh>& pieces) {
+std::size_t splitOversizedGroup(const GroupView& group, int channelCount, std::vector<MaterialSubMesh>& pieces,
+                                GroupSplitScratch& scratch) {
   try {
-    return split(group, channelCount, pieces, buffers());
+    return split(group, channelCount, pieces, scratch);
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   }

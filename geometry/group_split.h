@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "geometry/mesh_build.h"
+#include "geometry/mesh_scratch.h"
 
 // Vertices one group can hold: its indices are 16-bit and group-local.
 inline constexpr std::size_t kMaxGroupVertices = 65536;
@@ -31,4 +32,5 @@ GroupView viewOf(const MaterialSubMesh& group);
 // vertices are numbered from 0 in order of first use, like any group. Runs
 // hold only vertices their triangles use. `pieces` is resized to the run
 // count (its elements' storage is reused) and the count returned.
-std::size_t splitOversizedGroup(const GroupView& group, int channelCount, std::vector<MaterialSubMesh>& pieces);
+std::size_t splitOversizedGroup(const GroupView& group, int channelCount, std::vector<MaterialSubMesh>& pieces,
+                                GroupSplitScratch& scratch);

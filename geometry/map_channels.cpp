@@ -13,16 +13,6 @@ constexpr std::uint32_t kUnused = std::numeric_limits<std::uint32_t>::max();  //
 constexpr std::uint32_t kChainEnd = 0;  // copies are never vertex 0, so 0 can end a chain
 constexpr std::uint32_t kNoMapVertex = std::numeric_limits<std::uint32_t>::max();
 
-struct MapChannelBuffers {
-  std::vector<std::uint32_t> nextDuplicate;
-  MapChannelBuffers() { nextDuplicate.reserve(1000); }
-};
-
-MapChannelBuffers& buffers() {
-  static MapChannelBuffers b;
-  return b;
-}
-
 // Exact float comparison: a NaN matches nothing, -0 matches +0.
 inline bool sameCoordinate(const Point3& a, const Point3& b) { return a.x == b.x && a.y == b.y && a.z == b.z; }
 
@@ -83,10 +73,10 @@ void unify(MeshBuild& mesh, int channel, std::vector<std::uint32_t>& next) {
 
 }  // namespace
 
-void unifyMapChannel(MeshBuild& mesh, int channel) {
+void unifyMapChannel(MeshBuild& mesh, int channel, MapChannelScratch& scratch) {
   if (channel < 0 || channel >= kMaxMapChannels) return;
   try {
-    unify(mesh, channel, buffers().nextDuplicate);
+    unify(mesh, channel, scratch.nextDuplicate);
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   }

@@ -11,20 +11,6 @@ namespace {
 
 constexpr std::uint32_t kNotInGroup = std::numeric_limits<std::uint32_t>::max();
 
-struct MaterialGroupBuffers {
-  std::vector<std::uint32_t> remap;     // per vertex: its number in the group, or kNotInGroup
-  std::vector<std::uint32_t> newToOld;  // per group vertex: its vertex in the mesh
-  MaterialGroupBuffers() {
-    remap.reserve(1000);
-    newToOld.reserve(1000);
-  }
-};
-
-MaterialGroupBuffers& buffers() {
-  static MaterialGroupBuffers b;
-  return b;
-}
-
 template <typename T>
 void gather(std::vector<T>& out, const std::vector<T>& from, const std::uint32_t* order, std::size_t n) {
   out.resize(n);
@@ -33,7 +19,7 @@ void gather(std::vector<T>& out, const std::vector<T>& from, const std::uint32_t
   for (std::size_t i = 0; i < n; ++i) o[i] = f[order[i]];
 }
 
-void extract(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out, MaterialGroupBuffers& b) {
+void extract(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out, MaterialGroupScratch& b) {
   const std::size_t vertices = mesh.vertexCount();
   b.remap.assign(vertices, kNotInGroup);
   b.newToOld.resize(vertices);
@@ -83,9 +69,10 @@ void extract(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh
 
 }  // namespace
 
-void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out) {
+void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out,
+                          MaterialGroupScratch& scratch) {
   try {
-    extract(mesh, group, channelCount, out, buffers());
+    extract(mesh, group, channelCount, out, scratch);
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   }

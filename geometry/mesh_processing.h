@@ -1,6 +1,6 @@
-// The three mesh processing algorithms. Each keeps static work buffers that
-// later meshes reuse, so none of them is re-entrant: the exporter runs them
-// on its one export call, one mesh at a time.
+// The three mesh processing algorithms. Each works in buffers the caller
+// owns (geometry/mesh_scratch.h), so later meshes reuse their storage and two
+// callers with their own scratch can run side by side.
 //
 // Splitting only appends: a split vertex is a copy of an existing one and its
 // source goes to `splitSources`, so every vertex traces back to a host vertex.
@@ -8,20 +8,22 @@
 #pragma once
 
 #include "geometry/mesh_build.h"
+#include "geometry/mesh_scratch.h"
 
 // Fills `normals` from the smoothing groups of `smoothingGroups`, copying a
 // vertex for each smoothing cluster of its triangles but the last one and
 // pointing that cluster's corners at the copy.
-void computeSmoothNormals(MeshBuild& mesh);
+void computeSmoothNormals(MeshBuild& mesh, SmoothNormalScratch& scratch);
 
 // Fills `vertexMaps[channel]` from `mapCoords`/`mapIndices` of the channel
 // (first two components, third 0), copying a vertex for every further
 // coordinate its corners use. Copies carry the position, normal and the
 // earlier channels' coordinates of their source.
-void unifyMapChannel(MeshBuild& mesh, int channel);
+void unifyMapChannel(MeshBuild& mesh, int channel, MapChannelScratch& scratch);
 
 // The triangles whose faceMaterials entry is `group`, with the vertices they
 // use numbered from 0 in order of first use. `channelCount` channels of
 // vertexMaps are carried; hostIndices too when the mesh has one per vertex.
 // `out` is overwritten (its storage is reused).
-void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out);
+void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out,
+                          MaterialGroupScratch& scratch);

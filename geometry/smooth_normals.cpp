@@ -10,27 +10,6 @@
 
 namespace {
 
-// Kept between calls so that a scene of many meshes allocates once.
-struct SmoothNormalBuffers {
-  std::vector<Point3> faceNormals;        // one unit normal per triangle
-  std::vector<std::int32_t> valence;      // per vertex: triangle corners naming it
-  std::vector<std::uint32_t> listStart;   // per vertex: where its triangle list begins
-  std::vector<std::int32_t> faceList;     // triangle numbers, vertex after vertex
-
-  SmoothNormalBuffers() {
-    faceNormals.reserve(200);
-    valence.reserve(1000);
-    listStart.reserve(1000);
-    faceList.reserve(600);
-  }
-};
-
-// If construction throws, the static stays unmade and the next call tries again.
-SmoothNormalBuffers& buffers() {
-  static SmoothNormalBuffers b;
-  return b;
-}
-
 void computeFaceNormals(const MeshBuild& mesh, std::vector<Point3>& out) {
   const std::size_t triangles = mesh.triangleCount();
   out.resize(triangles);
@@ -47,7 +26,7 @@ void computeFaceNormals(const MeshBuild& mesh, std::vector<Point3>& out) {
 // Vertex -> ascending triangle list by counting and prefix sums. Filling from
 // the last corner backwards into each list's end leaves the lists ascending
 // and listStart back at each list's beginning, with no separate fill counter.
-void buildTriangleLists(const MeshBuild& mesh, SmoothNormalBuffers& b) {
+void buildTriangleLists(const MeshBuild& mesh, SmoothNormalScratch& b) {
   const std::size_t vertices = mesh.vertexCount();
   const std::size_t corners = mesh.indices.size();
   b.valence.assign(vertices, 0);
@@ -98,7 +77,7 @@ BestCluster findBestCluster(const std::int32_t* list, int k, const std::uint32_t
   return best;
 }
 
-void smoothVertices(MeshBuild& mesh, SmoothNormalBuffers& b) {
+void smoothVertices(MeshBuild& mesh, SmoothNormalScratch& b) {
   const std::size_t v0 = mesh.vertexCount();
   mesh.normals.assign(v0, Point3{});
   const std::uint32_t* smoothing = mesh.smoothingGroups.data();
@@ -141,9 +120,8 @@ void smoothVertices(MeshBuild& mesh, SmoothNormalBuffers& b) {
 
 }  // namespace
 
-void computeSmoothNormals(MeshBuild& mesh) {
+void computeSmoothNormals(MeshBuild& mesh, SmoothNormalScratch& b) {
   try {
-    SmoothNormalBuffers& b = buffers();
     computeFaceNormals(mesh, b.faceNormals);
     buildTriangleLists(mesh, b);
     smoothVertices(mesh, b);

@@ -18,8 +18,8 @@ struct Field {
   int OptionsDialog::*intMember;
   float OptionsDialog::*floatMember;
   std::string OptionsDialog::*textMember;
-  const char* defaultText;
-  bool spinner;  // one of the dialog's seven spinners
+  const char* sceneDefault;  // what sets the default on each export, or none: the record's own
+  bool spinner;              // one of the dialog's seven spinners
 };
 
 // The dialog's float spinners and sample-rate spinner limits. The dialog lets
@@ -32,51 +32,51 @@ constexpr int kSampleRateMax = 500;
 
 constexpr const char* kInterpolationWords[] = {"none", "normalized", "orthonormalized"};
 
-Field flag(const char* name, int OptionsDialog::*member, const char* defaultText) {
-  return {name, Kind::Flag, member, nullptr, nullptr, defaultText, false};
+Field flag(const char* name, int OptionsDialog::*member) {
+  return {name, Kind::Flag, member, nullptr, nullptr, nullptr, false};
 }
-Field floatSpinner(const char* name, float OptionsDialog::*member, const char* defaultText) {
-  return {name, Kind::Float, nullptr, member, nullptr, defaultText, true};
+Field floatSpinner(const char* name, float OptionsDialog::*member) {
+  return {name, Kind::Float, nullptr, member, nullptr, nullptr, true};
 }
-Field frame(const char* name, int OptionsDialog::*member, const char* defaultText) {
-  return {name, Kind::Frame, member, nullptr, nullptr, defaultText, true};
+Field frame(const char* name, int OptionsDialog::*member, const char* sceneDefault = nullptr) {
+  return {name, Kind::Frame, member, nullptr, nullptr, sceneDefault, true};
 }
 
-// In the record's order. The default texts are the record's defaults; the
-// sample rate and the frames come from the scene on every export.
+// In the record's order. Defaults are read from a new record; the sample
+// rate and the end frame come from the scene on every export.
 const std::vector<Field>& fields() {
   static const std::vector<Field> table = {
-      flag("exportGeometry", &OptionsDialog::exportGeometry, "1"),
-      flag("exportSkinning", &OptionsDialog::exportSkinning, "1"),
-      flag("exportAnimation", &OptionsDialog::exportAnimation, "1"),
-      flag("exportCameras", &OptionsDialog::exportCameras, "1"),
-      flag("exportLights", &OptionsDialog::exportLights, "1"),
-      flag("exportMaterials", &OptionsDialog::exportMaterials, "1"),
-      flag("exportHelpers", &OptionsDialog::exportHelpers, "1"),
-      flag("exportEnvironment", &OptionsDialog::exportEnvironment, "1"),
-      flag("removeFloatingVertices", &OptionsDialog::removeFloatingVertices, "1"),
-      flag("removeHiddenObjects", &OptionsDialog::removeHiddenObjects, "1"),
-      flag("rescale", &OptionsDialog::rescale, "0"),
-      floatSpinner("rescaleFactor", &OptionsDialog::rescaleFactor, "1"),
-      {"texturePath", Kind::Text, nullptr, nullptr, &OptionsDialog::texturePath, ".", false},
-      flag("copyTextures", &OptionsDialog::copyTextures, "1"),
-      flag("dumpInfo", &OptionsDialog::dumpInfo, "1"),
-      flag("retainHierarchies", &OptionsDialog::retainHierarchies, "1"),
-      flag("pivotAsMeshCenter", &OptionsDialog::pivotAsMeshCenter, "1"),
-      flag("saveReferencesOnce", &OptionsDialog::saveReferencesOnce, "1"),
+      flag("exportGeometry", &OptionsDialog::exportGeometry),
+      flag("exportSkinning", &OptionsDialog::exportSkinning),
+      flag("exportAnimation", &OptionsDialog::exportAnimation),
+      flag("exportCameras", &OptionsDialog::exportCameras),
+      flag("exportLights", &OptionsDialog::exportLights),
+      flag("exportMaterials", &OptionsDialog::exportMaterials),
+      flag("exportHelpers", &OptionsDialog::exportHelpers),
+      flag("exportEnvironment", &OptionsDialog::exportEnvironment),
+      flag("removeFloatingVertices", &OptionsDialog::removeFloatingVertices),
+      flag("removeHiddenObjects", &OptionsDialog::removeHiddenObjects),
+      flag("rescale", &OptionsDialog::rescale),
+      floatSpinner("rescaleFactor", &OptionsDialog::rescaleFactor),
+      {"texturePath", Kind::Text, nullptr, nullptr, &OptionsDialog::texturePath, nullptr, false},
+      flag("copyTextures", &OptionsDialog::copyTextures),
+      flag("dumpInfo", &OptionsDialog::dumpInfo),
+      flag("retainHierarchies", &OptionsDialog::retainHierarchies),
+      flag("pivotAsMeshCenter", &OptionsDialog::pivotAsMeshCenter),
+      flag("saveReferencesOnce", &OptionsDialog::saveReferencesOnce),
       {"sampleRate", Kind::SampleRate, &OptionsDialog::sampleRate, nullptr, nullptr, "scene frame rate", true},
-      floatSpinner("positionDelta", &OptionsDialog::positionDelta, "0.001"),
-      floatSpinner("rotationDelta", &OptionsDialog::rotationDelta, "0.001"),
+      floatSpinner("positionDelta", &OptionsDialog::positionDelta),
+      floatSpinner("rotationDelta", &OptionsDialog::rotationDelta),
       {"frameToFrameInterpolation", Kind::Interpolation, &OptionsDialog::frameToFrameInterpolation, nullptr, nullptr,
-       "none", false},
-      flag("maintainMatrixScaling", &OptionsDialog::maintainMatrixScaling, "0"),
-      flag("loop", &OptionsDialog::loop, "1"),
-      flag("loopInterpolation", &OptionsDialog::loopInterpolation, "1"),
-      flag("decreaseEndFrameByOne", &OptionsDialog::decreaseEndFrameByOne, "1"),
-      flag("useGlobalAnimationRange", &OptionsDialog::useGlobalAnimationRange, "1"),
-      frame("startFrame", &OptionsDialog::startFrame, "0"),
+       nullptr, false},
+      flag("maintainMatrixScaling", &OptionsDialog::maintainMatrixScaling),
+      flag("loop", &OptionsDialog::loop),
+      flag("loopInterpolation", &OptionsDialog::loopInterpolation),
+      flag("decreaseEndFrameByOne", &OptionsDialog::decreaseEndFrameByOne),
+      flag("useGlobalAnimationRange", &OptionsDialog::useGlobalAnimationRange),
+      frame("startFrame", &OptionsDialog::startFrame),
       frame("endFrame", &OptionsDialog::endFrame, "range length in frames"),
-      frame("loopToFrame", &OptionsDialog::loopToFrame, "0"),
+      frame("loopToFrame", &OptionsDialog::loopToFrame),
   };
   return table;
 }
@@ -193,47 +193,40 @@ void followSpinnerRules(OptionsDialog& record, const Field& field) {
 
 FrameLimits frameLimitsOf(const OptionsDialog& record) { return {record.startFrame, record.endFrame}; }
 
-bool setOptionField(OptionsDialog& record, const std::string& name, const std::string& value, std::string& error,
-                    const FrameLimits& frames) {
+bool parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames, OptionEdit& out,
+                     std::string& error) {
   const std::string prefix = "--set " + name + "=" + value + ": ";
   const Field* field = findField(name);
   if (!field) {
     error = prefix + "unknown option field '" + name + "' (did you mean '" + closestName(name) + "'?)";
     return false;
   }
+  out = OptionEdit{};
+  out.field = static_cast<std::size_t>(field - fields().data());
 
   switch (field->kind) {
-    case Kind::Flag: {
-      int v = 0;
-      if (!parseFlag(value, v)) {
+    case Kind::Flag:
+      if (!parseFlag(value, out.intValue)) {
         error = prefix + name + " takes 0, 1, true or false";
         return false;
       }
-      record.*(field->intMember) = v;
       break;
-    }
-    case Kind::Interpolation: {
-      int v = 0;
-      if (!parseInterpolation(value, v)) {
+    case Kind::Interpolation:
+      if (!parseInterpolation(value, out.intValue)) {
         error = prefix + name + " takes 0, 1, 2, none, normalized or orthonormalized";
         return false;
       }
-      record.*(field->intMember) = v;
       break;
-    }
-    case Kind::Float: {
-      float v = 0.0f;
-      if (!parseFiniteFloat(value, v)) {
+    case Kind::Float:
+      if (!parseFiniteFloat(value, out.floatValue)) {
         error = prefix + name + " must be a number";
         return false;
       }
-      if (v < kFloatMin || v > kFloatMax) {
+      if (out.floatValue < kFloatMin || out.floatValue > kFloatMax) {
         error = prefix + name + " must be between 0 and 100";
         return false;
       }
-      record.*(field->floatMember) = v;
       break;
-    }
     case Kind::SampleRate:
     case Kind::Frame: {
       std::int32_t v = 0;
@@ -249,16 +242,35 @@ bool setOptionField(OptionsDialog& record, const std::string& name, const std::s
                 (isRate ? "" : " (the scene's frame range)");
         return false;
       }
-      record.*(field->intMember) = v;
+      out.intValue = v;
       break;
     }
     case Kind::Text:
-      record.*(field->textMember) = value;
+      out.textValue = value;
       break;
   }
-
-  if (field->spinner) followSpinnerRules(record, *field);
   error.clear();
+  return true;
+}
+
+void applyOptionEdit(OptionsDialog& record, const OptionEdit& edit) {
+  const Field& field = fields().at(edit.field);
+  switch (field.kind) {
+    case Kind::Flag:
+    case Kind::Interpolation:
+    case Kind::SampleRate:
+    case Kind::Frame: record.*(field.intMember) = edit.intValue; break;
+    case Kind::Float: record.*(field.floatMember) = edit.floatValue; break;
+    case Kind::Text: record.*(field.textMember) = edit.textValue; break;
+  }
+  if (field.spinner) followSpinnerRules(record, field);
+}
+
+bool setOptionField(OptionsDialog& record, const std::string& name, const std::string& value, std::string& error,
+                    const FrameLimits& frames) {
+  OptionEdit edit;
+  if (!parseOptionEdit(name, value, frames, edit, error)) return false;
+  applyOptionEdit(record, edit);
   return true;
 }
 
@@ -295,7 +307,13 @@ std::string optionFieldsHelp() {
     std::string name, type, range, defaultText;
   };
   std::vector<Row> rows{{"field", "type", "accepted values", "default"}};
-  for (const Field& f : fields()) rows.push_back({f.name, typeOf(f), rangeOf(f), f.defaultText});
+  const OptionsDialog defaults;
+  for (const Field& f : fields()) {
+    std::string value;
+    if (f.sceneDefault) value = f.sceneDefault;
+    else getOptionField(defaults, f.name, value);
+    rows.push_back({f.name, typeOf(f), rangeOf(f), value});
+  }
 
   std::size_t widths[3] = {0, 0, 0};
   for (const Row& r : rows) {

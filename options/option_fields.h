@@ -3,6 +3,7 @@
 // strictly and held to the limits the dialog's controls enforce.
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,22 @@ struct FrameLimits {
 // The limits of the frame fields as `record` stands now. Capture them once,
 // before the first edit, when several fields are set in a row.
 FrameLimits frameLimitsOf(const OptionsDialog& record);
+
+// One checked edit of one field, ready to apply to any record.
+struct OptionEdit {
+  std::size_t field = 0;  // position in the field table
+  int intValue = 0;
+  float floatValue = 0.0f;
+  std::string textValue;
+};
+
+// Checks `value` for field `name` against the field's kind and limits, the
+// frames against `frames`. On failure returns false and puts one line into
+// `error` (the same lines as setOptionField).
+bool parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames, OptionEdit& out,
+                     std::string& error);
+// Applies a checked edit, then the spinner rules below; cannot fail.
+void applyOptionEdit(OptionsDialog& record, const OptionEdit& edit);
 
 // Sets field `name` of `record` from `value`. On failure returns false, leaves
 // the record untouched and puts one line into `error`, such as

@@ -13,6 +13,8 @@ inline constexpr const char* kOptionsFileName = "ZTExport.cfg";
 
 class OptionsDialog {
  public:
+  // A record holding the defaults, tied to no file.
+  OptionsDialog() = default;
   // Sets the defaults, builds the file path from `configDir`, loads the file,
   // then sets sampleRate and sceneFrameRate to `hostFrameRate`.
   OptionsDialog(const std::string& configDir, int hostFrameRate);

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "geometry/mesh_scratch.h"
 #include "plugin/scene_exporter.h"
 
 const char* LibDescription() {
@@ -15,6 +16,11 @@ unsigned long LibVersion() { return kHostSdkVersion; }
 
 std::unique_ptr<SceneExporter> SceneExporterClassDesc::Create(bool /*loading*/) const {
   return std::make_unique<SceneExporter>();
+}
+
+MeshScratch& moduleMeshScratch() {
+  static MeshScratch scratch;
+  return scratch;
 }
 
 const SceneExporterClassDesc* LibClassDesc(int i) {

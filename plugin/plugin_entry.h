@@ -7,6 +7,7 @@
 #include "host/max_types.h"
 
 class SceneExporter;
+struct MeshScratch;
 
 inline constexpr SClass_ID SCENE_EXPORT_CLASS_ID = 0xA20;
 inline constexpr Class_ID kSceneExporterClassId{0x6EAB566C, 0x134A2F42};
@@ -27,6 +28,10 @@ class SceneExporterClassDesc {
   Class_ID ClassID() const { return kSceneExporterClassId; }
   const char* Category() const { return "Tessel Entertainment"; }
 };
+
+// The mesh algorithms' work buffers, kept for the life of the module so that
+// later exports reuse their storage.
+MeshScratch& moduleMeshScratch();
 
 // The descriptor for i = 0; none for any other i.
 const SceneExporterClassDesc* LibClassDesc(int i);

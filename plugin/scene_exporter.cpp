@@ -3,9 +3,21 @@
 #include <cstdarg>
 #include <cstdio>
 
-SceneExporter::SceneExporter() { resetExportValues(); }
+#include "geometry/mesh_scratch.h"
+#include "plugin/plugin_entry.h"
+
+SceneExporter::SceneExporter() : SceneExporter(moduleMeshScratch()) {}
+
+SceneExporter::SceneExporter(MeshScratch& scratch) : meshScratch_(scratch) { resetExportValues(); }
 
 SceneExporter::~SceneExporter() = default;
+
+MeshExportScratch& SceneExporter::meshExportScratch() {
+  if (!meshExportScratch_) meshExportScratch_ = std::make_unique<MeshExportScratch>();
+  return *meshExportScratch_;
+}
+
+void SceneExporter::releaseExportScratch() { meshExportScratch_.reset(); }
 
 void SceneExporter::resetExportValues() {
   startTime = 0;

@@ -21,13 +21,18 @@
 class INode;
 class Object;
 class OptionsDialog;
+struct MeshScratch;
+struct MeshExportScratch;
 
 // Host object (by identity) -> name of the first node whose mesh was written from it.
 using MeshReferenceTable = std::unordered_map<const Object*, std::string>;
 
 class SceneExporter {
  public:
+  // Uses the module's mesh scratch, kept for the life of the module.
   SceneExporter();
+  // Uses `scratch`, which must outlive the exporter.
+  explicit SceneExporter(MeshScratch& scratch);
   ~SceneExporter();
   SceneExporter(const SceneExporter&) = delete;
   SceneExporter& operator=(const SceneExporter&) = delete;
@@ -88,8 +93,17 @@ class SceneExporter {
   // Resets the values that every export starts from.
   void resetExportValues();
 
+  // --- scratch ---
+  // The mesh algorithms' work buffers.
+  MeshScratch& meshScratch() { return meshScratch_; }
+  // Mesh export's working set: made on first use, freed when the export ends.
+  MeshExportScratch& meshExportScratch();
+  void releaseExportScratch();
+
  private:
   bool errorFlag_ = false;
+  MeshScratch& meshScratch_;
+  std::unique_ptr<MeshExportScratch> meshExportScratch_;
 };
 
 // Splits a file name into directory (with its trailing separator), base name

@@ -9,6 +9,10 @@
 
 namespace {
 
+// Shared by the cases on purpose: buffers left large by one mesh must not
+// change the next result.
+MeshScratch scratch;
+
 constexpr Point3 kGarbage{1234.5f, -777.25f, 42.0f};
 
 // Vertex i at (bit 0, bit 1, bit 2) of i as -1/1; two outward triangles per
@@ -36,7 +40,7 @@ MeshBuild square() {
 
 TEST(SmoothNormals, CubeWithSixGroupsGivesTwentyFourVerticesWithSideNormals) {
   MeshBuild m = cube(true);
-  computeSmoothNormals(m);
+  computeSmoothNormals(m, scratch.normals);
   ASSERT_EQ(m.positions.size(), 24u);
   ASSERT_EQ(m.normals.size(), 24u);
   // Each vertex keeps its last cluster; the earlier ones become copies 8, 9
@@ -56,7 +60,7 @@ TEST(SmoothNormals, CubeWithSixGroupsGivesTwentyFourVerticesWithSideNormals) {
 
 TEST(SmoothNormals, OneGroupKeepsEightVerticesWithNormalisedSums) {
   MeshBuild m = cube(false);
-  computeSmoothNormals(m);
+  computeSmoothNormals(m, scratch.normals);
   ASSERT_EQ(m.positions.size(), 8u);
   EXPECT_TRUE(m.splitSources.empty());
   EXPECT_EQ(m.indices, cube(false).indices);
@@ -73,12 +77,12 @@ TEST(SmoothNormals, OneGroupKeepsEightVerticesWithNormalisedSums) {
 
 TEST(SmoothNormals, ZeroMaskTrianglesEachGetTheirOwnVertices) {
   MeshBuild big = cube(true);
-  computeSmoothNormals(big);  // leaves larger work buffers behind
+  computeSmoothNormals(big, scratch.normals);  // leaves larger work buffers behind
   MeshBuild m;
   m.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
   m.indices = {0, 1, 2, 0, 2, 3};
   m.smoothingGroups = {0, 0};
-  computeSmoothNormals(m);
+  computeSmoothNormals(m, scratch.normals);
   ASSERT_EQ(m.positions.size(), 10u);
   EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{0, 0, 1, 2, 2, 3}));
   EXPECT_EQ(m.indices, (std::vector<std::uint32_t>{4, 6, 7, 5, 8, 9}));
@@ -91,7 +95,7 @@ TEST(SmoothNormals, ABridgingMaskJoinsGroupsThatShareNoBit) {
   m.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {-1, 1, 0}};
   m.indices = {0, 1, 2, 0, 2, 3, 0, 3, 4};
   m.smoothingGroups = {1, 3, 2};
-  computeSmoothNormals(m);
+  computeSmoothNormals(m, scratch.normals);
   EXPECT_EQ(m.positions.size(), 5u);
 }
 
@@ -107,7 +111,7 @@ TEST(MapChannels, SeamCopiesAreAppendedAndChainedNewestFirst) {
   const Point3 a{0.1f, 0.1f, 0}, b{0.2f, 0.2f, 0}, c{0.3f, 0.3f, 0}, other{0.9f, 0.9f, 0};
   m.mapCoords[0] = {a, b, c, other};
   m.mapIndices[0] = {0, 3, 3, 1, 3, 3, 2, 3, 3, 1, 3, 3};
-  unifyMapChannel(m, 0);
+  unifyMapChannel(m, 0, scratch.maps);
   ASSERT_EQ(m.positions.size(), 8u);
   EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{0, 0}));
   EXPECT_EQ(m.indices, (std::vector<std::uint32_t>{0, 1, 2, 6, 2, 3, 7, 3, 4, 6, 4, 5}));
@@ -129,7 +133,7 @@ TEST(MapChannels, CoordinatesCompareByTheirFirstTwoComponents) {
     MeshBuild m = square();  // vertex 1's corners use `first`, then `second`
     m.mapCoords[0] = {{0, 0, 0}, c.first, {0, 1, 0}, {1, 1, 0}, c.second};
     m.mapIndices[0] = {0, 1, 2, 2, c.sameIndex ? 1u : 4u, 3};
-    unifyMapChannel(m, 0);
+    unifyMapChannel(m, 0, scratch.maps);
     EXPECT_EQ(m.positions.size(), c.split ? 5u : 4u) << c.second.x;
     EXPECT_EQ(m.splitSources, c.split ? std::vector<std::uint32_t>{1} : std::vector<std::uint32_t>{});
     EXPECT_EQ(m.indices[4], c.split ? 4u : 1u);
@@ -145,8 +149,8 @@ TEST(MapChannels, SecondChannelCopiesCarryTheFirstChannel) {
   m.mapIndices[0].assign(6, 0);
   m.mapCoords[1] = {{1, 0, 0}, {0, 1, 0}};
   m.mapIndices[1] = {0, 0, 0, 1, 0, 0};  // vertex 2's second corner differs
-  unifyMapChannel(m, 0);
-  unifyMapChannel(m, 1);
+  unifyMapChannel(m, 0, scratch.maps);
+  unifyMapChannel(m, 1, scratch.maps);
   ASSERT_EQ(m.positions.size(), 5u);
   EXPECT_EQ(m.splitSources, (std::vector<std::uint32_t>{2}));
   EXPECT_EQ(m.vertexMaps[0], std::vector<Point3>(5, {0.5f, 0.5f, 0}));

@@ -189,20 +189,21 @@ int main(int argc, char** argv) {
   }
   host->setConfigDir(configDir);
 
-  // Check every --set against a scratch record with the scene's frame range
-  // before anything runs, so a typo never leaves a half-done export behind.
+  // Every --set is checked once, against the scene's frame range, before
+  // anything runs, so a typo never leaves a half-done export behind; the
+  // checked edits are what the record receives.
   const int ticksPerFrame = host->GetTicksPerFrame();
   const Interval range = host->GetAnimRange();
-  const int rangeFrames = ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0;
+  const FrameLimits frames{0, ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0};
+  std::vector<OptionEdit> edits;
   {
-    OptionsDialog scratch(configDir, host->GetFrameRate());
-    scratch.startFrame = 0;
-    scratch.endFrame = rangeFrames;
-    const FrameLimits limits = frameLimitsOf(scratch);
     bool bad = false;
     for (const auto& [field, value] : args.sets) {
       std::string error;
-      if (!setOptionField(scratch, field, value, error, limits)) {
+      OptionEdit edit;
+      if (parseOptionEdit(field, value, frames, edit, error)) {
+        edits.push_back(std::move(edit));
+      } else {
         std::fprintf(stderr, "zt2export: %s\n", error.c_str());
         bad = true;
       }
@@ -217,11 +218,7 @@ int main(int argc, char** argv) {
   const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   SceneExporter exporter;
   exporter.optionsRecordEditor = [&](OptionsDialog& record) {
-    const FrameLimits limits = frameLimitsOf(record);
-    for (const auto& [field, value] : args.sets) {
-      std::string error;
-      setOptionField(record, field, value, error, limits);
-    }
+    for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     if (args.saveOptions) record.saveOnClose = true;
   };
 

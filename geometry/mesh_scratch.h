@@ -1,0 +1,49 @@
+// Work buffers of the mesh algorithms, owned by the caller. The module keeps
+// one MeshScratch for its whole life, so a scene of many meshes allocates
+// once; tests and fuzzers hold their own and may run the algorithms side by
+// side. Nothing here carries meaning from one call to the next.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "geometry/mesh_build.h"
+#include "host/mesh.h"
+
+struct SmoothNormalScratch {
+  std::vector<Point3> faceNormals;       // one unit normal per triangle
+  std::vector<std::int32_t> valence;     // per vertex: triangle corners naming it
+  std::vector<std::uint32_t> listStart;  // per vertex: where its triangle list begins
+  std::vector<std::int32_t> faceList;    // triangle numbers, vertex after vertex
+};
+
+struct MapChannelScratch {
+  std::vector<std::uint32_t> nextDuplicate;  // per vertex: the next copy in its chain
+};
+
+struct MaterialGroupScratch {
+  std::vector<std::uint32_t> remap;     // per vertex: its number in the group, or none
+  std::vector<std::uint32_t> newToOld;  // per group vertex: its vertex in the mesh
+};
+
+struct GroupSplitScratch {
+  std::vector<std::uint32_t> run;    // per group vertex: the run (from 1) that last took it
+  std::vector<std::uint32_t> local;  // per group vertex: its number in that run
+};
+
+struct MeshScratch {
+  SmoothNormalScratch normals;
+  MapChannelScratch maps;
+  MaterialGroupScratch groups;
+  GroupSplitScratch split;
+};
+
+// The working set of mesh export, reused from mesh to mesh within one export
+// and dropped when the export ends, so the largest mesh's copy does not
+// outlive it.
+struct MeshExportScratch {
+  Mesh mesh;                               // the host mesh being cleaned up
+  MeshBuild build;                         // the mesh in the file's coordinates
+  MaterialSubMesh group;                   // one extracted material group
+  std::vector<MaterialSubMesh> pieces;     // runs of an oversized group
+};
