@@ -420,9 +420,10 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     writer.storeGroup(slot, viewOf(build));
   } else {
     MaterialSubMesh& group = work.group;
+    MaterialGroupCutter cutter(build, scratch.groups);
     for (std::size_t m = 0; m < groups; ++m) {
       Sys->verbose("extract by mat\n");
-      extractMaterialGroup(build, static_cast<int>(m), build.mapChannelCount, group, scratch.groups);
+      cutter.extract(static_cast<int>(m), build.mapChannelCount, group);
       writer.storeGroup(slot, viewOf(group));
     }
   }

@@ -15,6 +15,7 @@ struct SmoothNormalScratch {
   std::vector<std::int32_t> valence;     // per vertex: triangle corners naming it
   std::vector<std::uint32_t> listStart;  // per vertex: where its triangle list begins
   std::vector<std::int32_t> faceList;    // triangle numbers, vertex after vertex
+  std::vector<std::uint32_t> masks;      // the masks of a long triangle list
 };
 
 struct MapChannelScratch {
@@ -22,8 +23,12 @@ struct MapChannelScratch {
 };
 
 struct MaterialGroupScratch {
-  std::vector<std::uint32_t> remap;     // per vertex: its number in the group, or none
-  std::vector<std::uint32_t> newToOld;  // per group vertex: its vertex in the mesh
+  std::vector<std::size_t> groupStart;         // per group: where its triangles begin; one more at the end
+  std::vector<std::size_t> fill;               // per group: the next free place while bucketing
+  std::vector<std::uint32_t> groupTriangles;   // triangle numbers, group after group
+  std::vector<std::uint32_t> stamp;            // per vertex: the cut that numbered it last, or 0
+  std::vector<std::uint32_t> remap;            // per vertex: its number in that group
+  std::vector<std::uint32_t> newToOld;         // per group vertex: its vertex in the mesh
 };
 
 struct GroupSplitScratch {

@@ -52,14 +52,15 @@ struct BestCluster {
   int position = 0;
 };
 
-BestCluster findBestCluster(const std::int32_t* list, int k, const std::uint32_t* smoothing) {
-  // Masks gathered once: the count below reads each of them k times.
+BestCluster findBestCluster(const std::int32_t* list, int k, const std::uint32_t* smoothing,
+                            std::vector<std::uint32_t>& wide) {
+  // Masks gathered once: the count below reads each of them k times. Lists
+  // longer than the local array use the scratch, which keeps its storage.
   constexpr int kLocal = 32;
   std::uint32_t local[kLocal];
-  std::vector<std::uint32_t> wide;
   std::uint32_t* masks = local;
   if (k > kLocal) {
-    wide.resize(static_cast<std::size_t>(k));
+    if (wide.size() < static_cast<std::size_t>(k)) wide.resize(static_cast<std::size_t>(k));
     masks = wide.data();
   }
   for (int j = 0; j < k; ++j) masks[j] = smoothing[list[j]];
@@ -67,6 +68,7 @@ BestCluster findBestCluster(const std::int32_t* list, int k, const std::uint32_t
   BestCluster best;
   for (int j = 0; j < k; ++j) {
     const std::uint32_t m = masks[j];
+    if (m == 0) continue;  // reaches nothing, cannot be best
     int count = 0;
     for (int f = 0; f < k; ++f) count += (masks[f] & m) != 0;
     if (count > best.count) {
@@ -77,43 +79,62 @@ BestCluster findBestCluster(const std::int32_t* list, int k, const std::uint32_t
   return best;
 }
 
+// Appends a copy of vertex `v` for the triangles of `list` that `take` picks,
+// points their corners at it and gives it their normalised normal sum.
+// Returns how many triangles stayed, packed at the front of the list.
+template <typename Take>
+int splitOff(MeshBuild& mesh, const Point3* faceNormals, std::size_t v, std::int32_t* list, int k, Take take) {
+  const auto copy = static_cast<std::uint32_t>(mesh.positions.size());
+  const Point3 position = mesh.positions[v];
+  mesh.positions.push_back(position);
+  mesh.splitSources.push_back(static_cast<std::uint32_t>(v));
+  std::uint32_t* idx = mesh.indices.data();
+  Point3 sum{};
+  int kept = 0;
+  for (int j = 0; j < k; ++j) {
+    const std::int32_t t = list[j];
+    if (!take(j, t)) {
+      list[kept++] = t;
+      continue;
+    }
+    geometry::accumulate(sum, faceNormals[t]);
+    std::uint32_t* corner = idx + 3 * static_cast<std::size_t>(t);
+    for (int q = 0; q < 3; ++q)
+      if (corner[q] == v) corner[q] = copy;
+  }
+  mesh.normals.push_back(geometry::normalised(sum));
+  return kept;
+}
+
 void smoothVertices(MeshBuild& mesh, SmoothNormalScratch& b) {
   const std::size_t v0 = mesh.vertexCount();
   mesh.normals.assign(v0, Point3{});
   const std::uint32_t* smoothing = mesh.smoothingGroups.data();
   const Point3* faceNormals = b.faceNormals.data();
-  std::uint32_t* idx = mesh.indices.data();
   for (std::size_t v = 0; v < v0; ++v) {
     for (;;) {
       std::int32_t* list = b.faceList.data() + b.listStart[v];
       const int k = b.valence[v];
-      const BestCluster best = findBestCluster(list, k, smoothing);
+      const BestCluster best = findBestCluster(list, k, smoothing, b.masks);
       if (best.count == k) {
         Point3 sum{};
         for (int j = 0; j < k; ++j) geometry::accumulate(sum, faceNormals[list[j]]);
         mesh.normals[v] = geometry::normalised(sum);
         break;
       }
-      const auto copy = static_cast<std::uint32_t>(mesh.positions.size());
-      const Point3 position = mesh.positions[v];
-      mesh.positions.push_back(position);
-      mesh.splitSources.push_back(static_cast<std::uint32_t>(v));
-      const std::uint32_t mask = smoothing[list[best.position]];
-      Point3 sum{};
-      int kept = 0;
-      for (int j = 0; j < k; ++j) {
-        const std::int32_t t = list[j];
-        if ((smoothing[t] & mask) == 0 && j != best.position) {
-          list[kept++] = t;
-          continue;
-        }
-        geometry::accumulate(sum, faceNormals[t]);
-        std::uint32_t* corner = idx + 3 * static_cast<std::size_t>(t);
-        for (int q = 0; q < 3; ++q)
-          if (corner[q] == v) corner[q] = copy;
+      if (best.count == 0) {
+        // Every triangle left has mask 0: each would in turn be the first of
+        // the list and go alone, so give each its copy in list order at once
+        // rather than searching the list again for every one of them.
+        for (int j = 0; j < k; ++j)
+          splitOff(mesh, faceNormals, v, list + j, 1, [](int, std::int32_t) { return true; });
+        b.valence[v] = 0;
+        continue;
       }
-      mesh.normals.push_back(geometry::normalised(sum));
-      b.valence[v] = kept;
+      const std::uint32_t mask = smoothing[list[best.position]];
+      b.valence[v] = splitOff(mesh, faceNormals, v, list, k, [&](int j, std::int32_t t) {
+        return (smoothing[t] & mask) != 0 || j == best.position;
+      });
     }
   }
 }

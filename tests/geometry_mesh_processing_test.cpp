@@ -157,3 +157,26 @@ TEST(MapChannels, SecondChannelCopiesCarryTheFirstChannel) {
   EXPECT_EQ(m.vertexMaps[1][4], Point3(0, 1, 0));
   EXPECT_EQ(m.indices[3], 4u);
 }
+
+TEST(MaterialGroups, OneCutterServesEveryGroupInAnyOrder) {
+  // Triangles of groups 1, 0, none, 1 over five vertices.
+  MeshBuild m;
+  m.positions = {{0, 0, 0}, {1, 0, 0}, {2, 0, 0}, {3, 0, 0}, {4, 0, 0}};
+  m.normals.assign(5, Point3{0, 0, 1});
+  m.indices = {3, 1, 0, 1, 2, 3, 4, 4, 4, 4, 3, 2};
+  m.faceMaterials = {1, 0, -1, 1};
+  m.materialNames = {"A", "B"};
+  MaterialGroupCutter cutter(m, scratch.groups);
+  MaterialSubMesh g;
+  for (int pass = 0; pass < 2; ++pass) {
+    cutter.extract(1, 0, g);
+    EXPECT_EQ(g.indices, (std::vector<std::uint32_t>{0, 1, 2, 3, 0, 4}));
+    EXPECT_EQ(g.sources, (std::vector<std::uint32_t>{3, 1, 0, 4, 2}));
+    EXPECT_EQ(g.positions[3], Point3(4, 0, 0));
+    cutter.extract(0, 0, g);
+    EXPECT_EQ(g.indices, (std::vector<std::uint32_t>{0, 1, 2}));
+    EXPECT_EQ(g.sources, (std::vector<std::uint32_t>{1, 2, 3}));
+  }
+  cutter.extract(2, 0, g);  // no such group: empty
+  EXPECT_TRUE(g.indices.empty() && g.positions.empty());
+}
