@@ -8,6 +8,7 @@
 #include <fstream>
 #include <new>
 
+#include "format/file_replace.h"
 #include "host/inhouse/exceptions.h"
 
 // Values and raw blocks are copied as they lie in memory.
@@ -90,30 +91,15 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
 
 int T_MemoryFile::save(const char* name) const {
   assert(openChunks_.empty() && "save with chunks still open");
-  const std::string target(name);
-  const std::string temp = target + ".part";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out) return 0;
-    std::uint8_t header[kMemoryFileHeaderSize];
-    std::memcpy(header, kMemoryFileMagic, 4);
-    std::memcpy(header + 4, &kMemoryFileEncoding, 4);
-    out.write(reinterpret_cast<const char*>(header), sizeof header);
-    out.write(reinterpret_cast<const char*>(buffer_.data() + base_), static_cast<std::streamsize>(buffer_.size() - base_));
-    out.flush();
-    if (!out) {
-      out.close();
-      std::remove(temp.c_str());
-      return 0;
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temp, target, ec);
-  if (ec) {
-    std::remove(temp.c_str());
-    return 0;
-  }
-  return 1;
+  std::uint8_t header[kMemoryFileHeaderSize];
+  std::memcpy(header, kMemoryFileMagic, 4);
+  std::memcpy(header + 4, &kMemoryFileEncoding, 4);
+  saveFailure_ = replaceFileContents(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
+  if (saveFailure_.empty()) return 1;
+  // The callers' messages are fixed texts without the system's reason, and the
+  // options file reports nothing at all: the reason is told here, once for all.
+  std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
+  return 0;
 }
 
 // --- reading ---

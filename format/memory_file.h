@@ -63,10 +63,12 @@ class T_MemoryFile {
   void write(const void* data, int length);
   // Bytes written so far, without the file header.
   unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
-  // Writes header and buffer to `name`: non-zero on success, 0 on failure.
-  // The file is written beside its target and renamed, so a failed save
-  // never leaves a half-written file behind.
+  // Writes header and buffer to `name`: non-zero on success, 0 on failure,
+  // with the reason on standard error and in saveFailure(). The old file
+  // stays whole until the new one is (see replaceFileContents).
   int save(const char* name) const;
+  // Why the last save failed; empty after a successful one.
+  const std::string& saveFailure() const { return saveFailure_; }
 
   // --- reading (offsets are file offsets, header included) ---
   std::size_t tell() const { return pos_; }
@@ -105,6 +107,7 @@ class T_MemoryFile {
   std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
   std::size_t pos_ = 0;
   std::string name_;
+  mutable std::string saveFailure_;
 };
 
 // Typed writes; each returns the stream so that writes chain.

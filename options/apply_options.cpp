@@ -53,7 +53,9 @@ void applyDialogOptions(SceneExporter& exporter, const OptionsDialog& record) {
   o.useGlobalAnimationRange = record.useGlobalAnimationRange != 0;
   o.positionDelta = record.positionDelta;
   o.rotationDelta = record.rotationDelta;
-  o.frameToFrameInterpolation = record.frameToFrameInterpolation;
+  // A stored method the dialog cannot show (outside 0..2) exports as none.
+  const int method = record.frameToFrameInterpolation;
+  o.frameToFrameInterpolation = method >= 0 && method <= 2 ? method : static_cast<int>(FrameInterpolation::None);
   o.texturePath = record.texturePath;
   o.startFrame = record.startFrame;
   o.endFrame = record.endFrame;

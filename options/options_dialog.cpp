@@ -1,6 +1,7 @@
 #include "options/options_dialog.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "format/memory_file.h"
 #include "host/inhouse/exceptions.h"
@@ -11,7 +12,11 @@ namespace {
 // values after it stay where older readers expect them.
 constexpr int kRetiredFlag = 1;
 
-bool isInterpolation(int value) { return value >= 0 && value <= 2; }
+// What a float spinner makes of a stored value.
+float spinnerValue(float stored, float fallback) {
+  if (std::isnan(stored)) return fallback;
+  return std::clamp(stored, kOptionFloatMin, kOptionFloatMax);
+}
 
 }  // namespace
 
@@ -45,8 +50,14 @@ bool OptionsDialog::loadOptions() {
     int retired = 0;
     file >> exportGeometry >> exportAnimation >> exportCameras >> exportEnvironment >> exportHelpers >>
         exportLights >> exportMaterials >> dumpInfo >> copyTextures >> retired >> loop >> loopInterpolation >>
-        removeFloatingVertices >> removeHiddenObjects >> rescale >> sampleRate >> sceneFrameRate >> rotationDelta >>
-        rescaleFactor;
+        removeFloatingVertices >> removeHiddenObjects >> rescale >> sampleRate >> sceneFrameRate;
+    // The floats pass through the spinners' limits as soon as they are read,
+    // so a fault later in the file cannot leave one unchecked.
+    float stored = 0.0f;
+    file >> stored;
+    rotationDelta = spinnerValue(stored, rotationDelta);
+    file >> stored;
+    rescaleFactor = spinnerValue(stored, rescaleFactor);
 
     int pathCount = 0;
     file >> pathCount;
@@ -62,13 +73,11 @@ bool OptionsDialog::loadOptions() {
     }
 
     if (version >= options_since::kRetainHierarchies) file >> retainHierarchies;
-    if (version >= options_since::kPositionDelta) file >> positionDelta;
-    if (version >= options_since::kFrameToFrameInterpolation) {
-      int interpolation = 0;
-      file >> interpolation;
-      // A method the dialog cannot show is a value the file cannot give.
-      if (isInterpolation(interpolation)) frameToFrameInterpolation = interpolation;
+    if (version >= options_since::kPositionDelta) {
+      file >> stored;
+      positionDelta = spinnerValue(stored, positionDelta);
     }
+    if (version >= options_since::kFrameToFrameInterpolation) file >> frameToFrameInterpolation;
     if (version >= options_since::kPivotAsMeshCenter) file >> pivotAsMeshCenter;
     if (version >= options_since::kMaintainMatrixScaling) file >> maintainMatrixScaling;
     if (version >= options_since::kSaveReferencesOnce) file >> saveReferencesOnce;

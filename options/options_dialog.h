@@ -11,6 +11,15 @@
 
 inline constexpr const char* kOptionsFileName = "ZTExport.cfg";
 
+// The limits of the dialog's float spinners (rescale factor, position and
+// rotation deltas) and of its sample-rate spinner. The dialog lets the rate go
+// down to 0, but a rate of 0 gives the sampling a zero step, so 1 is the
+// smallest rate accepted.
+inline constexpr float kOptionFloatMin = 0.0f;
+inline constexpr float kOptionFloatMax = 100.0f;
+inline constexpr int kSampleRateMin = 1;
+inline constexpr int kSampleRateMax = 500;
+
 class OptionsDialog {
  public:
   // A record holding the defaults, tied to no file.
@@ -25,8 +34,10 @@ class OptionsDialog {
 
   // True when the whole file was read; false when it is missing, of a newer
   // version, truncated or damaged. A damaged file's values up to the fault are
-  // kept and every later field keeps its default; a stored interpolation method
-  // outside 0..2 is ignored.
+  // kept and every later field keeps its default. A float outside the
+  // spinner's limits is brought to the nearer limit, as the spinner shows it;
+  // one that is not a number keeps its default. The interpolation method is
+  // kept as stored, whatever its value (applyDialogOptions decides its meaning).
   bool loadOptions();
   // Writes the whole file (version 10). The texture path history is updated
   // first: the first entry equal to texturePath is removed and texturePath is

@@ -3,7 +3,10 @@
 // messages for bad input.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
+#include <limits>
 #include <functional>
 #include <set>
 
@@ -202,19 +205,40 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
       {R"({"nodes": [{"name": "a", "visibility": {"keys": [{"frame": 10, "value": 1}, {"frame": 5, "value": 0}]}}]})",
        "scene.json: nodes[0].visibility.keys[1]: keys must be in increasing time order: tick 800 follows tick 1600"},
       {"{\n  \"nodes\": [\n    {\"name\": \"a\",}\n  ]\n}", "scene.json: malformed JSON at line 3, column 18: "},
-      {nullptr, "absent.json: cannot open the scene file"},
+      {nullptr, "absent.json: cannot read the scene file: No such file or directory"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [], "faces": {"buffer": "gone.bin", "count": 0}}}]})",
-       "scene.json: objects[0].mesh.faces.buffer: cannot open buffer file \"gone.bin\""},
+       "scene.json: objects[0].mesh.faces.buffer: \"gone.bin\": cannot read the buffer file: No such file or directory"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {
            "vertices": {"buffer": "mesh.bin", "byteOffset": 8, "count": 3}, "faces": []}}]})",
        "scene.json: objects[0].mesh.vertices: buffer \"mesh.bin\" holds 40 bytes, too few for 3 elements of 12 bytes "
        "from byteOffset 8"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [], "faces": [0, 1, 2], "smoothingGroups": [1, 2]}}]})",
        "scene.json: objects[0].mesh.smoothingGroups: expected 1 entries, one per face; found 2"},
+      // Files that are not regular files are refused, never read or waited on.
+      {nullptr, "dir: cannot read the scene file: a directory, not a regular file"},
+      {nullptr, "fifo: cannot read the scene file: a FIFO, not a regular file"},
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "dir", "count": 1}, "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices.buffer: \"dir\": cannot read the buffer file: a directory, not a regular file"},
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "fifo", "count": 1}, "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices.buffer: \"fifo\": cannot read the buffer file: a FIFO, not a regular file"},
+      // Numbers a float cannot hold never reach a file.
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [0, 1e39, 0], "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices[1]: expected a number that a 32-bit float holds (magnitude at most 3.4e38)"},
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "nan.bin", "count": 2}, "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices: point 1 of the buffer is not finite"},
+      {R"({"nodes": [{"name": "a", "transform": {"position": [0, 0, -1e39]}}]})",
+       "scene.json: nodes[0].transform.position[2]: expected a number that a 32-bit float holds"},
+      {R"({"nodes": [{"name": "B"}, {"name": "S", "modifiers": [{"type": "physique", "vertices": [{"bones": ["B"], "weights": [1e300]}]}]}]})",
+       "scene.json: nodes[1].modifiers[0].vertices[0].weights[0]: expected a number that a 32-bit float holds"},
   };
   for (const Row& row : rows) {
     ztx_test::TempDir dir;
     ztx_test::writeBytes(dir.file("mesh.bin"), std::vector<unsigned char>(40));
+    std::vector<float> nan = {0, 0, 0, 1, std::numeric_limits<float>::quiet_NaN(), 1};
+    ztx_test::writeBytes(dir.file("nan.bin"), std::vector<unsigned char>(reinterpret_cast<unsigned char*>(nan.data()),
+                                                                         reinterpret_cast<unsigned char*>(nan.data() + 6)));
+    std::filesystem::create_directory(dir.file("dir"));
+    ::mkfifo(dir.file("fifo").c_str(), 0644);
     const std::string expected = row.expected;
     const std::string path = dir.file(expected.substr(0, expected.find(':')));
     if (row.json) ztx_test::writeText(path, row.json);
@@ -225,6 +249,38 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
       message = e.what();
     }
     EXPECT_TRUE(message.starts_with(dir.file(expected))) << "expected: " << expected << "\nfound: " << message;
+  }
+}
+
+// Nesting is bounded, and a document at the bound loads in memory and time
+// in proportion to its size (the place of each value is spelled out only for
+// an error).
+TEST(HostModelScene, NestingIsBoundedAndNamed) {
+  auto chain = [](int depth) {
+    std::string json = R"({"nodes": [)";
+    for (int i = 0; i < depth; ++i) json += R"({"name": "n)" + std::to_string(i) + R"(", "children": [)";
+    for (int i = 0; i < depth; ++i) json += "]}";
+    return json + "]}";
+  };
+  auto host = hostmodel::loadSceneFromString(chain(1000), "", "deep.json");
+  INode* node = host->GetRootNode();
+  int depth = 0;
+  while (node->NumberOfChildren() > 0) node = node->GetChildNode(0), ++depth;
+  EXPECT_EQ(depth, 1000);
+
+  const std::pair<std::string, std::string> rows[] = {
+      {chain(1001), "nodes nest deeper than 1000 levels"},
+      {std::string(100000, '[') + std::string(100000, ']'), "nested deeper than 2100 levels"},
+  };
+  for (const auto& [json, expected] : rows) {
+    std::string message = "(no error)";
+    try {
+      hostmodel::loadSceneFromString(json, "", "deep.json");
+    } catch (const hostmodel::SceneLoadError& e) {
+      message = e.what();
+    }
+    EXPECT_TRUE(message.starts_with("deep.json: ")) << message.substr(0, 200);
+    EXPECT_NE(message.find(expected), std::string::npos) << message.substr(0, 200);
   }
 }
 

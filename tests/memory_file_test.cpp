@@ -138,12 +138,3 @@ TEST(MemoryFile, WrongTagIsNamed) {
   }
 }
 
-TEST(MemoryFile, FailedSaveLeavesNoFile) {
-  ztx_test::TempDir dir;
-  T_MemoryFile f;
-  f << 1;
-  const std::string target = dir.file("missing-dir/out.zt2");
-  EXPECT_EQ(f.save(target.c_str()), 0);
-  EXPECT_FALSE(std::filesystem::exists(target));
-  EXPECT_FALSE(std::filesystem::exists(target + ".part"));
-}

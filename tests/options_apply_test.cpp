@@ -113,6 +113,14 @@ TEST(ApplyDialogOptions, TexturePathRescaleScalingAndSampleRate) {
   applyDialogOptions(f.exporter, f.record);
   EXPECT_EQ(o.rescaleFactor, 2.5f);
   EXPECT_FALSE(o.maintainMatrixScaling);
+
+  // A stored method the dialog cannot show exports as none.
+  for (int method : {-1, 3, 7}) {
+    f.record.frameToFrameInterpolation = method;
+    applyDialogOptions(f.exporter, f.record);
+    EXPECT_EQ(o.frameToFrameInterpolation, 0) << method;
+    EXPECT_FALSE(o.maintainMatrixScaling) << method;
+  }
 }
 
 // Loop interpolation needs the loop; the end frame drops by one only for a

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -222,9 +223,31 @@ TEST(OptionsFile, DamagedFilesKeepWhatCameBeforeTheFault) {
     EXPECT_FALSE(l.result);
     expectReadUpTo(l.record, readUpTo);
   }
-  // A stored interpolation method outside 0..2 is ignored; the rest is read.
+  // A stored interpolation method outside 0..2 is read as it stands.
   Loaded l(patched(10, historyEnd + 2 * 5, intValue(7)));
   EXPECT_TRUE(l.result);
-  EXPECT_EQ(l.record.frameToFrameInterpolation, 0);
+  EXPECT_EQ(l.record.frameToFrameInterpolation, 7);
   EXPECT_EQ(l.record.exportSkinning, 0);
+}
+
+TEST(OptionsFile, FloatsOutsideTheSpinnersLimitsAreBroughtToThem) {
+  const std::size_t rotationDeltaAt = 8 + 18 * 5;
+  const std::size_t rescaleFactorAt = rotationDeltaAt + 5;
+  auto floatValue = [](float value) {
+    Bytes b(5, 0x05);
+    std::memcpy(&b[1], &value, 4);
+    return b;
+  };
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  // stored value -> what the record holds (NaN keeps the default)
+  const std::pair<float, float> rows[] = {{nan, 1.0f}, {inf, 100.0f}, {-inf, 0.0f}, {1e9f, 100.0f}, {-2.0f, 0.0f},
+                                          {2.5f, 2.5f}};
+  for (const auto& [stored, held] : rows) {
+    SCOPED_TRACE(stored);
+    Loaded l(patched(10, rescaleFactorAt, floatValue(stored)));
+    EXPECT_TRUE(l.result);
+    EXPECT_EQ(l.record.rescaleFactor, held);
+  }
+  Loaded l(patched(10, rotationDeltaAt, floatValue(nan)));
+  EXPECT_EQ(l.record.rotationDelta, 0.001f);
 }

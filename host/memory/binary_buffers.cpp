@@ -1,8 +1,9 @@
 #include "host/memory/binary_buffers.h"
 
 #include <filesystem>
-#include <fstream>
 #include <limits>
+
+#include "host/memory/regular_file.h"
 
 namespace hostmodel {
 
@@ -13,13 +14,8 @@ const std::vector<unsigned char>& BufferFiles::file(const std::string& name, con
   const std::string key = path.lexically_normal().string();
   if (const auto it = files_.find(key); it != files_.end()) return it->second;
 
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in) where.fail("cannot open buffer file \"" + name + "\"");
-  const std::streamoff size = in.tellg();
-  std::vector<unsigned char> bytes(static_cast<std::size_t>(size < 0 ? 0 : size));
-  in.seekg(0);
-  if (!bytes.empty() && !in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size())))
-    where.fail("cannot read buffer file \"" + name + "\"");
+  auto bytes = readRegularFile<std::vector<unsigned char>>(
+      path.string(), "buffer file", [&](const std::string& message) { where.fail("\"" + name + "\": " + message); });
   return files_.emplace(key, std::move(bytes)).first->second;
 }
 

@@ -24,12 +24,30 @@ std::string kindOf(const nlohmann::json& v) {
 
 }  // namespace
 
+const char* const kNotAFloat = "expected a number that a 32-bit float holds (magnitude at most 3.4e38)";
+
 std::string placeMessage(const std::string& sourceName, const std::string& path, const std::string& message) {
   return path.empty() ? sourceName + ": " + message : sourceName + ": " + path + ": " + message;
 }
 
+std::string JsonCursor::path() const {
+  std::vector<const PathStep*> steps;
+  for (const PathStep* s = step_.get(); s; s = s->parent.get()) steps.push_back(s);
+  std::string p;
+  for (auto it = steps.rbegin(); it != steps.rend(); ++it) {
+    const PathStep& s = **it;
+    if (s.isIndex)
+      p += "[" + std::to_string(s.index) + "]";
+    else if (s.parent)
+      p += (p.empty() ? "" : ".") + s.key;
+    else
+      p = s.key;
+  }
+  return p;
+}
+
 void JsonCursor::fail(const std::string& message) const {
-  throw SceneLoadError(placeMessage(*source_, path_, message));
+  throw SceneLoadError(placeMessage(*source_, path(), message));
 }
 
 void JsonCursor::expectMembers(std::initializer_list<const char*> allowed) const {
@@ -50,21 +68,21 @@ JsonCursor JsonCursor::operator[](const char* name) const {
   if (!isObject()) fail("expected an object, found " + kindOf(*value_));
   const auto it = value_->find(name);
   if (it == value_->end()) fail(std::string("missing required member \"") + name + "\"");
-  return child(*it, path_.empty() ? name : path_ + "." + name);
+  return member(*it, name);
 }
 
 std::optional<JsonCursor> JsonCursor::find(const char* name) const {
   if (!isObject()) fail("expected an object, found " + kindOf(*value_));
   const auto it = value_->find(name);
   if (it == value_->end()) return std::nullopt;
-  return child(*it, path_.empty() ? name : path_ + "." + name);
+  return member(*it, name);
 }
 
 std::vector<JsonCursor> JsonCursor::elements() const {
   if (!isArray()) fail("expected an array, found " + kindOf(*value_));
   std::vector<JsonCursor> out;
   out.reserve(value_->size());
-  for (std::size_t i = 0; i < value_->size(); ++i) out.push_back(child((*value_)[i], path_ + "[" + std::to_string(i) + "]"));
+  for (std::size_t i = 0; i < value_->size(); ++i) out.push_back(element((*value_)[i], i));
   return out;
 }
 
@@ -115,14 +133,16 @@ double JsonCursor::asNumber() const {
   return d;
 }
 
+float JsonCursor::asFloat() const {
+  const double d = asNumber();
+  if (std::fabs(d) > std::numeric_limits<float>::max()) fail(kNotAFloat);
+  return static_cast<float>(d);
+}
+
 Point3 JsonCursor::asPoint3() const {
   if (!isArray() || value_->size() != 3) fail("expected an array of 3 numbers");
   Point3 p;
-  for (int i = 0; i < 3; ++i) {
-    const nlohmann::json& e = (*value_)[i];
-    if (!e.is_number()) fail("expected an array of 3 numbers");
-    p[i] = e.get<float>();
-  }
+  for (int i = 0; i < 3; ++i) p[i] = element((*value_)[i], static_cast<std::size_t>(i)).asFloat();
   return p;
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,10 +19,14 @@ namespace hostmodel {
 class JsonCursor {
  public:
   JsonCursor(const nlohmann::json& value, std::string path, const std::string& sourceName)
-      : value_(&value), path_(std::move(path)), source_(&sourceName) {}
+      : value_(&value), step_(std::make_shared<const PathStep>(PathStep{nullptr, std::move(path), 0, false})),
+        source_(&sourceName) {}
 
   const nlohmann::json& json() const { return *value_; }
-  const std::string& path() const { return path_; }
+  // Spelled out only when asked for (to report an error): a cursor holds its
+  // last step and shares the rest with its parent, so that a deep document
+  // does not cost the square of its depth.
+  std::string path() const;
   const std::string& sourceName() const { return *source_; }
 
   [[noreturn]] void fail(const std::string& message) const;
@@ -50,7 +55,9 @@ class JsonCursor {
   long long asInteger(long long min, long long max) const;
   // Any finite number.
   double asNumber() const;
-  float asFloat() const { return static_cast<float>(asNumber()); }
+  // A number that is finite as a 32-bit float: 1e39 is refused here, not
+  // turned into infinity on its way to a file.
+  float asFloat() const;
   Point3 asPoint3() const;
   Color asColor() const;
   // A class id: two parts, each a number or a string of hexadecimal digits after "0x".
@@ -63,13 +70,27 @@ class JsonCursor {
   double numberOr(const char* name, double fallback) const;
 
  private:
-  JsonCursor child(const nlohmann::json& value, std::string path) const {
-    return JsonCursor(value, std::move(path), *source_);
+  struct PathStep {
+    std::shared_ptr<const PathStep> parent;
+    std::string key;  // a member name; the whole path at the root
+    std::size_t index;
+    bool isIndex;
+  };
+  JsonCursor(const nlohmann::json& value, std::shared_ptr<const PathStep> step, const std::string* source)
+      : value_(&value), step_(std::move(step)), source_(source) {}
+  JsonCursor member(const nlohmann::json& value, const char* name) const {
+    return JsonCursor(value, std::make_shared<const PathStep>(PathStep{step_, name, 0, false}), source_);
+  }
+  JsonCursor element(const nlohmann::json& value, std::size_t index) const {
+    return JsonCursor(value, std::make_shared<const PathStep>(PathStep{step_, {}, index, true}), source_);
   }
   const nlohmann::json* value_;
-  std::string path_;
+  std::shared_ptr<const PathStep> step_;
   const std::string* source_;
 };
+
+// The message for a number too large for a float.
+extern const char* const kNotAFloat;
 
 // The error text: "<source>: <path>: <message>", or "<source>: <message>" at the root.
 std::string placeMessage(const std::string& sourceName, const std::string& path, const std::string& message);

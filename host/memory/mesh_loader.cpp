@@ -1,4 +1,5 @@
 #include <bit>
+#include <cmath>
 #include <cstring>
 #include <limits>
 
@@ -43,6 +44,10 @@ std::vector<Point3> readPoints(const JsonCursor& c, LoadContext& ctx) {
     out.resize(v.count);
     if (v.count) std::memcpy(static_cast<void*>(out.data()), v.data, v.count * sizeof(Point3));
     fromLittleEndian<float>(out.data(), v.count * 3);
+    // Raw floats may hold what no scene can: stopped here, they never reach a file.
+    for (std::size_t i = 0; i < out.size(); ++i)
+      if (!std::isfinite(out[i].x) || !std::isfinite(out[i].y) || !std::isfinite(out[i].z))
+        c.fail("point " + std::to_string(i) + " of the buffer is not finite");
     return out;
   }
   checkFlatArray(c, 3, "point coordinates");
@@ -50,7 +55,9 @@ std::vector<Point3> readPoints(const JsonCursor& c, LoadContext& ctx) {
   out.resize(a.size() / 3);
   for (std::size_t i = 0; i < a.size(); ++i) {
     if (!a[i].is_number()) failElement(c, i, "expected a number");
-    out[i / 3][static_cast<int>(i % 3)] = a[i].get<float>();
+    const double d = a[i].get<double>();
+    if (!(std::fabs(d) <= std::numeric_limits<float>::max())) failElement(c, i, kNotAFloat);
+    out[i / 3][static_cast<int>(i % 3)] = static_cast<float>(d);
   }
   return out;
 }

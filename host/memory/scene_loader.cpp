@@ -1,9 +1,9 @@
 // The scene file's top level and its node tree; the other parts of the
 // document are read by the loaders declared in scene_loader_parts.h.
 #include <filesystem>
-#include <fstream>
 #include <set>
-#include <sstream>
+
+#include "host/memory/regular_file.h"
 
 #include "host/memory/scene_loader_parts.h"
 
@@ -17,6 +17,12 @@ std::string LoadContext::resolvePath(const std::string& path) const {
 namespace {
 
 constexpr int kFormatVersion = 1;
+// The exporter walks the node tree recursively, as the host's own scenes are
+// walked; a limit far beyond any real hierarchy keeps its stack safe.
+constexpr int kMaxNodeDepth = 1000;
+// Any other nesting (materials in materials, keys in tracks) stays far below
+// this; past it a document is refused before anything is read from it.
+constexpr std::size_t kMaxJsonDepth = 2 * kMaxNodeDepth + 100;
 
 Object* readObjectReference(const JsonCursor& c, LoadContext& ctx) {
   if (c.isString()) {
@@ -41,7 +47,8 @@ void readObjects(const JsonCursor& list, LoadContext& ctx) {
   }
 }
 
-void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx) {
+void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int depth) {
+  if (depth > kMaxNodeDepth) c.fail("nodes nest deeper than " + std::to_string(kMaxNodeDepth) + " levels");
   c.expectMembers({"name", "id", "object", "material", "hidden", "groupMember", "groupHead", "openGroupMember",
                    "openGroupHead", "userProperties", "transform", "objectOffset", "visibility", "inheritVisibility",
                    "modifiers", "children"});
@@ -74,7 +81,7 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx) {
   if (const auto m = c.find("modifiers")) node.setModifiers(readModifiers(*m, ctx, node, object));
 
   if (const auto children = c.find("children"))
-    for (const JsonCursor& child : children->elements()) readNode(child, node, ctx);
+    for (const JsonCursor& child : children->elements()) readNode(child, node, ctx, depth + 1);
 }
 
 void resolveBones(LoadContext& ctx) {
@@ -119,7 +126,7 @@ void readDocument(const JsonCursor& doc, LoadContext& ctx) {
   if (const auto m = doc.find("materials")) readMaterials(*m, ctx);
   if (const auto m = doc.find("objects")) readObjects(*m, ctx);
   if (const auto m = doc.find("nodes"))
-    for (const JsonCursor& node : m->elements()) readNode(node, scene.root, ctx);
+    for (const JsonCursor& node : m->elements()) readNode(node, scene.root, ctx, 1);
   resolveBones(ctx);
 }
 
@@ -143,8 +150,12 @@ class DuplicateMemberCheck {
   bool operator()(int, nlohmann::json::parse_event_t event, nlohmann::json& parsed) {
     using Event = nlohmann::json::parse_event_t;
     switch (event) {
-      case Event::object_start: frames_.push_back({true, {}, 0, {}}); break;
-      case Event::array_start: frames_.push_back({false, {}, 0, {}}); break;
+      case Event::object_start:
+      case Event::array_start:
+        if (frames_.size() >= kMaxJsonDepth)
+          throw SceneLoadError(placeMessage(source_, path(), "nested deeper than " + std::to_string(kMaxJsonDepth) + " levels"));
+        frames_.push_back({event == Event::object_start, {}, 0, {}});
+        break;
       case Event::key:
         frames_.back().key = parsed.get<std::string>();
         if (!frames_.back().keys.insert(frames_.back().key).second)
@@ -201,12 +212,14 @@ std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const s
 }
 
 std::unique_ptr<MemoryHost> loadScene(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw SceneLoadError(path + ": cannot open the scene file");
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (in.bad()) throw SceneLoadError(path + ": cannot read the scene file");
-  return loadSceneFromString(text.str(), std::filesystem::path(path).parent_path().string(), path);
+  const auto text = readRegularFile<std::string>(path, "scene file", [&](const std::string& message) {
+    throw SceneLoadError(path + ": " + message);
+  });
+  try {
+    return loadSceneFromString(text, std::filesystem::path(path).parent_path().string(), path);
+  } catch (const std::bad_alloc&) {
+    throw SceneLoadError(path + ": out of memory while loading the scene");
+  }
 }
 
 }  // namespace hostmodel

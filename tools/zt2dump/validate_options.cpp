@@ -4,6 +4,7 @@
 #include <set>
 #include <string>
 
+#include "options/options_dialog.h"
 #include "options_file.h"
 #include "validate.h"
 #include "validation_support.h"
@@ -15,13 +16,17 @@ void validateOptions(const DecodedFile& file) {
   if (version < 1 || version > kOptionsFileVersion)
     fault(file, "options version " + std::to_string(version) + " is not between 1 and " +
                     std::to_string(kOptionsFileVersion));
+  // The retired flag is ignored by the reader whatever it holds; the
+  // interpolation method is read as it stands and any value has a meaning.
   static const std::set<std::string> kNotFlags = {"sampleRate", "sceneFrameRate", "frameToFrameInterpolation",
-                                                  "texturePathCount"};
+                                                  "texturePathCount", "retiredFlag"};
   for (const DecodedField& f : file.optionsFields) {
     const std::string at = "options value " + f.name + " at byte offset " + std::to_string(f.offset);
     if (f.value.is_number_float()) {
       const double v = f.value.get<double>();
-      if (!std::isfinite(v) || v < 0) fault(file, at + " is not a finite number of at least 0");
+      if (!(v >= kOptionFloatMin && v <= kOptionFloatMax))
+        fault(file, at + " is not a number from " + std::to_string(int(kOptionFloatMin)) + " to " +
+                        std::to_string(int(kOptionFloatMax)));
     } else if (f.value.is_number_integer() && kNotFlags.count(f.name) == 0) {
       if (f.value != 0 && f.value != 1) fault(file, at + " is " + f.value.dump() + ", not 0 or 1");
     }
@@ -33,9 +38,6 @@ void validateOptions(const DecodedFile& file) {
                         f.value.dump() + ", not a positive frame rate");
   }
   for (const DecodedField& f : file.optionsFields) {
-    if (f.name == "frameToFrameInterpolation" && (intOf(f.value) < 0 || intOf(f.value) > 2))
-      fault(file, "options value frameToFrameInterpolation at byte offset " + std::to_string(f.offset) + " is " +
-                      f.value.dump() + ", not 0, 1 or 2");
     if (f.name == "texturePathCount" && intOf(f.value) < 0)
       fault(file, "options value texturePathCount at byte offset " + std::to_string(f.offset) + " is negative");
     if (f.name == "texturePathHistory")

@@ -2,6 +2,7 @@
 // the in-memory host model and drives the exporter exactly as the host would,
 // with prompts suppressed.
 #include <malloc.h>
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -118,6 +119,8 @@ Arguments parseArguments(int argc, char** argv) {
   return a;
 }
 
+// Empty when there is no home to put it in: a configuration that quietly
+// lands in whatever directory the run started from is never found again.
 std::string defaultConfigDir() {
   namespace fs = std::filesystem;
   fs::path base;
@@ -125,9 +128,17 @@ std::string defaultConfigDir() {
     base = xdg;
   else if (const char* home = std::getenv("HOME"); home && *home)
     base = fs::path(home) / ".config";
+  else if (const passwd* user = ::getpwuid(::getuid()); user && user->pw_dir && *user->pw_dir)
+    base = fs::path(user->pw_dir) / ".config";
   else
-    base = fs::current_path();
+    return {};
   return (base / "ztexport").string();
+}
+
+// The output must not be the scene being read: the export would overwrite its own input.
+bool sameFile(const std::string& a, const std::string& b) {
+  std::error_code ec;
+  return std::filesystem::equivalent(a, b, ec) && !ec;
 }
 
 std::string defaultOutput(const std::string& scene) {
@@ -173,12 +184,26 @@ int main(int argc, char** argv) {
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
     host = hostmodel::loadScene(args.scene);
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
+    return kExitFailure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
     return kExitFailure;
   }
 
+  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
+  if (sameFile(output, args.scene)) {
+    std::fprintf(stderr, "zt2export: %s: the output would overwrite the scene it is exported from\n", output.c_str());
+    return kExitFailure;
+  }
+
   const std::string configDir = args.configDir.empty() ? defaultConfigDir() : args.configDir;
+  if (configDir.empty()) {
+    std::fprintf(stderr, "zt2export: no configuration directory: neither XDG_CONFIG_HOME nor HOME is set and the "
+                         "user has no home directory; give --config-dir\n");
+    return kExitFailure;
+  }
   {
     std::error_code ec;
     std::filesystem::create_directories(configDir, ec);
@@ -215,7 +240,6 @@ int main(int argc, char** argv) {
   host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
   if (args.verbose) Sys->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
 
-  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   SceneExporter exporter;
   exporter.optionsRecordEditor = [&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
@@ -225,6 +249,9 @@ int main(int argc, char** argv) {
   int result = 0;
   try {
     result = exporter.DoExport(output.c_str(), host.get(), true);
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "zt2export: %s: export failed: out of memory\n", output.c_str());
+    return kExitFailure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "zt2export: export failed: %s\n", e.what());
     return kExitFailure;

@@ -1,0 +1,153 @@
+// Saving never loses a file: every way a save can go wrong leaves the old file
+// whole and no temporary behind, and what must be kept (links, modes) is kept.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "format/memory_file.h"
+#include "support/test_support.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+T_MemoryFile fileHolding(int value) {
+  T_MemoryFile f;
+  f << value;
+  return f;
+}
+
+int savedValue(const std::string& path) {
+  T_MemoryFile in(path.c_str(), AM_Read);
+  const int v = in.readInt();
+  EXPECT_TRUE(in.atEnd());
+  return v;
+}
+
+// Names in `dir` other than `expected`: a temporary left behind shows here.
+std::vector<std::string> strayNames(const ztx_test::TempDir& dir, std::vector<std::string> expected) {
+  std::vector<std::string> stray;
+  for (const auto& e : fs::directory_iterator(dir.path())) {
+    const std::string name = e.path().filename().string();
+    if (std::find(expected.begin(), expected.end(), name) == expected.end()) stray.push_back(name);
+  }
+  return stray;
+}
+
+}  // namespace
+
+TEST(FileReplace, RefusedTargetsStayAsTheyWereWithTheReason) {
+  struct Case {
+    const char* what;
+    std::function<std::string(const ztx_test::TempDir&)> prepare;  // returns the target
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"missing directory", [](const auto& d) { return d.file("missing/out.zt2"); }, "No such file or directory"},
+      {"directory", [](const auto& d) { fs::create_directory(d.file("sub")); return d.file("sub"); },
+       "not a regular file"},
+      {"FIFO", [](const auto& d) { ::mkfifo(d.file("pipe").c_str(), 0644); return d.file("pipe"); },
+       "not a regular file"},
+      {"device", [](const auto&) { return std::string("/dev/null"); }, "not a regular file"},
+      {"hard link", [](const auto& d) {
+         ztx_test::writeText(d.file("a"), "old");
+         fs::create_hard_link(d.file("a"), d.file("b"));
+         return d.file("a");
+       }, "2 hard links"},
+      {"symlink loop", [](const auto& d) { fs::create_symlink("loop", d.file("loop")); return d.file("loop"); },
+       "Too many levels of symbolic links"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    ztx_test::TempDir dir;
+    const std::string target = c.prepare(dir);
+    std::vector<std::string> before;
+    for (const auto& e : fs::directory_iterator(dir.path())) before.push_back(e.path().filename().string());
+    const T_MemoryFile f = fileHolding(7);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(f.save(target.c_str()), 0);
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_NE(f.saveFailure().find(c.reason), std::string::npos) << f.saveFailure();
+    EXPECT_EQ(err, target + ": cannot save: " + f.saveFailure() + "\n");
+    EXPECT_EQ(strayNames(dir, before), std::vector<std::string>{});
+  }
+}
+
+TEST(FileReplace, HardLinkedFileKeepsItsContents) {
+  ztx_test::TempDir dir;
+  ztx_test::writeText(dir.file("a"), "old");
+  fs::create_hard_link(dir.file("a"), dir.file("b"));
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(fileHolding(1).save(dir.file("a").c_str()), 0);
+  testing::internal::GetCapturedStderr();
+  EXPECT_EQ(ztx_test::readText(dir.file("a")), "old");
+  EXPECT_EQ(fs::hard_link_count(dir.file("b")), 2u);
+}
+
+TEST(FileReplace, SymlinkIsWrittenThroughAndStaysALink) {
+  ztx_test::TempDir dir;
+  fs::create_directory(dir.file("real"));
+  ASSERT_NE(fileHolding(1).save(dir.file("real/ZTExport.cfg").c_str()), 0);
+  fs::create_symlink("real/ZTExport.cfg", dir.file("ZTExport.cfg"));
+  // A dangling link is written through as well: the file it names is created.
+  fs::create_symlink("real/new.cfg", dir.file("dangling.cfg"));
+
+  ASSERT_NE(fileHolding(2).save(dir.file("ZTExport.cfg").c_str()), 0);
+  ASSERT_NE(fileHolding(3).save(dir.file("dangling.cfg").c_str()), 0);
+  EXPECT_TRUE(fs::is_symlink(dir.file("ZTExport.cfg")));
+  EXPECT_TRUE(fs::is_symlink(dir.file("dangling.cfg")));
+  EXPECT_EQ(savedValue(dir.file("real/ZTExport.cfg")), 2);
+  EXPECT_EQ(savedValue(dir.file("real/new.cfg")), 3);
+  EXPECT_EQ(strayNames(dir, {"real", "ZTExport.cfg", "dangling.cfg"}), std::vector<std::string>{});
+}
+
+TEST(FileReplace, ModeIsKeptAndNewFilesFollowTheUmask) {
+  ztx_test::TempDir dir;
+  const std::string kept = dir.file("kept.zt2");
+  ztx_test::writeText(kept, "old");
+  fs::permissions(kept, fs::perms(0640));
+  ASSERT_NE(fileHolding(1).save(kept.c_str()), 0);
+  EXPECT_EQ(fs::status(kept).permissions(), fs::perms(0640));
+
+  const mode_t mask = ::umask(0);
+  ::umask(mask);
+  const std::string fresh = dir.file("fresh.zt2");
+  ASSERT_NE(fileHolding(1).save(fresh.c_str()), 0);
+  EXPECT_EQ(static_cast<int>(fs::status(fresh).permissions()), 0666 & ~static_cast<int>(mask));
+}
+
+TEST(FileReplace, UsersPartFileAndLongNamesAreFine) {
+  ztx_test::TempDir dir;
+  const std::string target = dir.file("scene.zt2");
+  ztx_test::writeText(target + ".part", "the user's own");
+  ASSERT_NE(fileHolding(1).save(target.c_str()), 0);
+  EXPECT_EQ(ztx_test::readText(target + ".part"), "the user's own");
+
+  for (std::size_t length : {251u, 255u}) {
+    const std::string name = dir.file(std::string(length - 4, 'n') + ".zt2");
+    EXPECT_NE(fileHolding(1).save(name.c_str()), 0) << length;
+    EXPECT_EQ(savedValue(name), 1);
+  }
+}
+
+TEST(FileReplace, ConcurrentSavesLeaveOneWholeFile) {
+  ztx_test::TempDir dir;
+  const std::string target = dir.file("ZTExport.cfg");
+  T_MemoryFile small = fileHolding(1);
+  T_MemoryFile large;
+  for (int i = 0; i < 5000; ++i) large << 2;
+  auto saveMany = [&](const T_MemoryFile& f) {
+    for (int i = 0; i < 50; ++i) EXPECT_NE(f.save(target.c_str()), 0);
+  };
+  std::thread a(saveMany, std::cref(small)), b(saveMany, std::cref(large));
+  a.join();
+  b.join();
+  const auto size = fs::file_size(target);
+  EXPECT_TRUE(size == kMemoryFileHeaderSize + small.getSize() || size == kMemoryFileHeaderSize + large.getSize())
+      << size;
+  EXPECT_EQ(strayNames(dir, {"ZTExport.cfg"}), std::vector<std::string>{});
+}

@@ -1,0 +1,135 @@
+// zt2export against input made to hurt it: files in the wrong places, names
+// that clash, runs that race. Each case ends with a clear message and an exit
+// code, and no file is lost or left half-written.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <limits>
+#include <thread>
+
+#include "options/options_dialog.h"
+#include "support/scene_export.h"
+
+using ztx_test::runExport;
+using ztx_test::TempDir;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string kHelper = R"({"nodes": [{"name": "H", "object": {"type": "helper"}}]})";
+
+std::vector<std::string> argsFor(const TempDir& dir, const std::string& scene, const std::string& output,
+                                 std::vector<std::string> more = {}) {
+  std::vector<std::string> args = {scene, "-o", output, "--config-dir", dir.file("config"), "--quiet",
+                                   "--set", "exportSkinning=0", "--set", "exportMaterials=0"};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+}  // namespace
+
+TEST(Zt2ExportHostile, OutputsThatCannotBeWrittenAreRefusedAndKept) {
+  struct Case {
+    const char* what;
+    std::function<std::string(const TempDir&)> output;
+    const char* message;
+  };
+  const Case cases[] = {
+      {"the scene itself", [](const TempDir& d) { return d.file("scene.json"); },
+       "the output would overwrite the scene it is exported from"},
+      {"a directory", [](const TempDir& d) { fs::create_directory(d.file("out.zt2")); return d.file("out.zt2"); },
+       "cannot save: not a regular file"},
+      {"a FIFO", [](const TempDir& d) { ::mkfifo(d.file("out.zt2").c_str(), 0644); return d.file("out.zt2"); },
+       "cannot save: not a regular file"},
+      {"a missing directory", [](const TempDir& d) { return d.file("missing/out.zt2"); },
+       "cannot save: No such file or directory"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    ztx_test::writeText(dir.file("scene.json"), kHelper);
+    const std::string output = c.output(dir);
+    const auto r = runExport(argsFor(dir, dir.file("scene.json"), output));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find(output + ": "), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_EQ(ztx_test::readText(dir.file("scene.json")), kHelper);
+  }
+}
+
+TEST(Zt2ExportHostile, OptionsSaveFailureIsToldButTheExportStands) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  fs::create_directories(dir.file("config/ZTExport.cfg"));  // in the way of the save
+  const auto r = runExport(argsFor(dir, dir.file("scene.json"), dir.file("out.zt2"), {"--save-options"}));
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_NE(r.err.find("ZTExport.cfg: cannot save: not a regular file"), std::string::npos) << r.err;
+  EXPECT_TRUE(fs::exists(dir.file("out.zt2")));
+}
+
+TEST(Zt2ExportHostile, SymlinkedConfigurationIsWrittenThrough) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  fs::create_directories(dir.file("config"));
+  fs::create_directories(dir.file("dotfiles"));
+  fs::create_symlink(dir.file("dotfiles/ZTExport.cfg"), dir.file("config/ZTExport.cfg"));
+  const auto r = runExport(argsFor(dir, dir.file("scene.json"), dir.file("out.zt2"),
+                                   {"--set", "sampleRate=12", "--save-options"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_TRUE(fs::is_symlink(dir.file("config/ZTExport.cfg")));
+  EXPECT_EQ(ztx_test::dumpJson(dir.file("dotfiles/ZTExport.cfg"))["fields"]["sampleRate"], 12);
+}
+
+TEST(Zt2ExportHostile, ConcurrentOptionSavesLeaveOneWholeFile) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  // Two runs with different texture paths give options files of different lengths.
+  auto exportMany = [&](const std::string& path, const std::string& output) {
+    for (int i = 0; i < 8; ++i) {
+      const auto r = runExport(argsFor(dir, dir.file("scene.json"), dir.file(output),
+                                       {"--set", "texturePath=" + path, "--save-options"}));
+      EXPECT_EQ(r.exitCode, 0) << r.err;
+    }
+  };
+  std::thread a(exportMany, std::string("a"), "a.zt2");
+  std::thread b(exportMany, std::string(300, 'b'), "b.zt2");
+  a.join();
+  b.join();
+  const auto v = ztx_test::runDump({"--validate", dir.file("config/ZTExport.cfg")});
+  EXPECT_EQ(v.exitCode, 0) << v.out << v.err;
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir.file("config"))) names.push_back(e.path().filename().string());
+  EXPECT_EQ(names, std::vector<std::string>{"ZTExport.cfg"});
+}
+
+TEST(Zt2ExportHostile, OutOfRangeConfigurationStillGivesValidFiles) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"),
+                      R"({"nodes": [{"name": "H", "object": {"type": "helper"},
+                          "transform": {"position": {"keys": [{"frame": 0, "value": [0, 0, 0]},
+                                                              {"frame": 10, "value": [1, 2, 3]}]}}}]})");
+  fs::create_directories(dir.file("config"));
+  {
+    OptionsDialog record(dir.file("config"), 30);
+    record.rescale = 1;
+    record.rescaleFactor = std::numeric_limits<float>::quiet_NaN();
+    record.positionDelta = std::numeric_limits<float>::infinity();
+    record.sampleRate = -7;
+    record.sceneFrameRate = 0;
+    record.frameToFrameInterpolation = 7;
+    record.maintainMatrixScaling = 1;
+    record.saveOptions();
+  }
+  const auto r = runExport(argsFor(dir, dir.file("scene.json"), dir.file("out.zt2"), {"--save-options"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  for (const char* file : {"out.zt2", "config/ZTExport.cfg"}) {
+    const auto v = ztx_test::runDump({"--validate", dir.file(file)});
+    EXPECT_EQ(v.exitCode, 0) << file << ": " << v.out << v.err;
+  }
+  const auto cfg = ztx_test::dumpJson(dir.file("config/ZTExport.cfg"))["fields"];
+  EXPECT_EQ(cfg["rescaleFactor"], 1.0);
+  EXPECT_EQ(cfg["positionDelta"], 100.0);
+  EXPECT_EQ(cfg["frameToFrameInterpolation"], 7);
+}
