@@ -253,7 +253,6 @@ class MeshWriter {
   }
 
   const SkinVertexWeights& weightsOf(std::uint32_t hostIndex) {
-    static const SkinVertexWeights kNone;
     const std::int32_t key = (*skin_.keys)[hostIndex];
     if (key >= 0 && static_cast<std::size_t>(key) < skin_.entry->size()) return (*skin_.entry)[key];
     if (!skin_.keyErrorReported) {
@@ -261,7 +260,7 @@ class MeshWriter {
       exporter_.logError("ERROR: Object \"%s\" vertex %d has no skin vertex for skinning (skin vertex count %zu)",
                            node_->GetName(), key, skin_.entry->size());
     }
-    return kNone;
+    return noWeights_;
   }
 
   void storeSkin(std::size_t slot, const GroupView& g) {
@@ -289,6 +288,7 @@ class MeshWriter {
   MeshRecord& record_;
   VertexDataRecord& skinRecord_;
   SkinSource& skin_;
+  const SkinVertexWeights noWeights_;  // what a vertex without a skin entry gets
   int channels_;
   GroupBases bases_;
 };
