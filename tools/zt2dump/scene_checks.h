@@ -9,6 +9,8 @@ namespace zt2dump {
 void checkMesh(const DecodedFile& file, const DecodedChunk& mesh);
 void checkTransformAnimation(const DecodedFile& file, const DecodedChunk& animation);
 void checkLightAnimation(const DecodedFile& file, const DecodedChunk& animation);
+// Every material name of every mesh is in the file's material list.
+void checkMeshMaterialsListed(const DecodedFile& file);
 
 // The name in a mesh's or object chunk's ObjectChunk, for messages.
 std::string objectName(const DecodedChunk& objectCarrier);

@@ -161,6 +161,7 @@ void validateScene(const DecodedFile& file) {
   for (const DecodedChunk& c : file.chunks) structure.chunk(c);
   checkTopLevel(file);
   for (const DecodedChunk& c : file.chunks) checkContent(file, c);
+  checkMeshMaterialsListed(file);
 }
 
 }  // namespace zt2dump
