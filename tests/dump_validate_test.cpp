@@ -45,6 +45,8 @@ struct Scene {
   struct Material {
     std::string name;
     std::vector<bool> flags, textures;
+    int maskMode = 0;
+    std::string textureFile = "tex.png";
   };
   std::vector<Material> materials = {{"Wood", {true, false, false, false, true}, {true, false, false, false, true}},
                                      {"Metal", std::vector<bool>(5), std::vector<bool>(5)}};
@@ -62,11 +64,11 @@ void writeMaterial(T_MemoryFile& f, const Scene::Material& m) {
     f << bool(m.flags[i]);
     if (m.textures[i]) {
       f.createChunk(0x10011, 1);
-      f << std::string("Tex") << 0 << 0 << 1 << std::string("tex.png");
+      f << std::string("Tex") << 0 << 0 << 1 << m.textureFile;
       f.closeChunk();
     }
   }
-  f << 0 << false << false << false << 240;
+  f << m.maskMode << false << false << false << 240;
   f.closeChunk();
 }
 
@@ -183,6 +185,10 @@ TEST_F(Validate, FirstFaultIsNamedWithItsPlace) {
       {".zt2", [](Scene& s) { s.materials.resize(1); }, "material \"Metal\" is not in the material list"},
       {".zt2", [](Scene& s) { s.materials[1].textures[0] = true; },
        "layer1Present is false but a TextureChunk follows it at *(reading layer1Present inside MaterialChunk at "},
+      {".zt2", [](Scene& s) { s.materials[1].maskMode = 2; },
+       "MaterialChunk at *(material \"Metal\"): maskMode is 2, not 0..1"},
+      {".zt2", [](Scene& s) { s.materials[0].textureFile = "maps\\tex.png"; },
+       "(material \"Wood\"): layer 1: file name \"maps\\tex.png\" holds a directory"},
       {".zt2", [](Scene& s) { s.materials[0].flags[1] = true; },
        "layer2Present is true but no TextureChunk follows it"},
       {".zt2", [](Scene& s) { s.keySamples[2] = 4; },
