@@ -294,4 +294,7 @@ TEST(Materials, RecordsCopyTheirTexturesAndValidate) {
   b.layer(4).fileNames = {"three.png"};
   b.maskMode = 2;
   EXPECT_EQ(b.validate(), "maskMode is 2, not 0..1");
+  // A debug build stops at the writer handed such a record.
+  T_MemoryFile file;
+  EXPECT_DEBUG_DEATH(file << b, "maskMode is 2");
 }
