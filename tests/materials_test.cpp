@@ -231,6 +231,16 @@ TEST(Materials, FramesThatFailToLoadAreLeftOutWithTheirError) {
               std::vector<std::string>(failed, "ERROR: Couldn't open texture \"" + image + "\"")) << image;
     EXPECT_EQ(record.sequenceSwitch1, sequence) << image;
     EXPECT_EQ(record.sequenceMode, sequence ? 1 : 2) << image;
+    // ... but the chunk carries them only with more than one file name: with one left, the
+    // bytes are those of a record whose settings were never taken.
+    TextureRecord untaken = record;
+    untaken.sequenceSwitch1 = false;
+    untaken.sequenceMode = 2;
+    T_MemoryFile written, plain;
+    written << record;
+    plain << untaken;
+    const auto bytes = [](const T_MemoryFile& f) { return std::vector<std::uint8_t>(f.data(), f.data() + f.size()); };
+    EXPECT_EQ(bytes(written) == bytes(plain), names.size() < 2) << image;
     EXPECT_EQ(host->outstandingBitmaps(), 0);
   }
 }
