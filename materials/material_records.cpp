@@ -1,5 +1,7 @@
 #include "materials/material_records.h"
 
+#include "host/inhouse/exceptions.h"
+
 #include <cassert>
 #include <cmath>
 #include <cstdio>
@@ -54,7 +56,13 @@ MaterialRecord::LayerSlots& MaterialRecord::LayerSlots::operator=(const LayerSlo
 
 TextureRecord& MaterialRecord::layer(int i) {
   std::unique_ptr<TextureRecord>& slot = layers_.slots.at(static_cast<std::size_t>(i));
-  if (!slot) slot = std::make_unique<TextureRecord>();
+  if (!slot) {
+    try {
+      slot = std::make_unique<TextureRecord>();
+    } catch (const std::bad_alloc&) {
+      throw T_MemoryException_Allocation();
+    }
+  }
   return *slot;
 }
 

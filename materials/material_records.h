@@ -42,7 +42,8 @@ class MaterialRecord {
   static constexpr int kMaskLayer = 4;     // layer 5
 
   // The texture of layer `i` (0-based), created on first request: asking for
-  // it is what makes the layer present.
+  // it is what makes the layer present. Throws T_MemoryException_Allocation
+  // when memory runs out.
   TextureRecord& layer(int i);
   // The texture of layer `i`, or none when the layer is absent.
   const TextureRecord* presentLayer(int i) const { return layers_.slots.at(static_cast<std::size_t>(i)).get(); }
