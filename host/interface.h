@@ -7,6 +7,7 @@
 
 #include "host/max_types.h"
 
+class BitmapManager;
 class INode;
 
 // Directory code of the exporter's configuration directory.
@@ -37,4 +38,8 @@ class Interface {
   virtual void MessageBox(const std::string& text, const std::string& caption) = 0;
   // The modal "Export Info" window showing `text`.
   virtual void ShowExportInfo(const std::string& text) = 0;
+
+  // The host's bitmap manager (the SDK's global TheManager), through which
+  // texture images are examined and loaded.
+  virtual BitmapManager* GetBitmapManager() = 0;
 };

@@ -9,6 +9,10 @@
 
 class Texmap;
 
+// The studio's own material and texture plug-in classes.
+inline constexpr Class_ID ZTMATERIAL_CLASS_ID{0x62af033c, 0x48255d2d};
+inline constexpr Class_ID ZTTEXTURE_CLASS_ID{0x419c2263, 0x450a2d14};
+
 class MtlBase {
  public:
   virtual ~MtlBase() = default;
@@ -33,9 +37,6 @@ class Mtl : public MtlBase {
   virtual Texmap* GetSubTexmap(int slot) const = 0;
 };
 
-class Texmap : public MtlBase {
- public:
-  // Image file names of the map (one per frame of a sequence).
-  virtual int NumFiles() const = 0;
-  virtual const std::string& GetFile(int i) const = 0;
-};
+// The image a map shows is a parameter of its plug-in class (the studio's
+// texture reads it as "mapFileName"); the bitmap manager loads it.
+class Texmap : public MtlBase {};

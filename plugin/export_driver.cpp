@@ -4,6 +4,7 @@
 #include <string>
 
 #include "host/inode.h"
+#include "materials/material_export.h"
 #include "options/apply_options.h"
 #include "options/options_dialog.h"
 #include "plugin/dispatch.h"
@@ -73,6 +74,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     progressTotal = options.exportAnimation ? nodeCount * 2 : nodeCount;
 
     if (!hasError() && options.exportEnvironment) exportEnvironment(*this);
+    if (!hasError() && options.exportMaterials) exportMaterials(*this);
 
     for (int i = 0; i < root->NumberOfChildren(); ++i) {
       if (host->GetCancel() || hasError()) break;

@@ -13,6 +13,7 @@
 #include "host/inhouse/matrix.h"
 #include "host/interface.h"
 #include "host/max_types.h"
+#include "materials/texture_export.h"
 #include "options/export_options.h"
 #include "plugin/info_log.h"
 #include "prepass/material_index_table.h"
@@ -87,8 +88,8 @@ class SceneExporter {
   SkinWeightTable skinWeightTable;
   SkinBoneIndexTable skinBoneIndexTable;
   SkinBoneNames skinBoneNames;
-  std::string textureCopyDirectory;
-  std::set<std::string> copiedTextureSet;
+  std::string textureCopyDirectory;  // set by the material pass when textures are copied
+  CopiedTextureSet copiedTextureSet;
 
   // Resets the values that every export starts from.
   void resetExportValues();

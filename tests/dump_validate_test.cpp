@@ -40,7 +40,37 @@ struct Scene {
   std::vector<unsigned> groupCoordinateCounts = {3, 3};
   std::vector<unsigned> keySamples = {0, 4, 9};
   Skin skin;
+  // The material list: each material's name, its five layer flags and after
+  // which flags a texture chunk stands (sound when the two agree).
+  struct Material {
+    std::string name;
+    std::vector<bool> flags, textures;
+    int maskMode = 0;
+    std::string textureFile = "tex.png";
+  };
+  std::vector<Material> materials = {{"Wood", {true, false, false, false, true}, {true, false, false, false, true}},
+                                     {"Metal", std::vector<bool>(5), std::vector<bool>(5)}};
 };
+
+// A material chunk written field by field, as the format document lays it out.
+void writeMaterial(T_MemoryFile& f, const Scene::Material& m) {
+  f.createChunk(0x10010, 2);
+  f << m.name;
+  for (int i = 0; i < 5; ++i) f << false;
+  f << 1 << 0 << 0;
+  for (int i = 0; i < 14; ++i) f << 0.0f;
+  f << 0 << 0 << 0.0f;
+  for (std::size_t i = 0; i < m.flags.size(); ++i) {
+    f << bool(m.flags[i]);
+    if (m.textures[i]) {
+      f.createChunk(0x10011, 1);
+      f << std::string("Tex") << 0 << 0 << 1 << m.textureFile;
+      f.closeChunk();
+    }
+  }
+  f << m.maskMode << false << false << false << 240;
+  f.closeChunk();
+}
 
 // A count, then the values.
 void writeCounts(T_MemoryFile& f, const std::vector<unsigned>& counts) {
@@ -53,6 +83,10 @@ class Validate : public ::testing::Test {
   // Writes scene.zt2 and the per-vertex file scene.skd beside it.
   void write(const Scene& s) {
     T_MemoryFile f;
+    f.createChunk(0x1000f, 0);
+    f << std::string(".") << static_cast<int>(s.materials.size());
+    for (const Scene::Material& m : s.materials) writeMaterial(f, m);
+    f.closeChunk();
     f.createChunk(0x10005, 2);
     ObjectRecord object;
     object.name() = "Box01";
@@ -146,6 +180,17 @@ TEST_F(Validate, FirstFaultIsNamedWithItsPlace) {
        "MeshMapChannelChunk at *channel 0 has 5 coordinates for 6 vertices"},
       {".zt2", [](Scene& s) { s.materialNames.pop_back(); },
        "MeshMaterialNamesChunk at *1 material names for 2 groups"},
+      {".zt2", [](Scene& s) { s.materials[1].name = "Steel"; },
+       "MeshMaterialNamesChunk at *(mesh \"Box01\"): material \"Metal\" is not in the material list"},
+      {".zt2", [](Scene& s) { s.materials.resize(1); }, "material \"Metal\" is not in the material list"},
+      {".zt2", [](Scene& s) { s.materials[1].textures[0] = true; },
+       "layer1Present is false but a TextureChunk follows it at *(reading layer1Present inside MaterialChunk at "},
+      {".zt2", [](Scene& s) { s.materials[1].maskMode = 2; },
+       "MaterialChunk at *(material \"Metal\"): maskMode is 2, not 0..1"},
+      {".zt2", [](Scene& s) { s.materials[0].textureFile = "maps\\tex.png"; },
+       "(material \"Wood\"): layer 1: file name \"maps\\tex.png\" holds a directory"},
+      {".zt2", [](Scene& s) { s.materials[0].flags[1] = true; },
+       "layer2Present is true but no TextureChunk follows it"},
       {".zt2", [](Scene& s) { s.keySamples[2] = 4; },
        "TransformAnimationChunk at *(node \"Box01\"): keys[2] is at sample 4, not after the previous key's 4"},
       {".skd", [](Scene& s) { s.skin.influenceStart[2] = 2; },

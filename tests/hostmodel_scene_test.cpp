@@ -10,6 +10,7 @@
 #include <functional>
 #include <set>
 
+#include "host/bitmap.h"
 #include "host/inode.h"
 #include "host/material.h"
 #include "host/memory/memory_host.h"
@@ -103,7 +104,17 @@ TEST(HostModelScene, ExampleSceneExportsCleanlyWithDefaultOptions) {
   for (int i = 0; i < 2; ++i) EXPECT_EQ(body->GetSubMtl(i)->ClassID(), Class_ID(0x62af033c, 0x48255d2d));
   Texmap* tex = body->GetSubMtl(1)->GetSubTexmap(0);
   ASSERT_NE(tex, nullptr);
-  EXPECT_TRUE(std::filesystem::exists(tex->GetFile(0))) << tex->GetFile(0);
+  // Its image loads through the host's bitmap manager, looked up beside the scene file.
+  std::string mapFileName;
+  ASSERT_TRUE(tex->GetParamString("mapFileName", mapFileName));
+  BitmapInfo info(mapFileName);
+  ASSERT_EQ(host->GetBitmapManager()->GetImageInfo(&info), BMMRES_SUCCESS) << mapFileName;
+  BMMRES status = BMMRES_ERRORTAKENCARE;
+  Bitmap* bitmap = host->GetBitmapManager()->Load(&info, &status);
+  ASSERT_NE(bitmap, nullptr);
+  EXPECT_TRUE(std::filesystem::exists(bitmap->Info().Name())) << bitmap->Info().Name();
+  bitmap->DeleteThis();
+  EXPECT_EQ(host->outstandingBitmaps(), 0);
 }
 
 TEST(HostModelScene, ChildUnderScaledRotatedParent) {

@@ -31,7 +31,11 @@ TEST(Zt2Export, ExampleSceneExportsCleanlyAndReadsBack) {
   const auto r = runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o", dir.file("example.zt2"),
                             "--config-dir", dir.file("config"), "--quiet"});
   ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
-  EXPECT_TRUE(r.out.empty()) << r.out;  // no messages: no "Export Info"
+  // The only messages are the texture copies: five images beside the file.
+  EXPECT_EQ(r.out.find("ERROR"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("WARNING"), std::string::npos) << r.out;
+  for (const char* image : {"skin.png", "cloth.png", "wave1.png", "wave2.png", "wave3.png"})
+    EXPECT_TRUE(std::filesystem::exists(dir.file(image))) << image;
   const auto file = ztx_test::dumpJson(dir.file("example.zt2"));
   EXPECT_EQ(file["kind"], "scene");
   EXPECT_FALSE(ztx_test::objectNames(file).empty());

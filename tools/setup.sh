@@ -9,6 +9,7 @@ packages=(
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
+  libstb-dev                         # image decoding of the host model
 )
 
 missing=()

@@ -29,13 +29,13 @@ void readParams(const JsonCursor& c, ParamTable& table) {
 
 // --- texture maps ---
 
-std::unique_ptr<MemoryTexmap> readTexmap(const JsonCursor& c, LoadContext& ctx, bool declared) {
+std::unique_ptr<MemoryTexmap> readTexmap(const JsonCursor& c, LoadContext&, bool declared) {
   if (!c.isObject()) c.fail("expected a texture map definition (or a texture map id)");
   const std::string type = c["type"].asString();
   if (declared)
-    c.expectMembers({"id", "type", "name", "classId", "files", "params"});
+    c.expectMembers({"id", "type", "name", "classId", "params"});
   else
-    c.expectMembers({"type", "name", "classId", "files", "params"});
+    c.expectMembers({"type", "name", "classId", "params"});
   Class_ID classId;
   if (type == "ztTexture" || type == "bitmap") {
     if (const auto id = c.find("classId")) id->fail("only a texture map of type \"other\" takes a class id");
@@ -47,11 +47,6 @@ std::unique_ptr<MemoryTexmap> readTexmap(const JsonCursor& c, LoadContext& ctx, 
   }
   const std::string name = declared ? c.stringOr("name", c["id"].asString()) : c["name"].asString();
   auto map = std::make_unique<MemoryTexmap>(name, classId);
-  if (const auto files = c.find("files")) {
-    std::vector<std::string> paths;
-    for (const JsonCursor& f : files->elements()) paths.push_back(ctx.resolvePath(f.asString()));
-    map->setFiles(std::move(paths));
-  }
   if (const auto params = c.find("params")) readParams(*params, map->params());
   return map;
 }

@@ -51,6 +51,9 @@ int MemoryHost::outstandingVertexInterfaces() const {
 
 INode* MemoryHost::GetRootNode() { return &impl_->root; }
 Interval MemoryHost::GetAnimRange() { return impl_->animRange; }
+BitmapManager* MemoryHost::GetBitmapManager() { return &impl_->bitmapManager; }
+int MemoryHost::outstandingBitmaps() const { return impl_->bitmapManager.outstandingBitmaps(); }
+
 std::string MemoryHost::GetDir(int which) { return which == APP_PLUGCFG_DIR ? impl_->configDir : std::string(); }
 int MemoryHost::GetFrameRate() { return impl_->frameRate; }
 void MemoryHost::SetFrameRate(int rate) { impl_->frameRate = rate; }

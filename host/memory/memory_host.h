@@ -84,6 +84,10 @@ class MemoryHost : public Interface {
   Color GetBackGround(TimeValue t, Interval& valid) override;
   void MessageBox(const std::string& text, const std::string& caption) override;
   void ShowExportInfo(const std::string& text) override;
+  // Images are looked up in the scene file's directory.
+  BitmapManager* GetBitmapManager() override;
+  // Bitmaps loaded and not released yet.
+  int outstandingBitmaps() const;
 
   struct Impl;
   explicit MemoryHost(std::unique_ptr<Impl> impl);

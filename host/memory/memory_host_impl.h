@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/memory/animated_value.h"
+#include "host/memory/memory_bitmaps.h"
 #include "host/memory/memory_host.h"
 #include "host/memory/memory_materials.h"
 #include "host/memory/memory_node.h"
@@ -25,6 +26,7 @@ struct MemoryHost::Impl {
   AnimatedValue<Color> ambient;
   AnimatedValue<Color> background;
   std::string configDir;
+  MemoryBitmapManager bitmapManager;  // looks images up in the scene's directory
 
   // --- scene contents, owned here; nodes own their children ---
   MemoryNode root;

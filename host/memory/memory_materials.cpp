@@ -30,12 +30,6 @@ bool ParamTable::getString(const std::string& name, std::string& value) const {
   return true;
 }
 
-const std::string& MemoryTexmap::GetFile(int i) const {
-  static const std::string none;
-  if (i < 0 || i >= static_cast<int>(files_.size())) return none;
-  return files_[i];
-}
-
 Mtl* MemoryMtl::GetSubMtl(int i) const {
   if (i < 0 || i >= static_cast<int>(subMtls_.size())) return nullptr;
   return subMtls_[i];

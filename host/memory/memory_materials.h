@@ -11,9 +11,6 @@
 
 namespace hostmodel {
 
-inline constexpr Class_ID ZTMATERIAL_CLASS_ID{0x62af033c, 0x48255d2d};
-inline constexpr Class_ID ZTTEXTURE_CLASS_ID{0x419c2263, 0x450a2d14};
-
 struct ParamValue {
   enum class Kind { Int, Float, String };
   Kind kind = Kind::Int;
@@ -39,7 +36,6 @@ class MemoryTexmap : public Texmap {
  public:
   MemoryTexmap(std::string name, Class_ID classId) : name_(std::move(name)), classId_(classId) {}
 
-  void setFiles(std::vector<std::string> files) { files_ = std::move(files); }
   ParamTable& params() { return params_; }
 
   const std::string& GetName() const override { return name_; }
@@ -49,14 +45,10 @@ class MemoryTexmap : public Texmap {
   bool GetParamString(const std::string& name, std::string& value) const override {
     return params_.getString(name, value);
   }
-  int NumFiles() const override { return static_cast<int>(files_.size()); }
-  // An empty name for an index out of range.
-  const std::string& GetFile(int i) const override;
 
  private:
   std::string name_;
   Class_ID classId_;
-  std::vector<std::string> files_;
   ParamTable params_;
 };
 

@@ -103,6 +103,7 @@ void readDocument(const JsonCursor& doc, LoadContext& ctx) {
     if (v->asInt() != kFormatVersion) v->fail("unsupported version; this host reads version 1");
   }
   MemoryHost::Impl& scene = ctx.scene;
+  scene.bitmapManager.setBaseDir(ctx.baseDir);
   if (const auto m = doc.find("frameRate")) scene.frameRate = static_cast<int>(m->asInteger(1, TIME_TICKSPERSEC));
   ctx.ticksPerFrame = TIME_TICKSPERSEC / scene.frameRate;
 

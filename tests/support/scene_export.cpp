@@ -9,9 +9,14 @@ namespace ztx_test {
 
 ExportRun exportScene(const std::string& sceneJson, const std::vector<std::string>& extraArgs) {
   TempDir dir;
+  return exportSceneIn(dir, sceneJson, extraArgs);
+}
+
+ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson, const std::vector<std::string>& extraArgs,
+                        const std::string& outputName) {
   const std::string scene = dir.file("scene.json");
   writeText(scene, sceneJson);
-  const std::string output = dir.file("out.zt2");
+  const std::string output = dir.file(outputName);
   std::vector<std::string> args = {scene, "-o", output, "--config-dir", dir.file("config"), "--quiet"};
   args.insert(args.end(), extraArgs.begin(), extraArgs.end());
   const RunResult r = runExport(args);

@@ -22,6 +22,10 @@ struct ExportRun {
 // Exports `sceneJson` with zt2export and the given extra arguments, in a
 // fresh directory with its own configuration directory.
 ExportRun exportScene(const std::string& sceneJson, const std::vector<std::string>& extraArgs = {});
+// The same in `dir`, which the test keeps (images beside the scene, files the
+// export leaves): the scene is dir/scene.json, the file dir/`output`.
+ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson,
+                        const std::vector<std::string>& extraArgs = {}, const std::string& output = "out.zt2");
 
 // The options that keep a small scene free of skin and material demands.
 std::vector<std::string> plainOptions(std::vector<std::string> more = {});

@@ -52,6 +52,10 @@ class ChunkReader {
   void nestedChunk();
   // Bytes left in the body being decoded.
   std::size_t bodyLeft() const;
+  // Whether a nested chunk starts at the read position.
+  bool nextIsChunk() const { return bodyLeft() > 0 && file_.peekTag() == BT_Chunk; }
+  // Fails at the read position with `what`, naming the chunks around it.
+  [[noreturn]] void failHere(const std::string& what) { file_.fail(file_.tell(), what); }
 
   // --- building blocks for compound fields (animation keys) ---
   void setReading(const std::string& what) { frames_.back().reading = what; }

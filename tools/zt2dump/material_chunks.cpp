@@ -33,8 +33,13 @@ void decodeMaterial(ChunkReader& r, DecodedChunk&) {
   // A texture chunk follows each layer flag that is set.
   static const char* const kLayerFlags[5] = {"layer1Present", "layer2Present", "layer3Present", "layer4Present",
                                              "layer5Present"};
-  for (const char* flag : kLayerFlags)
-    if (r.boolField(flag)) r.nestedChunk();
+  for (const char* flag : kLayerFlags) {
+    const bool present = r.boolField(flag);
+    if (present != r.nextIsChunk())
+      r.failHere(std::string(flag) + (present ? " is true but no TextureChunk follows it"
+                                              : " is false but a TextureChunk follows it"));
+    if (present) r.nestedChunk();
+  }
   r.intField("maskMode");
   r.boolField("switch6");
   r.boolField("switch7");

@@ -146,6 +146,10 @@ void checkContent(const DecodedFile& file, const DecodedChunk& c) {
   if (!c.decoded) return;
   switch (c.id) {
     case chunk_kind::kMesh.id: checkMesh(file, c); break;
+    case chunk_kind::kMaterialList.id:
+      for (const DecodedChunk& m : c.children)
+        if (m.decoded && m.id == chunk_kind::kMaterial.id) checkMaterial(file, m);
+      break;
     case chunk_kind::kTransformAnimation.id: checkTransformAnimation(file, c); break;
     case chunk_kind::kOmniLightAnimation.id:
     case chunk_kind::kDirectionalLightAnimation.id:
@@ -161,6 +165,7 @@ void validateScene(const DecodedFile& file) {
   for (const DecodedChunk& c : file.chunks) structure.chunk(c);
   checkTopLevel(file);
   for (const DecodedChunk& c : file.chunks) checkContent(file, c);
+  checkMeshMaterialsListed(file);
 }
 
 }  // namespace zt2dump

@@ -1,0 +1,139 @@
+#include "materials/texture_export.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+#include "host/bitmap.h"
+#include "host/inhouse/system.h"
+#include "host/material.h"
+#include "materials/material_records.h"
+#include "materials/zt_plugin_params.h"
+#include "plugin/scene_exporter.h"
+
+namespace {
+
+struct BitmapRelease {
+  void operator()(Bitmap* b) const { b->DeleteThis(); }
+};
+using LoadedBitmap = std::unique_ptr<Bitmap, BitmapRelease>;
+
+std::string directoryOrCurrent(const std::string& dir) { return dir.empty() ? std::string(".") : dir; }
+
+bool writeAll(int fd, const char* data, std::size_t length) {
+  while (length > 0) {
+    const ssize_t n = ::write(fd, data, length);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    data += n;
+    length -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Copies the bytes of `in` into `out`; false with errno set on failure.
+bool copyBytes(int in, int out) {
+  char buffer[1 << 16];
+  for (;;) {
+    const ssize_t n = ::read(in, buffer, sizeof buffer);
+    if (n == 0) return true;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (!writeAll(out, buffer, static_cast<std::size_t>(n))) return false;
+  }
+}
+
+// 0 on success, EEXIST when the destination is there already, otherwise the
+// error number of the step that failed.
+int copyWithoutOverwrite(const std::string& source, const std::string& destination) {
+  const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+  if (in < 0) return errno;
+  // The exclusive create is the no-overwrite guarantee: there is no moment
+  // between a check and the create in which another file could appear.
+  const int out = ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  if (out < 0) {
+    const int error = errno;
+    ::close(in);
+    return error;
+  }
+  int error = copyBytes(in, out) ? 0 : errno;
+  ::close(in);
+  if (::close(out) != 0 && error == 0) error = errno;
+  // The file was ours from its creation, so removing a partial copy cannot
+  // remove anyone else's file.
+  if (error != 0) ::unlink(destination.c_str());
+  return error;
+}
+
+}  // namespace
+
+std::string texturePathJoin(const std::string& directory, const std::string& fileName) {
+  if (directory.empty()) return fileName;
+  return directory + "/" + fileName;
+}
+
+void copyTexture(SceneExporter& exporter, const std::string& destination, const std::string& source) {
+  const std::string& dir = exporter.textureCopyDirectory;
+  if (!File->isDirectory(directoryOrCurrent(dir))) {
+    // Whether it worked shows in the copy below.
+    ::mkdir(dir.c_str(), 0777);
+    exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
+  }
+  const int error = copyWithoutOverwrite(source, destination);
+  if (error == 0)
+    exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
+  else if (error == EEXIST)
+    exporter.logMessage("INFO: Texture \"%s\" already exists - file not overwritten.", destination.c_str());
+  else
+    exporter.logError("ERROR: Couldn't copy texture \"%s\" to \"%s\": %s.", source.c_str(), destination.c_str(),
+                      std::strerror(error));
+}
+
+void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap& map) {
+  record.name = map.GetName();
+  const ZTTextureParams params = readZTTextureParams(map);
+  if (params.mapFileName.empty()) {
+    exporter.logMessage("WARNING: Texture \"%s\" has no map assigned to it.", record.name.c_str());
+    return;
+  }
+  BitmapManager& manager = *exporter.host->GetBitmapManager();
+  BitmapInfo image(params.mapFileName);
+  // Its result is not needed: an image that cannot be described keeps one
+  // frame, and the load of that frame reports the problem.
+  manager.GetImageInfo(&image);
+  const int frameCount = image.Last() - image.First() + 1;
+  if (frameCount > 1) {
+    record.sequenceSwitch1 = params.sequenceSwitch1;
+    record.sequenceSwitch2 = params.sequenceSwitch2;
+    record.sequenceValue1 = params.sequenceValue1;
+    record.sequenceValue2 = params.sequenceValue2;
+    if (params.sequenceMode >= 0 && params.sequenceMode <= 2) record.sequenceMode = params.sequenceMode;
+  }
+  for (int f = 0; f < frameCount; ++f) {
+    BitmapInfo frame(image);
+    frame.SetCurrentFrame(f);
+    BMMRES status = BMMRES_ERRORTAKENCARE;
+    const LoadedBitmap bitmap(manager.Load(&frame, &status));
+    if (status != BMMRES_SUCCESS || !bitmap) {
+      exporter.logError("ERROR: Couldn't open texture \"%s\"", frame.Name().c_str());
+      continue;
+    }
+    const std::string fileName = bitmap->Info().Filename();
+    record.fileNames.push_back(fileName);
+    if (exporter.options.copyTextures) {
+      const std::string destination = texturePathJoin(exporter.textureCopyDirectory, fileName);
+      if (exporter.copiedTextureSet.insert(destination).second)
+        copyTexture(exporter, destination, bitmap->Info().Name());
+    }
+  }
+  if (params.mode >= 0 && params.mode <= 4) record.textureMode = params.mode;
+  record.textureValue = params.valueFlag == 1 ? params.value : 0;
+}

@@ -1,0 +1,310 @@
+// Materials and textures: whole exports read back through zt2dump, texture
+// copying in a temporary directory, images that fail to load, and every
+// message of the material checks.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "host/material.h"
+#include "host/memory/memory_host.h"
+#include "materials/material_records.h"
+#include "materials/texture_export.h"
+#include "plugin/scene_exporter.h"
+#include "support/scene_export.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using ztx_test::TempDir;
+
+namespace {
+
+// Every case's images: still PNGs, a three-frame list, and a list showing
+// one file in every frame.
+void putImages(const TempDir& dir) {
+  fs::create_directories(dir.path() / "img");
+  for (const char* png : {"skin.png", "wave1.png", "wave2.png", "wave3.png"})
+    fs::copy_file(ztx_test::sourcePath(std::string("examples/textures/") + png), dir.path() / "img" / png);
+  ztx_test::writeText(dir.file("img/wave.ifl"), "; frames\nwave1.png\n\n  wave2.png  \nwave3.png\n");
+  ztx_test::writeText(dir.file("img/same.ifl"), "skin.png\nskin.png\nskin.png\n");
+}
+
+const std::vector<std::string> kMaterialOptions = {"--set", "exportSkinning=0", "--set", "exportAnimation=0"};
+
+std::vector<std::string> withOptions(std::vector<std::string> more) {
+  std::vector<std::string> args = kMaterialOptions;
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+// Two nodes: the first carries a multi-material (Layers, empty, Still), the
+// second Plain; so the pre-pass meets Layers, Still, Plain in that order.
+const std::string kScene = R"({
+  "texmaps": [
+    {"id": "seq", "type": "ztTexture", "name": "Seq",
+     "params": {"mapFileName": "img/wave.ifl", "mode": 3, "valueFlag": 1, "value": 9, "sequenceSwitch1": 1,
+                "sequenceSwitch2": 1, "sequenceValue1": 4, "sequenceValue2": -2, "sequenceMode": 0}},
+    {"id": "same", "type": "ztTexture", "name": "Same", "params": {"mapFileName": "img/same.ifl"}},
+    {"id": "still", "type": "ztTexture", "name": "Still",
+     "params": {"mapFileName": "img/skin.png", "mode": 7, "valueFlag": 2, "value": 5, "sequenceSwitch1": 1}}
+  ],
+  "materials": [
+    {"id": "layers", "type": "ztMaterial", "name": "Layers",
+     "ambient": [1, 0.5, 0], "diffuse": [0, 0, 1], "specular": [0.2, 0.2, 0.2],
+     "texmaps": ["still", null, "seq", null, "same"],
+     "params": {"flag1": 1, "flag2": 0, "flag3": 1, "flag4": 1, "flag5": 0, "flag6": 1, "flag7": 0,
+                "value1": 0.5, "value2": 2.5, "diffuseMode": 1, "mode2": 5, "plainLayerMode": 2, "option1": 3,
+                "layer1Flag": 0, "layer2Flag": 1, "layer5Flag": 1, "layer2Mode": 2, "layer2ExtraFlag": 1,
+                "maskMode": 1, "intValue": -3}},
+    {"id": "still", "type": "ztMaterial", "name": "Still", "texmaps": ["still"], "params": {"layer1Flag": 1}},
+    {"id": "plain", "type": "ztMaterial", "name": "Plain", "ambient": [0, 0, 0], "diffuse": [0, 0, 0],
+     "specular": [0, 0, 0]},
+    {"id": "multi", "type": "multi", "name": "Multi", "subMaterials": ["layers", null, "still"]}
+  ],
+  "objects": [{"id": "tri", "type": "mesh", "mesh": {"vertices": [0, 0, 0, 1, 0, 0, 0, 1, 0], "faces": [0, 1, 2],
+               "materialIds": [2]}}],
+  "nodes": [{"name": "A", "object": "tri", "material": "multi"}, {"name": "B", "object": "tri", "material": "plain"}]
+})";
+
+const json& materialList(const json& file) {
+  for (const json& c : ztx_test::topChunks(file))
+    if (c.at("name") == "MaterialListChunk") return c;
+  static const json none;
+  return none;
+}
+
+std::vector<std::string> childNames(const json& chunk, const char* field = "name") {
+  std::vector<std::string> names;
+  for (const json& c : chunk.at("children")) names.push_back(c.at("fields").at(field));
+  return names;
+}
+
+}  // namespace
+
+TEST(Materials, WholeExportReadsBackInPrePassOrder) {
+  TempDir dir;
+  putImages(dir);
+  const auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps;more"}));
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  const json& list = materialList(run.file);
+  ASSERT_FALSE(list.is_null());
+  EXPECT_EQ(list["fields"]["texturePath"], "maps;more");
+  EXPECT_EQ(list["fields"]["materialCount"], 3);
+  EXPECT_EQ(childNames(list), (std::vector<std::string>{"Layers", "Still", "Plain"}));
+
+  // Plain carries no parameters and black colours: the default record under its name.
+  EXPECT_EQ(list["children"][2]["fields"], json::parse(R"({"name": "Plain", "switch1": false, "switch2": false,
+      "switch3": false, "switch4": false, "switch5": false, "plainLayerMode": 1, "option1": 0, "layer2Mode": 0,
+      "ambient": [0.0, 0.0, 0.0, 255.0], "diffuse": [0.0, 0.0, 0.0, 255.0], "specular": [0.0, 0.0, 0.0, 255.0],
+      "value1": 0.0, "value2": 0.0, "diffuseMode": 0, "mode2": 0, "reserved": 0.0, "layer1Present": false,
+      "layer2Present": false, "layer3Present": false, "layer4Present": false, "layer5Present": false,
+      "maskMode": 0, "switch6": false, "switch7": false, "switch8": false, "intValue": 240})"));
+  EXPECT_TRUE(list["children"][2]["children"].empty());
+
+  // Layers: flags 4 and 5 change places, modes out of range keep their defaults, layers 2 and 5 only.
+  const json& layers = list["children"][0];
+  EXPECT_EQ(layers["fields"], json::parse(R"({"name": "Layers", "switch1": true, "switch2": false,
+      "switch3": true, "switch4": false, "switch5": true, "plainLayerMode": 2, "option1": 0, "layer2Mode": 2,
+      "ambient": [255.0, 127.5, 0.0, 255.0], "diffuse": [0.0, 0.0, 255.0, 255.0],
+      "specular": [51.0, 51.0, 51.0, 255.0], "value1": 0.5, "value2": 2.5, "diffuseMode": 1, "mode2": 0,
+      "reserved": 0.0, "layer1Present": false, "layer2Present": true, "layer3Present": false,
+      "layer4Present": false, "layer5Present": true, "maskMode": 1, "switch6": true, "switch7": true,
+      "switch8": false, "intValue": -3})"));
+  ASSERT_EQ(childNames(layers), (std::vector<std::string>{"Seq", "Same"}));
+  // A three-frame list: three names and the five sequence fields, value and mode taken.
+  EXPECT_EQ(layers["children"][0]["fields"], json::parse(R"({"name": "Seq", "textureValue": 9, "textureMode": 3,
+      "fileNameCount": 3, "fileNames": ["wave1.png", "wave2.png", "wave3.png"], "sequenceSwitch1": true,
+      "sequenceSwitch2": true, "sequenceValue1": 4, "sequenceValue2": -2, "sequenceMode": 0})"));
+  // One file in every frame: listed three times.
+  EXPECT_EQ(layers["children"][1]["fields"]["fileNames"], json::parse(R"(["skin.png", "skin.png", "skin.png"])"));
+  EXPECT_EQ(layers["children"][1]["fields"]["sequenceMode"], 2);
+  // A still image: no sequence fields; mode 7 and value flag 2 leave 0.
+  EXPECT_EQ(list["children"][1]["children"][0]["fields"], json::parse(R"({"name": "Still", "textureValue": 0,
+      "textureMode": 0, "fileNameCount": 1, "fileNames": ["skin.png"]})"));
+
+  // In the file each texture stands right after its own flag.
+  const auto text = ztx_test::runDump({dir.file("out.zt2")}).out;
+  std::size_t at = 0;
+  for (const char* step : {"name: \"Layers\"", "layer2Present: true", "name: \"Seq\"", "layer3Present: false",
+                           "layer5Present: true", "name: \"Same\"", "maskMode: 1"}) {
+    at = text.find(step, at);
+    ASSERT_NE(at, std::string::npos) << step << "\n" << text;
+  }
+
+  // The mesh names the material of its face; the copies land in the export's directory plus
+  // the texture path's first part, each destination once, though the same file shows four times.
+  for (const json& c : ztx_test::findObject(run.file, "A")["children"])
+    if (c["name"] == "MeshMaterialNamesChunk") {
+      EXPECT_EQ(c["fields"]["names"], json::array({"Still"}));
+    }
+  const std::string maps = dir.file("maps");
+  const std::string img = dir.file("img");
+  EXPECT_EQ(ztx_test::infoLines(run), (std::vector<std::string>{
+      "INFO: Directory \"" + maps + "\" created for textures.",
+      "INFO: Texture \"" + img + "/wave1.png\" copied to \"" + maps + "/wave1.png\".",
+      "INFO: Texture \"" + img + "/wave2.png\" copied to \"" + maps + "/wave2.png\".",
+      "INFO: Texture \"" + img + "/wave3.png\" copied to \"" + maps + "/wave3.png\".",
+      "INFO: Texture \"" + img + "/skin.png\" copied to \"" + maps + "/skin.png\"."}));
+  for (const char* png : {"skin.png", "wave1.png", "wave2.png", "wave3.png"})
+    EXPECT_EQ(ztx_test::readBytes(maps + "/" + png), ztx_test::readBytes(img + "/" + png)) << png;
+}
+
+TEST(Materials, CopiesNeverOverwrite) {
+  TempDir dir;
+  putImages(dir);
+  // A file already at one destination, older and different from the image.
+  fs::create_directories(dir.path() / "maps");
+  const std::string kept = dir.file("maps/skin.png");
+  ztx_test::writeText(kept, "not the image");
+  const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
+  fs::last_write_time(kept, old);
+
+  auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps"}));
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  const auto lines = ztx_test::infoLines(run);
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[3], "INFO: Texture \"" + kept + "\" already exists - file not overwritten.");
+
+  // A second export of the same scene copies nothing.
+  run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps"}), "second.zt2");
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  std::vector<std::string> expected;
+  for (const char* png : {"wave1.png", "wave2.png", "wave3.png", "skin.png"})
+    expected.push_back("INFO: Texture \"" + dir.file("maps/") + png + "\" already exists - file not overwritten.");
+  EXPECT_EQ(ztx_test::infoLines(run), expected);
+  EXPECT_EQ(ztx_test::readText(kept), "not the image");
+  EXPECT_EQ(fs::last_write_time(kept), old);
+}
+
+TEST(Materials, CopyFailureIsAnErrorWithTheSystemText) {
+  TempDir dir;
+  putImages(dir);
+  // A file where the copy directory's parent should be: neither creating the directory nor
+  // copying into it can work, whoever runs the test.
+  ztx_test::writeText(dir.file("blocker"), "");
+  const auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=blocker/maps"}));
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_FALSE(run.fileWritten);
+  // The directory is still missing at each copy, so each tries to create it again.
+  std::vector<std::string> expected;
+  const std::string maps = dir.file("blocker/maps");
+  for (const char* png : {"wave1.png", "wave2.png", "wave3.png", "skin.png"}) {
+    expected.push_back("INFO: Directory \"" + maps + "\" created for textures.");
+    expected.push_back("ERROR: Couldn't copy texture \"" + dir.file("img/") + png + "\" to \"" + maps + "/" + png +
+                       "\": " + std::strerror(ENOTDIR) + ".");
+  }
+  expected.push_back("Export process canceled due to error(s) encountered.");
+  EXPECT_EQ(ztx_test::infoLines(run), expected);
+}
+
+// The texture converter on its own, where the record can be looked at even
+// when the export fails.
+TEST(Materials, FramesThatFailToLoadAreLeftOutWithTheirError) {
+  TempDir dir;
+  putImages(dir);
+  const auto png = ztx_test::readBytes(dir.file("img/wave2.png"));
+  ztx_test::writeBytes(dir.file("img/cut.png"), {png.begin(), png.begin() + 40});
+  ztx_test::writeText(dir.file("img/text.png"), "this is no image");
+  // The image (and its list's text), the file names expected, how many frames fail, and
+  // whether the image has several frames, which alone decides that the sequence settings are taken.
+  const std::vector<std::tuple<std::string, std::string, std::vector<std::string>, std::size_t, bool>> cases = {
+      {"img/middle.ifl", "wave1.png\ncut.png\nwave3.png\n", {"wave1.png", "wave3.png"}, 1, true},
+      {"img/other.ifl", "text.png\nnone.png\nwave.ifl\nwave2.png\n", {"wave2.png"}, 3, true},
+      {"img/cut.png", "", {}, 1, false},
+      {"img/none.png", "", {}, 1, false},
+      {"img/empty.ifl", "; nothing\n\n", {}, 1, false},
+  };
+  for (const auto& [image, frames, names, failed, sequence] : cases) {
+    if (!frames.empty()) ztx_test::writeText(dir.file(image), frames);
+    auto host = hostmodel::loadSceneFromString(R"({"texmaps": [{"id": "t", "type": "ztTexture",
+        "params": {"mapFileName": ")" + image + R"(", "sequenceSwitch1": 1, "sequenceMode": 1}}]})",
+                                               dir.path().string());
+    SceneExporter exporter;
+    exporter.host = host.get();
+    exporter.options.copyTextures = false;
+    TextureRecord record;
+    exportTexture(exporter, record, *host->findTexmap("t"));
+    EXPECT_EQ(record.fileNames, names) << image;
+    EXPECT_TRUE(exporter.hasError()) << image;
+    EXPECT_EQ(exporter.infoLog.lines(),
+              std::vector<std::string>(failed, "ERROR: Couldn't open texture \"" + image + "\"")) << image;
+    EXPECT_EQ(record.sequenceSwitch1, sequence) << image;
+    EXPECT_EQ(record.sequenceMode, sequence ? 1 : 2) << image;
+    // ... but the chunk carries them only with more than one file name: with one left, the
+    // bytes are those of a record whose settings were never taken.
+    TextureRecord untaken = record;
+    untaken.sequenceSwitch1 = false;
+    untaken.sequenceMode = 2;
+    T_MemoryFile written, plain;
+    written << record;
+    plain << untaken;
+    const auto bytes = [](const T_MemoryFile& f) { return std::vector<std::uint8_t>(f.data(), f.data() + f.size()); };
+    EXPECT_EQ(bytes(written) == bytes(plain), names.size() < 2) << image;
+    EXPECT_EQ(host->outstandingBitmaps(), 0);
+  }
+}
+
+TEST(Materials, EveryCheckReportsInOrder) {
+  TempDir dir;
+  putImages(dir);
+  // Pre-pass order: Dup, Std, Dup, Twin, Twin, Dup, NoVis, Mask, BadTex, NoMap, Missing.
+  const std::string scene = R"({
+    "texmaps": [{"id": "still", "type": "ztTexture", "name": "Still", "params": {"mapFileName": "img/skin.png"}}],
+    "materials": [
+      {"id": "dup1", "type": "ztMaterial", "name": "Dup"},
+      {"id": "std", "type": "standard", "name": "Std"},
+      {"id": "dup2", "type": "ztMaterial", "name": "Dup"},
+      {"id": "twin1", "type": "ztMaterial", "name": "Twin"},
+      {"id": "multi", "type": "multi", "name": "Multi", "subMaterials": ["std", "dup2", null, "twin1"]},
+      {"id": "twin2", "type": "ztMaterial", "name": "Twin"},
+      {"id": "dup3", "type": "ztMaterial", "name": "Dup"},
+      {"id": "novis", "type": "ztMaterial", "name": "NoVis", "params": {"plainLayerMode": 0, "layer3Flag": 1}},
+      {"id": "mask", "type": "ztMaterial", "name": "Mask", "texmaps": ["still", null, null, null, "still"],
+       "params": {"diffuseMode": 0, "layer1Flag": 1, "layer5Flag": 1}},
+      {"id": "badtex", "type": "ztMaterial", "name": "BadTex", "texmaps": [null, {"type": "bitmap", "name": "Bmp"}],
+       "params": {"layer4Flag": 1}},
+      {"id": "nomap", "type": "ztMaterial", "name": "NoMap", "texmaps": [{"type": "ztTexture", "name": "Empty"}],
+       "params": {"layer1Flag": 1}},
+      {"id": "missing", "type": "ztMaterial", "name": "Missing",
+       "texmaps": [{"type": "ztTexture", "name": "Gone", "params": {"mapFileName": "img/gone.png"}}],
+       "params": {"layer1Flag": 1}}
+    ],
+    "nodes": [{"name": "N1", "material": "dup1"}, {"name": "N2", "material": "multi"},
+              {"name": "N3", "material": "twin2"}, {"name": "N4", "material": "dup3"},
+              {"name": "N5", "material": "novis"}, {"name": "N6", "material": "mask"},
+              {"name": "N7", "material": "badtex"}, {"name": "N8", "material": "nomap"},
+              {"name": "N9", "material": "missing"}]})";
+  const auto run = ztx_test::exportSceneIn(dir, scene, withOptions({"--set", "copyTextures=0"}));
+  EXPECT_EQ(run.exitCode, 1);
+  EXPECT_FALSE(run.fileWritten);
+  EXPECT_EQ(ztx_test::infoLines(run), (std::vector<std::string>{
+      "ERROR: Materials should have a unique name: material \"Dup\" already defined.",
+      "ERROR: Materials should have a unique name: material \"Twin\" already defined.",
+      "ERROR: Materials should have a unique name: material \"Dup\" already defined.",
+      "ERROR: Material \"Std\" not a ZTMaterial.",
+      "ERROR: Material \"NoVis\" hasn't got any visible layers.",
+      "ERROR: Material \"Mask\" has got mask layer, so diffuse cannot be copy(see ZT2.0 documentation)",
+      "ERROR: Texture \"Bmp\" not a ZTTexture.",
+      "WARNING: Texture \"Empty\" has no map assigned to it.",
+      "ERROR: Couldn't open texture \"img/gone.png\"",
+      "Export process canceled due to error(s) encountered."}));
+}
+
+TEST(Materials, RecordsCopyTheirTexturesAndValidate) {
+  MaterialRecord a;
+  a.layer(1).fileNames = {"one.png"};
+  MaterialRecord b = a;
+  b.layer(1).fileNames.push_back("two.png");
+  EXPECT_EQ(a.presentLayer(1)->fileNames.size(), 1u);
+  EXPECT_EQ(b.presentLayerCount(), 1);
+  EXPECT_EQ(b.validate(), "");
+  b.layer(4).fileNames = {"maps/three.png"};
+  EXPECT_EQ(b.validate(), "layer 5: file name \"maps/three.png\" holds a directory");
+  b.layer(4).fileNames = {"three.png"};
+  b.maskMode = 2;
+  EXPECT_EQ(b.validate(), "maskMode is 2, not 0..1");
+  // A debug build stops at the writer handed such a record.
+  T_MemoryFile file;
+  EXPECT_DEBUG_DEATH(file << b, "maskMode is 2");
+}
