@@ -1,0 +1,64 @@
+// The exporter as a module: zt2export loads ZTExport.dle and reaches the
+// exporter through its entry points alone, with the bytes the linked-in
+// exporter writes; modules it cannot use are refused in one line.
+#include <gtest/gtest.h>
+
+#include "host/memory/memory_host.h"
+#include "plugin/scene_exporter.h"
+#include "support/scene_export.h"
+
+using ztx_test::runExport;
+using ztx_test::TempDir;
+
+TEST(Module, ExampleSceneThroughTheModuleHasTheLinkedBytes) {
+  TempDir dir;
+  const std::string scene = ztx_test::sourcePath("examples/example.scene.json");
+  const auto r = runExport({scene, "-o", dir.file("module.zt2"), "--config-dir", dir.file("a"), "--quiet"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+
+  // The same export with the exporter linked into this test.
+  auto host = hostmodel::loadScene(scene);
+  host->setConfigDir(dir.file("b"));
+  std::filesystem::create_directories(dir.file("b"));
+  SceneExporter exporter;
+  ASSERT_EQ(exporter.DoExport(dir.file("linked.zt2").c_str(), host.get(), true), 1);
+  ASSERT_FALSE(exporter.hasError());
+
+  for (const char* kind : {".zt2", ".skd"}) {
+    const auto moduleBytes = ztx_test::readBytes(dir.file(std::string("module") + kind));
+    EXPECT_FALSE(moduleBytes.empty()) << kind;
+    EXPECT_EQ(moduleBytes, ztx_test::readBytes(dir.file(std::string("linked") + kind))) << kind;
+  }
+}
+
+TEST(Module, VersionPrintsTheDescriptionAndTheExporterVersion) {
+  const auto r = runExport({"--version"});
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.out, "ZT Scene Exporter [Mar 31 2003]\nZT Exporter 1.10\n");
+}
+
+TEST(Module, UnusableModulesAndMissingDisplaysGiveOneLineAndExit2) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("text.dle"), "not a module\n");
+  struct Case {
+    std::vector<std::string> args;
+    std::vector<std::string> env;
+    std::string expected;
+  };
+  const std::vector<Case> cases = {
+      {{"--version", "--module", dir.file("missing.dle")}, {}, "missing.dle: cannot open shared object file"},
+      {{"--version", "--module", dir.file("text.dle")}, {}, "text.dle"},
+      {{"--version", "--module", ZTX_OTHER_VERSION_MODULE},
+       {},
+       "is a module of another version (0x13880700; this host takes 0x13EC0800)"},
+      {{"--about"}, {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}, "--about needs a display"},
+      {{"scene.json", "--dialog"}, {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}, "--dialog needs a display"},
+  };
+  for (const Case& c : cases) {
+    const auto r = runExport(c.args, c.env);
+    EXPECT_EQ(r.exitCode, 2) << c.expected;
+    EXPECT_NE(r.err.find(c.expected), std::string::npos) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_TRUE(r.out.empty()) << r.out;
+  }
+}
