@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "options/number_text.h"
+#include "options/option_limits.h"
 #include "options/options_dialog.h"
 
 namespace {
@@ -22,13 +23,8 @@ struct Field {
   bool spinner;              // one of the dialog's seven spinners
 };
 
-// The dialog's float spinners and sample-rate spinner limits. The dialog lets
-// the rate go down to 0, but a rate of 0 gives the sampling a zero step, so
-// 1 is the smallest rate accepted here.
-constexpr float kFloatMin = 0.0f;
-constexpr float kFloatMax = 100.0f;
-constexpr int kSampleRateMin = 1;
-constexpr int kSampleRateMax = 500;
+constexpr float kFloatMin = kFloatSpinnerMin;
+constexpr float kFloatMax = kFloatSpinnerMax;
 
 constexpr const char* kInterpolationWords[] = {"none", "normalized", "orthonormalized"};
 
