@@ -9,6 +9,8 @@ packages=(
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
+  qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
+  xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
 )
 
 missing=()
