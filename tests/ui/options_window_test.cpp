@@ -11,11 +11,15 @@
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTimer>
 #include <QtTest/QTest>
 #include <filesystem>
 
 #include "options/dialog_template.h"
 #include "options/options_dialog.h"
+#include "host/memory/memory_host.h"
+#include "plugin/scene_exporter.h"
+#include "support/scene_export.h"
 #include "support/test_support.h"
 #include "ui/info_windows.h"
 #include "ui/options_window.h"
@@ -195,6 +199,38 @@ TEST(OptionsWindow, CancelSavesNothingAndLeavesTheExchangedFields) {
   EXPECT_EQ(record->texturePath, ".");
   record.reset();
   EXPECT_FALSE(std::filesystem::exists(dir.file(kOptionsFileName)));
+}
+
+TEST(OptionsWindow, AnExportAnsweredThroughTheDialog) {
+  // Unchecking "Skinning" (helpers have no skin) and "Retain hierarchies",
+  // then OK: the export applies both and the choices are saved; Cancel:
+  // nothing written, nothing saved.
+  for (const int answer : {id::kOk, id::kCancel}) {
+    TempDir dir;
+    auto host = hostmodel::loadSceneFromString(
+        R"({"nodes": [{"name": "Parent", "object": {"type": "helper"},
+                       "children": [{"name": "Child", "object": {"type": "helper"}}]}]})",
+        dir.path().string(), "scene");
+    host->setConfigDir(dir.path().string());
+    SceneExporter exporter;
+    exporter.optionsDialogRunner = [answer](OptionsDialog& record) {
+      OptionsWindow w(record);
+      QTimer::singleShot(0, &w, [&w, answer] {
+        click(w, id::kSkinning);
+        click(w, id::kRetainHierarchies);
+        click(w, answer);
+      });
+      return w.exec() == QDialog::Accepted;
+    };
+    ASSERT_EQ(exporter.DoExport(dir.file("out.zt2").c_str(), host.get(), false), 1);
+    const bool ok = answer == id::kOk;
+    ASSERT_EQ(std::filesystem::exists(dir.file("out.zt2")), ok) << exporter.infoLog.text();
+    ASSERT_EQ(std::filesystem::exists(dir.file(kOptionsFileName)), ok);
+    if (!ok) continue;
+    const auto file = ztx_test::dumpJson(dir.file("out.zt2"));
+    EXPECT_EQ(ztx_test::objectFields(ztx_test::findObject(file, "Child"))["hasParent"], false);
+    EXPECT_EQ(ztx_test::dumpJson(dir.file(kOptionsFileName))["fields"]["retainHierarchies"], 0);
+  }
 }
 
 TEST(InfoWindows, ExportInfoShowsTheTextAndTheAboutBoxItsLines) {
