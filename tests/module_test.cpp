@@ -1,6 +1,7 @@
 // The exporter as a module: zt2export loads ZTExport.dle and reaches the
 // exporter through its entry points alone, with the bytes the linked-in
-// exporter writes; modules it cannot use are refused in one line.
+// exporter writes and the module's trace on its own standard error; modules
+// it cannot use are refused in one line.
 #include <gtest/gtest.h>
 
 #include "host/memory/memory_host.h"
@@ -13,8 +14,11 @@ using ztx_test::TempDir;
 TEST(Module, ExampleSceneThroughTheModuleHasTheLinkedBytes) {
   TempDir dir;
   const std::string scene = ztx_test::sourcePath("examples/example.scene.json");
-  const auto r = runExport({scene, "-o", dir.file("module.zt2"), "--config-dir", dir.file("a"), "--quiet"});
+  const auto r =
+      runExport({scene, "-o", dir.file("module.zt2"), "--config-dir", dir.file("a"), "--quiet", "--verbose"});
   ASSERT_EQ(r.exitCode, 0) << r.err;
+  // The trace lives in the module; the host's sink receives it.
+  EXPECT_NE(r.err.find("Vertex 0 type 1\n"), std::string::npos) << r.err;
 
   // The same export with the exporter linked into this test.
   auto host = hostmodel::loadScene(scene);
