@@ -76,6 +76,12 @@ TemplateDialog::TemplateDialog(const DialogTemplate& t, QWidget* parent) : QDial
     // as high as the toolkit draws it.
     if (c.kind == ControlKind::DropDownList || c.kind == ControlKind::EditableCombo)
       rect.setHeight(byIndex[i]->sizeHint().height());
+    // A check box draws its mark and text centred in its place; taking no
+    // more height than that keeps neighbours whose places touch apart.
+    if (c.kind == ControlKind::CheckBox && byIndex[i]->sizeHint().height() < rect.height()) {
+      const int height = byIndex[i]->sizeHint().height();
+      rect = QRect(rect.x(), rect.y() + (rect.height() - height) / 2, rect.width(), height);
+    }
     byIndex[i]->setGeometry(rect);
   }
   setFixedSize(toPixelsX(t.width), toPixelsY(t.height));

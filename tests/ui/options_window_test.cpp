@@ -67,6 +67,15 @@ TEST(OptionsWindow, EveryControlOfTheTemplateIsThereAndInsideTheWindow) {
   }
   for (QWidget* label : w.labels())
     EXPECT_GE(label->width(), label->sizeHint().width()) << static_cast<QLabel*>(label)->text().toStdString();
+  // Nothing overlaps but the group boxes' frames.
+  std::vector<QWidget*> placed(w.labels());
+  for (const DialogControl& c : exportDialogTemplate().controls)
+    if (c.id != id::kNone && c.kind != ControlKind::Spinner) placed.push_back(w.control(c.id));
+  for (std::size_t i = 0; i < placed.size(); ++i)
+    for (std::size_t j = i + 1; j < placed.size(); ++j)
+      EXPECT_FALSE(placed[i]->geometry().intersects(placed[j]->geometry()))
+          << placed[i]->metaObject()->className() << " " << placed[i]->x() << "," << placed[i]->y() << " and "
+          << placed[j]->metaObject()->className() << " " << placed[j]->x() << "," << placed[j]->y();
   auto* interpolation = static_cast<QComboBox*>(w.control(id::kInterpolation));
   ASSERT_EQ(interpolation->count(), 3);
   EXPECT_EQ(interpolation->itemText(2), "Orthonormalized");
