@@ -57,6 +57,7 @@ TEST(Module, UnusableModulesAndMissingDisplaysGiveOneLineAndExit2) {
        "is a module of another version (0x13880700; this host takes 0x13EC0800)"},
       {{"--about"}, {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}, "--about needs a display"},
       {{"scene.json", "--dialog"}, {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"}, "--dialog needs a display"},
+      {{"--about"}, {"DISPLAY=:7391", "QT_QPA_PLATFORM"}, "--about needs a display (cannot connect to the display :7391)"},
   };
   for (const Case& c : cases) {
     const auto r = runExport(c.args, c.env);
@@ -65,4 +66,20 @@ TEST(Module, UnusableModulesAndMissingDisplaysGiveOneLineAndExit2) {
     EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
     EXPECT_TRUE(r.out.empty()) << r.out;
   }
+}
+
+TEST(Module, WithoutItsWindowsLibraryTheDialogRunEndsWith2AndWritesNothing) {
+  TempDir dir;
+  namespace fs = std::filesystem;
+  const fs::path tool(ZTX_ZT2EXPORT);
+  fs::copy_file(tool, dir.path() / "zt2export");
+  fs::copy_file(tool.parent_path() / "ZTExport.dle", dir.path() / "ZTExport.dle");
+  const auto r = ztx_test::run(dir.file("zt2export"),
+                               {ztx_test::sourcePath("examples/example.scene.json"), "--dialog", "-o",
+                                dir.file("out.zt2"), "--config-dir", dir.file("config")},
+                               {"QT_QPA_PLATFORM=offscreen"});
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_NE(r.err.find("Cannot show the options dialog: "), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
+  EXPECT_FALSE(fs::exists(dir.file("config/ZTExport.cfg")));
 }

@@ -1,9 +1,9 @@
 // ZTExportUI.so: the exporter's windows with Qt Widgets, loaded by the module
 // the first time a window is needed. Its one exported symbol answers them.
 #include <QApplication>
-#include <cstdlib>
 
 #include "plugin/exporter_windows.h"
+#include "ui/display_probe.h"
 #include "ui/info_windows.h"
 #include "ui/options_window.h"
 
@@ -14,9 +14,8 @@ class QtExporterWindows final : public ExporterWindows {
   std::string unavailableReason() override {
     if (QApplication::instance()) return {};
     // Without a display Qt would end the process; say so instead.
-    for (const char* name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
-      if (const char* value = std::getenv(name); value && *value) return {};
-    return "no display (DISPLAY is not set)";
+    const std::string why = displayUnavailableReason();
+    return why.empty() ? why : "no display (" + why + ")";
   }
 
   bool runOptionsDialog(OptionsDialog& record) override {

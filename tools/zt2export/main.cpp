@@ -17,6 +17,7 @@
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
 #include "tools/zt2export/exporter_module.h"
+#include "ui/display_probe.h"
 
 namespace {
 
@@ -140,13 +141,6 @@ Arguments parseArguments(int argc, char** argv) {
   return a;
 }
 
-// The windows need a display, or a platform named outright (offscreen, say).
-bool hasDisplay() {
-  for (const char* name : {"QT_QPA_PLATFORM", "DISPLAY", "WAYLAND_DISPLAY"})
-    if (const char* value = std::getenv(name); value && *value) return true;
-  return false;
-}
-
 std::string defaultConfigDir() {
   namespace fs = std::filesystem;
   fs::path base;
@@ -206,10 +200,11 @@ int main(int argc, char** argv) {
 
   const Arguments args = parseArguments(argc, argv);
 
-  if ((args.dialog || args.about) && !hasDisplay()) {
-    std::fprintf(stderr, "zt2export: %s needs a display, and none is set (DISPLAY)\n",
-                 args.about ? "--about" : "--dialog");
-    return kExitFailure;
+  if (args.dialog || args.about) {
+    if (const std::string why = displayUnavailableReason(); !why.empty()) {
+      std::fprintf(stderr, "zt2export: %s needs a display (%s)\n", args.about ? "--about" : "--dialog", why.c_str());
+      return kExitFailure;
+    }
   }
   std::unique_ptr<ExporterModule> module;
   try {
@@ -301,7 +296,10 @@ int main(int argc, char** argv) {
     std::fputs(shown.c_str(), stdout);
   }
 
-  const int code = result == 0 ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
+  // The exporter's message boxes all end a run that failed: the file could
+  // not be saved, or a window it was asked for could not be shown.
+  const bool failed = result == 0 || !host->messageBoxes().empty();
+  const int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.
