@@ -1,7 +1,7 @@
 #include "options/options_dialog_logic.h"
 
 #include "options/dialog_template.h"
-#include "options/option_limits.h"
+#include "options/option_fields.h"
 #include "options/options_dialog.h"
 #include "plugin/plugin_entry.h"
 
@@ -49,16 +49,30 @@ OptionsDialogLogic::OptionsDialogLogic(OptionsDialog& record, DialogControls& co
     : record_(record), controls_(controls) {}
 
 std::vector<DialogControls::Spinner> OptionsDialogLogic::spinners(const OptionsDialog& record) {
-  const double start = record.startFrame, end = record.endFrame;
-  return {
-      {id::kRotationDeltaSpinner, id::kRotationDeltaEdit, true, kFloatSpinnerMin, kFloatSpinnerMax, kDeltaStep, 4},
-      {id::kPositionDeltaSpinner, id::kPositionDeltaEdit, true, kFloatSpinnerMin, kFloatSpinnerMax, kDeltaStep, 4},
-      {id::kRescaleSpinner, id::kRescaleEdit, true, kFloatSpinnerMin, kFloatSpinnerMax, kRescaleStep, 3},
-      {id::kSampleRateSpinner, id::kSampleRateEdit, false, kSampleRateMin, kSampleRateMax, 1, 0},
-      {id::kStartFrameSpinner, id::kStartFrameEdit, false, start, end, 1, 0},
-      {id::kEndFrameSpinner, id::kEndFrameEdit, false, start, end, 1, 0},
-      {id::kLoopToFrameSpinner, id::kLoopToFrameEdit, false, start, end, 1, 0},
+  // In creation order; limits and steps are the options field table's.
+  struct Pair {
+    int spinnerId, editId;
+    const char* field;
   };
+  static const Pair pairs[] = {
+      {id::kRotationDeltaSpinner, id::kRotationDeltaEdit, "rotationDelta"},
+      {id::kPositionDeltaSpinner, id::kPositionDeltaEdit, "positionDelta"},
+      {id::kRescaleSpinner, id::kRescaleEdit, "rescaleFactor"},
+      {id::kSampleRateSpinner, id::kSampleRateEdit, "sampleRate"},
+      {id::kStartFrameSpinner, id::kStartFrameEdit, "startFrame"},
+      {id::kEndFrameSpinner, id::kEndFrameEdit, "endFrame"},
+      {id::kLoopToFrameSpinner, id::kLoopToFrameEdit, "loopToFrame"},
+  };
+  std::vector<DialogControls::Spinner> all;
+  for (const Pair& p : pairs) {
+    SpinnerRange range;
+    spinnerRange(p.field, frameLimitsOf(record), range);
+    // As many decimals as the step needs: 0.0001 shows four.
+    int decimals = 0;
+    for (double step = range.step; range.isFloat && step < 0.99 && decimals < 6; step *= 10) ++decimals;
+    all.push_back({p.spinnerId, p.editId, range.isFloat, range.minimum, range.maximum, range.step, decimals});
+  }
+  return all;
 }
 
 const std::vector<int>& OptionsDialogLogic::exchangeOrder() {
