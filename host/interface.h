@@ -3,12 +3,14 @@
 // user-interface services an export needs (message box, info window).
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "host/max_types.h"
 
 class BitmapManager;
 class INode;
+class OptionsDialog;
 
 // Directory code of the exporter's configuration directory.
 inline constexpr int APP_PLUGCFG_DIR = 9;
@@ -36,10 +38,18 @@ class Interface {
 
   // A modal message box with an OK button.
   virtual void MessageBox(const std::string& text, const std::string& caption) = 0;
-  // The modal "Export Info" window showing `text`.
+  // The export's messages at its end ("Export Info"), for the host to show
+  // or record; the exporter opens its own window as well when it prompted.
   virtual void ShowExportInfo(const std::string& text) = 0;
 
   // The host's bitmap manager (the SDK's global TheManager), through which
   // texture images are examined and loaded.
   virtual BitmapManager* GetBitmapManager() = 0;
+  // The command-line host's stand-in for the user at the options dialog: it
+  // may change the record once it is loaded, before the dialog would show.
+  // A host with a user leaves the record alone.
+  virtual void EditExportOptions(OptionsDialog& /*record*/) {}
+  // Where the exporter's developer trace goes; none drops it. The trace
+  // lives inside the exporter module, so the host hands its sink over here.
+  virtual std::function<void(const std::string&)> GetVerboseSink() { return {}; }
 };

@@ -6,6 +6,7 @@
 #include <numeric>
 
 #include "options/number_text.h"
+#include "options/option_limits.h"
 #include "options/options_dialog.h"
 
 namespace {
@@ -20,18 +21,17 @@ struct Field {
   std::string OptionsDialog::*textMember;
   const char* sceneDefault;  // what sets the default on each export, or none: the record's own
   bool spinner;              // one of the dialog's seven spinners
+  float step = 1.0f;         // a spinner's step
 };
 
-constexpr float kFloatMin = kOptionFloatMin;
-constexpr float kFloatMax = kOptionFloatMax;
 
 constexpr const char* kInterpolationWords[] = {"none", "normalized", "orthonormalized"};
 
 Field flag(const char* name, int OptionsDialog::*member) {
   return {name, Kind::Flag, member, nullptr, nullptr, nullptr, false};
 }
-Field floatSpinner(const char* name, float OptionsDialog::*member) {
-  return {name, Kind::Float, nullptr, member, nullptr, nullptr, true};
+Field floatSpinner(const char* name, float OptionsDialog::*member, float step) {
+  return {name, Kind::Float, nullptr, member, nullptr, nullptr, true, step};
 }
 Field frame(const char* name, int OptionsDialog::*member, const char* sceneDefault = nullptr) {
   return {name, Kind::Frame, member, nullptr, nullptr, sceneDefault, true};
@@ -52,7 +52,7 @@ const std::vector<Field>& fields() {
       flag("removeFloatingVertices", &OptionsDialog::removeFloatingVertices),
       flag("removeHiddenObjects", &OptionsDialog::removeHiddenObjects),
       flag("rescale", &OptionsDialog::rescale),
-      floatSpinner("rescaleFactor", &OptionsDialog::rescaleFactor),
+      floatSpinner("rescaleFactor", &OptionsDialog::rescaleFactor, kRescaleStep),
       {"texturePath", Kind::Text, nullptr, nullptr, &OptionsDialog::texturePath, nullptr, false},
       flag("copyTextures", &OptionsDialog::copyTextures),
       flag("dumpInfo", &OptionsDialog::dumpInfo),
@@ -60,8 +60,8 @@ const std::vector<Field>& fields() {
       flag("pivotAsMeshCenter", &OptionsDialog::pivotAsMeshCenter),
       flag("saveReferencesOnce", &OptionsDialog::saveReferencesOnce),
       {"sampleRate", Kind::SampleRate, &OptionsDialog::sampleRate, nullptr, nullptr, "scene frame rate", true},
-      floatSpinner("positionDelta", &OptionsDialog::positionDelta),
-      floatSpinner("rotationDelta", &OptionsDialog::rotationDelta),
+      floatSpinner("positionDelta", &OptionsDialog::positionDelta, kDeltaStep),
+      floatSpinner("rotationDelta", &OptionsDialog::rotationDelta, kDeltaStep),
       {"frameToFrameInterpolation", Kind::Interpolation, &OptionsDialog::frameToFrameInterpolation, nullptr, nullptr,
        nullptr, false},
       flag("maintainMatrixScaling", &OptionsDialog::maintainMatrixScaling),
@@ -143,8 +143,8 @@ std::string typeOf(const Field& f) {
 std::string rangeOf(const Field& f) {
   switch (f.kind) {
     case Kind::Flag: return "0, 1, true, false";
-    case Kind::Float: return "0 to 100";
-    case Kind::SampleRate: return "1 to 500";
+    case Kind::Float: return formatFloat(kFloatSpinnerMin) + " to " + formatFloat(kFloatSpinnerMax);
+    case Kind::SampleRate: return std::to_string(kSampleRateMin) + " to " + std::to_string(kSampleRateMax);
     case Kind::Frame: return "the scene's frame range";
     case Kind::Text: return "any text";
     case Kind::Interpolation: return "0/none, 1/normalized, 2/orthonormalized";
@@ -188,6 +188,17 @@ void followSpinnerRules(OptionsDialog& record, const Field& field) {
 
 FrameLimits frameLimitsOf(const OptionsDialog& record) { return {record.startFrame, record.endFrame}; }
 
+bool spinnerRange(const std::string& name, const FrameLimits& frames, SpinnerRange& out) {
+  const Field* field = findField(name);
+  if (!field || !field->spinner) return false;
+  switch (field->kind) {
+    case Kind::Float: out = {kFloatSpinnerMin, kFloatSpinnerMax, field->step, true}; break;
+    case Kind::SampleRate: out = {double(kSampleRateMin), double(kSampleRateMax), 1.0, false}; break;
+    default: out = {double(frames.min), double(frames.max), 1.0, false}; break;
+  }
+  return true;
+}
+
 bool parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames, OptionEdit& out,
                      std::string& error) {
   const std::string prefix = "--set " + name + "=" + value + ": ";
@@ -217,8 +228,9 @@ bool parseOptionEdit(const std::string& name, const std::string& value, const Fr
         error = prefix + name + " must be a number";
         return false;
       }
-      if (out.floatValue < kFloatMin || out.floatValue > kFloatMax) {
-        error = prefix + name + " must be between 0 and 100";
+      if (out.floatValue < kFloatSpinnerMin || out.floatValue > kFloatSpinnerMax) {
+        error = prefix + name + " must be between " + formatFloat(kFloatSpinnerMin) + " and " +
+                formatFloat(kFloatSpinnerMax);
         return false;
       }
       break;

@@ -21,6 +21,17 @@ struct FrameLimits {
 // before the first edit, when several fields are set in a row.
 FrameLimits frameLimitsOf(const OptionsDialog& record);
 
+// What a spinner field accepts, as the options dialog's spinner holds it.
+struct SpinnerRange {
+  double minimum = 0.0;
+  double maximum = 0.0;
+  double step = 1.0;
+  bool isFloat = false;
+};
+// The range of spinner field `name`, the frames' taken from `frames`; false
+// for a field that is no spinner.
+bool spinnerRange(const std::string& name, const FrameLimits& frames, SpinnerRange& out);
+
 // One checked edit of one field, ready to apply to any record.
 struct OptionEdit {
   std::size_t field = 0;  // position in the field table

@@ -15,7 +15,7 @@ constexpr int kRetiredFlag = 1;
 // What a float spinner makes of a stored value.
 float spinnerValue(float stored, float fallback) {
   if (std::isnan(stored)) return fallback;
-  return std::clamp(stored, kOptionFloatMin, kOptionFloatMax);
+  return std::clamp(stored, kFloatSpinnerMin, kFloatSpinnerMax);
 }
 
 }  // namespace

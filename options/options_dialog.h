@@ -7,18 +7,11 @@
 #include <vector>
 
 #include "format/chunk_kinds.h"
+#include "options/option_limits.h"
 #include "host/max_types.h"
 
 inline constexpr const char* kOptionsFileName = "ZTExport.cfg";
 
-// The limits of the dialog's float spinners (rescale factor, position and
-// rotation deltas) and of its sample-rate spinner. The dialog lets the rate go
-// down to 0, but a rate of 0 gives the sampling a zero step, so 1 is the
-// smallest rate accepted.
-inline constexpr float kOptionFloatMin = 0.0f;
-inline constexpr float kOptionFloatMax = 100.0f;
-inline constexpr int kSampleRateMin = 1;
-inline constexpr int kSampleRateMax = 500;
 
 class OptionsDialog {
  public:

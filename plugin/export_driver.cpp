@@ -31,6 +31,9 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   meshReferenceTable.clear();
 
   Sys->ceaseVerbose(1);
+  // The trace lives on the exporter's side of the module boundary; the host
+  // says where its lines go.
+  if (auto sink = host->GetVerboseSink()) Sys->setVerboseSink(std::move(sink));
   File->setArchiveHandling(0);
 
   savedFrameRate = host->GetFrameRate();
@@ -52,7 +55,9 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     dialog->animationRange = animationRange;
     dialog->ticksPerFrame = ticksPerFrame;
     if (optionsRecordEditor) optionsRecordEditor(*dialog);
+    host->EditExportOptions(*dialog);
 
+    promptsShown_ = !suppressPrompts;
     if (!suppressPrompts) {
       const bool ok = optionsDialogRunner ? optionsDialogRunner(*dialog) : true;
       if (!ok) {

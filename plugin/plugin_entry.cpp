@@ -3,6 +3,7 @@
 #include <string>
 
 #include "geometry/mesh_scratch.h"
+#include "plugin/exporter_windows.h"
 #include "plugin/scene_exporter.h"
 
 const char* LibDescription() {
@@ -14,8 +15,15 @@ int LibNumberClasses() { return 1; }
 
 unsigned long LibVersion() { return kHostSdkVersion; }
 
-std::unique_ptr<SceneExporter> SceneExporterClassDesc::Create(bool /*loading*/) const {
-  return std::make_unique<SceneExporter>();
+ClassDesc* LibClassDesc(int i) {
+  static SceneExporterClassDesc descriptor;
+  return i == 0 ? &descriptor : nullptr;
+}
+
+void* SceneExporterClassDesc::Create(BOOL /*loading*/) {
+  auto* exporter = new SceneExporter();
+  exporter->useModuleWindows();
+  return static_cast<SceneExport*>(exporter);
 }
 
 MeshScratch& moduleMeshScratch() {
@@ -23,22 +31,30 @@ MeshScratch& moduleMeshScratch() {
   return scratch;
 }
 
-const SceneExporterClassDesc* LibClassDesc(int i) {
-  static const SceneExporterClassDesc descriptor;
-  return i == 0 ? &descriptor : nullptr;
+// --- the exporter's identity, as the host lists it ---
+
+int SceneExporter::ExtCount() { return 1; }
+const char* SceneExporter::Ext(int n) { return n == 0 ? "zt2" : ""; }
+const char* SceneExporter::LongDesc() { return "ZT Scene Exporter"; }
+const char* SceneExporter::ShortDesc() { return "ZT Exporter"; }
+const char* SceneExporter::AuthorName() { return "The ZTExport developers"; }
+const char* SceneExporter::CopyrightMessage() { return "Copyright (c) the ZTExport developers"; }
+const char* SceneExporter::OtherMessage1() { return ""; }
+const char* SceneExporter::OtherMessage2() { return ""; }
+unsigned int SceneExporter::Version() { return 110; }
+// No export options: in particular the whole scene is always exported, never the selection only.
+BOOL SceneExporter::SupportsOptions(int /*ext*/, DWORD /*options*/) { return FALSE; }
+
+int SceneExporter::DoExport(const char* name, ExpInterface* /*ei*/, Interface* i, BOOL suppressPrompts,
+                            DWORD /*options*/) {
+  return DoExport(name, i, suppressPrompts != 0);
 }
 
-namespace exporter_info {
-int ExtCount() { return 1; }
-const char* Ext(int n) { return n == 0 ? "zt2" : ""; }
-const char* LongDesc() { return "ZT Scene Exporter"; }
-const char* ShortDesc() { return "ZT Exporter"; }
-const char* AuthorName() { return "The ZTExport developers"; }
-const char* CopyrightMessage() { return "Copyright (c) the ZTExport developers"; }
-const char* OtherMessage1() { return ""; }
-const char* OtherMessage2() { return ""; }
-unsigned int Version() { return 110; }
-// No export options: in particular the whole scene is always exported, never the selection only.
-bool SupportsOptions(int /*ext*/, unsigned long /*options*/) { return false; }
-const char* AboutLine() { return "ZT2.0 Exporter v1.1, October 2001"; }
-}  // namespace exporter_info
+void SceneExporter::ShowAbout(HWND /*hWnd*/) {
+  // The host's window is not the about box's parent: it opens on its own.
+  std::string why;
+  if (ExporterWindows* windows = loadExporterWindows(why))
+    windows->showAbout(kAboutLine, CopyrightMessage(), AuthorName());
+  else
+    reportWindowsUnavailable("the about box", why);
+}

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "geometry/mesh_scratch.h"
+#include "plugin/exporter_windows.h"
 #include "plugin/plugin_entry.h"
 
 SceneExporter::SceneExporter() : SceneExporter(moduleMeshScratch()) {}
@@ -53,7 +54,31 @@ void SceneExporter::logError(const char* format, ...) {
 
 void SceneExporter::showExportInfo() {
   if (infoLog.empty()) return;
+  // The host always receives the text (the command-line host prints it and
+  // reads its exit status from it); the window opens only for a user who
+  // was prompted, since it would stop a run that nobody watches.
   host->ShowExportInfo(infoLog.text());
+  if (exportInfoWindow && promptsShown_) exportInfoWindow(infoLog.text());
+}
+
+void SceneExporter::useModuleWindows() {
+  optionsDialogRunner = [this](OptionsDialog& record) {
+    std::string why;
+    ExporterWindows* windows = loadExporterWindows(why);
+    if (!windows) {
+      // Nobody can answer the dialog: the export ends as if it was cancelled.
+      host->MessageBox("Cannot show the options dialog: " + why, "ZT Exporter");
+      return false;
+    }
+    return windows->runOptionsDialog(record);
+  };
+  exportInfoWindow = [this](const std::string& text) {
+    std::string why;
+    if (ExporterWindows* windows = loadExporterWindows(why))
+      windows->showExportInfo(text);
+    else
+      reportWindowsUnavailable("the Export Info window", why);
+  };
 }
 
 void BMMSplitFilename(const std::string& name, std::string& path, std::string& file, std::string& ext) {

@@ -14,6 +14,7 @@
 #include "host/interface.h"
 #include "host/max_types.h"
 #include "materials/texture_export.h"
+#include "host/scene_export.h"
 #include "options/export_options.h"
 #include "plugin/info_log.h"
 #include "prepass/material_index_table.h"
@@ -28,19 +29,41 @@ struct MeshExportScratch;
 // Host object (by identity) -> name of the first node whose mesh was written from it.
 using MeshReferenceTable = std::unordered_map<const Object*, std::string>;
 
-class SceneExporter {
+class SceneExporter : public SceneExport {
  public:
   // Uses the module's mesh scratch, kept for the life of the module.
   SceneExporter();
   // Uses `scratch`, which must outlive the exporter.
   explicit SceneExporter(MeshScratch& scratch);
-  ~SceneExporter();
+  ~SceneExporter() override;
   SceneExporter(const SceneExporter&) = delete;
   SceneExporter& operator=(const SceneExporter&) = delete;
 
   // The export run: returns 1, or 0 when the scene file could not be written.
   // With `suppressPrompts` the options dialog is not shown.
   int DoExport(const char* name, Interface* hostInterface, bool suppressPrompts);
+
+  // --- the host's scene-export interface ---
+  int ExtCount() override;
+  const char* Ext(int n) override;  // "zt2" for 0, "" otherwise
+  const char* LongDesc() override;
+  const char* ShortDesc() override;
+  const char* AuthorName() override;
+  const char* CopyrightMessage() override;
+  const char* OtherMessage1() override;
+  const char* OtherMessage2() override;
+  unsigned int Version() override;  // 110: version 1.10
+  void ShowAbout(HWND hWnd) override;
+  int DoExport(const char* name, ExpInterface* ei, Interface* i, BOOL suppressPrompts = FALSE,
+               DWORD options = 0) override;
+  BOOL SupportsOptions(int ext, DWORD options) override;
+
+  // Shows the options dialog and, when it was shown, the "Export Info"
+  // window through the module's windows library.
+  void useModuleWindows();
+  // Shows the "Export Info" window, after the host received the text, when
+  // the export prompted the user.
+  std::function<void(const std::string&)> exportInfoWindow;
 
   // Shows the options dialog; true when it closed with OK. Without a runner
   // the dialog closes with OK at once, as if the user accepted the settings.
@@ -103,6 +126,7 @@ class SceneExporter {
 
  private:
   bool errorFlag_ = false;
+  bool promptsShown_ = false;
   MeshScratch& meshScratch_;
   std::unique_ptr<MeshExportScratch> meshExportScratch_;
 };

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <memory>
+
 #include "plugin/info_log.h"
 #include "plugin/plugin_entry.h"
 #include "plugin/scene_exporter.h"
@@ -11,19 +13,26 @@ TEST(PluginEntry, OneClassWithItsIdentity) {
   EXPECT_STREQ(LibDescription(), "ZT Scene Exporter [Mar 31 2003]");
   EXPECT_EQ(LibDescription(), LibDescription());  // built once
   EXPECT_EQ(LibVersion(), 0x13EC0800u);
-  const SceneExporterClassDesc& d = *LibClassDesc(0);
+  ClassDesc& d = *LibClassDesc(0);
+  EXPECT_EQ(d.IsPublic(), 1);
+  EXPECT_STREQ(d.ClassName(), "ZT Exporter");
   EXPECT_EQ(d.SuperClassID(), 0xA20u);
   EXPECT_EQ(d.ClassID(), Class_ID(0x6EAB566C, 0x134A2F42));
-  EXPECT_NE(d.Create(), nullptr);
+  EXPECT_STREQ(d.Category(), "Tessel Entertainment");
 }
 
-TEST(PluginEntry, ExporterIdentity) {
-  using namespace exporter_info;
-  EXPECT_EQ(ExtCount(), 1);
-  EXPECT_STREQ(Ext(0), "zt2");
-  EXPECT_STREQ(Ext(1), "");
-  EXPECT_EQ(Version(), 110u);
-  EXPECT_FALSE(SupportsOptions(0, 1));  // not even the selection-only export
+TEST(PluginEntry, ExporterIdentityThroughTheHostInterface) {
+  const std::unique_ptr<SceneExport> e(static_cast<SceneExport*>(LibClassDesc(0)->Create(FALSE)));
+  ASSERT_NE(e, nullptr);
+  EXPECT_EQ(e->ExtCount(), 1);
+  EXPECT_STREQ(e->Ext(0), "zt2");
+  EXPECT_STREQ(e->Ext(1), "");
+  EXPECT_STREQ(e->LongDesc(), "ZT Scene Exporter");
+  EXPECT_STREQ(e->ShortDesc(), "ZT Exporter");
+  EXPECT_STREQ(e->OtherMessage1(), "");
+  EXPECT_STREQ(e->OtherMessage2(), "");
+  EXPECT_EQ(e->Version(), 110u);
+  EXPECT_EQ(e->SupportsOptions(0, SCENE_EXPORT_SELECTED), FALSE);  // not even the selection-only export
 }
 
 TEST(InfoLog, LinesKeepTheirOrderAndAreCutAt1023Bytes) {

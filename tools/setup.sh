@@ -10,6 +10,8 @@ packages=(
   nlohmann-json3-dev                 # scene files and JSON output
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
   libstb-dev                         # image decoding of the host model
+  qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
+  xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
 )
 
 missing=()

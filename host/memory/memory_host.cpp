@@ -36,6 +36,15 @@ void MemoryHost::setProgressObserver(std::function<void(const ProgressCall&)> ob
   impl_->progressObserver = std::move(observer);
 }
 
+void MemoryHost::setOptionsEditor(std::function<void(OptionsDialog&)> editor) {
+  impl_->optionsEditor = std::move(editor);
+}
+void MemoryHost::setVerboseSink(std::function<void(const std::string&)> sink) { impl_->verboseSink = std::move(sink); }
+void MemoryHost::EditExportOptions(OptionsDialog& record) {
+  if (impl_->optionsEditor) impl_->optionsEditor(record);
+}
+std::function<void(const std::string&)> MemoryHost::GetVerboseSink() { return impl_->verboseSink; }
+
 const std::string& MemoryHost::sourceName() const { return impl_->sourceName; }
 
 INode* MemoryHost::findNode(const std::string& id) const { return findNodeIn(impl_->root, id, impl_->nodeIds); }

@@ -51,6 +51,10 @@ class MemoryHost : public Interface {
   void setConfigDir(const std::string& dir);
   // Observers called as the calls happen (a tool prints progress with it).
   void setProgressObserver(std::function<void(const ProgressCall&)> observer);
+  // What EditExportOptions does to the record (the command-line tool's --set).
+  void setOptionsEditor(std::function<void(OptionsDialog&)> editor);
+  // What GetVerboseSink answers.
+  void setVerboseSink(std::function<void(const std::string&)> sink);
 
   // --- looking the scene up (tests) ---
   // The name the scene was loaded under, as error messages show it.
@@ -88,6 +92,8 @@ class MemoryHost : public Interface {
   BitmapManager* GetBitmapManager() override;
   // Bitmaps loaded and not released yet.
   int outstandingBitmaps() const;
+  void EditExportOptions(OptionsDialog& record) override;
+  std::function<void(const std::string&)> GetVerboseSink() override;
 
   struct Impl;
   explicit MemoryHost(std::unique_ptr<Impl> impl);

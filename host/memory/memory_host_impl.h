@@ -45,6 +45,8 @@ struct MemoryHost::Impl {
   std::vector<std::string> messageBoxes;
   std::vector<std::string> exportInfoTexts;
   std::function<void(const ProgressCall&)> progressObserver;
+  std::function<void(OptionsDialog&)> optionsEditor;
+  std::function<void(const std::string&)> verboseSink;
   int cancelFromCall = 0;
   int cancelQueries = 0;
 };

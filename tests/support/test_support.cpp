@@ -28,7 +28,7 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ec);
 }
 
-RunResult run(const std::string& program, const std::vector<std::string>& args) {
+RunResult run(const std::string& program, const std::vector<std::string>& args, const std::vector<std::string>& env) {
   TempDir dir;
   const std::string outPath = dir.file("stdout"), errPath = dir.file("stderr");
   const pid_t pid = ::fork();
@@ -40,6 +40,13 @@ RunResult run(const std::string& program, const std::vector<std::string>& args) 
     ::dup2(out, 1);
     ::dup2(err, 2);
     ::dup2(in, 0);
+    for (const std::string& e : env) {
+      const std::size_t eq = e.find('=');
+      if (eq == std::string::npos)
+        ::unsetenv(e.c_str());
+      else
+        ::setenv(e.substr(0, eq).c_str(), e.substr(eq + 1).c_str(), 1);
+    }
     std::vector<char*> argv;
     argv.push_back(const_cast<char*>(program.c_str()));
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
@@ -56,7 +63,9 @@ RunResult run(const std::string& program, const std::vector<std::string>& args) 
   return r;
 }
 
-RunResult runExport(const std::vector<std::string>& args) { return run(ZTX_ZT2EXPORT, args); }
+RunResult runExport(const std::vector<std::string>& args, const std::vector<std::string>& env) {
+  return run(ZTX_ZT2EXPORT, args, env);
+}
 RunResult runDump(const std::vector<std::string>& args) { return run(ZTX_ZT2DUMP, args); }
 
 std::string readText(const std::string& path) {

@@ -28,9 +28,11 @@ struct RunResult {
   std::string err;
 };
 
-// Runs a program with arguments (no shell) and captures both streams.
-RunResult run(const std::string& program, const std::vector<std::string>& args);
-RunResult runExport(const std::vector<std::string>& args);
+// Runs a program with arguments (no shell) and captures both streams. Each
+// `env` entry "NAME=value" sets a variable for the program, "NAME" removes it.
+RunResult run(const std::string& program, const std::vector<std::string>& args,
+              const std::vector<std::string>& env = {});
+RunResult runExport(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
 RunResult runDump(const std::vector<std::string>& args);
 
 std::string readText(const std::string& path);

@@ -24,9 +24,9 @@ void validateOptions(const DecodedFile& file) {
     const std::string at = "options value " + f.name + " at byte offset " + std::to_string(f.offset);
     if (f.value.is_number_float()) {
       const double v = f.value.get<double>();
-      if (!(v >= kOptionFloatMin && v <= kOptionFloatMax))
-        fault(file, at + " is not a number from " + std::to_string(int(kOptionFloatMin)) + " to " +
-                        std::to_string(int(kOptionFloatMax)));
+      if (!(v >= kFloatSpinnerMin && v <= kFloatSpinnerMax))
+        fault(file, at + " is not a number from " + std::to_string(int(kFloatSpinnerMin)) + " to " +
+                        std::to_string(int(kFloatSpinnerMax)));
     } else if (f.value.is_number_integer() && kNotFlags.count(f.name) == 0) {
       if (f.value != 0 && f.value != 1) fault(file, at + " is " + f.value.dump() + ", not 0 or 1");
     }

@@ -1,6 +1,7 @@
 // zt2export: the host on this machine. Loads a scene-description file into
-// the in-memory host model and drives the exporter exactly as the host would,
-// with prompts suppressed.
+// the in-memory host model, loads the exporter module and drives it through
+// its entry points exactly as the host would, with prompts suppressed unless
+// --dialog asks for the options dialog.
 #include <malloc.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -13,11 +14,11 @@
 #include <vector>
 
 #include "host/inhouse/exceptions.h"
-#include "host/inhouse/system.h"
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
-#include "plugin/scene_exporter.h"
+#include "tools/zt2export/exporter_module.h"
+#include "ui/display_probe.h"
 
 namespace {
 
@@ -29,16 +30,21 @@ struct Arguments {
   std::string scene;
   std::string output;
   std::string configDir;
+  std::string module;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
   bool quiet = false;
   bool verbose = false;
+  bool version = false;
+  bool dialog = false;
+  bool about = false;
 };
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--quiet] [--verbose]\n"
+               "                 [--save-options] [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
 }
 
@@ -60,6 +66,14 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
+      "  --dialog               show the options dialog before the export, as the host does\n"
+      "                         unless prompts are suppressed; Cancel ends the run with nothing\n"
+      "                         written, OK saves ZTExport.cfg. The \"Export Info\" window shows\n"
+      "                         the messages as well. Needs a display.\n"
+      "  --about                show the exporter's about box (needs a display)\n"
+      "  --module PATH          the exporter module to load; default: ZTExport.dle beside\n"
+      "                         this program\n"
+      "  --version              print the module's description and the exporter's version\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -69,7 +83,8 @@ void printHelp() {
       "\n"
       "Exit status: 0 the run ended normally (file written, or nothing to write); 1 the export\n"
       "was cancelled because of errors in the scene; 2 the file could not be saved, the scene\n"
-      "could not be read, or the command line is wrong.\n"
+      "could not be read, the module could not be loaded, a window was asked for without a\n"
+      "display, or the command line is wrong.\n"
       "\n"
       "Fields of the options record (--set):\n%s",
       optionFieldsHelp().c_str());
@@ -101,6 +116,14 @@ Arguments parseArguments(int argc, char** argv) {
       const std::size_t eq = assignment.find('=');
       if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
       a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+    } else if (arg == "--module") {
+      a.module = value("a file name");
+    } else if (arg == "--version") {
+      a.version = true;
+    } else if (arg == "--dialog") {
+      a.dialog = true;
+    } else if (arg == "--about") {
+      a.about = true;
     } else if (arg == "--save-options") {
       a.saveOptions = true;
     } else if (arg == "--quiet") {
@@ -115,7 +138,7 @@ Arguments parseArguments(int argc, char** argv) {
       usageError("more than one scene given (" + a.scene + ", " + arg + ")");
     }
   }
-  if (a.scene.empty()) usageError("no scene given");
+  if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
   return a;
 }
 
@@ -146,6 +169,13 @@ std::string defaultOutput(const std::string& scene) {
   for (const char* suffix : {".json", ".scene"})
     if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
   return stem + ".zt2";
+}
+
+// The exporter reports an export cancelled by errors in its last message,
+// which it always shows.
+bool exportFailed(const std::vector<std::string>& infoTexts) {
+  const std::string last = "Export process canceled due to error(s) encountered.\r\n";
+  return !infoTexts.empty() && infoTexts.back().ends_with(last);
 }
 
 // Prints the exporter's progress on one terminal line.
@@ -180,6 +210,31 @@ int main(int argc, char** argv) {
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
   const Arguments args = parseArguments(argc, argv);
+
+  if (args.dialog || args.about) {
+    if (const std::string why = displayUnavailableReason(); !why.empty()) {
+      std::fprintf(stderr, "zt2export: %s needs a display (%s)\n", args.about ? "--about" : "--dialog", why.c_str());
+      return kExitFailure;
+    }
+  }
+  std::unique_ptr<ExporterModule> module;
+  try {
+    module = std::make_unique<ExporterModule>(args.module.empty() ? defaultModulePath() : args.module);
+    if (args.version) {
+      const auto exporter = module->createExporter();
+      const unsigned int version = exporter->Version();
+      std::printf("%s\n%s %u.%02u\n", module->description().c_str(), exporter->ShortDesc(), version / 100,
+                  version % 100);
+      return kExitOk;
+    }
+    if (args.about) {
+      module->createExporter()->ShowAbout(nullptr);
+      return kExitOk;
+    }
+  } catch (const ModuleError& e) {
+    std::fprintf(stderr, "zt2export: %s\n", e.what());
+    return kExitFailure;
+  }
 
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
@@ -238,17 +293,20 @@ int main(int argc, char** argv) {
 
   ProgressLine progress(!args.quiet && ::isatty(2));
   host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
-  if (args.verbose) Sys->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
+  if (args.verbose) host->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
 
-  SceneExporter exporter;
-  exporter.optionsRecordEditor = [&](OptionsDialog& record) {
+  host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     if (args.saveOptions) record.saveOnClose = true;
-  };
+  });
 
   int result = 0;
   try {
-    result = exporter.DoExport(output.c_str(), host.get(), true);
+    const std::unique_ptr<SceneExport> exporter = module->createExporter();
+    result = exporter->DoExport(output.c_str(), nullptr, host.get(), args.dialog ? FALSE : TRUE);
+  } catch (const ModuleError& e) {
+    std::fprintf(stderr, "zt2export: %s\n", e.what());
+    return kExitFailure;
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: export failed: out of memory\n", output.c_str());
     return kExitFailure;
@@ -265,7 +323,10 @@ int main(int argc, char** argv) {
     std::fputs(shown.c_str(), stdout);
   }
 
-  const int code = result == 0 ? kExitFailure : exporter.hasError() ? kExitExportErrors : kExitOk;
+  // The exporter's message boxes all end a run that failed: the file could
+  // not be saved, or a window it was asked for could not be shown.
+  const bool failed = result == 0 || !host->messageBoxes().empty();
+  const int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.
