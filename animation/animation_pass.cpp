@@ -10,6 +10,13 @@
 #include "plugin/scene_exporter.h"
 
 void exportSceneAnimation(SceneExporter& exporter) {
+  // Only the additional script can set such a range; sampleSpan then takes
+  // the start alone, which the user should hear about once, not per node.
+  const ExportOptions& o = exporter.options;
+  if (o.endFrame < o.startFrame)
+    exporter.logMessage(
+        "WARNING: Animation end frame %d lies before start frame %d: every node is sampled at the start frame alone.",
+        o.endFrame, o.startFrame);
   INode* root = exporter.host->GetRootNode();
   const int count = root->NumberOfChildren();
   for (int i = 0; i < count; ++i) {
