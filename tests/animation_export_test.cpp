@@ -360,3 +360,19 @@ TEST(AnimationPass, CancelStopsBeforeTheNextTopLevelNode) {
   EXPECT_EQ(layout(file), (std::vector<std::string>{"HelperChunk", "HelperChunk", "HelperChunk", "HelperChunk",
                                                     "TransformAnimationChunk A", "TransformAnimationChunk A1"}));
 }
+
+TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
+  // Frames 0 to 30, looping with the last frame dropped: 30 samples.
+  ztx_test::TempDir dir;
+  const auto r = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
+                                      dir.file("example.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
+  const auto file = ztx_test::dumpJson(dir.file("example.zt2"));
+  const json marker = animationOf(file, "Marker")["fields"];
+  EXPECT_EQ(marker["numSamples"], 30);
+  EXPECT_EQ(samplesOf(marker["visibilityKeys"]), (std::vector<int>{0, 15, 29}));
+  EXPECT_EQ(samplesOf(animationOf(file, "Spot01", "SpotLightAnimationChunk")["fields"]["intensityKeys"]),
+            (std::vector<int>{0, 29}));
+  EXPECT_GT(animationOf(file, "Character")["fields"]["keyCount"].get<int>(), 2);
+  EXPECT_TRUE(animationOf(file, "Bip_Pelvis").is_null());  // hidden, removed
+}
