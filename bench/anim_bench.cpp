@@ -17,7 +17,6 @@
 #include <benchmark/benchmark.h>
 
 #include <cmath>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -73,10 +72,12 @@ void BM_ReduceStraightMove(benchmark::State& state) { reduceTrack(state, straigh
 void BM_ReduceTurnNormalized(benchmark::State& state) { reduceTrack(state, turning, FrameInterpolation::Normalized); }
 void BM_ReduceJitter(benchmark::State& state) { reduceTrack(state, jittering, FrameInterpolation::None); }
 
-BENCHMARK(BM_ReduceStill)->Arg(1000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_ReduceStraightMove)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_ReduceTurnNormalized)->Arg(1000)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_ReduceJitter)->Arg(1000)->Unit(benchmark::kMicrosecond);
+void medianOfFive(benchmark::internal::Benchmark* b) { b->Repetitions(5)->ReportAggregatesOnly(true); }
+
+BENCHMARK(BM_ReduceStill)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
+BENCHMARK(BM_ReduceStraightMove)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
+BENCHMARK(BM_ReduceTurnNormalized)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
+BENCHMARK(BM_ReduceJitter)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
 
 // --- the whole pass ---
 
@@ -144,25 +145,8 @@ void BM_AnimationPass(benchmark::State& state) {
       benchmark::Counter(samples, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-BENCHMARK(BM_AnimationPass)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AnimationPass)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  std::vector<char*> args(argv, argv + argc);
-  bool repetitionsGiven = false;
-  for (int i = 1; i < argc; ++i)
-    if (std::strncmp(argv[i], "--benchmark_repetitions", 23) == 0) repetitionsGiven = true;
-  static char repetitions[] = "--benchmark_repetitions=5";
-  static char aggregatesOnly[] = "--benchmark_report_aggregates_only=true";
-  if (!repetitionsGiven) {
-    args.push_back(repetitions);
-    args.push_back(aggregatesOnly);
-  }
-  int count = static_cast<int>(args.size());
-  benchmark::Initialize(&count, args.data());
-  if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}
+BENCHMARK_MAIN();
