@@ -26,6 +26,10 @@ using SampleMatrix = std::array<std::array<double, 3>, 4>;
 // Red, green, blue, alpha on a 0..255 scale.
 using SampleColor = std::array<float, 4>;
 
+// What a sampler reserves in each series before it records: a few seconds
+// of samples before the lists grow.
+inline constexpr std::size_t kReservedSamples = 100;
+
 // Values with the sample index of each: two parallel lists of equal length,
 // indices strictly increasing, 0 the first sample of the sampled span.
 template <typename T>

@@ -9,9 +9,6 @@
 
 namespace {
 
-// Room for a few seconds of samples before the lists grow.
-constexpr std::size_t kReservedSamples = 100;
-
 bool evalLightState(INode* node, TimeValue t, LightState& state) {
   auto* light = dynamic_cast<LightObject*>(node->EvalWorldState(t, true).obj);
   if (!light) return false;
@@ -38,9 +35,13 @@ void exportLightAnimation(SceneExporter& exporter, INode* node) {
       return;
     }
   }
+  auto* light = dynamic_cast<LightObject*>(os.obj);
+  if (!light) return;
   LightState state;
+  Interval valid = FOREVER;
+  light->EvalLightState(exporter.startTime, valid, state);
   LightAnimation record;
-  if (!evalLightState(node, exporter.startTime, state) || !lightKindOf(state.type, record.kind)) return;
+  if (!lightKindOf(state.type, record.kind)) return;
   sampleLightAnimation(exporter, record, node);
   Sys->verbose("Light animation \"%s\": %d samples, %zu colour keys, %zu intensity keys\n", node->GetName(),
                record.numSamples, record.colourKeys.size(), record.intensityKeys.size());

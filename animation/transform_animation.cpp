@@ -7,9 +7,6 @@
 
 namespace {
 
-// Room for a few seconds of samples before the lists grow.
-constexpr std::size_t kReservedSamples = 100;
-
 SampleMatrix widen(const M_Matrix4x3Template<float>& m) {
   SampleMatrix w;
   for (int r = 0; r < 4; ++r)
