@@ -1,5 +1,6 @@
 #include "animation/key_reduction.h"
 
+#include <cassert>
 #include <cmath>
 
 namespace {
@@ -15,6 +16,11 @@ template <typename T, typename Estimate, typename Tolerance>
 KeySeries<T> reduce(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance) {
   KeySeries<T> out;
   const std::size_t n = in.size();
+  // The estimate divides by the span between two indices: they must rise strictly.
+#ifndef NDEBUG
+  assert(in.indices.size() == n);
+  for (std::size_t k = 1; k < n; ++k) assert(in.indices[k - 1] < in.indices[k]);
+#endif
   if (n == 0) return out;
   const auto keep = [&](std::size_t k) {
     out.values.push_back(in.values[k]);

@@ -69,6 +69,12 @@ TEST(KeyReduction, ALoneNaNEntryIsKeptOnce) {
   EXPECT_EQ(out.indices, (std::vector<int>{0}));
 }
 
+#ifndef NDEBUG
+TEST(KeyReductionDeathTest, EqualSampleIndicesAreRefusedInDebugBuilds) {
+  EXPECT_DEATH(reduceKeys(series({0, 3, 3}, {0.0f, 1.0f, 2.0f}), ScalarKeyTolerance{0.0f}), "indices");
+}
+#endif
+
 // --- recording ---
 
 TEST(RecordSample, EqualSamplesLeaveOneEntry) {
