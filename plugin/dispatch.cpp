@@ -12,14 +12,9 @@
 #include "scene_objects/light.h"
 
 bool dispatchNode(SceneExporter& exporter, INode* node) {
-  ++exporter.progressDone;
   char title[300];
   std::snprintf(title, sizeof title, "Geometry for \"%s\"", node->GetName());
-  // Multiplying before dividing keeps the quotient exact enough that a whole
-  // percentage is never truncated to the one below it (29 of 100 is 29, not 28).
-  const int percent =
-      exporter.progressTotal > 0 ? static_cast<int>(exporter.progressDone * 100.0 / exporter.progressTotal) : 0;
-  exporter.host->ProgressUpdate(percent, false, title);
+  exporter.stepProgress(title);
 
   if (exporter.host->GetCancel()) return false;
   if (exporter.hasError()) return false;

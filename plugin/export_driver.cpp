@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 
+#include "animation/animation_pass.h"
 #include "host/inode.h"
 #include "materials/material_export.h"
 #include "options/apply_options.h"
@@ -85,6 +86,8 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
       if (host->GetCancel() || hasError()) break;
       dispatchNode(*this, root->GetChildNode(i));
     }
+
+    if (!hasError() && options.exportAnimation) exportSceneAnimation(*this);
 
     if (!hasError() && sceneFile.getSize() > 0) {
       if (sceneFile.save(name) == 0) {

@@ -23,11 +23,9 @@ void SceneExporter::releaseExportScratch() { meshExportScratch_.reset(); }
 void SceneExporter::resetExportValues() {
   startTime = 0;
   nodeCount = 0;
-  sampleStepFrames = 1;
+  animation = AnimationState{};
   options.positionDelta = 0.0f;
   options.rotationDelta = 0.0f;
-  visibilityDelta = 0.01f;
-  for (float& d : parameterDeltas) d = 0.01f;
   options.rescaleFactor = 1.0f;
   options.loop = false;
   options.loopInterpolation = false;
@@ -79,6 +77,14 @@ void SceneExporter::useModuleWindows() {
     else
       reportWindowsUnavailable("the Export Info window", why);
   };
+}
+
+void SceneExporter::stepProgress(const char* title) {
+  ++progressDone;
+  // Multiplying before dividing keeps the quotient exact enough that a whole
+  // percentage is never truncated to the one below it (29 of 100 is 29, not 28).
+  const int percent = progressTotal > 0 ? static_cast<int>(progressDone * 100.0 / progressTotal) : 0;
+  host->ProgressUpdate(percent, false, title);
 }
 
 void BMMSplitFilename(const std::string& name, std::string& path, std::string& file, std::string& ext) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <unordered_map>
 
+#include "animation/animation_state.h"
 #include "format/memory_file.h"
 #include "host/inhouse/matrix.h"
 #include "host/interface.h"
@@ -83,6 +84,9 @@ class SceneExporter : public SceneExport {
   // is reported, so that a line and its mark cannot drift apart.
   void logError(const char* format, ...) __attribute__((format(printf, 2, 3)));
   void showExportInfo();
+  // Counts one more node of the progress total and shows `title` with the
+  // percentage done.
+  void stepProgress(const char* title);
 
   // --- per-export state ---
   std::string targetPath;       // directory with its trailing separator
@@ -98,9 +102,7 @@ class SceneExporter : public SceneExport {
   int nodeCount = 0;
   int progressDone = 0;
   int progressTotal = 0;
-  int sampleStepFrames = 1;
-  float visibilityDelta = 0.01f;
-  float parameterDeltas[6] = {0.01f, 0.01f, 0.01f, 0.01f, 0.01f, 0.01f};
+  AnimationState animation;
   M_Matrix4x3Template<float> axisConversion;
   ExportOptions options;
   T_MemoryFile sceneFile{8192};

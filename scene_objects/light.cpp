@@ -11,12 +11,36 @@ T_MemoryFile& operator<<(T_MemoryFile& file, const LightRecord& record) {
                    : record.kind == LightKind::Directional ? chunk_kind::kDirectionalLight
                                                            : chunk_kind::kSpotLight);
   file << record.object;
-  for (float c : record.colour) file << c;
-  file << record.intensity;
-  if (record.kind != LightKind::Directional) file << record.attenuationStart << record.attenuationEnd;
-  if (record.kind == LightKind::Spot) file << record.hotspot << record.falloff;
+  const LightValues& v = record.values;
+  for (float c : v.colour) file << c;
+  file << v.intensity;
+  if (record.kind != LightKind::Directional) file << v.attenuationStart << v.attenuationEnd;
+  if (record.kind == LightKind::Spot) file << v.hotspot << v.falloff;
   file.closeChunk();
   return file;
+}
+
+LightValues lightValues(const LightState& ls, float rescaleFactor) {
+  LightValues v;
+  // A negative multiplier keeps a positive intensity and carries its sign in the colour.
+  const float factor = ls.intens >= 0.0f ? 255.0f : -255.0f;
+  v.colour = {ls.color.r * factor, ls.color.g * factor, ls.color.b * factor, 255.0f};
+  v.intensity = std::fabs(ls.intens);
+  v.attenuationStart = ls.attenStart * rescaleFactor;
+  v.attenuationEnd = ls.attenEnd * rescaleFactor;
+  v.hotspot = ls.hotsize * kDegreesToRadians;
+  v.falloff = ls.fallsize * kDegreesToRadians;
+  return v;
+}
+
+bool lightKindOf(int lightType, LightKind& kind) {
+  switch (lightType) {
+    case OMNI_LIGHT: kind = LightKind::Omni; return true;
+    case DIRECT_LIGHT: kind = LightKind::Directional; return true;
+    case SPOT_LIGHT:
+    case AMBIENT_LIGHT: kind = LightKind::Spot; return true;
+    default: return false;
+  }
 }
 
 void exportLight(SceneExporter& exporter, INode* node) {
@@ -30,25 +54,8 @@ void exportLight(SceneExporter& exporter, INode* node) {
   light->EvalLightState(t, valid, ls);
 
   LightRecord record;
-  switch (ls.type) {
-    case OMNI_LIGHT: record.kind = LightKind::Omni; break;
-    case DIRECT_LIGHT: record.kind = LightKind::Directional; break;
-    case SPOT_LIGHT:
-    case AMBIENT_LIGHT: record.kind = LightKind::Spot; break;
-    default: return;
-  }
+  if (!lightKindOf(ls.type, record.kind)) return;
   fillObjectRecord(exporter, record.object, node, t);
-  // A negative multiplier keeps a positive intensity and carries its sign in the colour.
-  const float factor = ls.intens >= 0.0f ? 255.0f : -255.0f;
-  record.colour[0] = ls.color.r * factor;
-  record.colour[1] = ls.color.g * factor;
-  record.colour[2] = ls.color.b * factor;
-  record.colour[3] = 255.0f;
-  record.intensity = std::fabs(ls.intens);
-  const float scale = exporter.options.rescaleFactor;
-  record.attenuationStart = ls.attenStart * scale;
-  record.attenuationEnd = ls.attenEnd * scale;
-  record.hotspot = ls.hotsize * kDegreesToRadians;
-  record.falloff = ls.fallsize * kDegreesToRadians;
+  record.values = lightValues(ls, exporter.options.rescaleFactor);
   exporter.sceneFile << record;
 }

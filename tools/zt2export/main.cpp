@@ -187,11 +187,16 @@ class ProgressLine {
     if (call.kind == hostmodel::ProgressCall::Update) {
       std::fprintf(stderr, "\r\033[K%3d%%  %s", call.percent, call.title.c_str());
       shown_ = true;
-    } else if (call.kind == hostmodel::ProgressCall::End && shown_) {
-      std::fprintf(stderr, "\r\033[K");
-      shown_ = false;
+    } else if (call.kind == hostmodel::ProgressCall::End) {
+      clear();
     }
     std::fflush(stderr);
+  }
+  // Takes the line off the terminal, so that other output starts on a clean line.
+  void clear() {
+    if (!shown_) return;
+    std::fprintf(stderr, "\r\033[K");
+    shown_ = false;
   }
 
  private:
@@ -293,7 +298,12 @@ int main(int argc, char** argv) {
 
   ProgressLine progress(!args.quiet && ::isatty(2));
   host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
-  if (args.verbose) host->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
+  // Trace lines share standard error with the progress line: each clears it first.
+  if (args.verbose)
+    host->setVerboseSink([&progress](const std::string& line) {
+      progress.clear();
+      std::fputs(line.c_str(), stderr);
+    });
 
   host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);

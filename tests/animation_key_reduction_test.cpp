@@ -1,0 +1,239 @@
+// Key recording and reduction: error cases first, then small and large
+// tolerances, then the interpolation of each value type, with values worked
+// out by hand from the reduction rule.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "animation/key_reduction.h"
+
+namespace {
+
+KeySeries<float> recordAll(const std::vector<float>& samples) {
+  KeySeries<float> s;
+  for (std::size_t i = 0; i < samples.size(); ++i) recordSample(s, samples[i], static_cast<int>(i));
+  return s;
+}
+
+KeySeries<float> series(std::vector<int> indices, std::vector<float> values) {
+  KeySeries<float> s;
+  s.indices = std::move(indices);
+  s.values = std::move(values);
+  return s;
+}
+
+// A translation-only matrix at (x, y, z) with identity axes.
+SampleMatrix at(double x, double y = 0, double z = 0) {
+  return {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {x, y, z}}};
+}
+
+// Rotation about the file's Y axis by `degrees`, axes scaled by `scale`.
+SampleMatrix turned(double degrees, double scale = 1.0) {
+  const double a = degrees * 3.14159265358979323846 / 180.0;
+  const double c = std::cos(a) * scale, s = std::sin(a) * scale;
+  return {{{c, 0, -s}, {0, scale, 0}, {s, 0, c}, {0, 0, 0}}};
+}
+
+KeySeries<SampleMatrix> recordMatrices(const std::vector<SampleMatrix>& samples) {
+  KeySeries<SampleMatrix> s;
+  for (std::size_t i = 0; i < samples.size(); ++i) recordSample(s, samples[i], static_cast<int>(i));
+  return s;
+}
+
+const MatrixKeyTolerance kExact{0.0, 0.0};
+
+}  // namespace
+
+// --- error cases ---
+
+TEST(KeyReduction, EmptySeriesGivesNoKeys) {
+  EXPECT_TRUE(reduceKeys(KeySeries<float>{}, ScalarKeyTolerance{0.5f}).empty());
+  EXPECT_TRUE(reduceKeys(KeySeries<SampleMatrix>{}, kExact, FrameInterpolation::None, false).empty());
+}
+
+TEST(KeyReduction, OneEntryIsTheOnlyKey) {
+  const auto out = reduceKeys(series({0}, {3.0f}), ScalarKeyTolerance{0.0f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0}));
+  EXPECT_EQ(out.values, (std::vector<float>{3.0f}));
+}
+
+TEST(KeyReduction, TwoDifferentEntriesBothStay) {
+  const auto out = reduceKeys(series({0, 1}, {0.0f, 1.0f}), ScalarKeyTolerance{100.0f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0, 1}));
+}
+
+TEST(KeyReduction, ALoneNaNEntryIsKeptOnce) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto out = reduceKeys(series({0}, {nan}), ScalarKeyTolerance{0.0f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0}));
+}
+
+#ifndef NDEBUG
+TEST(KeyReductionDeathTest, EqualSampleIndicesAreRefusedInDebugBuilds) {
+  EXPECT_DEATH(reduceKeys(series({0, 3, 3}, {0.0f, 1.0f, 2.0f}), ScalarKeyTolerance{0.0f}), "indices");
+}
+#endif
+
+// --- recording ---
+
+TEST(RecordSample, EqualSamplesLeaveOneEntry) {
+  const auto s = recordAll(std::vector<float>(50, 0.25f));
+  EXPECT_EQ(s.indices, (std::vector<int>{0}));
+}
+
+TEST(RecordSample, AChangeAfterARunLeavesAHoldKey) {
+  std::vector<float> samples(10, 1.0f);
+  samples.insert(samples.end(), 5, 2.0f);
+  const auto s = recordAll(samples);
+  EXPECT_EQ(s.indices, (std::vector<int>{0, 9, 10}));
+  EXPECT_EQ(s.values, (std::vector<float>{1.0f, 1.0f, 2.0f}));
+}
+
+TEST(RecordSample, NaNIsAlwaysRecorded) {
+  const float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto s = recordAll({nan, nan, nan});
+  EXPECT_EQ(s.indices, (std::vector<int>{0, 1, 2}));
+}
+
+// --- tolerances ---
+
+TEST(KeyReduction, HoldAndChangeSurviveAnyTolerance) {
+  std::vector<float> samples(10, 1.0f);
+  samples.insert(samples.end(), 5, 2.0f);
+  for (float tolerance : {0.0f, 0.5f, 1000.0f}) {
+    const auto out = reduceKeys(recordAll(samples), ScalarKeyTolerance{tolerance});
+    EXPECT_EQ(out.indices, (std::vector<int>{0, 9, 10})) << tolerance;
+  }
+}
+
+TEST(KeyReduction, ALinearRampKeepsOnlyItsEnds) {
+  std::vector<float> ramp;
+  for (int i = 0; i <= 20; ++i) ramp.push_back(static_cast<float>(i) * 0.5f);
+  EXPECT_EQ(reduceKeys(recordAll(ramp), ScalarKeyTolerance{0.0f}).indices, (std::vector<int>{0, 20}));
+}
+
+TEST(KeyReduction, SmallToleranceKeepsEveryCorner) {
+  // A zig-zag: every inner sample lies 1 off the line between its neighbours.
+  const auto out = reduceKeys(recordAll({0, 1, 0, 1, 0}), ScalarKeyTolerance{0.5f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0, 1, 2, 3, 4}));
+}
+
+TEST(KeyReduction, LargeToleranceKeepsTheEnds) {
+  const auto out = reduceKeys(recordAll({0, 1, 0, 1, 0.5f}), ScalarKeyTolerance{10.0f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0, 4}));
+}
+
+TEST(KeyReduction, ADifferenceEqualToTheToleranceMakesNoKey) {
+  // Sample 1 lies exactly 1 above the line from 0 to 0.
+  EXPECT_EQ(reduceKeys(recordAll({0, 1, 0, 0.5f}), ScalarKeyTolerance{1.0f}).indices, (std::vector<int>{0, 3}));
+  EXPECT_EQ(reduceKeys(recordAll({0, 1, 0, 0.5f}), ScalarKeyTolerance{0.999f}).indices,
+            (std::vector<int>{0, 1, 3}));
+}
+
+TEST(KeyReduction, EveryEntrySinceTheLastKeyIsTriedAsTheLeftEnd) {
+  // 0, 1, 2, 3, 3.5: sample 3 interpolated from sample 2 and 4 is 2.75 (off by
+  // 0.25) but from sample 0 and 4 it is 2.625 (off by 0.375): with 0.3 the
+  // earliest left end already fails, so 3 becomes a key.
+  EXPECT_EQ(reduceKeys(recordAll({0, 1, 2, 3, 3.5f}), ScalarKeyTolerance{0.3f}).indices,
+            (std::vector<int>{0, 3, 4}));
+  EXPECT_EQ(reduceKeys(recordAll({0, 1, 2, 3, 3.5f}), ScalarKeyTolerance{0.4f}).indices, (std::vector<int>{0, 4}));
+}
+
+TEST(KeyReduction, ATrailingRunEqualToTheLastKeyAddsNothing) {
+  // Ramp up, then hold: the hold key at 4 stays, the end needs no key.
+  const auto out = reduceKeys(recordAll({0, 1, 2, 3, 4, 4, 4, 4}), ScalarKeyTolerance{0.0f});
+  EXPECT_EQ(out.indices, (std::vector<int>{0, 4}));
+  EXPECT_EQ(out.values.back(), 4.0f);
+}
+
+// --- colour ---
+
+TEST(ColorKeys, TwoUnitsOffTheLineIsDroppedThreeIsKept) {
+  const ColorKeyTolerance tolerance{0.01f};  // 2.55 on the 0..255 scale
+  for (const auto& [offset, keys] : {std::pair{2.0f, std::vector<int>{0, 2}}, {3.0f, std::vector<int>{0, 1, 2}}}) {
+    KeySeries<SampleColor> s;
+    recordSample(s, SampleColor{0, 0, 0, 255}, 0);
+    recordSample(s, SampleColor{50, 50 + offset, 50, 255}, 1);
+    recordSample(s, SampleColor{100, 100, 100, 255}, 2);
+    EXPECT_EQ(reduceKeys(s, tolerance).indices, keys) << offset;
+  }
+}
+
+TEST(ColorKeys, AlphaAloneMakesKeysOnlyThroughEquality) {
+  KeySeries<SampleColor> s;
+  recordSample(s, SampleColor{10, 10, 10, 255}, 0);
+  recordSample(s, SampleColor{10, 10, 10, 0}, 1);
+  recordSample(s, SampleColor{10, 10, 10, 255}, 2);
+  recordSample(s, SampleColor{10, 10, 10, 100}, 3);
+  // Samples 1 and 2 interpolate perfectly in red, green and blue; the last
+  // differs from the last key by alpha only, which the final equality test sees.
+  EXPECT_EQ(reduceKeys(s, ColorKeyTolerance{0.0f}).indices, (std::vector<int>{0, 3}));
+}
+
+// --- matrices ---
+
+TEST(MatrixKeys, ALinearRampInTranslationKeepsItsEnds) {
+  std::vector<SampleMatrix> samples;
+  for (int i = 0; i <= 16; ++i) samples.push_back(at(i * 0.25, 1.0, -i * 0.5));
+  // Within double rounding: the blend multiplies by a reciprocal.
+  EXPECT_EQ(reduceKeys(recordMatrices(samples), {0.0, 1e-12}, FrameInterpolation::None, false).indices,
+            (std::vector<int>{0, 16}));
+}
+
+TEST(MatrixKeys, TranslationAndAxesHaveTheirOwnTolerance) {
+  // The middle sample is 0.1 off the line in translation, and its axes 0.1
+  // off in one element.
+  const std::vector<SampleMatrix> offTranslation = {at(0), at(1.1), at(2)};
+  EXPECT_EQ(reduceKeys(recordMatrices(offTranslation), {0.0, 0.2}, FrameInterpolation::None, false).size(), 2u);
+  EXPECT_EQ(reduceKeys(recordMatrices(offTranslation), {1.0, 0.05}, FrameInterpolation::None, false).size(), 3u);
+  SampleMatrix bent = at(1);
+  bent[0][1] = 0.1;
+  const std::vector<SampleMatrix> offAxis = {at(0), bent, at(2)};
+  EXPECT_EQ(reduceKeys(recordMatrices(offAxis), {0.2, 0.0}, FrameInterpolation::None, false).size(), 2u);
+  EXPECT_EQ(reduceKeys(recordMatrices(offAxis), {0.05, 1.0}, FrameInterpolation::None, false).size(), 3u);
+}
+
+TEST(MatrixKeys, NormalizedBlendFollowsAConstantTurnCloserThanALinearOne) {
+  // 0, 45 and 90 degrees: the linear blend of 0 and 90 has axes of length
+  // 0.707 where the sample has length 1; normalised it is the 45 degree turn.
+  const auto s = recordMatrices({turned(0), turned(45), turned(90)});
+  const MatrixKeyTolerance tolerance{1e-6, 0.0};
+  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::None, false).size(), 3u);
+  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, false).size(), 2u);
+  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Orthonormalized, false).size(), 2u);
+}
+
+TEST(MatrixKeys, MaintainedScalingBlendsTheAxisLengths) {
+  // Turning with axes of length 2: normalising the blend alone gives unit
+  // axes; the sample in between is rebuilt only when the lengths are put back.
+  const auto s = recordMatrices({turned(0, 2.0), turned(45, 2.0), turned(90, 2.0)});
+  const MatrixKeyTolerance tolerance{1e-6, 0.0};
+  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, false).size(), 3u);
+  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, true).size(), 2u);
+}
+
+TEST(MatrixKeys, OppositeAxesBlendToAZeroRowThatMakesAKey) {
+  // A half turn: the blend of 0 and 180 degrees has zero X and Z rows, which
+  // cannot be normalised; the sample in between is kept, not waved through.
+  const SampleMatrix half = {{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}, {0, 0, 0}}};
+  const SampleMatrix quarter = {{{0, 0, -1}, {0, 1, 0}, {1, 0, 0}, {0, 0, 0}}};
+  const auto s = recordMatrices({at(0), quarter, half});
+  EXPECT_EQ(reduceKeys(s, {0.5, 0.0}, FrameInterpolation::Normalized, false).size(), 3u);
+}
+
+TEST(Orthonormalize, GramSchmidtInRowOrder) {
+  SampleMatrix m = {{{2, 0, 0}, {1, 3, 0}, {1, 1, 5}, {7, 8, 9}}};
+  orthonormalizeAxes(m);
+  const SampleMatrix expected = {{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {7, 8, 9}}};
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 3; ++c) EXPECT_NEAR(m[r][c], expected[r][c], 1e-12) << r << "," << c;
+}
+
+TEST(Orthonormalize, AZeroRowStaysZero) {
+  SampleMatrix m = {{{0, 0, 0}, {0, 2, 0}, {0, 0, 0}, {0, 0, 0}}};
+  orthonormalizeAxes(m);
+  EXPECT_EQ(m[0], (std::array<double, 3>{0, 0, 0}));
+  EXPECT_EQ(m[1], (std::array<double, 3>{0, 1, 0}));
+  EXPECT_EQ(m[2], (std::array<double, 3>{0, 0, 0}));
+}
