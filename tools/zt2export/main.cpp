@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "host/inhouse/exceptions.h"
+#include "host/import/importers.h"
 #include "host/inhouse/system.h"
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
@@ -28,6 +29,7 @@ struct Arguments {
   std::string scene;
   std::string output;
   std::string configDir;
+  std::string writeScene;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
   bool quiet = false;
@@ -37,7 +39,7 @@ struct Arguments {
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--quiet] [--verbose]\n"
+               "                 [--save-options] [--write-scene OUT.scene.json] [--quiet] [--verbose]\n"
                "       zt2export --help\n");
 }
 
@@ -45,8 +47,9 @@ void printHelp() {
   printUsage(stdout);
   std::printf(
       "\n"
-      "Exports the scene described by SCENE (a scene-description file, see docs/scene-format.md)\n"
-      "to a ZT2.0 scene file, with the per-vertex skin file (.skd) beside it when skinning is on.\n"
+      "Exports the scene described by SCENE (a scene-description file, see docs/scene-format.md,\n"
+      "or a model: 3DS, or any of the formats listed below) to a ZT2.0 scene file, with the\n"
+      "per-vertex skin file (.skd) beside it when skinning is on.\n"
       "\n"
       "Options:\n"
       "  -o, --output OUT.zt2   the file to write; default: the scene's name with .zt2, in the\n"
@@ -59,6 +62,8 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
+      "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
+      "                         its arrays in OUT.bin beside it, then export that file\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -70,8 +75,10 @@ void printHelp() {
       "was cancelled because of errors in the scene; 2 the file could not be saved, the scene\n"
       "could not be read, or the command line is wrong.\n"
       "\n"
+      "Model formats (by content, then extension): 3ds %s\n"
+      "\n"
       "Fields of the options record (--set):\n%s",
-      optionFieldsHelp().c_str());
+      hostimport::formatsHelp().c_str(), optionFieldsHelp().c_str());
 }
 
 [[noreturn]] void usageError(const std::string& message) {
@@ -100,6 +107,8 @@ Arguments parseArguments(int argc, char** argv) {
       const std::size_t eq = assignment.find('=');
       if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
       a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+    } else if (arg == "--write-scene") {
+      a.writeScene = value("a file name");
     } else if (arg == "--save-options") {
       a.saveOptions = true;
     } else if (arg == "--quiet") {
@@ -131,6 +140,7 @@ std::string defaultConfigDir() {
 }
 
 std::string defaultOutput(const std::string& scene) {
+  if (!hostimport::isSceneDescription(scene)) return std::filesystem::path(scene).stem().string() + ".zt2";
   std::string stem = std::filesystem::path(scene).filename().string();
   for (const char* suffix : {".json", ".scene"})
     if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
@@ -170,9 +180,12 @@ int main(int argc, char** argv) {
 
   const Arguments args = parseArguments(argc, argv);
 
+  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
-    host = hostmodel::loadScene(args.scene);
+    // Textures held inside a model go beside what is written.
+    const std::string written = args.writeScene.empty() ? output : args.writeScene;
+    host = hostimport::openScene(args.scene, args.writeScene, std::filesystem::path(written).parent_path().string());
   } catch (const std::exception& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
     return kExitFailure;
@@ -215,7 +228,6 @@ int main(int argc, char** argv) {
   host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
   if (args.verbose) Sys->setVerboseSink([](const std::string& line) { std::fputs(line.c_str(), stderr); });
 
-  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   SceneExporter exporter;
   exporter.optionsRecordEditor = [&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
