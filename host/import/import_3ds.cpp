@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -372,6 +373,15 @@ struct Converter {
     for (Lib3dsCamera* c = file->cameras; c; c = c->next) camera(c, nodes);
     for (Lib3dsLight* l = file->lights; l; l = l->next) light(l, nodes);
     lib3ds_file_eval(file, static_cast<float>(firstFrame));
+    // Names are made unique (the exporter needs them so): each node goes by its id.
+    std::function<void(json&)> rename = [&](json& list) {
+      for (json& node : list) {
+        node["name"] = node["id"];
+        node.erase("id");
+        if (node.contains("children")) rename(node["children"]);
+      }
+    };
+    rename(nodes);
 
     document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({firstFrame, lastFrame})},
                 {"ambientColor", colour(file->ambient)}};
@@ -384,6 +394,20 @@ struct Converter {
 }  // namespace
 
 ImportedScene import3ds(const ImportRequest& request) {
+  // lib3ds reads a file that ends early as far as it goes and says nothing:
+  // the main chunk's length tells.
+  std::error_code ec;
+  const auto size = std::filesystem::file_size(request.path, ec);
+  unsigned char head[6] = {};
+  if (std::FILE* f = ec ? nullptr : std::fopen(request.path.c_str(), "rb")) {
+    if (std::fread(head, 1, sizeof head, f) != sizeof head) std::memset(head, 0, sizeof head);
+    std::fclose(f);
+  }
+  const std::uint32_t declared = head[2] | head[3] << 8 | head[4] << 16 | static_cast<std::uint32_t>(head[5]) << 24;
+  if (ec || head[0] != 0x4d || head[1] != 0x4d) throw ImportError(request.path + ": not a 3DS file");
+  if (declared > size)
+    throw ImportError(request.path + ": cut short: the file holds " + std::to_string(size) + " bytes of the " +
+                      std::to_string(declared) + " its main chunk declares");
   std::unique_ptr<Lib3dsFile, void (*)(Lib3dsFile*)> file(lib3ds_file_load(request.path.c_str()), lib3ds_file_free);
   if (!file) throw ImportError(request.path + ": not a readable 3DS file");
   Converter converter(request, file.get());

@@ -327,8 +327,7 @@ struct Converter {
   // --- nodes ---
 
   void nameNodes(const aiNode& node) {
-    const std::string name = utf8(node.mName.C_Str());
-    const std::string id = builder.uniqueId(name);
+    const std::string id = builder.uniqueId(utf8(node.mName.C_Str()));
     nodeIds.emplace(node.mName.C_Str(), id);
     idOf[&node] = id;
     for (unsigned i = 0; i < node.mNumChildren; ++i) nameNodes(*node.mChildren[i]);
@@ -336,7 +335,9 @@ struct Converter {
   std::map<const aiNode*, std::string> idOf;
 
   json convertNode(const aiNode& node, const Matrix3& frame, bool top) {
-    json out = {{"name", utf8(node.mName.C_Str())}, {"id", idOf.at(&node)}};
+    // Names are made unique (the exporter needs them so): a repeated or empty
+    // name takes a number.
+    json out = {{"name", idOf.at(&node)}};
     json skinVertices = json::array();
     if (node.mNumMeshes > 0) skinVertices = meshNode(node, out);
     out["transform"] = transform(node, frame, top);

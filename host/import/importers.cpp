@@ -6,6 +6,9 @@
 #include <filesystem>
 #include <fstream>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 namespace hostimport {
 
 namespace fs = std::filesystem;
@@ -39,6 +42,26 @@ std::string bufferNameFor(const std::string& scenePath) {
   return name + ".bin";
 }
 
+// A model file may declare more elements than it holds (a count of hundreds of
+// billions in a header of a few bytes), and some readers then reserve and
+// loop for as long as the count says. Capping the address space at the
+// machine's memory makes such a reservation fail at once, as a refused file,
+// while no honest model comes near it. Sanitizer builds reserve vast shadow
+// ranges of their own and are left alone.
+void limitMemoryToMachine() {
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+  const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  if (pages <= 0 || pageSize <= 0) return;
+  rlimit limit{};
+  if (getrlimit(RLIMIT_AS, &limit) != 0) return;
+  const auto machine = static_cast<rlim_t>(pages) * static_cast<rlim_t>(pageSize);
+  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur > machine) {
+    limit.rlim_cur = machine;
+    setrlimit(RLIMIT_AS, &limit);
+  }
+#endif
+}
+
 }  // namespace
 
 bool isSceneDescription(const std::string& path) {
@@ -64,6 +87,7 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
     return hostmodel::loadScene(path);
   }
+  limitMemoryToMachine();
   ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir};
   ImportedScene scene = importModel(request);
   if (!writeScene.empty()) {

@@ -40,8 +40,9 @@ json SceneBuilder::mesh(const MeshArrays& m) {
 }
 
 std::string SceneBuilder::uniqueId(const std::string& name) {
-  std::string id = name.empty() ? std::string("node") : name;
-  for (int n = 2; ids_.count(id); ++n) id = name + "#" + std::to_string(n);
+  const std::string base = name.empty() ? std::string("Node") : name;
+  std::string id = base;
+  for (int n = 2; ids_.count(id); ++n) id = base + "#" + std::to_string(n);
   ids_.insert(id);
   return id;
 }

@@ -40,8 +40,9 @@ class SceneBuilder {
   // The "mesh" member of a mesh object; empty optional arrays are left out.
   nlohmann::json mesh(const MeshArrays& m);
 
-  // A name that is unique among the names handed out so far: the node's id
-  // when names repeat (bones refer to nodes by id).
+  // A name unique among those handed out so far: a repeated name takes "#2",
+  // "#3", an empty one is "Node". Imported nodes use it as name and id, since
+  // the exporter wants node names unique and bones refer to nodes by id.
   std::string uniqueId(const std::string& name);
 
   ImportedScene finish(nlohmann::json document);
