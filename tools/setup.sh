@@ -9,6 +9,8 @@ packages=(
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
+  lib3ds-dev libassimp-dev           # model front ends of zt2export
+  assimp-testmodels                  # the model corpus of the tests
 )
 
 missing=()

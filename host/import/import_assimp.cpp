@@ -444,7 +444,7 @@ std::string formatsHelp() {
     if (end == std::string::npos) end = list.size();
     std::string ext = list.substr(begin, end - begin);
     if (ext.rfind("*.", 0) == 0) ext = ext.substr(2);
-    if (!ext.empty()) out += (out.empty() ? "" : " ") + ext;
+    if (!ext.empty() && ext != "3ds") out += (out.empty() ? "" : " ") + ext;
     begin = end + 1;
   }
   return out;

@@ -37,7 +37,8 @@ bool isSceneDescription(const std::string& path);
 // general one.
 ImportedScene importModel(const ImportRequest& request);
 
-// The formats the general front end reads, for --help.
+// The extensions the general front end reads (besides 3ds), separated by
+// spaces, for --help.
 std::string formatsHelp();
 
 // What zt2export does with its SCENE argument: loads a scene file, or imports

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,17 @@ void printUsage(std::FILE* to) {
                "       zt2export --help\n");
 }
 
+// Words in lines of at most 90 columns, indented by two.
+std::string wrapped(const std::string& words) {
+  std::string out, line;
+  std::istringstream in(words);
+  for (std::string word; in >> word;) {
+    if (!line.empty() && line.size() + 1 + word.size() > 88) out += "  " + line + "\n", line.clear();
+    line += (line.empty() ? "" : " ") + word;
+  }
+  return out + "  " + line + "\n";
+}
+
 void printHelp() {
   printUsage(stdout);
   std::printf(
@@ -75,10 +87,10 @@ void printHelp() {
       "was cancelled because of errors in the scene; 2 the file could not be saved, the scene\n"
       "could not be read, or the command line is wrong.\n"
       "\n"
-      "Model formats (by content, then extension): 3ds %s\n"
+      "Model formats (by content, then extension):\n%s"
       "\n"
       "Fields of the options record (--set):\n%s",
-      hostimport::formatsHelp().c_str(), optionFieldsHelp().c_str());
+      wrapped("3ds " + hostimport::formatsHelp()).c_str(), optionFieldsHelp().c_str());
 }
 
 [[noreturn]] void usageError(const std::string& message) {
