@@ -155,6 +155,9 @@ struct Converter {
     MeshArrays arrays;
     for (Lib3dsDword i = 0; i < mesh.points; ++i) {
       const Point3 p = Point3{mesh.pointL[i].pos[0], mesh.pointL[i].pos[1], mesh.pointL[i].pos[2]} * toLocal;
+      if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+        throw ImportError(request.path + ": mesh \"" + name + "\": vertex " + std::to_string(i) +
+                          " is not a finite number");
       arrays.vertices.insert(arrays.vertices.end(), {p.x, p.y, p.z});
     }
     for (Lib3dsDword f = 0; f < mesh.faces; ++f) {

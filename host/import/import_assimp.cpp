@@ -181,6 +181,9 @@ struct Converter {
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
       for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
         const aiVector3D& p = mesh.mVertices[v];
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+          throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
+                            " is not a finite number");
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
         const std::uint64_t hash = (std::uint64_t{bits[0]} * 73856093u) ^ (std::uint64_t{bits[1]} * 19349663u) ^
