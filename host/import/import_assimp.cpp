@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <map>
 #include <set>
-#include <unordered_map>
 
 #include "host/import/importers.h"
 #include "host/import/smoothing_from_normals.h"
@@ -171,7 +170,13 @@ struct Converter {
       anyColour = anyColour || mesh.HasVertexColors(0);
       allNormals = allNormals && mesh.HasNormals();
     }
-    std::unordered_map<std::uint64_t, std::vector<std::uint32_t>> byHash;
+    // Welding by open addressing on the position's bits: one probe or two per
+    // vertex, and host vertices numbered in order of first appearance.
+    std::size_t sourceCount = 0;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) sourceCount += scene.mMeshes[node.mMeshes[k]]->mNumVertices;
+    std::size_t capacity = 16;
+    while (capacity < sourceCount * 2) capacity *= 2;
+    std::vector<std::uint32_t> table(capacity, UINT32_MAX);
     std::vector<std::uint16_t> slots;  // per face: which of the node's materials
     std::vector<unsigned> usedMaterials;
     std::vector<std::pair<unsigned, unsigned>> firstSource;
@@ -188,16 +193,15 @@ struct Converter {
         std::memcpy(bits, &p, sizeof bits);
         const std::uint64_t hash = (std::uint64_t{bits[0]} * 73856093u) ^ (std::uint64_t{bits[1]} * 19349663u) ^
                                    (std::uint64_t{bits[2]} * 83492791u);
-        auto& bucket = byHash[hash];
-        std::uint32_t found = UINT32_MAX;
-        for (std::uint32_t candidate : bucket)
-          if (std::memcmp(&a.vertices[candidate * 3], &p, 12) == 0) found = candidate;
-        if (found == UINT32_MAX) {
-          found = static_cast<std::uint32_t>(a.vertices.size() / 3);
+        std::size_t slot = static_cast<std::size_t>(hash ^ (hash >> 29)) & (capacity - 1);
+        while (table[slot] != UINT32_MAX && std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0)
+          slot = (slot + 1) & (capacity - 1);
+        if (table[slot] == UINT32_MAX) {
+          table[slot] = static_cast<std::uint32_t>(a.vertices.size() / 3);
           a.vertices.insert(a.vertices.end(), {p.x, p.y, p.z});
-          bucket.push_back(found);
           firstSource.emplace_back(k, v);
         }
+        const std::uint32_t found = table[slot];
         weld[v] = found;
         if (anyUv) {
           const aiVector3D uv = mesh.HasTextureCoords(0) ? mesh.mTextureCoords[0][v] : aiVector3D();
