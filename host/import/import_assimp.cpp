@@ -351,7 +351,11 @@ struct Converter {
 
     // A camera or light looks along its own direction in its node's frame;
     // that turn goes into the node when nothing hangs below it.
-    auto aim = [&](const aiVector3D& position, const aiVector3D& direction, const aiVector3D& up) {
+    auto aim = [&](aiVector3D position, const aiVector3D& direction, const aiVector3D& up) {
+      // Some readers (glTF 2) copy the node's translation into the camera's
+      // position as well; counted once, it is the node's.
+      const aiMatrix4x4& t = node.mTransformation;
+      if (position == aiVector3D(t.a4, t.b4, t.c4)) position = aiVector3D();
       const Matrix3 view = viewFrame(position, direction, up);
       if (isIdentity(view) || node.mNumChildren > 0 || channels.count(node.mName.C_Str())) return;
       const Matrix3 local = toMatrix(node.mTransformation);
