@@ -272,6 +272,25 @@ TEST(ImportAssimp, SkinnedGltfKeepsItsWeightSums) {
   }
 }
 
+// The glTF's animation runs 5.5 s with linear rotation keys at 0, 0.5, ..., 5.5 s:
+// keys at those times in host ticks (4800 a second), the range 5.5 s at 30 frames.
+TEST(ImportAssimp, AnimationKeysKeepTheirTimes) {
+  const std::string model = std::string(ZTX_ASSIMP_MODELS) + "/glTF2/simple_skin/simple_skin.gltf";
+  if (!std::filesystem::exists(model)) GTEST_SKIP() << model << " is not installed (Debian package assimp-testmodels)";
+  TempDir dir;
+  const Exported e = exportModel(dir, model, {"--write-scene", dir.file("skin.scene.json")});
+  ASSERT_EQ(e.run.exitCode, 0) << e.run.out << e.run.err;
+  const json scene = json::parse(ztx_test::readText(dir.file("skin.scene.json")));
+  EXPECT_EQ(scene.at("animationRange"), json::array({0, 165}));
+  const json& animated = scene.at("nodes").at(0).at("children").at(0).at("children").at(0);
+  const json& keys = animated.at("transform").at("rotation").at("keys");
+  ASSERT_EQ(keys.size(), 12u);
+  for (std::size_t i = 0; i < keys.size(); ++i) EXPECT_EQ(keys[i].at("tick"), static_cast<int>(i) * 2400);
+  // The bone's skin is empty, the mesh's holds one vertex per welded position.
+  EXPECT_EQ(animated.at("modifiers").at(0).count("vertices"), 0u);
+  EXPECT_EQ(scene.at("nodes").at(0).at("modifiers").at(0).at("vertices").size(), 10u);
+}
+
 TEST(ImportErrors, BadModelsAreRefusedByNameWithNothingWritten) {
   TempDir dir;
   writeBox3ds(dir.file("box.3ds"), true);
