@@ -291,6 +291,37 @@ TEST(ImportAssimp, AnimationKeysKeepTheirTimes) {
   EXPECT_EQ(scene.at("nodes").at(0).at("modifiers").at(0).at("vertices").size(), 10u);
 }
 
+// Materials become the studio's material with the diffuse texture on slot 0;
+// an image inside the model is written beside the scene and named by path.
+TEST(ImportMaterials, DiffuseTextureOnSlotZeroNamedByItsImage) {
+  struct Case {
+    std::string model, material, image;
+  };
+  TempDir dir;
+  const std::string glb = std::string(ZTX_ASSIMP_MODELS) + "/glTF2/BoxTextured-glTF-Binary/BoxTextured.glb";
+  std::vector<Case> cases = {{ztx_test::sourcePath("examples/crate.3ds"), "Cloth",
+                              std::filesystem::canonical(ztx_test::sourcePath("examples/textures/cloth.png")).string()}};
+  if (std::filesystem::exists(glb)) cases.push_back({glb, "Texture", dir.file("BoxTextured_texture0.png")});
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.model);
+    const Exported e = exportModel(dir, c.model, {"--write-scene", dir.file("model.scene.json")});
+    ASSERT_EQ(e.run.exitCode, 0) << e.run.out << e.run.err;
+    const json scene = json::parse(ztx_test::readText(dir.file("model.scene.json")));
+    json material;
+    for (const json& m : scene.at("materials"))
+      if (m.at("name") == c.material) material = m;
+    ASSERT_TRUE(material.is_object());
+    EXPECT_EQ(material.at("type"), "ztMaterial");
+    EXPECT_EQ(material.at("params").at("layer1Flag"), 1);
+    const json& texmap = material.at("texmaps").at(0);
+    EXPECT_EQ(texmap.at("type"), "ztTexture");
+    EXPECT_EQ(texmap.at("params").at("mapFileName"), c.image);
+    const auto bytes = ztx_test::readBytes(c.image);
+    ASSERT_GE(bytes.size(), 4u);
+    EXPECT_EQ(std::string(bytes.begin() + 1, bytes.begin() + 4), "PNG");
+  }
+}
+
 TEST(ImportErrors, BadModelsAreRefusedByNameWithNothingWritten) {
   TempDir dir;
   writeBox3ds(dir.file("box.3ds"), true);
