@@ -12,6 +12,7 @@
 
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <set>
@@ -325,16 +326,27 @@ TEST(ImportMaterials, DiffuseTextureOnSlotZeroNamedByItsImage) {
 TEST(ImportErrors, BadModelsAreRefusedByNameWithNothingWritten) {
   TempDir dir;
   writeBox3ds(dir.file("box.3ds"), true);
-  auto bytes = ztx_test::readBytes(dir.file("box.3ds"));
-  bytes.resize(bytes.size() / 2);
-  ztx_test::writeBytes(dir.file("cut.3ds"), bytes);
+  const auto box = ztx_test::readBytes(dir.file("box.3ds"));
+  auto cut = box;
+  cut.resize(cut.size() / 2);
+  ztx_test::writeBytes(dir.file("cut.3ds"), cut);
+  auto empty = box;  // the version chunk, first in the file, claims no bytes at all
+  std::fill(empty.begin() + 8, empty.begin() + 12, 0);
+  ztx_test::writeBytes(dir.file("empty-chunk.3ds"), empty);
   ztx_test::writeText(dir.file("junk.obj"), "this is not a model\n\x01\x02");
   ztx_test::writeText(dir.file("fake.3ds"), "solid nothing\n");
-  for (const char* name : {"cut.3ds", "junk.obj", "fake.3ds", "missing.fbx"}) {
+  const std::pair<const char*, const char*> cases[] = {
+      {"cut.3ds", "cut short"},
+      {"empty-chunk.3ds", "chunk 0x0002 at offset 6 claims 0 bytes"},
+      {"junk.obj", ""},
+      {"fake.3ds", "not a 3DS file"},
+      {"missing.fbx", "cannot open the file"}};
+  for (const auto& [name, reason] : cases) {
     SCOPED_TRACE(name);
     const Exported e = exportModel(dir, dir.file(name));
     EXPECT_EQ(e.run.exitCode, 2) << e.run.out << e.run.err;
-    EXPECT_NE(e.run.err.find(name), std::string::npos) << e.run.err;
+    EXPECT_NE(e.run.err.find(std::string(name) + ": "), std::string::npos) << e.run.err;
+    EXPECT_NE(e.run.err.find(reason), std::string::npos) << e.run.err;
     EXPECT_FALSE(std::filesystem::exists(dir.file("out.zt2")));
   }
 }

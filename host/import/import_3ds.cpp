@@ -394,23 +394,66 @@ struct Converter {
   }
 };
 
+// lib3ds loops for ever on a chunk shorter than its own header, and reads
+// past a chunk that claims more than its parent holds. The chunks that hold
+// others are walked here first, so that such a file is refused by place.
+// The prefix is what a container holds before its first child; -1 marks a
+// chunk of plain data.
+long childrenStart(std::uint16_t id, const unsigned char* body, std::size_t size) {
+  switch (id) {
+    case 0x4d4d: case 0x3d3d: case 0x4100: case 0xafff: case 0xb000: case 0xb001: case 0xb002: case 0xb003:
+    case 0xb004: case 0xb005: case 0xb006: case 0xb007: case 0xa010: case 0xa020: case 0xa030: case 0xa040:
+    case 0xa041: case 0xa050: case 0xa052: case 0xa053: case 0xa084: case 0xa200: case 0xa204: case 0xa210:
+    case 0xa220: case 0xa230: case 0xa33a: case 0xa33c: case 0xa33d: case 0xa33e: case 0xa340: case 0xa342:
+    case 0xa344: case 0xa346: case 0xa348: case 0xa34a: case 0xa34c: case 0x2100: case 0x1200:
+      return 0;
+    case 0x4000: {  // a named object: its name, then its parts
+      const void* end = std::memchr(body, 0, size);
+      return end ? static_cast<const unsigned char*>(end) - body + 1 : -1;
+    }
+    case 0x4120:  // faces: their count and four words each, then material and smoothing lists
+      return size < 2 ? -1 : 2 + 8 * static_cast<long>(body[0] | body[1] << 8);
+    case 0x4600: return 12;  // a light: its position first
+    case 0x4700: return 32;  // a camera: position, target, roll, lens
+    default: return -1;
+  }
+}
+
+void checkChunks(const std::string& path, const std::vector<unsigned char>& bytes, std::size_t begin,
+                 std::size_t end) {
+  for (std::size_t at = begin; at + 6 <= end;) {
+    const std::uint16_t id = static_cast<std::uint16_t>(bytes[at] | bytes[at + 1] << 8);
+    const std::uint32_t length = bytes[at + 2] | bytes[at + 3] << 8 | bytes[at + 4] << 16 |
+                                 static_cast<std::uint32_t>(bytes[at + 5]) << 24;
+    char where[96];
+    std::snprintf(where, sizeof where, "chunk 0x%04x at offset %zu", id, at);
+    if (length < 6 || length > end - at)
+      throw ImportError(path + ": " + where + " claims " + std::to_string(length) + " bytes, " +
+                        (length < 6 ? "fewer than its header" : "more than its parent holds"));
+    const long prefix = childrenStart(id, bytes.data() + at + 6, length - 6);
+    if (prefix >= 0 && static_cast<std::size_t>(prefix) <= length - 6)
+      checkChunks(path, bytes, at + 6 + static_cast<std::size_t>(prefix), at + length);
+    at += length;
+  }
+}
+
 }  // namespace
 
 ImportedScene import3ds(const ImportRequest& request) {
-  // lib3ds reads a file that ends early as far as it goes and says nothing:
-  // the main chunk's length tells.
-  std::error_code ec;
-  const auto size = std::filesystem::file_size(request.path, ec);
-  unsigned char head[6] = {};
-  if (std::FILE* f = ec ? nullptr : std::fopen(request.path.c_str(), "rb")) {
-    if (std::fread(head, 1, sizeof head, f) != sizeof head) std::memset(head, 0, sizeof head);
+  std::vector<unsigned char> bytes;
+  if (std::FILE* f = std::fopen(request.path.c_str(), "rb")) {
+    unsigned char block[1 << 16];
+    for (std::size_t n; (n = std::fread(block, 1, sizeof block, f)) > 0;) bytes.insert(bytes.end(), block, block + n);
     std::fclose(f);
   }
-  const std::uint32_t declared = head[2] | head[3] << 8 | head[4] << 16 | static_cast<std::uint32_t>(head[5]) << 24;
-  if (ec || head[0] != 0x4d || head[1] != 0x4d) throw ImportError(request.path + ": not a 3DS file");
-  if (declared > size)
-    throw ImportError(request.path + ": cut short: the file holds " + std::to_string(size) + " bytes of the " +
+  if (bytes.size() < 6 || bytes[0] != 0x4d || bytes[1] != 0x4d) throw ImportError(request.path + ": not a 3DS file");
+  // lib3ds reads a file that ends early as far as it goes and says nothing:
+  // the main chunk's length tells.
+  const std::uint32_t declared = bytes[2] | bytes[3] << 8 | bytes[4] << 16 | static_cast<std::uint32_t>(bytes[5]) << 24;
+  if (declared > bytes.size())
+    throw ImportError(request.path + ": cut short: the file holds " + std::to_string(bytes.size()) + " bytes of the " +
                       std::to_string(declared) + " its main chunk declares");
+  checkChunks(request.path, bytes, 0, declared);
   std::unique_ptr<Lib3dsFile, void (*)(Lib3dsFile*)> file(lib3ds_file_load(request.path.c_str()), lib3ds_file_free);
   if (!file) throw ImportError(request.path + ": not a readable 3DS file");
   Converter converter(request, file.get());

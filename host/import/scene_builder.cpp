@@ -119,8 +119,9 @@ json rigidPhysique(const std::string& nodeId, std::size_t vertexCount) {
   return physique(json::array_t(vertexCount, nodeId));
 }
 
-std::string sceneText(const ImportedScene& scene) {
-  return scene.document.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+SceneText toText(ImportedScene&& scene) {
+  return {scene.document.dump(1, ' ', false, json::error_handler_t::replace) + "\n", std::move(scene.buffer),
+          std::move(scene.bufferName)};
 }
 
 namespace {
@@ -147,9 +148,9 @@ void writeSafely(const std::filesystem::path& path, const char* data, std::size_
 
 }  // namespace
 
-void writeSceneFiles(const ImportedScene& scene, const std::string& jsonPath) {
+void writeSceneFiles(const SceneText& scene, const std::string& jsonPath) {
   const std::filesystem::path path(jsonPath);
-  const std::string text = sceneText(scene);
+  const std::string& text = scene.text;
   // The buffer first: a scene file is never left naming a buffer that is not there.
   writeSafely(path.parent_path() / scene.bufferName, reinterpret_cast<const char*>(scene.buffer.data()),
               scene.buffer.size());

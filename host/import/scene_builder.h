@@ -80,12 +80,18 @@ nlohmann::json physique(nlohmann::json vertices = nlohmann::json::array());
 // to its own node `nodeId`, so that it simply moves with the node.
 nlohmann::json rigidPhysique(const std::string& nodeId, std::size_t vertexCount);
 
-// Writes the document as OUT (a .json file) and the buffer beside it under
-// the name the document uses, each by a temporary file and a rename.
-// Throws std::runtime_error naming the file on failure.
-void writeSceneFiles(const ImportedScene& scene, const std::string& jsonPath);
+// A scene as it goes to the loader or to disk: the document as text, and the
+// buffer under the name the document gives it.
+struct SceneText {
+  std::string text;
+  std::vector<unsigned char> buffer;
+  std::string bufferName;
+};
+SceneText toText(ImportedScene&& scene);
 
-// The document as text, the same for loading and for writing.
-std::string sceneText(const ImportedScene& scene);
+// Writes the text as OUT (a .json file) and the buffer beside it under its
+// name, each by a temporary file and a rename. Throws std::runtime_error
+// naming the file on failure.
+void writeSceneFiles(const SceneText& scene, const std::string& jsonPath);
 
 }  // namespace hostimport
