@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <map>
 #include <utility>
 #include <numeric>
@@ -50,50 +51,51 @@ std::vector<std::uint32_t> smoothingFromNormals(const std::vector<std::uint32_t>
                                                 const std::vector<float>& cornerNormals, std::size_t vertexCount) {
   const std::size_t faceCount = faces.size() / 3;
   if (cornerNormals.size() < faceCount * 9) return std::vector<std::uint32_t>(faceCount, 1u);
+  std::vector<Normal> normals(faceCount * 3);
+  for (std::size_t c = 0; c < normals.size(); ++c) normals[c] = cornerNormal(cornerNormals, c);
 
-  // Corners around each vertex, as (face, corner) pairs.
-  std::vector<std::vector<std::size_t>> around(vertexCount);
+  // Corners around each vertex, in corner order (offsets, then the corners).
+  std::vector<std::size_t> first(vertexCount + 1, 0), around(faceCount * 3);
   for (std::size_t c = 0; c < faceCount * 3; ++c)
-    if (faces[c] < vertexCount) around[faces[c]].push_back(c);
+    if (faces[c] < vertexCount) ++first[faces[c] + 1];
+  for (std::size_t v = 0; v < vertexCount; ++v) first[v + 1] += first[v];
+  {
+    std::vector<std::size_t> next(first.begin(), first.end() - 1);
+    for (std::size_t c = 0; c < faceCount * 3; ++c)
+      if (faces[c] < vertexCount) around[next[faces[c]]++] = c;
+  }
+  auto cornerOf = [&](std::size_t face, std::uint32_t vertex) -> std::size_t {
+    for (int k = 0; k < 3; ++k)
+      if (faces[face * 3 + k] == vertex) return face * 3 + k;
+    return SIZE_MAX;
+  };
 
-  // Patches: an edge joins its two faces when both ends agree.
+  // Patches: an edge joins its two faces when both ends agree. The faces
+  // across edge (a, b) of face f are the later faces around a that hold b.
   UnionFind patches(faceCount);
-  // Edges as (lower vertex, higher vertex, corner) sorted, so that the faces of
-  // one edge lie next to each other.
-  std::vector<std::pair<std::uint64_t, std::size_t>> edges;
-  edges.reserve(faceCount * 3);
   for (std::size_t f = 0; f < faceCount; ++f)
     for (int k = 0; k < 3; ++k) {
       const std::uint32_t a = faces[f * 3 + k], b = faces[f * 3 + (k + 1) % 3];
-      edges.emplace_back((std::uint64_t{std::min(a, b)} << 32) | std::max(a, b), f * 3 + k);
-    }
-  std::sort(edges.begin(), edges.end());
-  auto cornerOf = [&](std::size_t face, std::uint32_t vertex) {
-    for (int k = 0; k < 3; ++k)
-      if (faces[face * 3 + k] == vertex) return face * 3 + k;
-    return face * 3;
-  };
-  auto sameAt = [&](std::size_t f, std::size_t g, std::uint32_t vertex) {
-    return same(cornerNormal(cornerNormals, cornerOf(f, vertex)), cornerNormal(cornerNormals, cornerOf(g, vertex)));
-  };
-  for (std::size_t begin = 0, end = 0; begin < edges.size(); begin = end) {
-    while (end < edges.size() && edges[end].first == edges[begin].first) ++end;
-    const auto low = static_cast<std::uint32_t>(edges[begin].first >> 32);
-    const auto high = static_cast<std::uint32_t>(edges[begin].first);
-    for (std::size_t i = begin; i < end; ++i)
-      for (std::size_t j = i + 1; j < end; ++j) {
-        const std::size_t f = edges[i].second / 3, g = edges[j].second / 3;
-        if (sameAt(f, g, low) && sameAt(f, g, high)) patches.join(f, g);
+      if (a >= vertexCount || b >= vertexCount) continue;
+      for (std::size_t i = first[a]; i < first[a + 1]; ++i) {
+        const std::size_t g = around[i] / 3;
+        if (g <= f) continue;
+        const std::size_t gb = cornerOf(g, b);
+        if (gb != SIZE_MAX && same(normals[f * 3 + k], normals[around[i]]) &&
+            same(normals[f * 3 + (k + 1) % 3], normals[gb]))
+          patches.join(f, g);
       }
-  }
+    }
 
   // Neighbouring patches: they meet at a vertex with different normals.
   std::map<std::size_t, std::vector<std::size_t>> neighbours;
-  for (const auto& corners : around) {
-    std::vector<std::pair<std::size_t, Normal>> seen;  // one entry per patch and normal at this vertex
-    for (std::size_t c : corners) {
+  std::vector<std::pair<std::size_t, Normal>> seen;  // one entry per patch and normal at a vertex
+  for (std::size_t v = 0; v < vertexCount; ++v) {
+    seen.clear();
+    for (std::size_t i = first[v]; i < first[v + 1]; ++i) {
+      const std::size_t c = around[i];
       const std::size_t p = patches.find(c / 3);
-      const Normal n = cornerNormal(cornerNormals, c);
+      const Normal& n = normals[c];
       if (std::none_of(seen.begin(), seen.end(), [&](const auto& e) { return e.first == p && same(e.second, n); }))
         seen.emplace_back(p, n);
     }
