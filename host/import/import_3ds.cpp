@@ -325,6 +325,24 @@ struct Converter {
       object["attenuationStart"] = light->inner_range;
       object["attenuationEnd"] = light->outer_range;
     }
+    // Keyed colour and cones, sampled per frame like the transforms.
+    if (node) {
+      Lib3dsLightData& data = node->data.light;
+      const bool colourMoves = data.col_track.keyL && data.col_track.keyL->next;
+      const bool hotspotMoves = light->spot_light && moves(data.hotspot_track);
+      const bool falloffMoves = light->spot_light && moves(data.falloff_track);
+      json colours = json::array(), hotspots = json::array(), falloffs = json::array();
+      if (colourMoves || hotspotMoves || falloffMoves)
+        for (int frame : frames()) {
+          lib3ds_file_eval(file, static_cast<float>(frame));
+          colours.push_back({{"frame", frame}, {"value", colour(data.col)}});
+          hotspots.push_back({{"frame", frame}, {"value", data.hotspot}});
+          falloffs.push_back({{"frame", frame}, {"value", data.falloff}});
+        }
+      if (colourMoves) object["color"] = {{"keys", colours}};
+      if (hotspotMoves) object["hotspotDegrees"] = {{"keys", hotspots}};
+      if (falloffMoves) object["falloffDegrees"] = {{"keys", falloffs}};
+    }
     json out = {{"name", name}, {"id", builder.uniqueId(name)}, {"object", object}, {"modifiers", physique()}};
     if (light->off) out["hidden"] = true;
     if (!light->spot_light) {
