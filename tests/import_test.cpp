@@ -292,6 +292,48 @@ TEST(ImportAssimp, AnimationKeysKeepTheirTimes) {
   EXPECT_EQ(scene.at("nodes").at(0).at("modifiers").at(0).at("vertices").size(), 10u);
 }
 
+// What the front ends decide so that a model exports with the default
+// options: repeated names take a number, a mesh without a material gets
+// "Default", and a mesh without bones is skinned rigidly to its own node.
+TEST(Import3ds, TwinMeshesWithoutMaterialExportWithDefaults) {
+  TempDir dir;
+  Lib3dsFile* file = lib3ds_file_new();
+  for (int m = 0; m < 2; ++m) {
+    Lib3dsMesh* mesh = lib3ds_mesh_new("Twin");
+    lib3ds_mesh_new_point_list(mesh, 3);
+    for (int i = 0; i < 3; ++i) {
+      mesh->pointL[i].pos[0] = static_cast<float>(i == 1);
+      mesh->pointL[i].pos[1] = static_cast<float>(i == 2);
+      mesh->pointL[i].pos[2] = static_cast<float>(m);
+    }
+    lib3ds_mesh_new_face_list(mesh, 1);
+    mesh->faceL[0].points[0] = 0, mesh->faceL[0].points[1] = 1, mesh->faceL[0].points[2] = 2;
+    mesh->faceL[0].smoothing = 1;
+    lib3ds_file_insert_mesh(file, mesh);
+  }
+  ASSERT_TRUE(lib3ds_file_save(file, dir.file("twins.3ds").c_str()));
+  lib3ds_file_free(file);
+  const Exported e = exportModel(dir, dir.file("twins.3ds"));
+  ASSERT_EQ(e.run.exitCode, 0) << e.run.out << e.run.err;
+  const std::vector<std::string> names = ztx_test::objectNames(e.scene);
+  EXPECT_EQ(std::set<std::string>(names.begin(), names.end()), (std::set<std::string>{"Twin", "Twin#2"}));
+  for (const json& chunk : ztx_test::topChunks(e.scene))
+    for (const json& child : chunk.at("children")) {
+      if (child.at("name") == "MeshMaterialNamesChunk") {
+        EXPECT_EQ(child.at("fields").at("names"), json::array({"Default"}));
+      }
+    }
+  // The .skd file is the last mesh's (each mesh export saves it under the
+  // scene's name): its three vertices hang on its own node, wholly.
+  const json& skin = e.skin.at("chunks").at(0).at("fields");
+  ASSERT_EQ(skin.at("nodeNames").size(), 1u);
+  const json& bones = skin.at("boneNames");
+  const auto self = std::find(bones.begin(), bones.end(), skin.at("nodeNames").at(0));
+  ASSERT_NE(self, bones.end());
+  EXPECT_EQ(skin.at("influenceBone"), json(std::vector<int>(3, static_cast<int>(self - bones.begin()))));
+  EXPECT_EQ(skin.at("influenceWeight"), json(std::vector<double>(3, 1.0)));
+}
+
 // Materials become the studio's material with the diffuse texture on slot 0;
 // an image inside the model is written beside the scene and named by path.
 TEST(ImportMaterials, DiffuseTextureOnSlotZeroNamedByItsImage) {
