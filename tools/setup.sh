@@ -12,6 +12,8 @@ packages=(
   libstb-dev                         # image decoding of the host model
   qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
   xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
+  lib3ds-dev libassimp-dev           # model front ends of zt2export
+  assimp-testmodels                  # the model corpus of the tests
 )
 
 missing=()

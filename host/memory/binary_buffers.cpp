@@ -7,11 +7,20 @@
 
 namespace hostmodel {
 
-const std::vector<unsigned char>& BufferFiles::file(const std::string& name, const JsonCursor& where) {
+std::string BufferFiles::key(const std::string& name) const {
   const std::filesystem::path path =
       std::filesystem::path(name).is_absolute() || baseDir_.empty() ? std::filesystem::path(name)
                                                                     : std::filesystem::path(baseDir_) / name;
-  const std::string key = path.lexically_normal().string();
+  return path.lexically_normal().string();
+}
+
+void BufferFiles::supply(const std::string& name, std::vector<unsigned char> bytes) {
+  files_[key(name)] = std::move(bytes);
+}
+
+const std::vector<unsigned char>& BufferFiles::file(const std::string& name, const JsonCursor& where) {
+  const std::string key = this->key(name);
+  const std::filesystem::path path = key;
   if (const auto it = files_.find(key); it != files_.end()) return it->second;
 
   auto bytes = readRegularFile<std::vector<unsigned char>>(

@@ -26,7 +26,12 @@ class BufferFiles {
   // and checks that m elements of `elementSize` bytes lie inside the file.
   BufferView view(const JsonCursor& where, std::size_t elementSize);
 
+  // Makes `bytes` the content of the buffer file `name` (resolved as a
+  // reference would be), so that a scene built in memory never goes to disk.
+  void supply(const std::string& name, std::vector<unsigned char> bytes);
+
  private:
+  std::string key(const std::string& name) const;
   const std::vector<unsigned char>& file(const std::string& name, const JsonCursor& where);
   std::string baseDir_;
   std::map<std::string, std::vector<unsigned char>> files_;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -110,5 +111,10 @@ std::unique_ptr<MemoryHost> loadScene(const std::string& path);
 // in error messages.
 std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
                                                 const std::string& sourceName = "<scene>");
+// The same, with buffer files given in memory under the names the document
+// uses for them (a scene that an importer built).
+using BufferBytes = std::map<std::string, std::vector<unsigned char>>;
+std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
+                                                const std::string& sourceName, BufferBytes buffers);
 
 }  // namespace hostmodel

@@ -199,6 +199,11 @@ class DuplicateMemberCheck {
 
 std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
                                                 const std::string& sourceName) {
+  return loadSceneFromString(json, baseDir, sourceName, {});
+}
+
+std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
+                                                const std::string& sourceName, BufferBytes buffers) {
   nlohmann::json document;
   try {
     document = nlohmann::json::parse(json, DuplicateMemberCheck(sourceName));
@@ -208,6 +213,7 @@ std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const s
   auto impl = std::make_unique<MemoryHost::Impl>();
   impl->sourceName = sourceName;
   LoadContext ctx(*impl, baseDir);
+  for (auto& [name, bytes] : buffers) ctx.buffers.supply(name, std::move(bytes));
   readDocument(JsonCursor(document, "", sourceName), ctx);
   return std::make_unique<MemoryHost>(std::move(impl));
 }

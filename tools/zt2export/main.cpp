@@ -10,10 +10,12 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/inhouse/exceptions.h"
+#include "host/import/importers.h"
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
@@ -31,6 +33,7 @@ struct Arguments {
   std::string output;
   std::string configDir;
   std::string module;
+  std::string writeScene;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
   bool quiet = false;
@@ -43,17 +46,30 @@ struct Arguments {
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "                 [--save-options] [--write-scene OUT.scene.json]\n"
+               "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
+}
+
+// Words in lines of at most 90 columns, indented by two.
+std::string wrapped(const std::string& words) {
+  std::string out, line;
+  std::istringstream in(words);
+  for (std::string word; in >> word;) {
+    if (!line.empty() && line.size() + 1 + word.size() > 88) out += "  " + line + "\n", line.clear();
+    line += (line.empty() ? "" : " ") + word;
+  }
+  return out + "  " + line + "\n";
 }
 
 void printHelp() {
   printUsage(stdout);
   std::printf(
       "\n"
-      "Exports the scene described by SCENE (a scene-description file, see docs/scene-format.md)\n"
-      "to a ZT2.0 scene file, with the per-vertex skin file (.skd) beside it when skinning is on.\n"
+      "Exports the scene described by SCENE (a scene-description file, see docs/scene-format.md,\n"
+      "or a model: 3DS, or any of the formats listed below) to a ZT2.0 scene file, with the\n"
+      "per-vertex skin file (.skd) beside it when skinning is on.\n"
       "\n"
       "Options:\n"
       "  -o, --output OUT.zt2   the file to write; default: the scene's name with .zt2, in the\n"
@@ -74,6 +90,8 @@ void printHelp() {
       "  --module PATH          the exporter module to load; default: ZTExport.dle beside\n"
       "                         this program\n"
       "  --version              print the module's description and the exporter's version\n"
+      "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
+      "                         its arrays in OUT.bin beside it, then export that file\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -86,8 +104,10 @@ void printHelp() {
       "could not be read, the module could not be loaded, a window was asked for without a\n"
       "display, or the command line is wrong.\n"
       "\n"
+      "Model formats (by content, then extension):\n%s"
+      "\n"
       "Fields of the options record (--set):\n%s",
-      optionFieldsHelp().c_str());
+      wrapped("3ds " + hostimport::formatsHelp()).c_str(), optionFieldsHelp().c_str());
 }
 
 [[noreturn]] void usageError(const std::string& message) {
@@ -124,6 +144,8 @@ Arguments parseArguments(int argc, char** argv) {
       a.dialog = true;
     } else if (arg == "--about") {
       a.about = true;
+    } else if (arg == "--write-scene") {
+      a.writeScene = value("a file name");
     } else if (arg == "--save-options") {
       a.saveOptions = true;
     } else if (arg == "--quiet") {
@@ -165,6 +187,7 @@ bool sameFile(const std::string& a, const std::string& b) {
 }
 
 std::string defaultOutput(const std::string& scene) {
+  if (!hostimport::isSceneDescription(scene)) return std::filesystem::path(scene).stem().string() + ".zt2";
   std::string stem = std::filesystem::path(scene).filename().string();
   for (const char* suffix : {".json", ".scene"})
     if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
@@ -241,9 +264,12 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
+  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
-    host = hostmodel::loadScene(args.scene);
+    // Textures held inside a model go beside what is written.
+    const std::string written = args.writeScene.empty() ? output : args.writeScene;
+    host = hostimport::openScene(args.scene, args.writeScene, std::filesystem::path(written).parent_path().string());
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
     return kExitFailure;
@@ -252,7 +278,6 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
-  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
   if (sameFile(output, args.scene)) {
     std::fprintf(stderr, "zt2export: %s: the output would overwrite the scene it is exported from\n", output.c_str());
     return kExitFailure;

@@ -1,0 +1,464 @@
+// Every other format, through assimp. Assimp hands scenes over Y-up with
+// normals per corner; both are converted here (docs/import.md): the Y-up frame
+// is turned onto the host's Z-up frame at the top of the tree, and smoothing
+// groups are derived from the normals.
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <set>
+
+#include "host/import/importers.h"
+#include "host/import/smoothing_from_normals.h"
+#include "host/import/texture_files.h"
+#include "host/memory/rotation_math.h"
+
+namespace hostimport {
+
+using nlohmann::json;
+
+namespace {
+
+constexpr int kFrameRate = 30;
+constexpr int kTicksPerSecond = 4800;
+// Assimp's own default when a file gives no rate.
+constexpr double kDefaultAnimationTicksPerSecond = 25.0;
+
+Matrix3 toMatrix(const aiMatrix4x4& m) {
+  // Assimp's matrices act on column vectors: their columns are our rows.
+  return Matrix3({m.a1, m.b1, m.c1}, {m.a2, m.b2, m.c2}, {m.a3, m.b3, m.c3}, {m.a4, m.b4, m.c4});
+}
+
+// Y-up to Z-up: a turn of +90 degrees about X, (x, y, z) -> (x, -z, y).
+Matrix3 yUpToZUp() { return Matrix3({1, 0, 0}, {0, 0, 1}, {0, -1, 0}, {0, 0, 0}); }
+
+json colour(const aiColor3D& c) { return json::array({c.r, c.g, c.b}); }
+
+// A frame looking along `direction` with `up` roughly up, as the host's cameras
+// and lights do: down their -Z, Y up.
+Matrix3 viewFrame(const aiVector3D& position, aiVector3D direction, aiVector3D up) {
+  direction.Normalize();
+  Point3 z{-direction.x, -direction.y, -direction.z};
+  Point3 y{up.x, up.y, up.z};
+  y = y - z * DotProd(y, z);
+  if (DotProd(y, y) < 1e-12f) y = std::fabs(z.y) < 0.9f ? Point3{0, 1, 0} : Point3{1, 0, 0};
+  y = y - z * DotProd(y, z);
+  y = y * (1 / std::sqrt(DotProd(y, y)));
+  const Point3 x = CrossProd(y, z);
+  return Matrix3(x, y, z, {position.x, position.y, position.z});
+}
+
+bool isIdentity(const Matrix3& m) {
+  const Matrix3 id;
+  for (int i = 0; i < 4; ++i) {
+    const Point3 d = m.GetRow(i) - id.GetRow(i);
+    if (std::fabs(d.x) > 1e-6f || std::fabs(d.y) > 1e-6f || std::fabs(d.z) > 1e-6f) return false;
+  }
+  return true;
+}
+
+struct Converter {
+  Converter(const ImportRequest& r, const aiScene& s) : request(r), scene(s), builder(r.bufferName) {}
+  const ImportRequest& request;
+  const aiScene& scene;
+  SceneBuilder builder;
+  std::vector<std::string> materialIds;        // by assimp material index
+  json materials = json::array();
+  std::set<std::string> materialNames;
+  std::map<std::string, std::string> nodeIds;  // assimp node name -> id of the first node of that name
+  std::map<std::string, const aiCamera*> cameras;
+  std::map<std::string, const aiLight*> lights;
+  std::map<std::string, const aiNodeAnim*> channels;
+  double animationTicksPerSecond = kDefaultAnimationTicksPerSecond;
+  int lastFrame = 0;
+
+  std::string uniqueMaterialName(const std::string& wanted) {
+    std::string name = wanted.empty() ? std::string("Material") : wanted;
+    for (int n = 2; materialNames.count(name); ++n) name = wanted + "#" + std::to_string(n);
+    materialNames.insert(name);
+    return name;
+  }
+
+  // --- textures and materials ---
+
+  std::string texturePath(const aiString& reference) {
+    const auto [embedded, index] = scene.GetEmbeddedTextureAndIndex(reference.C_Str());
+    if (!embedded) return resolveTexture(std::filesystem::path(request.path).parent_path(), reference.C_Str());
+    const std::string stem = std::filesystem::path(request.path).stem().string() + "_texture" + std::to_string(index);
+    if (embedded->mHeight == 0) {
+      std::string hint = embedded->achFormatHint;
+      if (hint.empty() || hint.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789") != std::string::npos) hint = "bin";
+      return writeEmbeddedTexture(request.textureDir, stem + "." + hint,
+                                  reinterpret_cast<const unsigned char*>(embedded->pcData), embedded->mWidth);
+    }
+    // Raw texels (BGRA in assimp's aiTexel) as an uncompressed 32-bit TGA.
+    const std::size_t w = embedded->mWidth, h = embedded->mHeight;
+    std::vector<unsigned char> tga(18 + w * h * 4, 0);
+    tga[2] = 2;
+    tga[12] = static_cast<unsigned char>(w & 0xff), tga[13] = static_cast<unsigned char>(w >> 8);
+    tga[14] = static_cast<unsigned char>(h & 0xff), tga[15] = static_cast<unsigned char>(h >> 8);
+    tga[16] = 32;
+    tga[17] = 0x28;  // 8 alpha bits, first row at the top
+    for (std::size_t i = 0; i < w * h; ++i) {
+      const aiTexel& t = embedded->pcData[i];
+      unsigned char* p = &tga[18 + i * 4];
+      p[0] = t.b, p[1] = t.g, p[2] = t.r, p[3] = t.a;
+    }
+    return writeEmbeddedTexture(request.textureDir, stem + ".tga", tga.data(), tga.size());
+  }
+
+  json texmap(const aiMaterial& m, std::initializer_list<aiTextureType> types, const std::string& name) {
+    for (aiTextureType type : types) {
+      aiString path;
+      if (m.GetTextureCount(type) > 0 && m.GetTexture(type, 0, &path) == AI_SUCCESS && path.length > 0)
+        return {{"type", "ztTexture"}, {"name", name}, {"params", {{"mapFileName", texturePath(path)}}}};
+    }
+    return nullptr;
+  }
+
+  void readMaterials() {
+    for (unsigned i = 0; i < scene.mNumMaterials; ++i) {
+      const aiMaterial& m = *scene.mMaterials[i];
+      aiString sourceName;
+      m.Get(AI_MATKEY_NAME, sourceName);
+      const std::string name = uniqueMaterialName(utf8(sourceName.C_Str()));
+      aiColor3D ambient(0.5f, 0.5f, 0.5f), diffuse(0.5f, 0.5f, 0.5f), specular(0.9f, 0.9f, 0.9f);
+      aiColor4D base;
+      if (m.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS && m.Get(AI_MATKEY_BASE_COLOR, base) == AI_SUCCESS)
+        diffuse = aiColor3D(base.r, base.g, base.b);
+      m.Get(AI_MATKEY_COLOR_AMBIENT, ambient);
+      m.Get(AI_MATKEY_COLOR_SPECULAR, specular);
+      const std::string id = "m" + std::to_string(i);
+      json material = {{"id", id}, {"type", "ztMaterial"}, {"name", name}, {"ambient", colour(ambient)},
+                       {"diffuse", colour(diffuse)}, {"specular", colour(specular)}};
+      json params = {{"plainLayerMode", 1}};
+      json maps = json::array();
+      if (json d = texmap(m, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR}, name + " diffuse"); !d.is_null()) {
+        maps.push_back(d);
+        params["layer1Flag"] = 1;
+      }
+      if (json o = texmap(m, {aiTextureType_OPACITY}, name + " opacity"); !o.is_null()) {
+        while (maps.size() < 4) maps.push_back(nullptr);
+        maps.push_back(o);
+        params["layer5Flag"] = 1;
+        params["diffuseMode"] = 1;  // copying the diffuse layer would hide the mask
+      }
+      material["params"] = params;
+      if (!maps.empty()) material["texmaps"] = maps;
+      materials.push_back(material);
+      materialIds.push_back(id);
+    }
+  }
+
+  // --- meshes ---
+
+  // The meshes of one node as one host mesh: positions welded (corners at one
+  // point name one vertex, so smoothing and skins see the surface whole),
+  // texture coordinates and colours kept per assimp vertex.
+  json meshNode(const aiNode& node, json& out) {
+    MeshArrays a;
+    std::vector<float> cornerNormals;
+    bool allNormals = true, anyUv = false, anyColour = false;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      anyUv = anyUv || mesh.HasTextureCoords(0);
+      anyColour = anyColour || mesh.HasVertexColors(0);
+      allNormals = allNormals && mesh.HasNormals();
+    }
+    // Welding by open addressing on the position's bits: one probe or two per
+    // vertex, and host vertices numbered in order of first appearance.
+    std::size_t sourceCount = 0;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) sourceCount += scene.mMeshes[node.mMeshes[k]]->mNumVertices;
+    std::size_t capacity = 16;
+    while (capacity < sourceCount * 2) capacity *= 2;
+    std::vector<std::uint32_t> table(capacity, UINT32_MAX);
+    std::vector<std::uint16_t> slots;  // per face: which of the node's materials
+    std::vector<unsigned> usedMaterials;
+    std::vector<std::pair<unsigned, unsigned>> firstSource;
+    std::uint32_t sourceBase = 0;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      std::vector<std::uint32_t> weld(mesh.mNumVertices);
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        const aiVector3D& p = mesh.mVertices[v];
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+          throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
+                            " is not a finite number");
+        std::uint32_t bits[3];
+        std::memcpy(bits, &p, sizeof bits);
+        const std::uint64_t hash = (std::uint64_t{bits[0]} * 73856093u) ^ (std::uint64_t{bits[1]} * 19349663u) ^
+                                   (std::uint64_t{bits[2]} * 83492791u);
+        std::size_t slot = static_cast<std::size_t>(hash ^ (hash >> 29)) & (capacity - 1);
+        while (table[slot] != UINT32_MAX && std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0)
+          slot = (slot + 1) & (capacity - 1);
+        if (table[slot] == UINT32_MAX) {
+          table[slot] = static_cast<std::uint32_t>(a.vertices.size() / 3);
+          a.vertices.insert(a.vertices.end(), {p.x, p.y, p.z});
+          firstSource.emplace_back(k, v);
+        }
+        const std::uint32_t found = table[slot];
+        weld[v] = found;
+        if (anyUv) {
+          const aiVector3D uv = mesh.HasTextureCoords(0) ? mesh.mTextureCoords[0][v] : aiVector3D();
+          a.textureVertices.insert(a.textureVertices.end(), {uv.x, uv.y, uv.z});
+        }
+        if (anyColour) {
+          const aiColor4D c = mesh.HasVertexColors(0) ? mesh.mColors[0][v] : aiColor4D(1, 1, 1, 1);
+          a.vertexColors.insert(a.vertexColors.end(), {c.r, c.g, c.b});
+        }
+      }
+      auto slot = std::find(usedMaterials.begin(), usedMaterials.end(), mesh.mMaterialIndex);
+      if (slot == usedMaterials.end()) slot = usedMaterials.insert(slot, mesh.mMaterialIndex);
+      for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        if (face.mNumIndices != 3) continue;  // points and lines have no surface to export
+        for (int c = 0; c < 3; ++c) {
+          const unsigned v = face.mIndices[c];
+          a.faces.push_back(weld[v]);
+          if (anyUv) a.textureFaces.push_back(sourceBase + v);
+          if (anyColour) a.colorFaces.push_back(sourceBase + v);
+          if (allNormals)
+            cornerNormals.insert(cornerNormals.end(), {mesh.mNormals[v].x, mesh.mNormals[v].y, mesh.mNormals[v].z});
+        }
+        a.materialIds.push_back(static_cast<std::uint16_t>(slot - usedMaterials.begin()));
+      }
+      sourceBase += mesh.mNumVertices;
+    }
+    // Without normals nothing says where edges are hard: the surface is smooth.
+    a.smoothingGroups = allNormals ? smoothingFromNormals(a.faces, cornerNormals, a.vertices.size() / 3)
+                                   : std::vector<std::uint32_t>(a.faces.size() / 3, 1u);
+
+    if (usedMaterials.size() == 1) {
+      out["material"] = materialIds.at(usedMaterials[0]);
+    } else if (usedMaterials.size() > 1) {
+      json subs = json::array();
+      for (unsigned m : usedMaterials) subs.push_back(materialIds.at(m));
+      out["material"] = {{"type", "multi"}, {"name", uniqueMaterialName(out["name"].get<std::string>() + " materials")},
+                         {"subMaterials", subs}};
+    }
+    out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(a)}};
+    return skin(node, firstSource);
+  }
+
+  // The skin's vertices, one per host vertex: blended rigid from the bones of
+  // the node's meshes; bound to the node itself where no bone holds them.
+  json skin(const aiNode& node, const std::vector<std::pair<unsigned, unsigned>>& firstSource) {
+    std::map<std::pair<unsigned, unsigned>, std::vector<std::pair<std::string, float>>> weights;
+    bool any = false;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        const auto id = nodeIds.find(bone.mName.C_Str());
+        if (id == nodeIds.end()) continue;
+        for (unsigned w = 0; w < bone.mNumWeights; ++w) {
+          weights[{k, bone.mWeights[w].mVertexId}].emplace_back(id->second, bone.mWeights[w].mWeight);
+          any = true;
+        }
+      }
+    }
+    const std::string self = idOf.at(&node);
+    if (!any) return json::array_t(firstSource.size(), self);
+    json vertices = json::array();
+    for (const auto& source : firstSource) {
+      const auto it = weights.find(source);
+      if (it == weights.end()) {
+        vertices.push_back(self);  // no bone holds it: it moves with its node
+        continue;
+      }
+      json bones = json::array(), values = json::array();
+      for (const auto& [bone, weight] : it->second) bones.push_back(bone), values.push_back(weight);
+      vertices.push_back({{"bones", bones}, {"weights", values}});
+    }
+    return vertices;
+  }
+
+  // --- animation ---
+
+  int tick(double time) const {
+    return static_cast<int>(std::lround(time / animationTicksPerSecond * kTicksPerSecond));
+  }
+
+  // Keys of one track, their times rounded to host ticks; a key that lands on
+  // the tick of the one before it is dropped.
+  template <typename Key, typename Convert>
+  json keys(const Key* source, unsigned count, Convert convert) {
+    json out = json::array();
+    int last = INT32_MIN;
+    for (unsigned i = 0; i < count; ++i) {
+      const int t = tick(source[i].mTime);
+      if (t <= last) continue;
+      last = t;
+      out.push_back({{"tick", t}, {"value", convert(source[i].mValue)}});
+    }
+    return out;
+  }
+
+  // The node's local transform; `frame` (the turn onto Z-up and what the
+  // root holds) is applied after it, for nodes at the top of the tree.
+  json transform(const aiNode& node, const Matrix3& frame, bool top) {
+    const Matrix3 local = toMatrix(node.mTransformation);
+    const auto channel = channels.find(node.mName.C_Str());
+    if (channel == channels.end()) return fixedTransform(top ? local * frame : local);
+    const aiNodeAnim& anim = *channel->second;
+    // The top frame is a turn, a uniform scale and a move; it goes into the
+    // keys as such.
+    const Decomposed f = decompose(frame);
+    const float s = f.scale.x;
+    Matrix3 turn = QuatToMatrix(f.rotation);
+    const Decomposed still = decompose(local);
+    auto position = [&](const aiVector3D& p) {
+      const Point3 q{p.x, p.y, p.z};
+      return point(top ? (q * turn) * s + f.position : q);
+    };
+    auto rotation = [&](const aiQuaternion& r) {
+      const Quat q = hostmodel::normalized(Quat{r.x, r.y, r.z, r.w});
+      return quat(top ? hostmodel::quatFromMatrix(QuatToMatrix(q) * turn) : q);
+    };
+    auto scale = [&](const aiVector3D& v) { return point(Point3{v.x, v.y, v.z} * (top ? s : 1.0f)); };
+    json out = json::object();
+    out["position"] = anim.mNumPositionKeys ? json{{"keys", keys(anim.mPositionKeys, anim.mNumPositionKeys, position)}}
+                                            : position({still.position.x, still.position.y, still.position.z});
+    out["rotation"] = anim.mNumRotationKeys ? json{{"keys", keys(anim.mRotationKeys, anim.mNumRotationKeys, rotation)}}
+                                            : rotation({still.rotation.w, still.rotation.x, still.rotation.y, still.rotation.z});
+    out["scale"] = anim.mNumScalingKeys ? json{{"keys", keys(anim.mScalingKeys, anim.mNumScalingKeys, scale)}}
+                                        : scale({still.scale.x, still.scale.y, still.scale.z});
+    return out;
+  }
+
+  // --- nodes ---
+
+  void nameNodes(const aiNode& node) {
+    const std::string id = builder.uniqueId(utf8(node.mName.C_Str()));
+    nodeIds.emplace(node.mName.C_Str(), id);
+    idOf[&node] = id;
+    for (unsigned i = 0; i < node.mNumChildren; ++i) nameNodes(*node.mChildren[i]);
+  }
+  std::map<const aiNode*, std::string> idOf;
+
+  json convertNode(const aiNode& node, const Matrix3& frame, bool top) {
+    // Names are made unique (the exporter needs them so): a repeated or empty
+    // name takes a number.
+    json out = {{"name", idOf.at(&node)}};
+    json skinVertices = json::array();
+    if (node.mNumMeshes > 0) skinVertices = meshNode(node, out);
+    out["transform"] = transform(node, frame, top);
+
+    // A camera or light looks along its own direction in its node's frame;
+    // that turn goes into the node when nothing hangs below it.
+    auto aim = [&](aiVector3D position, const aiVector3D& direction, const aiVector3D& up) {
+      // Some readers (glTF 2) copy the node's translation into the camera's
+      // position as well; counted once, it is the node's.
+      const aiMatrix4x4& t = node.mTransformation;
+      if (position == aiVector3D(t.a4, t.b4, t.c4)) position = aiVector3D();
+      const Matrix3 view = viewFrame(position, direction, up);
+      if (isIdentity(view) || node.mNumChildren > 0 || channels.count(node.mName.C_Str())) return;
+      const Matrix3 local = toMatrix(node.mTransformation);
+      out["transform"] = fixedTransform(top ? view * local * frame : view * local);
+    };
+    if (const auto c = cameras.find(node.mName.C_Str()); c != cameras.end() && node.mNumMeshes == 0) {
+      const aiCamera& cam = *c->second;
+      json object = {{"type", "camera"}, {"hither", cam.mClipPlaneNear}, {"yon", cam.mClipPlaneFar}};
+      if (cam.mHorizontalFOV > 0) object["fovDegrees"] = 2 * cam.mHorizontalFOV * 180.0 / 3.14159265358979;
+      out["object"] = object;
+      aim(cam.mPosition, cam.mLookAt, cam.mUp);
+    } else if (const auto l = lights.find(node.mName.C_Str()); l != lights.end() && node.mNumMeshes == 0) {
+      const aiLight& light = *l->second;
+      const char* type = light.mType == aiLightSource_SPOT          ? "spot"
+                         : light.mType == aiLightSource_DIRECTIONAL ? "directional"
+                         : light.mType == aiLightSource_AMBIENT     ? "ambient"
+                                                                    : "omni";
+      // Colours brighter than 1 keep their hue; the rest is the multiplier.
+      const aiColor3D c = light.mColorDiffuse;
+      const float brightest = std::max({c.r, c.g, c.b});
+      const float multiplier = brightest > 1 ? brightest : 1;
+      json object = {{"type", "light"}, {"lightType", type},
+                     {"color", json::array({c.r / multiplier, c.g / multiplier, c.b / multiplier})},
+                     {"multiplier", multiplier}};
+      if (light.mType == aiLightSource_SPOT) {
+        object["hotspotDegrees"] = light.mAngleInnerCone * 180.0 / 3.14159265358979;
+        object["falloffDegrees"] = light.mAngleOuterCone * 180.0 / 3.14159265358979;
+      }
+      out["object"] = object;
+      if (light.mType == aiLightSource_SPOT || light.mType == aiLightSource_DIRECTIONAL)
+        aim(light.mPosition, light.mDirection, light.mUp.SquareLength() > 0 ? light.mUp : aiVector3D(0, 1, 0));
+    }
+    out["modifiers"] = physique(skinVertices);
+    json children = json::array();
+    for (unsigned i = 0; i < node.mNumChildren; ++i) children.push_back(convertNode(*node.mChildren[i], frame, false));
+    if (!children.empty()) out["children"] = children;
+    return out;
+  }
+
+  ImportedScene convert() {
+    for (unsigned i = 0; i < scene.mNumCameras; ++i) cameras.emplace(scene.mCameras[i]->mName.C_Str(), scene.mCameras[i]);
+    for (unsigned i = 0; i < scene.mNumLights; ++i) lights.emplace(scene.mLights[i]->mName.C_Str(), scene.mLights[i]);
+    // The first animation only: the host has one timeline.
+    if (scene.mNumAnimations > 0) {
+      const aiAnimation& anim = *scene.mAnimations[0];
+      if (anim.mTicksPerSecond > 0) animationTicksPerSecond = anim.mTicksPerSecond;
+      for (unsigned i = 0; i < anim.mNumChannels; ++i)
+        channels.emplace(anim.mChannels[i]->mNodeName.C_Str(), anim.mChannels[i]);
+      lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * kFrameRate));
+    }
+    readMaterials();
+    const aiNode& root = *scene.mRootNode;
+    nameNodes(root);
+
+    // The root's own transform and the turn onto Z-up go into every top
+    // node; the root node itself is the host's scene root, unless it holds
+    // something of its own.
+    json nodes = json::array();
+    const bool rootHoldsSomething = root.mNumMeshes > 0 || cameras.count(root.mName.C_Str()) ||
+                                    lights.count(root.mName.C_Str()) || channels.count(root.mName.C_Str());
+    if (rootHoldsSomething) {
+      nodes.push_back(convertNode(root, yUpToZUp(), true));
+    } else {
+      const Matrix3 frame = toMatrix(root.mTransformation) * yUpToZUp();
+      for (unsigned i = 0; i < root.mNumChildren; ++i) nodes.push_back(convertNode(*root.mChildren[i], frame, true));
+    }
+    json document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({0, lastFrame})}};
+    if (!materials.empty()) document["materials"] = materials;
+    document["nodes"] = nodes;
+    return builder.finish(document);
+  }
+};
+
+}  // namespace
+
+ImportedScene importAssimp(const ImportRequest& request) {
+  Assimp::Importer importer;
+  importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
+  const aiScene* scene = importer.ReadFile(
+      request.path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);
+  if (!scene || !scene->mRootNode) {
+    std::string reason = importer.GetErrorString();
+    if (reason.empty()) reason = "the file cannot be read";
+    throw ImportError(request.path + ": " + reason);
+  }
+  Converter converter(request, *scene);
+  return converter.convert();
+}
+
+std::string formatsHelp() {
+  Assimp::Importer importer;
+  std::string list;
+  importer.GetExtensionList(list);
+  std::string out;
+  for (std::size_t begin = 0; begin < list.size();) {
+    std::size_t end = list.find(';', begin);
+    if (end == std::string::npos) end = list.size();
+    std::string ext = list.substr(begin, end - begin);
+    if (ext.rfind("*.", 0) == 0) ext = ext.substr(2);
+    if (!ext.empty() && ext != "3ds") out += (out.empty() ? "" : " ") + ext;
+    begin = end + 1;
+  }
+  return out;
+}
+
+}  // namespace hostimport

@@ -1,0 +1,52 @@
+// Models in the formats artists hold, read into the in-memory host model.
+// Each front end turns a file into a scene description (scene_builder.h);
+// the scene loader then fills the host from it, so that an imported model and
+// the scene file written from it with --write-scene export the same bytes.
+#pragma once
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "host/import/scene_builder.h"
+#include "host/memory/memory_host.h"
+
+namespace hostimport {
+
+// A model that cannot be read: the message names the file and the reason.
+class ImportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+struct ImportRequest {
+  std::string path;         // the model
+  std::string bufferName;   // the name the document gives its buffer
+  std::string textureDir;   // where textures held inside the model are written
+};
+
+ImportedScene import3ds(const ImportRequest& request);
+ImportedScene importAssimp(const ImportRequest& request);
+
+// True when `path` is one of our scene-description files rather than a model:
+// a .json name, or text that opens with '{'.
+bool isSceneDescription(const std::string& path);
+
+// The front end for `path`: 3DS files (by their first chunk id, whatever the
+// extension) go to the reader that keeps smoothing groups, all else to the
+// general one.
+ImportedScene importModel(const ImportRequest& request);
+
+// The extensions the general front end reads (besides 3ds), separated by
+// spaces, for --help.
+std::string formatsHelp();
+
+// What zt2export does with its SCENE argument: loads a scene file, or imports
+// a model; with `writeScene` set, writes what was imported (or loaded) there
+// as a scene file with its buffer beside it, and loads that. `textureDir`
+// receives the textures a model holds inside it. Throws std::exception
+// naming the file on failure.
+std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
+                                                 const std::string& textureDir);
+
+}  // namespace hostimport

@@ -1,0 +1,160 @@
+#include "host/import/scene_builder.h"
+
+#include <bit>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "host/memory/rotation_math.h"
+
+namespace hostimport {
+
+using nlohmann::json;
+
+static_assert(std::endian::native == std::endian::little, "buffer arrays are written as they lie in memory");
+
+template <typename T>
+json SceneBuilder::append(const std::vector<T>& values, std::size_t perElement) {
+  const std::size_t offset = scene_.buffer.size();
+  scene_.buffer.resize(offset + values.size() * sizeof(T));
+  if (!values.empty()) std::memcpy(scene_.buffer.data() + offset, values.data(), values.size() * sizeof(T));
+  return {{"buffer", scene_.bufferName}, {"byteOffset", offset}, {"count", values.size() / perElement}};
+}
+
+json SceneBuilder::mesh(const MeshArrays& m) {
+  json out = {{"vertices", append(m.vertices, 3)}, {"faces", append(m.faces, 3)}};
+  if (!m.smoothingGroups.empty()) out["smoothingGroups"] = append(m.smoothingGroups, 1);
+  if (!m.materialIds.empty()) out["materialIds"] = append(m.materialIds, 1);
+  if (!m.textureVertices.empty() && !m.textureFaces.empty()) {
+    out["textureVertices"] = append(m.textureVertices, 3);
+    out["textureFaces"] = append(m.textureFaces, 3);
+  }
+  if (!m.vertexColors.empty() && !m.colorFaces.empty()) {
+    out["vertexColors"] = append(m.vertexColors, 3);
+    out["colorFaces"] = append(m.colorFaces, 3);
+  }
+  return out;
+}
+
+std::string SceneBuilder::uniqueId(const std::string& name) {
+  const std::string base = name.empty() ? std::string("Node") : name;
+  std::string id = base;
+  for (int n = 2; ids_.count(id); ++n) id = base + "#" + std::to_string(n);
+  ids_.insert(id);
+  return id;
+}
+
+ImportedScene SceneBuilder::finish(json document) {
+  scene_.document = std::move(document);
+  return std::move(scene_);
+}
+
+std::string utf8(const std::string& bytes) {
+  std::string out;
+  out.reserve(bytes.size());
+  for (std::size_t i = 0; i < bytes.size();) {
+    const auto c = static_cast<unsigned char>(bytes[i]);
+    std::size_t length = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    bool valid = length > 0 && i + length <= bytes.size();
+    for (std::size_t k = 1; valid && k < length; ++k) valid = (static_cast<unsigned char>(bytes[i + k]) >> 6) == 2;
+    if (valid && c != 0) {
+      out.append(bytes, i, length);
+      i += length;
+    } else {
+      if (c != 0) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+      }
+      ++i;
+    }
+  }
+  return out;
+}
+
+Decomposed decompose(const Matrix3& m) {
+  Decomposed d;
+  d.position = m.GetTrans();
+  Point3 rows[3] = {m.GetRow(0), m.GetRow(1), m.GetRow(2)};
+  float s[3];
+  for (int i = 0; i < 3; ++i) s[i] = std::sqrt(DotProd(rows[i], rows[i]));
+  if (DotProd(CrossProd(rows[0], rows[1]), rows[2]) < 0) s[0] = -s[0];
+  Matrix3 r;
+  for (int i = 0; i < 3; ++i) r.SetRow(i, s[i] != 0 ? rows[i] * (1.0f / s[i]) : Matrix3().GetRow(i));
+  r.SetTrans({0, 0, 0});
+  // Rows that are not quite orthogonal (shear, rounding) are squared up
+  // before the quaternion is read, X kept, then Y, as they come.
+  Point3 x = r.GetRow(0), y = r.GetRow(1);
+  Point3 z = CrossProd(x, y);
+  const float zl = std::sqrt(DotProd(z, z));
+  if (zl > 1e-12f) {
+    z = z * (1.0f / zl);
+    y = CrossProd(z, x);
+    r.SetRow(1, y);
+    r.SetRow(2, z);
+    d.rotation = hostmodel::quatFromMatrix(r);
+  }
+  d.scale = {s[0], s[1], s[2]};
+  return d;
+}
+
+json point(const Point3& p) { return json::array({p.x, p.y, p.z}); }
+json quat(const Quat& q) { return json::array({q.x, q.y, q.z, q.w}); }
+
+json fixedTransform(const Matrix3& m) {
+  json rows = json::array();
+  for (int i = 0; i < 4; ++i) rows.push_back(point(m.GetRow(i)));
+  return {{"matrix", rows}};
+}
+
+json physique(json vertices) {
+  json p = {{"type", "physique"}};
+  if (!vertices.empty()) p["vertices"] = std::move(vertices);
+  return json::array({p});
+}
+
+json rigidPhysique(const std::string& nodeId, std::size_t vertexCount) {
+  return physique(json::array_t(vertexCount, nodeId));
+}
+
+SceneText toText(ImportedScene&& scene) {
+  return {scene.document.dump(1, ' ', false, json::error_handler_t::replace) + "\n", std::move(scene.buffer),
+          std::move(scene.bufferName)};
+}
+
+namespace {
+
+void writeSafely(const std::filesystem::path& path, const char* data, std::size_t size) {
+  std::filesystem::path temporary = path;
+  temporary += ".part";
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    if (out) out.write(data, static_cast<std::streamsize>(size));
+    if (!out || !out.flush()) {
+      std::error_code ignored;
+      std::filesystem::remove(temporary, ignored);
+      throw std::runtime_error(path.string() + ": cannot write the file");
+    }
+  }
+  std::error_code ec;
+  std::filesystem::rename(temporary, path, ec);
+  if (ec) {
+    std::filesystem::remove(temporary, ec);
+    throw std::runtime_error(path.string() + ": cannot write the file");
+  }
+}
+
+}  // namespace
+
+void writeSceneFiles(const SceneText& scene, const std::string& jsonPath) {
+  const std::filesystem::path path(jsonPath);
+  const std::string& text = scene.text;
+  // The buffer first: a scene file is never left naming a buffer that is not there.
+  writeSafely(path.parent_path() / scene.bufferName, reinterpret_cast<const char*>(scene.buffer.data()),
+              scene.buffer.size());
+  writeSafely(path, text.data(), text.size());
+}
+
+}  // namespace hostimport

@@ -1,0 +1,125 @@
+// Every model of Debian's assimp-testmodels in a format we claim goes through
+// zt2export and, when a file comes out, zt2dump --validate. A run ends with
+// exit 0 (exported) or 1 (problems reported in the info log), or with 2 for
+// exactly the models listed in tests/data/import-refused.txt, which the import
+// library refuses; never a crash, never a hang (each run has a time limit).
+// One test per corpus directory, so that CTest spreads them over the cores.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "host/import/importers.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kTimeLimitSeconds = "120";
+
+const fs::path& corpus() {
+  static const fs::path dir(ZTX_ASSIMP_MODELS);
+  return dir;
+}
+
+std::string lower(std::string s) {
+  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return s;
+}
+
+std::set<std::string> claimedExtensions() {
+  std::set<std::string> out = {"3ds"};
+  std::istringstream list(hostimport::formatsHelp());
+  for (std::string ext; list >> ext;) out.insert(ext);
+  return out;
+}
+
+// The corpus directories, each one test; one placeholder when the corpus is
+// not installed, so that the skip shows.
+std::vector<std::string> directories() {
+  std::vector<std::string> out;
+  std::error_code ec;
+  for (fs::directory_iterator it(corpus(), ec), end; !ec && it != end; it.increment(ec))
+    if (it->is_directory()) out.push_back(it->path().filename().string());
+  std::sort(out.begin(), out.end());
+  if (out.empty()) out.push_back("absent");
+  return out;
+}
+
+// Relative path -> the reason the import library gave.
+std::map<std::string, std::string> refusedList() {
+  std::map<std::string, std::string> out;
+  std::ifstream in(ztx_test::sourcePath("tests/data/import-refused.txt"));
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const std::size_t tab = line.find('\t');
+    out[line.substr(0, tab)] = tab == std::string::npos ? "" : line.substr(tab + 1);
+  }
+  return out;
+}
+
+class Corpus : public testing::TestWithParam<std::string> {};
+
+TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
+  if (!fs::is_directory(corpus()))
+    GTEST_SKIP() << corpus() << " not found: install Debian's assimp-testmodels or set ZTX_ASSIMP_MODELS";
+  static const std::set<std::string> claimed = claimedExtensions();
+  static const std::map<std::string, std::string> refused = refusedList();
+  std::vector<fs::path> models;
+  for (const auto& entry : fs::recursive_directory_iterator(corpus() / GetParam())) {
+    const std::string ext = entry.path().extension().string();
+    if (entry.is_regular_file() && ext.size() > 1 && claimed.count(lower(ext.substr(1)))) models.push_back(entry.path());
+  }
+  std::sort(models.begin(), models.end());
+
+  int exported = 0, reported = 0, refusedCount = 0;
+  for (const fs::path& model : models) {
+    const std::string relative = model.lexically_relative(corpus()).generic_string();
+    SCOPED_TRACE(relative);
+    ztx_test::TempDir dir;
+    const ztx_test::RunResult r =
+        ztx_test::run(ZTX_TIMEOUT, {"--kill-after=5", kTimeLimitSeconds, ZTX_ZT2EXPORT, model.string(), "-o",
+                                  dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+    const bool listed = refused.count(relative) != 0;
+    if (r.exitCode == 2 && listed) {
+      ++refusedCount;
+      EXPECT_NE(r.err.find(model.string()), std::string::npos) << "the message names the model: " << r.err;
+      continue;
+    }
+    EXPECT_FALSE(listed) << "listed as refused in tests/data/import-refused.txt but ended with " << r.exitCode;
+    ASSERT_TRUE(r.exitCode == 0 || r.exitCode == 1) << "exit " << r.exitCode << " (124: over the time limit)\n"
+                                                    << r.out << r.err;
+    if (r.exitCode == 1) {
+      ++reported;
+      EXPECT_NE(r.out.find("ERROR: "), std::string::npos) << "exit 1 comes with the info log: " << r.out;
+    } else {
+      ++exported;
+    }
+    for (const char* written : {"out.zt2", "out.skd"}) {
+      if (!fs::exists(dir.file(written))) continue;
+      const ztx_test::RunResult v = ztx_test::runDump({"--validate", dir.file(written)});
+      EXPECT_EQ(v.exitCode, 0) << written << ": " << v.out << v.err;
+    }
+  }
+  // The tally CI shows for each format directory.
+  std::printf("corpus %s: %zu models, %d exported, %d with errors reported, %d refused by the import library\n",
+              GetParam().c_str(), models.size(), exported, reported, refusedCount);
+  RecordProperty("models", static_cast<int>(models.size()));
+  RecordProperty("exported", exported);
+  RecordProperty("reported", reported);
+  RecordProperty("refused", refusedCount);
+}
+
+INSTANTIATE_TEST_SUITE_P(Assimp, Corpus, testing::ValuesIn(directories()), [](const auto& info) {
+  std::string name;
+  for (char c : info.param) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+  return name;
+});
+
+}  // namespace
