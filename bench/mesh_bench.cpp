@@ -505,8 +505,8 @@ bool writeGridScene(const std::string& jsonPath) {
   if (!json) return false;
   std::fprintf(json,
                "{\n  \"version\": 1,\n  \"materials\": [\n"
-               "    {\"id\": \"M0\", \"type\": \"standard\"}, {\"id\": \"M1\", \"type\": \"standard\"},\n"
-               "    {\"id\": \"M2\", \"type\": \"standard\"}, {\"id\": \"M3\", \"type\": \"standard\"},\n"
+               "    {\"id\": \"M0\", \"type\": \"ztMaterial\"}, {\"id\": \"M1\", \"type\": \"ztMaterial\"},\n"
+               "    {\"id\": \"M2\", \"type\": \"ztMaterial\"}, {\"id\": \"M3\", \"type\": \"ztMaterial\"},\n"
                "    {\"id\": \"Grid\", \"type\": \"multi\", \"subMaterials\": [\"M0\", \"M1\", \"M2\", \"M3\"]}\n  ],\n"
                "  \"objects\": [{\"id\": \"grid\", \"type\": \"mesh\", \"mesh\": {\n      %s}}],\n"
                "  \"nodes\": [{\"name\": \"Grid\", \"object\": \"grid\", \"material\": \"Grid\"}]\n}\n",
@@ -522,8 +522,8 @@ bool gGridFilesWritten = false;
 const std::string& gridFilesDir() {
   static const std::string dir = [] {
     gGridFilesWritten = true;
-    char pattern[] = "/tmp/ztx-bench-XXXXXX";
-    const char* made = ::mkdtemp(pattern);
+    std::string pattern = (std::filesystem::temp_directory_path() / "ztx-bench-XXXXXX").string();
+    const char* made = ::mkdtemp(pattern.data());
     const std::string d = made ? made : ".";
     if (!writeGridScene(d + "/grid.json") || !writeGridObj(d + "/grid.obj"))
       std::fprintf(stderr, "mesh_bench: cannot write the grid files into %s\n", d.c_str());
