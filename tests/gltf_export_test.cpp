@@ -191,6 +191,12 @@ TEST(GltfHandBuilt, MaterialsTextureAndAnimation) {
   // The file's (u, -v) is glTF's (u, 1 - v).
   const auto uv = floats(m, m.meshes[box.mesh].primitives[0].attributes.at("TEXCOORD_0"));
   expectNear({uv[2], uv[3], uv[4], uv[5]}, {1, 0.75, 0, 0});
+  // Mapping channel 1 is the vertex colours; zero normals leave NORMAL out.
+  const auto& prims = m.meshes[box.mesh].primitives;
+  const auto colours = floats(m, prims[0].attributes.at("COLOR_0"));
+  expectNear({colours[0], colours[1], colours[2]}, {1, 0.5, 0});
+  EXPECT_EQ(prims[0].attributes.count("NORMAL"), 1u);
+  EXPECT_EQ(prims[1].attributes.count("NORMAL"), 0u);
 
   // Keys at samples 0 and 4 of 10 per second; hidden from sample 2 to 3.
   ASSERT_EQ(m.animations.size(), 1u);

@@ -60,7 +60,8 @@ void writeMaterialsAndAnimation(const std::string& path) {
     const std::vector<Point> corners{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
     chunk(f, 0x10006, 1, [&] {
       writeRawBlock(f, corners);
-      const std::vector<Point> normals(6, Point{0, 0, -1});
+      // The second group's normals are the file's "none".
+      const std::vector<Point> normals{{0, 0, -1}, {0, 0, -1}, {0, 0, -1}, {0, 0, 0}, {0, 0, 0}, {0, 0, 0}};
       f.write(normals.data(), 72);
       f << 2u << 3u << 3u;
     });
@@ -72,6 +73,11 @@ void writeMaterialsAndAnimation(const std::string& path) {
     chunk(f, 0x1000e, 1, [&] {
       f << 0u;
       writeRawBlock(f, std::vector<Point>{{0, 0, 0}, {1, -0.25f, 0}, {0, -1, 0}, {0, 0, 0}, {1, 0, 0}, {0, -1, 0}});
+      f << 2u << 3u << 3u;
+    });
+    chunk(f, 0x1000e, 1, [&] {  // vertex colours (r, -g), as the exporter keeps them
+      f << 1u;
+      writeRawBlock(f, std::vector<Point>{{1, -0.5f, 0}, {1, -0.5f, 0}, {1, -0.5f, 0}, {0, -1, 0}, {0, -1, 0}, {0, -1, 0}});
       f << 2u << 3u << 3u;
     });
   });
