@@ -17,11 +17,13 @@ namespace {
 namespace fs = std::filesystem;
 using ztx_test::TempDir;
 
-// The Khronos validator on one file; skipped (not failed) without node.
-void expectValid(const std::string& glb) {
+// The Khronos validator on the files; skipped (not failed) without node.
+void expectValid(const std::vector<std::string>& files) {
   const std::string web = ztx_test::sourcePath("tools/zt2view/web");
   if (!fs::exists(web + "/node_modules/gltf-validator")) GTEST_SKIP() << "gltf-validator not installed (tools/setup.sh)";
-  const auto r = ztx_test::run("/usr/bin/env", {"node", web + "/validate.mjs", glb});
+  std::vector<std::string> args{"node", web + "/validate.mjs"};
+  args.insert(args.end(), files.begin(), files.end());
+  const auto r = ztx_test::run("/usr/bin/env", args);
   if (r.exitCode == 127) GTEST_SKIP() << "node not found: the glTF validator is not run";
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
 }
@@ -71,7 +73,7 @@ class GltfExample : public ::testing::Test {
 };
 TempDir* GltfExample::dir_ = nullptr;
 
-TEST_F(GltfExample, PassesTheValidator) { expectValid(dir_->file("example.glb")); }
+TEST_F(GltfExample, PassesTheValidator) { expectValid({dir_->file("example.glb")}); }
 
 TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
   const tinygltf::Model m = readGlb(dir_->file("example.glb"));
@@ -170,7 +172,7 @@ TEST(GltfHandBuilt, MaterialsTextureAndAnimation) {
   const auto d = ztx_test::runDump({dir.file("scene.zt2"), "--gltf", dir.file("scene.glb")});
   ASSERT_EQ(d.exitCode, 0) << d.err;
   EXPECT_EQ(d.err, "");
-  expectValid(dir.file("scene.glb"));
+  expectValid({dir.file("scene.glb")});
   const tinygltf::Model m = readGlb(dir.file("scene.glb"));
   auto byName = nodesByName(m);
 
@@ -221,7 +223,7 @@ TEST(GltfHandBuilt, MissingTextureIsAWarning) {
   ASSERT_EQ(d.exitCode, 0) << d.err;
   EXPECT_NE(d.err.find("material \"Painted\": texture \""), std::string::npos) << d.err;
   EXPECT_NE(d.err.find("maps/skin.png\" not found"), std::string::npos) << d.err;
-  expectValid(dir.file("scene.glb"));
+  expectValid({dir.file("scene.glb")});
 }
 
 TEST(GltfBadInput, RefusedWithTheFileNamedAndNothingWritten) {
@@ -248,6 +250,35 @@ TEST(GltfBadInput, RefusedWithTheFileNamedAndNothingWritten) {
     EXPECT_FALSE(fs::exists(c.output));
     EXPECT_FALSE(fs::exists(c.output + ".part"));
   }
+}
+
+// Every 9th byte of the example inverted in turn: the conversion either
+// refuses the file (exit 1, naming it, writing nothing) or writes a .glb
+// that reads back and passes the validator; it never crashes.
+TEST(GltfBadInput, DamagedFilesNeverCrash) {
+  TempDir dir;
+  const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
+                                      dir.file("example.zt2"), "--config-dir", dir.file("config")});
+  ASSERT_EQ(e.exitCode, 0) << e.err;
+  const auto bytes = ztx_test::readBytes(dir.file("example.zt2"));
+  std::vector<std::string> written;
+  for (std::size_t at = 0; at < bytes.size(); at += 9) {
+    auto damaged = bytes;
+    damaged[at] ^= 0xff;
+    ztx_test::writeBytes(dir.file("damaged.zt2"), damaged);
+    const std::string glb = dir.file("damaged-" + std::to_string(at) + ".glb");
+    const auto d = ztx_test::runDump({dir.file("damaged.zt2"), "--gltf", glb});
+    ASSERT_TRUE(d.exitCode == 0 || d.exitCode == 1) << "byte " << at << ": exit " << d.exitCode << " " << d.err;
+    if (d.exitCode == 1) {
+      EXPECT_NE(d.err.find("damaged.zt2"), std::string::npos) << d.err;
+      EXPECT_FALSE(fs::exists(glb));
+      continue;
+    }
+    readGlb(glb);
+    written.push_back(glb);
+  }
+  ASSERT_FALSE(written.empty());
+  expectValid(written);
 }
 
 }  // namespace

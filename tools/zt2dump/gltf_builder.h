@@ -52,6 +52,7 @@ class Builder {
   // Nodes by their name in the file, and each node's local matrix in glTF's
   // axes (parents as the model links them).
   std::map<std::string, int> nodeByName;
+  std::map<std::size_t, int> nodeByChunk;  // by the file offset of its object's chunk
   std::vector<Mat4> nodeLocal;
   std::vector<int> nodeParent;
   Mat4 nodeGlobal(int node) const;

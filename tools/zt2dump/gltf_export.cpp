@@ -13,6 +13,47 @@
 
 namespace zt2dump {
 
+namespace {
+
+// Names are bytes in the host's code page; glTF's are UTF-8. Bytes that are
+// not UTF-8 become U+FFFD, as in zt2dump --json.
+std::string utf8(const std::string& s) {
+  return Json::parse(Json(s).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
+}
+
+void makeUtf8(tinygltf::Value& v) {
+  if (v.IsString()) {
+    v = tinygltf::Value(utf8(v.Get<std::string>()));
+  } else if (v.IsArray()) {
+    for (tinygltf::Value& e : v.Get<tinygltf::Value::Array>()) makeUtf8(e);
+  } else if (v.IsObject()) {
+    for (auto& [key, e] : v.Get<tinygltf::Value::Object>()) makeUtf8(e);
+  }
+}
+
+template <class T>
+void makeUtf8(std::vector<T>& items) {
+  for (T& item : items) {
+    item.name = utf8(item.name);
+    makeUtf8(item.extras);
+  }
+}
+
+void makeUtf8(tinygltf::Model& m) {
+  makeUtf8(m.nodes);
+  makeUtf8(m.meshes);
+  makeUtf8(m.materials);
+  makeUtf8(m.images);
+  makeUtf8(m.textures);
+  makeUtf8(m.skins);
+  makeUtf8(m.cameras);
+  makeUtf8(m.lights);
+  makeUtf8(m.animations);
+  makeUtf8(m.scenes);
+}
+
+}  // namespace
+
 GltfSource loadGltfSource(const std::string& scenePath) {
   GltfSource source;
   source.scene = loadFile(scenePath);
@@ -75,6 +116,7 @@ tinygltf::Model buildGltf(const GltfSource& source, std::vector<std::string>& wa
   b.model.scenes.push_back(std::move(scene));
   b.model.defaultScene = 0;
   b.finish();
+  makeUtf8(b.model);
   return std::move(b.model);
 }
 

@@ -234,8 +234,8 @@ void addMeshes(Builder& b, const DecodedFile& scene, const DecodedFile* vertexDa
     const DecodedChunk* object = childOfKind(c, chunk_kind::kObject);
     if (!object) continue;
     const std::string name = object->at("name").get<std::string>();
-    const auto node = b.nodeByName.find(name);
-    if (node == b.nodeByName.end()) continue;
+    const auto node = b.nodeByChunk.find(c.offset);
+    if (node == b.nodeByChunk.end()) continue;  // left out with the node
     if (const DecodedChunk* ref = childOfKind(c, chunk_kind::kMeshReference)) {
       references.emplace_back(node->second, ref->at("referenceName").get<std::string>());
       continue;

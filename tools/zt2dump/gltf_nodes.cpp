@@ -116,6 +116,7 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     else if (kind->type != std::string("mesh") && kind->type != std::string("helper")) addLight(b, node, c, kind->type);
 
     b.nodeByName[node.name] = static_cast<int>(b.model.nodes.size());
+    b.nodeByChunk[c.offset] = static_cast<int>(b.model.nodes.size());
     b.model.nodes.push_back(std::move(node));
     b.nodeLocal.push_back(local);
     b.nodeParent.push_back(-1);
