@@ -9,8 +9,6 @@ namespace zt2dump::gltf {
 
 namespace {
 
-double number(const Json& v) { return v.is_number() ? v.get<double>() : 0.0; }
-
 // A hidden span is written sample by sample; past this many samples (over
 // nine hours at 30 per second) the file is taken to be damaged.
 constexpr std::uint64_t kMostDenseSamples = 1'000'000;

@@ -53,10 +53,7 @@ Mat4 fileMatrixToGltf(const Json& rows) {
   Mat4 r;
   for (int i = 0; i < 4; ++i)
     for (int j = 0; j < 3; ++j) {
-      const Json& v = rows.at(i).at(j);
-      // A non-finite float is decoded as null; it has no place in a transform.
-      const double x = v.is_number() ? v.get<double>() : 0.0;
-      r.m[i][j] = x * kMirror[i] * kMirror[j];
+      r.m[i][j] = number(rows.at(i).at(j)) * kMirror[i] * kMirror[j];
     }
   r.m[3][3] = 1;
   return r;

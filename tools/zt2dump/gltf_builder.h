@@ -38,6 +38,9 @@ struct Trs {
 // mirror goes into a negative x scale.
 Trs decompose(const Mat4& m);
 
+// A decoded float; a non-finite one is decoded as null and reads as 0.
+inline double number(const Json& v) { return v.is_number() ? v.get<double>() : 0.0; }
+
 // The chunk of kind `kind` among `chunk`'s children, or nullptr.
 const DecodedChunk* childOfKind(const DecodedChunk& chunk, const ChunkKindInfo& kind);
 bool isKind(const DecodedChunk& chunk, const ChunkKindInfo& kind);

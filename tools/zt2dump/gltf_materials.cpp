@@ -11,8 +11,6 @@ namespace zt2dump::gltf {
 
 namespace {
 
-double number(const Json& v) { return v.is_number() ? v.get<double>() : 0.0; }
-
 std::vector<double> colour01(const Json& c) {
   std::vector<double> r;
   for (int k = 0; k < 3; ++k) r.push_back(std::clamp(number(c.at(k)) / 255.0, 0.0, 1.0));

@@ -11,8 +11,6 @@ namespace zt2dump::gltf {
 
 namespace {
 
-double number(const Json& v) { return v.is_number() ? v.get<double>() : 0.0; }
-
 std::vector<std::size_t> counts(const Json& a) {
   std::vector<std::size_t> r;
   for (const Json& v : a) r.push_back(v.get<std::size_t>());

@@ -3,6 +3,7 @@
 // kept in the node's extras for viewers.
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "gltf_builder.h"
 
@@ -30,8 +31,6 @@ const ObjectKind* objectKindOf(const DecodedChunk& c) {
   return nullptr;
 }
 
-double number(const Json& v) { return v.is_number() ? v.get<double>() : 0.0; }
-
 void setTrs(tinygltf::Node& node, const Mat4& m) {
   const Trs t = decompose(m);
   if (t.translation != std::array<double, 3>{0, 0, 0}) node.translation.assign(t.translation.begin(), t.translation.end());
@@ -45,7 +44,7 @@ void addCamera(Builder& b, tinygltf::Node& node, const DecodedChunk& c) {
   cam.type = "perspective";
   // The file carries no aspect ratio: its angle is taken as the vertical one.
   double fov = number(c.at("fov"));
-  if (!(fov > 0) || fov >= M_PI) fov = M_PI / 4;
+  if (!(fov > 0) || fov >= std::numbers::pi) fov = std::numbers::pi / 4;
   cam.perspective.yfov = fov;
   const double znear = std::max(number(c.at("nearPlane")), 0.001);
   cam.perspective.znear = znear;
@@ -72,7 +71,7 @@ void addLight(Builder& b, tinygltf::Node& node, const DecodedChunk& c, const cha
     } else {
       light.type = "spot";
       // The file's angles are whole cones, glTF's are from the axis.
-      const double outer = std::clamp(number(c.at("falloff")) / 2.0, 1e-4, M_PI / 2);
+      const double outer = std::clamp(number(c.at("falloff")) / 2.0, 1e-4, std::numbers::pi / 2);
       const double inner = std::clamp(number(c.at("hotspot")) / 2.0, 0.0, outer * 0.999);
       light.spot.outerConeAngle = outer;
       light.spot.innerConeAngle = inner;
