@@ -3,12 +3,16 @@
 // animation, bad input; every .glb written goes through the Khronos validator.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <filesystem>
 #include <map>
 
 #include <tiny_gltf.h>
 
+#include "format/chunk_kinds.h"
+#include "format/memory_file.h"
+#include "format/object_record.h"
 #include "support/hand_built_scene.h"
 #include "support/test_support.h"
 
@@ -250,6 +254,47 @@ TEST(GltfBadInput, RefusedWithTheFileNamedAndNothingWritten) {
     EXPECT_FALSE(fs::exists(c.output));
     EXPECT_FALSE(fs::exists(c.output + ".part"));
   }
+}
+
+// A group of 65,536 vertices is the largest the file's 16-bit indices
+// reach; its last vertex is glTF's 16-bit restart value, so it gets 32-bit
+// indices. A 256 x 256 grid of vertices, two triangles per cell.
+TEST(GltfLimits, GroupOfEveryIndexGets32BitIndices) {
+  TempDir dir;
+  constexpr unsigned kSide = 256;
+  std::vector<std::array<float, 3>> positions, normals(kSide * kSide, {0.0f, 1.0f, 0.0f});
+  for (unsigned z = 0; z < kSide; ++z)
+    for (unsigned x = 0; x < kSide; ++x) positions.push_back({float(x), 0.0f, float(z)});
+  std::vector<std::uint16_t> indices;
+  for (unsigned z = 0; z + 1 < kSide; ++z)
+    for (unsigned x = 0; x + 1 < kSide; ++x) {
+      const auto v = static_cast<std::uint16_t>(z * kSide + x);
+      for (unsigned i : {0u, kSide, 1u, 1u, kSide, kSide + 1}) indices.push_back(static_cast<std::uint16_t>(v + i));
+    }
+  T_MemoryFile f;
+  f.createChunk(chunk_kind::kMesh);
+  ObjectRecord r;
+  r.name() = "Grid";
+  f << r;
+  f.createChunk(chunk_kind::kMeshVertex);
+  writeRawBlock(f, positions);
+  writeRawArray(f, normals);
+  f << 1u << kSide * kSide;
+  f.closeChunk();
+  f.createChunk(chunk_kind::kMeshFace);
+  writeRawBlock(f, indices);
+  f << 1u << static_cast<unsigned>(indices.size() / 3);
+  f.closeChunk();
+  f.closeChunk();
+  ASSERT_EQ(f.save(dir.file("grid.zt2").c_str()), 1);
+
+  const auto d = ztx_test::runDump({dir.file("grid.zt2"), "--gltf", dir.file("grid.glb")});
+  ASSERT_EQ(d.exitCode, 0) << d.err;
+  const tinygltf::Model m = readGlb(dir.file("grid.glb"));
+  const tinygltf::Accessor& ia = m.accessors[m.meshes.at(0).primitives.at(0).indices];
+  EXPECT_EQ(ia.componentType, TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT);
+  EXPECT_EQ(ia.count, indices.size());
+  expectValid({dir.file("grid.glb")});
 }
 
 // Every 9th byte of the example inverted in turn: the conversion either

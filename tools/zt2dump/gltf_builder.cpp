@@ -1,6 +1,7 @@
 // Matrices, the axis turn and the buffer of the glTF converter.
 #include "gltf_builder.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -176,10 +177,17 @@ int Builder::addFloatAccessor(const std::vector<float>& values, int components, 
   return static_cast<int>(model.accessors.size() - 1);
 }
 
-int Builder::addIndexAccessor(const std::vector<std::uint16_t>& indices) {
+int Builder::addIndexAccessor(const std::vector<std::uint32_t>& indices) {
   tinygltf::Accessor acc;
-  acc.bufferView = addBufferView(indices.data(), indices.size() * 2, TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
-  acc.componentType = TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT;
+  const bool wide = std::any_of(indices.begin(), indices.end(), [](std::uint32_t i) { return i >= 0xffff; });
+  if (wide) {
+    acc.bufferView = addBufferView(indices.data(), indices.size() * 4, TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
+    acc.componentType = TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT;
+  } else {
+    const std::vector<std::uint16_t> narrow(indices.begin(), indices.end());
+    acc.bufferView = addBufferView(narrow.data(), narrow.size() * 2, TINYGLTF_TARGET_ELEMENT_ARRAY_BUFFER);
+    acc.componentType = TINYGLTF_COMPONENT_TYPE_UNSIGNED_SHORT;
+  }
   acc.type = TINYGLTF_TYPE_SCALAR;
   acc.count = indices.size();
   model.accessors.push_back(std::move(acc));

@@ -63,7 +63,9 @@ class Builder {
   // Accessors over data appended to the buffer. `components` is 1, 2, 3, 4
   // or 16; minMax adds the bounds glTF requires of positions and key times.
   int addFloatAccessor(const std::vector<float>& values, int components, int target, bool minMax);
-  int addIndexAccessor(const std::vector<std::uint16_t>& indices);
+  // Triangle corners: 16-bit, or 32-bit when a corner names vertex 65535,
+  // which 16-bit glTF indices keep for primitive restart.
+  int addIndexAccessor(const std::vector<std::uint32_t>& indices);
   int addJointAccessor(const std::vector<std::uint16_t>& joints);
   int addBufferView(const void* data, std::size_t bytes, int target);
 

@@ -106,10 +106,10 @@ int buildMesh(Builder& b, const std::string& nodeName, const MeshSource& src, co
       prim.attributes["WEIGHTS_0"] = b.addFloatAccessor(weights, 4, TINYGLTF_TARGET_ARRAY_BUFFER, false);
     }
 
-    std::vector<std::uint16_t> idx;
+    std::vector<std::uint32_t> idx;
     idx.reserve(3 * tCount);
     for (std::size_t t = t0; t < t0 + tCount; ++t) {
-      std::uint16_t tri[3];
+      std::uint32_t tri[3];
       for (int k = 0; k < 3; ++k) {
         const std::size_t i = indices.at(3 * t + static_cast<std::size_t>(k)).get<std::size_t>();
         if (i >= vCount) {
@@ -117,7 +117,7 @@ int buildMesh(Builder& b, const std::string& nodeName, const MeshSource& src, co
                  std::to_string(vCount) + "; mesh left out");
           return -1;
         }
-        tri[k] = static_cast<std::uint16_t>(i);
+        tri[k] = static_cast<std::uint32_t>(i);
       }
       // Undoing the mirror turns the faces inside out: swap two corners.
       idx.insert(idx.end(), {tri[0], tri[2], tri[1]});
