@@ -193,6 +193,30 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
   return s;
 }
 
+// glTF wants a skin's joints under one root. When they stand under several
+// (bones at the top level, or bones the file does not hold), those roots go
+// under one new node without transform, so no node moves.
+void gatherJoints(Builder& b, const std::vector<int>& joints, const std::string& meshName) {
+  std::vector<int> roots;
+  for (int j : joints) {
+    int r = j;
+    while (b.nodeParent[static_cast<std::size_t>(r)] >= 0) r = b.nodeParent[static_cast<std::size_t>(r)];
+    if (std::find(roots.begin(), roots.end(), r) == roots.end()) roots.push_back(r);
+  }
+  if (roots.size() < 2) return;
+  tinygltf::Node group;
+  group.name = meshName + " skeleton";
+  group.extras = tinygltf::Value(tinygltf::Value::Object{{"type", tinygltf::Value(std::string("skeleton"))},
+                                                         {"parentName", tinygltf::Value(std::string())},
+                                                         {"userProperties", tinygltf::Value(std::string())}});
+  group.children = roots;
+  const int index = static_cast<int>(b.model.nodes.size());
+  b.model.nodes.push_back(std::move(group));
+  b.nodeLocal.push_back(Mat4::identity());
+  b.nodeParent.push_back(-1);
+  for (int r : roots) b.nodeParent[static_cast<std::size_t>(r)] = index;
+}
+
 // One skin per node that shows the skinned mesh: the bind matrices place the
 // mesh where that node stands.
 int addSkin(Builder& b, const SkinData& s, int meshNode) {
@@ -273,6 +297,7 @@ void addMeshes(Builder& b, const DecodedFile& scene, const DecodedFile* vertexDa
     b.model.nodes[static_cast<std::size_t>(node)].mesh = m->second;
   }
   // Skins last: their bind matrices need every node in place.
+  if (skin && skinnedMesh >= 0) gatherJoints(b, skin->joints, skinnedNode);
   if (skin && skinnedMesh >= 0)
     for (std::size_t n = 0; n < b.model.nodes.size(); ++n)
       if (b.model.nodes[n].mesh == skinnedMesh) b.model.nodes[n].skin = addSkin(b, *skin, static_cast<int>(n));

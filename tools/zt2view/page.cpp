@@ -38,7 +38,7 @@ std::string escapeHtml(const std::string& s) {
 
 const char* const kStyle = R"(
 html, body { margin: 0; height: 100%; font: 13px/1.35 system-ui, sans-serif; background: #1e2228; color: #dde; }
-body { display: grid; grid-template-columns: 1fr 440px; grid-template-rows: 1fr auto; height: 100vh; }
+body { display: grid; grid-template-columns: 1fr 480px; grid-template-rows: 1fr auto; height: 100vh; }
 #view { grid-row: 1; grid-column: 1; position: relative; overflow: hidden; min-height: 0; }
 #side { grid-row: 1 / span 2; grid-column: 2; overflow: auto; padding: 8px 12px; background: #262b33; }
 #player { grid-row: 2; grid-column: 1; display: flex; gap: 10px; align-items: center; padding: 8px 12px; background: #262b33; }
@@ -48,7 +48,7 @@ h2 { font-size: 13px; margin: 14px 0 4px; color: #9ab; text-transform: uppercase
 table { border-collapse: collapse; width: 100%; }
 th, td { text-align: left; padding: 2px 6px 2px 0.3em; border-bottom: 1px solid #333a44; vertical-align: top; }
 th { color: #9ab; font-weight: normal; }
-td.name { font-weight: 600; white-space: nowrap; }
+td.name { font-weight: 600; overflow-wrap: anywhere; }
 td.props { color: #bcb; font-family: monospace; }
 td.keys { text-align: right; }
 ul { margin: 0; padding-left: 0; list-style: none; }

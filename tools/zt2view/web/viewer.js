@@ -20,29 +20,28 @@ function el(tag, props = {}, ...children) {
   return e;
 }
 
-// One row per node of the file, in file order, indented under its parent.
+// One row per node, parents first and children indented under them; roots
+// in the order of the file.
 function fillNodeTree(json) {
   const list = document.getElementById('node-tree');
-  const depth = new Map();
-  const parentOf = new Map();
-  (json.nodes || []).forEach((n, i) => (n.children || []).forEach((c) => parentOf.set(c, i)));
-  const depthOf = (i) => {
-    if (!depth.has(i)) depth.set(i, parentOf.has(i) ? depthOf(parentOf.get(i)) + 1 : 0);
-    return depth.get(i);
-  };
-  (json.nodes || []).forEach((n, i) => {
+  const nodes = json.nodes || [];
+  const roots = (json.scenes && json.scenes[0] && json.scenes[0].nodes) || nodes.map((_, i) => i);
+  const row = (i, depth) => {
+    const n = nodes[i];
     const x = n.extras || {};
     const keys = x.transformKeyCount !== undefined ? `${x.transformKeyCount} / ${x.visibilityKeyCount}` : '-';
-    const row = el('tr', { className: 'node' },
+    const tr = el('tr', { className: 'node' },
       el('td', { className: 'name', textContent: n.name }),
       el('td', { textContent: x.type || '' }),
       el('td', { textContent: x.parentName || '' }),
       el('td', { className: 'props', textContent: (x.userProperties || '').replace(/\r?\n/g, '; ') }),
       el('td', { className: 'keys', textContent: keys }));
-    row.dataset.node = n.name;
-    row.firstChild.style.paddingLeft = `${0.3 + depthOf(i) * 1.1}em`;
-    list.append(row);
-  });
+    tr.dataset.node = n.name;
+    tr.firstChild.style.paddingLeft = `${0.3 + depth * 1.1}em`;
+    list.append(tr);
+    for (const c of n.children || []) row(c, depth + 1);
+  };
+  for (const r of roots) row(r, 0);
 }
 
 function colourText(c) {
