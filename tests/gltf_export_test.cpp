@@ -249,7 +249,7 @@ TEST(GltfBadInput, RefusedWithTheFileNamedAndNothingWritten) {
   };
   for (const Case& c : {Case{dir.file("example.skd"), dir.file("a.glb"), "not a scene file", 1},
                         Case{dir.file("cut.zt2"), dir.file("b.glb"), "cut.zt2", 1},
-                        Case{dir.file("example.zt2"), dir.file("missing/c.glb"), "missing/c.glb", 1},
+                        Case{dir.file("example.zt2"), dir.file("missing/c.glb"), "missing/c.glb", 2},
                         Case{dir.file("none.zt2"), dir.file("d.glb"), "none.zt2", 2}}) {
     const auto d = ztx_test::runDump({c.input, "--gltf", c.output});
     EXPECT_EQ(d.exitCode, c.exitCode) << c.input;

@@ -137,14 +137,14 @@ void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& by
     if (!out) {
       out.close();
       std::remove(temp.c_str());
-      throw std::runtime_error(path + ": cannot write the file");
+      throw UnwritableFile(path + ": cannot write the file");
     }
   }
   std::error_code ec;
   std::filesystem::rename(temp, path, ec);
   if (ec) {
     std::remove(temp.c_str());
-    throw std::runtime_error(path + ": cannot write the file: " + ec.message());
+    throw UnwritableFile(path + ": cannot write the file: " + ec.message());
   }
 }
 

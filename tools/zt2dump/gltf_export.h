@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -34,9 +35,14 @@ tinygltf::Model buildGltf(const GltfSource& source, std::vector<std::string>& wa
 // The model as the bytes of a .glb file.
 std::vector<std::uint8_t> glbBytes(const tinygltf::Model& model);
 
+// The output could not be written (exit code 2, as an unreadable input).
+class UnwritableFile : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // Writes beside the target and renames, so a failed write leaves no half
-// file and an older file stays whole. Throws std::runtime_error naming the
-// file.
+// file and an older file stays whole. Throws UnwritableFile naming the file.
 void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& bytes);
 
 }  // namespace zt2dump

@@ -33,7 +33,7 @@ const char* const kUsage =
     "  --help      this text\n"
     "\n"
     "Exit codes: 0 success, 1 corrupt, truncated or invalid content,\n"
-    "2 bad usage or unreadable file.\n";
+    "2 bad usage, unreadable file or output not written.\n";
 
 struct Arguments {
   std::string file;
@@ -109,6 +109,9 @@ int main(int argc, char** argv) {
     }
     std::cout.flush();
     return kExitOk;
+  } catch (const zt2dump::UnwritableFile& e) {
+    std::cerr << "zt2dump: " << e.what() << "\n";
+    return kExitUsage;
   } catch (const zt2dump::UnreadableFile& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
     return kExitUsage;

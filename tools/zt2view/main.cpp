@@ -17,8 +17,8 @@ const char* const kUsage =
     "and an animation player. The page needs no network. By default OUT is\n"
     "FILE with the extension .html.\n"
     "\n"
-    "Exit codes: 0 success, 1 corrupt file or page not written, 2 bad usage or\n"
-    "unreadable file.\n";
+    "Exit codes: 0 success, 1 corrupt file, 2 bad usage, unreadable file or page\n"
+    "not written.\n";
 
 }  // namespace
 
@@ -54,6 +54,9 @@ int main(int argc, char** argv) {
     const std::string page = zt2view::previewPage(std::filesystem::path(file).filename().string(), zt2dump::glbBytes(model));
     zt2dump::writeFileWhole(out, std::vector<std::uint8_t>(page.begin(), page.end()));
     return 0;
+  } catch (const zt2dump::UnwritableFile& e) {
+    std::cerr << "zt2view: " << e.what() << "\n";
+    return 2;
   } catch (const zt2dump::UnreadableFile& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
     return 2;
