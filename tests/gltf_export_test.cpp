@@ -23,12 +23,13 @@ using ztx_test::TempDir;
 
 // The Khronos validator on the files; skipped (not failed) without node.
 void expectValid(const std::vector<std::string>& files) {
+  if (ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0)
+    GTEST_SKIP() << "node not found: the glTF validator is not run";
   const std::string web = ztx_test::sourcePath("tools/zt2view/web");
-  if (!fs::exists(web + "/node_modules/gltf-validator")) GTEST_SKIP() << "gltf-validator not installed (tools/setup.sh)";
+  ASSERT_TRUE(fs::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
   std::vector<std::string> args{"node", web + "/validate.mjs"};
   args.insert(args.end(), files.begin(), files.end());
   const auto r = ztx_test::run("/usr/bin/env", args);
-  if (r.exitCode == 127) GTEST_SKIP() << "node not found: the glTF validator is not run";
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
 }
 
