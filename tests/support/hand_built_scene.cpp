@@ -66,7 +66,8 @@ void writeMaterialsAndAnimation(const std::string& path) {
       f << 2u << 3u << 3u;
     });
     chunk(f, 0x10007, 1, [&] {
-      writeRawBlock(f, std::vector<std::uint16_t>{0, 1, 2, 0, 1, 2});
+      // Corners turn so that their edges' cross product runs along the normal, as exported.
+      writeRawBlock(f, std::vector<std::uint16_t>{0, 2, 1, 0, 2, 1});
       f << 2u << 1u << 1u;
     });
     chunk(f, 0x1000c, 1, [&] { f << 2 << std::string("Painted") << std::string("Plain"); });
