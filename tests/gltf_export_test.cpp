@@ -244,12 +244,20 @@ TEST(GltfBadInput, RefusedWithTheFileNamedAndNothingWritten) {
     b.resize(b.size() / 2);
     return b;
   }());
+  // A whole scene beside a cut .skd: the .skd is named.
+  fs::copy_file(dir.file("example.zt2"), dir.file("skin.zt2"));
+  ztx_test::writeBytes(dir.file("skin.skd"), [&] {
+    auto b = ztx_test::readBytes(dir.file("example.skd"));
+    b.resize(b.size() - 7);
+    return b;
+  }());
   struct Case {
     std::string input, output, message;
     int exitCode;
   };
   for (const Case& c : {Case{dir.file("example.skd"), dir.file("a.glb"), "not a scene file", 1},
                         Case{dir.file("cut.zt2"), dir.file("b.glb"), "cut.zt2", 1},
+                        Case{dir.file("skin.zt2"), dir.file("e.glb"), "skin.skd", 1},
                         Case{dir.file("example.zt2"), dir.file("missing/c.glb"), "missing/c.glb", 2},
                         Case{dir.file("none.zt2"), dir.file("d.glb"), "none.zt2", 2}}) {
     const auto d = ztx_test::runDump({c.input, "--gltf", c.output});
