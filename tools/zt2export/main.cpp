@@ -31,6 +31,7 @@ struct Arguments {
   std::string configDir;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
+  bool check = false;
   bool quiet = false;
   bool verbose = false;
 };
@@ -38,7 +39,7 @@ struct Arguments {
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--quiet] [--verbose]\n"
+               "                 [--save-options] [--check] [--quiet] [--verbose]\n"
                "       zt2export --help\n");
 }
 
@@ -60,6 +61,8 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
+      "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
+      "                         no texture copy, no ZTExport.cfg) and print every message\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -103,6 +106,8 @@ Arguments parseArguments(int argc, char** argv) {
       a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
     } else if (arg == "--save-options") {
       a.saveOptions = true;
+    } else if (arg == "--check") {
+      a.check = true;
     } else if (arg == "--quiet") {
       a.quiet = true;
     } else if (arg == "--verbose") {
@@ -116,6 +121,7 @@ Arguments parseArguments(int argc, char** argv) {
     }
   }
   if (a.scene.empty()) usageError("no scene given");
+  if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
   return a;
 }
 
@@ -204,7 +210,7 @@ int main(int argc, char** argv) {
                          "user has no home directory; give --config-dir\n");
     return kExitFailure;
   }
-  {
+  if (!args.check) {
     std::error_code ec;
     std::filesystem::create_directories(configDir, ec);
     if (!std::filesystem::is_directory(configDir)) {
@@ -247,7 +253,12 @@ int main(int argc, char** argv) {
       setOptionField(record, field, value, error, limits);
     }
     if (args.saveOptions) record.saveOnClose = true;
+    if (args.check) {
+      record.saveOnClose = false;
+      record.dumpInfo = 1;  // every message is shown, not only those of a failed export
+    }
   };
+  File->suppressWrites(args.check);
 
   int result = 0;
   try {
