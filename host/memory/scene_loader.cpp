@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 
+#include "host/memory/memory_derived_object.h"
 #include "host/memory/regular_file.h"
 
 #include "host/memory/scene_loader_parts.h"
@@ -51,7 +52,7 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int dep
   if (depth > kMaxNodeDepth) c.fail("nodes nest deeper than " + std::to_string(kMaxNodeDepth) + " levels");
   c.expectMembers({"name", "id", "object", "material", "hidden", "groupMember", "groupHead", "openGroupMember",
                    "openGroupHead", "userProperties", "transform", "objectOffset", "visibility", "inheritVisibility",
-                   "modifiers", "children"});
+                   "modifiers", "sharedModifiers", "children"});
   MemoryNode& node = parent.addChild(c["name"].asString());
   std::string id = node.GetName();
   if (const auto m = c.find("id")) {
@@ -78,7 +79,14 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int dep
   if (const auto m = c.find("objectOffset")) node.setObjectOffset(readObjectOffset(*m));
   if (const auto m = c.find("visibility")) node.setVisibility(readFloatTrack(*m, ctx));
   node.setInheritVisibility(c.boolOr("inheritVisibility", true));
-  if (const auto m = c.find("modifiers")) node.setModifiers(readModifiers(*m, ctx, node, object));
+  // Shared modifiers form a derived object of their own below the node's
+  // stack, as an instance's modifiers do in the host.
+  std::unique_ptr<MemoryDerivedObject> shared;
+  if (const auto m = c.find("sharedModifiers")) shared = readModifiers(*m, ctx, node, object);
+  std::unique_ptr<MemoryDerivedObject> own;
+  if (const auto m = c.find("modifiers")) own = readModifiers(*m, ctx, node, shared ? shared.get() : object);
+  if (own && shared) ctx.scene.objects.push_back(std::move(shared));  // the scene owns it; `own` stands on it
+  node.setModifiers(own ? std::move(own) : std::move(shared));
 
   if (const auto children = c.find("children"))
     for (const JsonCursor& child : children->elements()) readNode(child, node, ctx, depth + 1);
