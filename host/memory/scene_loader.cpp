@@ -148,6 +148,12 @@ std::string parseErrorDetail(const std::string& what) {
   return detail;
 }
 
+// "[json.exception.out_of_range.406] number overflow parsing '1e999'" -> "number overflow parsing '1e999'".
+std::string libraryMessage(const std::string& what) {
+  const std::size_t end = what.find("] ");
+  return what.rfind("[json.exception.", 0) == 0 && end != std::string::npos ? what.substr(end + 2) : what;
+}
+
 // Watches the parse for a member given twice in one object, which the JSON
 // library would quietly resolve to the last one: a pasted line must not
 // override its neighbour unnoticed.
@@ -211,6 +217,10 @@ std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const s
     document = nlohmann::json::parse(json, DuplicateMemberCheck(sourceName));
   } catch (const nlohmann::json::parse_error& e) {
     throw SceneLoadError(sourceName + ": malformed JSON " + parseErrorDetail(e.what()));
+  } catch (const nlohmann::json::exception& e) {
+    // A number past the range of a double ("1e999") is no parse error to the
+    // library, and its message carries no place: the token has to do.
+    throw SceneLoadError(sourceName + ": malformed JSON: " + libraryMessage(e.what()));
   }
   auto impl = std::make_unique<MemoryHost::Impl>();
   impl->sourceName = sourceName;
