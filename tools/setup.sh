@@ -9,6 +9,7 @@ packages=(
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
+  clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
 )
 
 missing=()
