@@ -73,7 +73,9 @@ TEST(FileReplace, RefusedTargetsStayAsTheyWereWithTheReason) {
     EXPECT_NE(f.saveFailure().find(c.reason), std::string::npos) << f.saveFailure();
     EXPECT_EQ(err, target + ": cannot save: " + f.saveFailure() + "\n");
     EXPECT_EQ(strayNames(dir, before), std::vector<std::string>{});
-    if (std::string(c.what) == "hard link") EXPECT_EQ(ztx_test::readText(target), "old");
+    if (std::string(c.what) == "hard link") {
+      EXPECT_EQ(ztx_test::readText(target), "old");
+    }
   }
 }
 
