@@ -216,6 +216,7 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
       {R"({"nodes": [{"name": "a", "visibility": {"keys": [{"frame": 10, "value": 1}, {"frame": 5, "value": 0}]}}]})",
        "scene.json: nodes[0].visibility.keys[1]: keys must be in increasing time order: tick 800 follows tick 1600"},
       {"{\n  \"nodes\": [\n    {\"name\": \"a\",}\n  ]\n}", "scene.json: malformed JSON at line 3, column 18: "},
+      {R"({"frameRate": 1e999})", "scene.json: malformed JSON: number overflow parsing '1e999'"},
       {nullptr, "absent.json: cannot read the scene file: No such file or directory"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [], "faces": {"buffer": "gone.bin", "count": 0}}}]})",
        "scene.json: objects[0].mesh.faces.buffer: \"gone.bin\": cannot read the buffer file: No such file or directory"},

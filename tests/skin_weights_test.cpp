@@ -20,7 +20,8 @@ json node(const std::string& name, json children = json::array(), const char* ty
   return {{"name", name}, {"object", {{"type", type}}}, {"children", std::move(children)}};
 }
 
-// The nodes `bones` beside a node "Body" with the modifier stack `modifiers`.
+// The nodes `bones` beside a node "Body" with the modifier stack `modifiers`
+// (an object: more members of the node, such as "sharedModifiers").
 struct Skin {
   std::unique_ptr<hostmodel::MemoryHost> host;
   SceneExporter exporter;
@@ -28,7 +29,10 @@ struct Skin {
 
   Skin(json bones, const json& modifiers) {
     json b = node("Body");
-    if (!modifiers.is_null()) b["modifiers"] = modifiers;
+    if (modifiers.is_object())
+      b.update(modifiers);
+    else if (!modifiers.is_null())
+      b["modifiers"] = modifiers;
     bones.push_back(b);
     host = hostmodel::loadSceneFromString(json{{"version", 1}, {"nodes", bones}}.dump(), ".", "scene");
     body = host->findNode("Body");
@@ -93,6 +97,15 @@ TEST(SkinWeights, EachProblemIsReportedOnceAndLeavesWhatCouldBeRead) {
        "ERROR: Object \"Body\" vertex 1 is of invalid type (2) for skinning (only rigid and rigid blended allowed)",
        {1, 0, 1}},
       {physique({{"vertices", json::array()}}), "", {}},
+      // Physique below another derived object is not found; as the only stack it is.
+      {{{"modifiers", {{{"type", "other"}, {"classId", {0x55, 0}}}}}, {"sharedModifiers", physique({{"vertices", {"A"}}})}},
+       "ERROR: Could not find physique modifier for skinning (object \"Body\")", {}},
+      {{{"sharedModifiers", physique({{"vertices", {"A"}}})}}, "", {1}},
+      // A second request that yields none leaves the element empty, without a message.
+      {physique({{"vertices", {"A", {{"bone", "A"}, {"secondRequestFails", true}}, "A"}}}), "", {1, 0, 1}},
+      // Our decision for a rigid vertex without a bone: an error, and an empty element.
+      {physique({{"vertices", {{{"bone", nullptr}}, "A"}}}), "ERROR: Object \"Body\" vertex 0 has no bone for skinning",
+       {0, 1}},
   };
   for (const Case& c : cases) {
     Skin skin({node("A")}, c.modifiers);

@@ -16,6 +16,7 @@ packages=(
   assimp-testmodels                  # the model corpus of the tests
   libtinygltf-dev                    # zt2dump --gltf
   nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
+  clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
 )
 
 missing=()

@@ -36,6 +36,7 @@ struct Arguments {
   std::string writeScene;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
+  bool check = false;
   bool quiet = false;
   bool verbose = false;
   bool version = false;
@@ -46,7 +47,7 @@ struct Arguments {
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--write-scene OUT.scene.json]\n"
+               "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
@@ -82,6 +83,8 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
+      "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
+      "                         no texture copy, no ZTExport.cfg) and print every message\n"
       "  --dialog               show the options dialog before the export, as the host does\n"
       "                         unless prompts are suppressed; Cancel ends the run with nothing\n"
       "                         written, OK saves ZTExport.cfg. The \"Export Info\" window shows\n"
@@ -148,6 +151,8 @@ Arguments parseArguments(int argc, char** argv) {
       a.writeScene = value("a file name");
     } else if (arg == "--save-options") {
       a.saveOptions = true;
+    } else if (arg == "--check") {
+      a.check = true;
     } else if (arg == "--quiet") {
       a.quiet = true;
     } else if (arg == "--verbose") {
@@ -161,6 +166,7 @@ Arguments parseArguments(int argc, char** argv) {
     }
   }
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
+  if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
   return a;
 }
 
@@ -289,7 +295,7 @@ int main(int argc, char** argv) {
                          "user has no home directory; give --config-dir\n");
     return kExitFailure;
   }
-  {
+  if (!args.check) {
     std::error_code ec;
     std::filesystem::create_directories(configDir, ec);
     if (!std::filesystem::is_directory(configDir)) {
@@ -333,7 +339,12 @@ int main(int argc, char** argv) {
   host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     if (args.saveOptions) record.saveOnClose = true;
+    if (args.check) {
+      record.saveOnClose = false;
+      record.dumpInfo = 1;  // every message is shown, not only those of a failed export
+    }
   });
+  host->setWritesSuppressed(args.check);
 
   int result = 0;
   try {
