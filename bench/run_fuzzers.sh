@@ -31,7 +31,8 @@ for h in "${harnesses[@]}"; do
   start=$(date +%s)
   # A scene file is text a person writes; 64 KiB is room for every construct.
   max_len=$([ "$h" = scene ] && echo 65536 || echo 16384)
-  if "$build/fuzz/${h}_fuzz" "$corpus" "tests/fuzz_corpus/$h" -max_total_time="$seconds" -max_len="$max_len" \
+  scratch=$(mktemp -d "$( [ -d /dev/shm ] && echo /dev/shm || echo "${TMPDIR:-/tmp}")/ztx-fuzz-XXXXXX")
+  if ZTX_FUZZ_SCRATCH="$scratch" "$build/fuzz/${h}_fuzz" "$corpus" "tests/fuzz_corpus/$h" -max_total_time="$seconds" -max_len="$max_len" \
       -timeout=10 -rss_limit_mb=2048 -artifact_prefix="$build/findings/$h-" -print_final_stats=1 \
       >"$build/findings/$h.log" 2>&1; then
     result=clean
@@ -39,6 +40,7 @@ for h in "${harnesses[@]}"; do
     result="FINDING (see $build/findings/$h.log)"
     status=1
   fi
+  rm -rf "$scratch"
   runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$build/findings/$h.log" | grep -o '[0-9]*$' || echo "?")
   echo "$h: $(( $(date +%s) - start )) s, $runs inputs, $result"
 done
