@@ -446,5 +446,10 @@ TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
   EXPECT_EQ(samplesOf(animationOf(file, "Spot01", "SpotLightAnimationChunk")["fields"]["intensityKeys"]),
             (std::vector<int>{0, 29}));
   EXPECT_GT(animationOf(file, "Character")["fields"]["keyCount"].get<int>(), 2);
+  // The hierarchy: Props turns, the lamp under it rises to frame 15 and sinks back.
+  EXPECT_GT(animationOf(file, "Props")["fields"]["keyCount"].get<int>(), 2);
+  const json lamp = animationOf(file, "Lamp")["fields"];
+  EXPECT_EQ(lamp["parentName"], "Props");
+  EXPECT_EQ(samplesOf(lamp["keys"]), (std::vector<int>{0, 15, 29}));
   EXPECT_TRUE(animationOf(file, "Bip_Pelvis").is_null());  // hidden, removed
 }
