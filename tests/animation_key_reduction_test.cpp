@@ -215,6 +215,33 @@ TEST(MatrixKeys, NormalizedBlendFollowsAConstantTurnCloserThanALinearOne) {
   EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Orthonormalized, false).size(), 2u);
 }
 
+TEST(MatrixKeys, EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt) {
+  // Y turns from (0, 1, 0) to the skewed (0.6, 0.8, 0) while X stays (1, 0, 0).
+  // The blend at the middle is (0.3, 0.9, 0): normalised (0.3, 0.9, 0) / sqrt(0.9);
+  // orthonormalised against X, (0, 1, 0). A middle sample that is one of
+  // these is dropped by its own mode alone; the plain blend matches neither.
+  const double n = std::sqrt(0.9);
+  const auto withY = [](double x, double y) { return SampleMatrix{{{1, 0, 0}, {x, y, 0}, {0, 0, 1}, {0, 0, 0}}}; };
+  const SampleMatrix normalisedMiddle = withY(0.3 / n, 0.9 / n);
+  const SampleMatrix orthonormalMiddle = withY(0, 1);
+  const struct {
+    SampleMatrix middle;
+    FrameInterpolation mode;
+    std::vector<int> kept;
+  } cases[] = {
+      {normalisedMiddle, FrameInterpolation::None, {0, 1, 2}},
+      {normalisedMiddle, FrameInterpolation::Normalized, {0, 2}},
+      {normalisedMiddle, FrameInterpolation::Orthonormalized, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::None, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::Normalized, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::Orthonormalized, {0, 2}},
+  };
+  for (const auto& c : cases) {
+    const auto s = recordMatrices({withY(0, 1), c.middle, withY(0.6, 0.8)});
+    EXPECT_EQ(reduceKeys(s, {1e-9, 0.0}, c.mode, false).indices, c.kept) << static_cast<int>(c.mode);
+  }
+}
+
 TEST(MatrixKeys, MaintainedScalingBlendsTheAxisLengths) {
   // Turning with axes of length 2: normalising the blend alone gives unit
   // axes; the sample in between is rebuilt only when the lengths are put back.
