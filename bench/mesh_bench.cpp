@@ -6,7 +6,8 @@
 // vertex welding of the same corner stream, and the peak memory. It also
 // times loading the grid's scene file, and a whole export with zt2export
 // (load, process, write) against turning the same grid, written as OBJ, into
-// binary glTF with assimp's command-line tool.
+// binary glTF with assimp's command-line tool; and zt2dump --gltf turning the
+// exported grid into binary glTF against that same assimp run.
 //
 //   mesh_bench [benchmark flags]
 //   mesh_bench --write-obj=grid.obj        the grid as OBJ (positions, colours, UVs, groups)
@@ -505,8 +506,8 @@ bool writeGridScene(const std::string& jsonPath) {
   if (!json) return false;
   std::fprintf(json,
                "{\n  \"version\": 1,\n  \"materials\": [\n"
-               "    {\"id\": \"M0\", \"type\": \"standard\"}, {\"id\": \"M1\", \"type\": \"standard\"},\n"
-               "    {\"id\": \"M2\", \"type\": \"standard\"}, {\"id\": \"M3\", \"type\": \"standard\"},\n"
+               "    {\"id\": \"M0\", \"type\": \"ztMaterial\"}, {\"id\": \"M1\", \"type\": \"ztMaterial\"},\n"
+               "    {\"id\": \"M2\", \"type\": \"ztMaterial\"}, {\"id\": \"M3\", \"type\": \"ztMaterial\"},\n"
                "    {\"id\": \"Grid\", \"type\": \"multi\", \"subMaterials\": [\"M0\", \"M1\", \"M2\", \"M3\"]}\n  ],\n"
                "  \"objects\": [{\"id\": \"grid\", \"type\": \"mesh\", \"mesh\": {\n      %s}}],\n"
                "  \"nodes\": [{\"name\": \"Grid\", \"object\": \"grid\", \"material\": \"Grid\"}]\n}\n",
@@ -522,8 +523,8 @@ bool gGridFilesWritten = false;
 const std::string& gridFilesDir() {
   static const std::string dir = [] {
     gGridFilesWritten = true;
-    char pattern[] = "/tmp/ztx-bench-XXXXXX";
-    const char* made = ::mkdtemp(pattern);
+    std::string pattern = (std::filesystem::temp_directory_path() / "ztx-bench-XXXXXX").string();
+    const char* made = ::mkdtemp(pattern.data());
     const std::string d = made ? made : ".";
     if (!writeGridScene(d + "/grid.json") || !writeGridObj(d + "/grid.obj"))
       std::fprintf(stderr, "mesh_bench: cannot write the grid files into %s\n", d.c_str());
@@ -584,6 +585,23 @@ void BM_AssimpExport(benchmark::State& state) {
   reportPerCorner(state);
 }
 BENCHMARK(BM_AssimpExport)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
+
+// The exported grid read back and written as binary glTF, against the same
+// assimp run: both end in a .glb of the grid.
+void BM_Zt2DumpGltf(benchmark::State& state) {
+  const std::string& dir = gridFilesDir();
+  if (!std::filesystem::exists(dir + "/grid.zt2") &&
+      runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir", dir + "/config",
+                  "--quiet", "--set", "exportSkinning=0", "--set", "exportAnimation=0"}) != 0) {
+    state.SkipWithError("zt2export failed");
+    return;
+  }
+  for (auto _ : state)
+    if (runQuietly({ZTX_ZT2DUMP, dir + "/grid.zt2", "--gltf", dir + "/grid-zt2.glb"}) != 0)
+      state.SkipWithError("zt2dump --gltf failed");
+  reportPerCorner(state);
+}
+BENCHMARK(BM_Zt2DumpGltf)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
 // Keeps the median of every benchmark's repetitions as it is reported.
 class MedianCollector : public benchmark::ConsoleReporter {
@@ -674,6 +692,10 @@ int main(int argc, char** argv) {
   if (whole != reporter.medianNs.end() && assimp != reporter.medianNs.end())
     std::printf("Whole export: zt2export %.0f ms, assimp OBJ to GLB %.0f ms, ratio %.3f (goal <= 0.333)\n",
                 whole->second / 1e6, assimp->second / 1e6, whole->second / assimp->second);
+  const auto gltf = reporter.medianNs.find("BM_Zt2DumpGltf");
+  if (gltf != reporter.medianNs.end() && assimp != reporter.medianNs.end())
+    std::printf("To binary glTF: zt2dump --gltf %.0f ms, assimp OBJ to GLB %.0f ms, ratio %.3f\n", gltf->second / 1e6,
+                assimp->second / 1e6, gltf->second / assimp->second);
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
   std::printf("Peak memory of this process (ru_maxrss): %.1f MiB\n", double(usage.ru_maxrss) / 1024.0);

@@ -69,6 +69,16 @@ void T_MemoryFile::closeChunk() {
   std::memcpy(buffer_.data() + header + 9, &length, 4);
 }
 
+void T_MemoryFile::reserveMore(std::size_t bytes) {
+  try {
+    if (buffer_.capacity() - buffer_.size() < bytes) buffer_.reserve(buffer_.size() + bytes);
+  } catch (const std::bad_alloc&) {
+    throw T_MemoryException_Allocation();
+  } catch (const std::length_error&) {
+    throw T_MemoryException_Allocation();
+  }
+}
+
 void T_MemoryFile::writeTag(BasicType tag) {
   const std::uint8_t t = tag;
   append(&t, 1);

@@ -59,6 +59,9 @@ class T_MemoryFile {
   void createChunk(const ChunkKindInfo& kind) { createChunk(kind.id, kind.version); }
   void closeChunk();
   int openChunkCount() const { return static_cast<int>(openChunks_.size()); }
+  // Makes room for `bytes` more without changing what is written; a writer
+  // that knows its size asks once rather than growing the buffer step by step.
+  void reserveMore(std::size_t bytes);
   void writeTag(BasicType tag);
   void write(const void* data, int length);
   // Bytes written so far, without the file header.

@@ -45,6 +45,16 @@ void writeMapChannelChunk(T_MemoryFile& file, const MeshMapChannelRecord& part) 
 static_assert(sizeof(Point3) == 12, "points go out as three packed floats");
 
 T_MemoryFile& operator<<(T_MemoryFile& file, const MeshRecord& record) {
+  // The bulk arrays' bytes, claimed at once: a big mesh then lands in one
+  // allocation instead of a chain of doublings that copies the file each time.
+  std::size_t bulk = 0;
+  if (record.hasVertices()) bulk += 2 * record.vertexPart().positions.size() * sizeof(Point3);
+  if (record.hasFaces()) bulk += record.facePart().indices.size() * sizeof(std::uint16_t);
+  for (int slot = 0; slot < kMeshWrittenMapSlots; ++slot)
+    if (record.hasMapChannel(slot)) bulk += record.mapChannelPart(slot).coordinates.size() * sizeof(Point3);
+  // The headers, group tables and names around them get room too, so that the
+  // last small write does not double the buffer.
+  file.reserveMore(bulk + bulk / 64 + 65536);
   file.createChunk(chunk_kind::kMesh);
   file << static_cast<const ObjectRecord&>(record);
   if (record.hasVertices()) writeVertexChunk(file, record.vertexPart());

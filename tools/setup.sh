@@ -14,23 +14,31 @@ packages=(
   xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
   lib3ds-dev libassimp-dev           # model front ends of zt2export
   assimp-testmodels                  # the model corpus of the tests
+  libtinygltf-dev                    # zt2dump --gltf
+  nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
 )
 
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
 done
+# Some node builds carry their own npm, which Debian's npm package conflicts with.
+command -v npm >/dev/null || missing+=(npm)
 
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  sudo_cmd=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "setup: need root to install ${missing[*]}" >&2; exit 1; }
+    sudo_cmd=(sudo)
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  "${sudo_cmd[@]}" apt-get update -qq
+  "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 
-echo "Installing: ${missing[*]}"
-sudo_cmd=()
-if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || { echo "setup: need root to install ${missing[*]}" >&2; exit 1; }
-  sudo_cmd=(sudo)
+# The page's npm packages, at the versions of the lock file, when they changed.
+web="$(dirname "$0")/zt2view/web"
+if [ ! -f "$web/node_modules/.package-lock.json" ] || ! cmp -s "$web/package-lock.json" "$web/node_modules/.package-lock.json.installed"; then
+  (cd "$web" && npm ci --no-audit --no-fund --loglevel=error && cp package-lock.json node_modules/.package-lock.json.installed)
 fi
-export DEBIAN_FRONTEND=noninteractive
-"${sudo_cmd[@]}" apt-get update -qq
-"${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -6,6 +6,7 @@
 
 #include "dump_error.h"
 #include "file_decoder.h"
+#include "gltf_export.h"
 #include "json_printer.h"
 #include "text_printer.h"
 #include "validate.h"
@@ -17,7 +18,7 @@ constexpr int kExitBadContent = 1;
 constexpr int kExitUsage = 2;
 
 const char* const kUsage =
-    "usage: zt2dump FILE [--json] [--validate] [--full]\n"
+    "usage: zt2dump FILE [--json] [--validate] [--full] [--gltf OUT.glb]\n"
     "\n"
     "Prints a scene file (.zt2), a per-vertex file (.skd) or the options file\n"
     "(ZTExport.cfg); the kind is told from the content.\n"
@@ -27,10 +28,12 @@ const char* const kUsage =
     "              and print OK with a summary, or name the first fault\n"
     "              (takes the place of the dump: --json is then ignored)\n"
     "  --full      print long arrays in full in the text output\n"
+    "  --gltf OUT  write the scene (with the .skd beside it) as binary glTF\n"
+    "              to OUT instead of printing it\n"
     "  --help      this text\n"
     "\n"
     "Exit codes: 0 success, 1 corrupt, truncated or invalid content,\n"
-    "2 bad usage or unreadable file.\n";
+    "2 bad usage, unreadable file or output not written.\n";
 
 struct Arguments {
   std::string file;
@@ -38,6 +41,7 @@ struct Arguments {
   bool validate = false;
   bool full = false;
   bool help = false;
+  std::string gltf;
 };
 
 bool parse(int argc, char** argv, Arguments& args, std::string& error) {
@@ -47,6 +51,13 @@ bool parse(int argc, char** argv, Arguments& args, std::string& error) {
     else if (a == "--validate") args.validate = true;
     else if (a == "--full") args.full = true;
     else if (a == "--help" || a == "-h") args.help = true;
+    else if (a == "--gltf") {
+      if (i + 1 >= argc) {
+        error = "--gltf needs the output file";
+        return false;
+      }
+      args.gltf = argv[++i];
+    }
     else if (a.size() > 1 && a[0] == '-') {
       error = "unknown option " + a;
       return false;
@@ -78,6 +89,13 @@ int main(int argc, char** argv) {
     return kExitOk;
   }
   try {
+    if (!args.gltf.empty()) {
+      std::vector<std::string> warnings;
+      const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(args.file), warnings);
+      for (const std::string& w : warnings) std::cerr << "zt2dump: warning: " << args.file << ": " << w << "\n";
+      zt2dump::writeFileWhole(args.gltf, zt2dump::glbBytes(model));
+      return kExitOk;
+    }
     const zt2dump::DecodedFile file = zt2dump::loadFile(args.file);
     if (args.validate) {
       const std::string summary = zt2dump::validateFile(file);
@@ -91,6 +109,9 @@ int main(int argc, char** argv) {
     }
     std::cout.flush();
     return kExitOk;
+  } catch (const zt2dump::UnwritableFile& e) {
+    std::cerr << "zt2dump: " << e.what() << "\n";
+    return kExitUsage;
   } catch (const zt2dump::UnreadableFile& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
     return kExitUsage;

@@ -1,0 +1,100 @@
+// zt2view: the page is driven in headless chromium by
+// tools/zt2view/web/page_check.mjs (Playwright): it loads without console
+// error or network request, lists every exported node, and scrubbing moves
+// the animated node. Skipped, with a message, only where node is missing.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include <nlohmann/json.hpp>
+
+#include "support/hand_built_scene.h"
+#include "support/test_support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using ztx_test::TempDir;
+
+#ifdef ZTX_ZT2VIEW
+constexpr bool kViewBuilt = true;
+const char* const kZt2view = ZTX_ZT2VIEW;
+#else
+constexpr bool kViewBuilt = false;
+const char* const kZt2view = "";
+#endif
+
+// Runs page_check.mjs (node is known to be there).
+ztx_test::RunResult checkPage(std::vector<std::string> args) {
+  args.insert(args.begin(), {"node", ztx_test::sourcePath("tools/zt2view/web/page_check.mjs")});
+  return ztx_test::run("/usr/bin/env", args);
+}
+
+// The names of every object chunk of a scene file, read back through zt2dump.
+std::string exportedNodeNames(const std::string& zt2) {
+  const auto d = ztx_test::runDump({zt2, "--json"});
+  EXPECT_EQ(d.exitCode, 0) << d.err;
+  std::string names;
+  const nlohmann::json file = nlohmann::json::parse(d.out);
+  for (const auto& c : file["chunks"])
+    for (const auto& child : c["children"])
+      if (child["name"] == "ObjectChunk") names += (names.empty() ? "" : ",") + child["fields"]["name"].get<std::string>();
+  return names;
+}
+
+class PageTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0)
+      GTEST_SKIP() << "node not found: zt2view and its page are not checked";
+    ASSERT_TRUE(kViewBuilt) << "node is here but zt2view was not built: run tools/setup.sh, then configure again";
+  }
+  TempDir dir;
+};
+
+TEST_F(PageTest, ExampleLoadsAndListsEveryNode) {
+  const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
+                                      dir.file("example.zt2"), "--config-dir", dir.file("config")});
+  ASSERT_EQ(e.exitCode, 0) << e.err;
+  const auto v = ztx_test::run(kZt2view, {dir.file("example.zt2"), "-o", dir.file("example.html")});
+  ASSERT_EQ(v.exitCode, 0) << v.err;
+  // One file: nothing is fetched from elsewhere when it is opened.
+  const std::string page = ztx_test::readText(dir.file("example.html"));
+  EXPECT_EQ(page.find("<script src"), std::string::npos);
+  EXPECT_EQ(page.find("<link"), std::string::npos);
+
+  const std::string nodes = exportedNodeNames(dir.file("example.zt2"));
+  EXPECT_EQ(nodes, "Props,Lamp,Character,CharacterCopy,Camera01,Spot01,Sun,Marker");
+  const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--screenshot", dir.file("shot.png")});
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_GT(fs::file_size(dir.file("shot.png")), 10000u);
+}
+
+TEST_F(PageTest, ScrubbingMovesTheAnimatedNode) {
+  ztx_test::writeMaterialsAndAnimation(dir.file("scene.zt2"));
+  const auto v = ztx_test::run(kZt2view, {dir.file("scene.zt2")});  // default name: scene.html
+  ASSERT_EQ(v.exitCode, 0) << v.err;
+  const auto r = checkPage({dir.file("scene.html"), "--nodes", "Root,Box", "--animated", "Box"});
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("\"Box\" moved"), std::string::npos) << r.out;
+}
+
+TEST_F(PageTest, BadInputWritesNoPage) {
+  ztx_test::writeText(dir.file("not-a-scene.zt2"), "this is text");
+  struct Case {
+    std::vector<std::string> args;
+    int exitCode;
+    std::string message;
+  };
+  for (const Case& c : {Case{{}, 2, "no file given"},
+                        Case{{dir.file("missing.zt2"), "-o", dir.file("a.html")}, 2, "missing.zt2"},
+                        Case{{dir.file("not-a-scene.zt2"), "-o", dir.file("b.html")}, 1, "not-a-scene.zt2"}}) {
+    const auto v = ztx_test::run(kZt2view, c.args);
+    EXPECT_EQ(v.exitCode, c.exitCode) << v.err;
+    EXPECT_NE(v.err.find(c.message), std::string::npos) << v.err;
+  }
+  EXPECT_FALSE(fs::exists(dir.file("a.html")));
+  EXPECT_FALSE(fs::exists(dir.file("b.html")));
+}
+
+}  // namespace

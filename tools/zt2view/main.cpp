@@ -1,0 +1,67 @@
+// zt2view: one self-contained HTML page that shows an exported scene.
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "file_decoder.h"
+#include "gltf_export.h"
+#include "page.h"
+
+namespace {
+
+const char* const kUsage =
+    "usage: zt2view FILE.zt2 [-o OUT.html]\n"
+    "\n"
+    "Writes one HTML page that shows the scene (and the .skd beside it) in a\n"
+    "browser: the model with orbit controls, the node tree, the material list\n"
+    "and an animation player. The page needs no network. By default OUT is\n"
+    "FILE with the extension .html.\n"
+    "\n"
+    "Exit codes: 0 success, 1 corrupt file, 2 bad usage, unreadable file or page\n"
+    "not written.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string file, out;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--help" || a == "-h") {
+      std::cout << kUsage;
+      return 0;
+    }
+    if (a == "-o" && i + 1 < argc) {
+      out = argv[++i];
+    } else if (a.size() > 1 && a[0] == '-') {
+      std::cerr << "zt2view: unknown option " << a << "\n" << kUsage;
+      return 2;
+    } else if (!file.empty()) {
+      std::cerr << "zt2view: more than one file given\n" << kUsage;
+      return 2;
+    } else {
+      file = a;
+    }
+  }
+  if (file.empty()) {
+    std::cerr << "zt2view: no file given\n" << kUsage;
+    return 2;
+  }
+  if (out.empty()) out = std::filesystem::path(file).replace_extension(".html").string();
+  try {
+    std::vector<std::string> warnings;
+    const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(file), warnings);
+    for (const std::string& w : warnings) std::cerr << "zt2view: warning: " << file << ": " << w << "\n";
+    const std::string page = zt2view::previewPage(std::filesystem::path(file).filename().string(), zt2dump::glbBytes(model));
+    zt2dump::writeFileWhole(out, std::vector<std::uint8_t>(page.begin(), page.end()));
+    return 0;
+  } catch (const zt2dump::UnwritableFile& e) {
+    std::cerr << "zt2view: " << e.what() << "\n";
+    return 2;
+  } catch (const zt2dump::UnreadableFile& e) {
+    std::cerr << "zt2view: " << e.what() << "\n";
+    return 2;
+  } catch (const std::exception& e) {
+    std::cerr << "zt2view: " << e.what() << "\n";
+    return 1;
+  }
+}

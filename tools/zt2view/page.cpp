@@ -1,0 +1,79 @@
+// The page around the viewer script: layout, styles and the embedded scene.
+#include "page.h"
+
+#include "viewer_script.h"
+
+namespace zt2view {
+
+namespace {
+
+std::string base64(const std::vector<std::uint8_t>& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::uint32_t n = (std::uint32_t{bytes[i]} << 16) | (i + 1 < bytes.size() ? bytes[i + 1] << 8 : 0) |
+                            (i + 2 < bytes.size() ? bytes[i + 2] : 0);
+    out += kDigits[(n >> 18) & 63];
+    out += kDigits[(n >> 12) & 63];
+    out += i + 1 < bytes.size() ? kDigits[(n >> 6) & 63] : '=';
+    out += i + 2 < bytes.size() ? kDigits[n & 63] : '=';
+  }
+  return out;
+}
+
+std::string escapeHtml(const std::string& s) {
+  std::string out;
+  for (char c : s) {
+    switch (c) {
+      case '&': out += "&amp;"; break;
+      case '<': out += "&lt;"; break;
+      case '>': out += "&gt;"; break;
+      case '"': out += "&quot;"; break;
+      default: out += c;
+    }
+  }
+  return out;
+}
+
+const char* const kStyle = R"(
+html, body { margin: 0; height: 100%; font: 13px/1.35 system-ui, sans-serif; background: #1e2228; color: #dde; }
+body { display: grid; grid-template-columns: 1fr 480px; grid-template-rows: 1fr auto; height: 100vh; }
+#view { grid-row: 1; grid-column: 1; position: relative; overflow: hidden; min-height: 0; }
+#side { grid-row: 1 / span 2; grid-column: 2; overflow: auto; padding: 8px 12px; background: #262b33; }
+#player { grid-row: 2; grid-column: 1; display: flex; gap: 10px; align-items: center; padding: 8px 12px; background: #262b33; }
+#scrub { flex: 1; }
+h1 { font-size: 15px; margin: 4px 0 8px; }
+h2 { font-size: 13px; margin: 14px 0 4px; color: #9ab; text-transform: uppercase; letter-spacing: 0.05em; }
+table { border-collapse: collapse; width: 100%; }
+th, td { text-align: left; padding: 2px 6px 2px 0.3em; border-bottom: 1px solid #333a44; vertical-align: top; }
+th { color: #9ab; font-weight: normal; }
+td.name { font-weight: 600; overflow-wrap: anywhere; }
+td.props { color: #bcb; font-family: monospace; }
+td.keys { text-align: right; }
+ul { margin: 0; padding-left: 0; list-style: none; }
+li.material { padding: 2px 0; }
+.swatch { display: inline-block; width: 12px; height: 12px; margin-right: 6px; border: 1px solid #889; vertical-align: -2px; }
+button { min-width: 64px; }
+)";
+
+}  // namespace
+
+std::string previewPage(const std::string& title, const std::vector<std::uint8_t>& glb) {
+  const std::string t = escapeHtml(title);
+  std::string page;
+  page += "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + t + " - zt2view</title>\n";
+  page += "<style>" + std::string(kStyle) + "</style>\n</head>\n<body>\n";
+  page += "<div id=\"view\"></div>\n";
+  page += "<div id=\"player\"><button id=\"play\">Play</button><input id=\"scrub\" type=\"range\" min=\"0\" max=\"0\" "
+          "step=\"0.001\" value=\"0\"><span id=\"time\"></span><label><input id=\"vertex-colours\" "
+          "type=\"checkbox\"> Vertex colours</label></div>\n";
+  page += "<div id=\"side\">\n<h1>" + t + "</h1>\n<h2>Nodes</h2>\n<table>\n<thead><tr><th>Name</th><th>Type</th>"
+          "<th>Parent</th><th>User properties</th><th>Keys</th></tr></thead>\n<tbody id=\"node-tree\"></tbody>\n"
+          "</table>\n<h2>Materials</h2>\n<ul id=\"materials\"></ul>\n</div>\n";
+  page += "<script id=\"scene-data\" type=\"application/octet-stream\">" + base64(glb) + "</script>\n";
+  page += "<script>" + std::string(kViewerScript) + "</script>\n</body>\n</html>\n";
+  return page;
+}
+
+}  // namespace zt2view

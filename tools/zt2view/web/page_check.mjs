@@ -1,0 +1,89 @@
+// Drives a zt2view page in headless Debian chromium and checks it:
+//   node page_check.mjs PAGE.html --nodes A,B,... [--animated NODE] [--screenshot OUT.png]
+// The page must load with no console error and list every node named; with
+// --animated, scrubbing from the start to the end must move NODE. Exit 0 when
+// every check holds, 1 when one fails, 2 when the browser cannot be run.
+import fs from 'node:fs';
+import os from 'node:os';
+import path from 'node:path';
+import { pathToFileURL } from 'node:url';
+import { chromium } from 'playwright-core';
+
+const args = process.argv.slice(2);
+const option = (name) => {
+  const i = args.indexOf(name);
+  return i >= 0 ? args[i + 1] : undefined;
+};
+const page = args[0];
+const nodes = (option('--nodes') || '').split(',').filter(Boolean);
+const animated = option('--animated');
+const screenshot = option('--screenshot');
+const browserPath = process.env.ZTX_CHROMIUM || '/usr/bin/chromium';
+
+if (!fs.existsSync(browserPath)) {
+  console.error(`${browserPath} not found (install Debian's chromium)`);
+  process.exit(2);
+}
+
+const failures = [];
+const profile = fs.mkdtempSync(path.join(os.tmpdir(), 'zt2view-check-'));
+let context;
+try {
+  context = await chromium.launchPersistentContext(profile, {
+    executablePath: browserPath,
+    headless: true,
+    viewport: { width: 1280, height: 720 },
+    args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
+      '--disable-background-networking', '--disable-component-update', '--disable-sync',
+      // WebGL on the CPU: the only kind a machine without display has.
+      '--enable-unsafe-swiftshader'],
+  });
+  const tab = context.pages()[0] || (await context.newPage());
+  tab.on('console', (m) => {
+    if (m.type() === 'error') failures.push(`console error: ${m.text()}`);
+  });
+  tab.on('pageerror', (e) => failures.push(`page error: ${e.message}`));
+  // The page must not reach out to anything.
+  await tab.route((url) => !url.protocol.startsWith('file') && !url.protocol.startsWith('data'), (route) => {
+    failures.push(`network request: ${route.request().url()}`);
+    return route.abort();
+  });
+  await tab.goto(pathToFileURL(path.resolve(page)).href);
+  await tab.waitForSelector('body[data-ready="true"]', { timeout: 60000 });
+
+  const listed = await tab.$$eval('#node-tree tr', (rows) => rows.map((r) => r.dataset.node));
+  for (const n of nodes) if (!listed.includes(n)) failures.push(`node tree lacks "${n}" (lists ${listed.join(', ')})`);
+
+  if (animated) {
+    const duration = await tab.evaluate(() => window.zt2view.duration);
+    if (!(duration > 0)) failures.push('the page has no animation to scrub');
+    const scrubTo = async (t) => {
+      await tab.$eval('#scrub', (s, v) => {
+        s.value = String(v);
+        s.dispatchEvent(new Event('input', { bubbles: true }));
+      }, t);
+      return tab.evaluate((n) => window.zt2view.worldPosition(n), animated);
+    };
+    const start = await scrubTo(0);
+    const end = await scrubTo(duration);
+    if (!start || !end) failures.push(`no node "${animated}" in the scene`);
+    else {
+      const moved = Math.hypot(end[0] - start[0], end[1] - start[1], end[2] - start[2]);
+      console.log(`"${animated}" moved ${moved.toFixed(4)} from ${start.map((v) => v.toFixed(3))} to ${end.map((v) => v.toFixed(3))}`);
+      if (!(moved > 1e-3)) failures.push(`scrubbing does not move "${animated}"`);
+    }
+  }
+  if (screenshot) {
+    await tab.waitForTimeout(500);  // a few frames after the last change
+    await tab.screenshot({ path: screenshot });
+  }
+} catch (e) {
+  failures.push(`browser: ${e.message}`);
+} finally {
+  if (context) await context.close();
+  fs.rmSync(profile, { recursive: true, force: true });
+}
+
+for (const f of failures) console.log(`FAIL ${f}`);
+console.log(failures.length === 0 ? `OK ${page}` : `${failures.length} failure(s) in ${page}`);
+process.exit(failures.length === 0 ? 0 : 1);

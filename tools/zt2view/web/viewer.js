@@ -1,0 +1,213 @@
+// The preview page's script: reads the scene embedded in the page, shows it
+// with orbit controls, lists its nodes and materials, and plays its animation.
+// Bundled with three.js into zt2view's page, so that viewing needs no network.
+import * as THREE from 'three';
+import { GLTFLoader } from 'three/addons/loaders/GLTFLoader.js';
+import { OrbitControls } from 'three/addons/controls/OrbitControls.js';
+
+function sceneBytes() {
+  const text = document.getElementById('scene-data').textContent.trim();
+  const raw = atob(text);
+  const bytes = new Uint8Array(raw.length);
+  for (let i = 0; i < raw.length; ++i) bytes[i] = raw.charCodeAt(i);
+  return bytes.buffer;
+}
+
+function el(tag, props = {}, ...children) {
+  const e = document.createElement(tag);
+  Object.assign(e, props);
+  for (const c of children) e.append(c);
+  return e;
+}
+
+// One row per node, parents first and children indented under them; roots
+// in the order of the file.
+function fillNodeTree(json) {
+  const list = document.getElementById('node-tree');
+  const nodes = json.nodes || [];
+  const roots = (json.scenes && json.scenes[0] && json.scenes[0].nodes) || nodes.map((_, i) => i);
+  const row = (i, depth) => {
+    const n = nodes[i];
+    const x = n.extras || {};
+    const keys = x.transformKeyCount !== undefined ? `${x.transformKeyCount} / ${x.visibilityKeyCount}` : '-';
+    const tr = el('tr', { className: 'node' },
+      el('td', { className: 'name', textContent: n.name }),
+      el('td', { textContent: x.type || '' }),
+      el('td', { textContent: x.parentName || '' }),
+      el('td', { className: 'props', textContent: (x.userProperties || '').replace(/\r?\n/g, '; ') }),
+      el('td', { className: 'keys', textContent: keys }));
+    tr.dataset.node = n.name;
+    tr.firstChild.style.paddingLeft = `${0.3 + depth * 1.1}em`;
+    list.append(tr);
+    for (const c of n.children || []) row(c, depth + 1);
+  };
+  for (const r of roots) row(r, 0);
+}
+
+function colourText(c) {
+  return c ? `(${c.slice(0, 3).map((v) => Math.round(v)).join(', ')})` : '';
+}
+
+function fillMaterials(json) {
+  const list = document.getElementById('materials');
+  const listed = (json.materials || []).filter((m) => (m.extras || {}).inMaterialList);
+  if (listed.length === 0) list.append(el('li', { textContent: 'No material list in the file.' }));
+  const named = (json.materials || []).filter((m) => !(m.extras || {}).inMaterialList).map((m) => m.name);
+  if (named.length > 0) list.append(el('li', { textContent: `Named by meshes only: ${named.join(', ')}` }));
+  for (const m of listed) {
+    const x = m.extras;
+    const swatch = el('span', { className: 'swatch' });
+    swatch.style.background = `rgb(${x.diffuse.slice(0, 3).map(Math.round).join(',')})`;
+    const layers = x.layerFiles.map((name, i) => (name ? `layer ${i + 1}: ${name}` : '')).filter(Boolean).join(', ');
+    list.append(el('li', { className: 'material' }, swatch,
+      el('b', { textContent: m.name }),
+      ` diffuse ${colourText(x.diffuse)} ambient ${colourText(x.ambient)} specular ${colourText(x.specular)}`,
+      layers ? ` - ${layers}` : ''));
+  }
+}
+
+// Frames the meshes; lights and cameras often stand far off.
+function frame(camera, controls, object) {
+  const box = new THREE.Box3();
+  object.traverse((o) => {
+    if (o.isMesh) box.expandByObject(o);
+  });
+  if (box.isEmpty()) box.setFromObject(object);
+  if (box.isEmpty()) box.set(new THREE.Vector3(-1, -1, -1), new THREE.Vector3(1, 1, 1));
+  const size = box.getSize(new THREE.Vector3()).length() || 1;
+  const centre = box.getCenter(new THREE.Vector3());
+  camera.near = size / 1000;
+  camera.far = size * 100;
+  camera.position.copy(centre).add(new THREE.Vector3(0.8, 0.6, 1.2).multiplyScalar(size));
+  camera.updateProjectionMatrix();
+  controls.target.copy(centre);
+  controls.update();
+}
+
+async function main() {
+  const bytes = sceneBytes();
+  const gltf = await new GLTFLoader().parseAsync(bytes, '');
+  const json = gltf.parser.json;
+  fillNodeTree(json);
+  fillMaterials(json);
+
+  const view = document.getElementById('view');
+  const renderer = new THREE.WebGLRenderer({ antialias: true, preserveDrawingBuffer: true });
+  renderer.setPixelRatio(window.devicePixelRatio);
+  view.append(renderer.domElement);
+  const scene = new THREE.Scene();
+  const env = (json.scenes && json.scenes[0] && json.scenes[0].extras) || {};
+  const bg = env.backgroundColour ? env.backgroundColour.map((v) => v / 255) : [0.2, 0.3, 0.45];
+  scene.background = new THREE.Color(bg[0], bg[1], bg[2]);
+  // The file's lights are kept, but a preview must show every mesh lit
+  // whatever they are, so a sky light and a light at the eye come with it.
+  scene.add(new THREE.HemisphereLight(0xffffff, 0x444455, 1.6));
+  const camera = new THREE.PerspectiveCamera(45, 1, 0.01, 1000);
+  const eyeLight = new THREE.DirectionalLight(0xffffff, 1.6);
+  camera.add(eyeLight);
+  scene.add(camera);
+  scene.add(gltf.scene);
+  // Nodes without geometry show as small axes, so that helpers and bones can be found.
+  gltf.scene.traverse((o) => {
+    if (!o.isMesh && !o.isSkinnedMesh && o.userData && o.userData.type && o.userData.type !== 'mesh') {
+      o.add(new THREE.AxesHelper(0.5));
+    }
+  });
+  scene.add(new THREE.GridHelper(40, 40, 0x888888, 0x555555));
+
+  // The file keeps two of a vertex colour's three components, so vertex
+  // colours are shown only on request; the materials' colours come first.
+  const coloured = [];
+  gltf.scene.traverse((o) => {
+    if (o.isMesh && o.material && o.material.vertexColors) {
+      coloured.push(o.material);
+      o.material.vertexColors = false;
+      o.material.needsUpdate = true;
+    }
+  });
+  const colourBox = document.getElementById('vertex-colours');
+  colourBox.disabled = coloured.length === 0;
+  colourBox.addEventListener('change', () => {
+    for (const m of coloured) {
+      m.vertexColors = colourBox.checked;
+      m.needsUpdate = true;
+    }
+  });
+  const controls = new OrbitControls(camera, renderer.domElement);
+  frame(camera, controls, gltf.scene);
+
+  const mixer = new THREE.AnimationMixer(gltf.scene);
+  const clip = gltf.animations[0];
+  const action = clip ? mixer.clipAction(clip) : null;
+  const slider = document.getElementById('scrub');
+  const playButton = document.getElementById('play');
+  const timeText = document.getElementById('time');
+  let playing = false;
+  const duration = clip ? clip.duration : 0;
+  if (action) action.play();
+  slider.max = String(duration);
+  slider.step = String(duration / 1000 || 0.001);
+  const setTime = (t) => {
+    mixer.setTime(t);
+    slider.value = String(t);
+    timeText.textContent = `${t.toFixed(2)} s / ${duration.toFixed(2)} s`;
+  };
+  if (!clip) {
+    playButton.disabled = true;
+    slider.disabled = true;
+    timeText.textContent = 'No animation in the file.';
+  } else {
+    setTime(0);
+  }
+  playButton.addEventListener('click', () => {
+    playing = !playing;
+    playButton.textContent = playing ? 'Pause' : 'Play';
+  });
+  slider.addEventListener('input', () => {
+    playing = false;
+    playButton.textContent = 'Play';
+    setTime(Number(slider.value));
+  });
+
+  const resize = () => {
+    const w = view.clientWidth, h = view.clientHeight;
+    renderer.setSize(w, h);
+    camera.aspect = w / h;
+    camera.updateProjectionMatrix();
+  };
+  window.addEventListener('resize', resize);
+  resize();
+  const clock = new THREE.Clock();
+  renderer.setAnimationLoop(() => {
+    const dt = clock.getDelta();
+    if (playing && clip) setTime((mixer.time + dt) % duration);
+    controls.update();
+    renderer.render(scene, camera);
+  });
+
+  // glTF node index -> the object the loader made of it (names are not
+  // unique once the loader has cleaned them).
+  const objectOfNode = new Map();
+  gltf.scene.traverse((o) => {
+    const a = gltf.parser.associations.get(o);
+    if (a && a.nodes !== undefined && !objectOfNode.has(a.nodes)) objectOfNode.set(a.nodes, o);
+  });
+
+  // For the page's tests: where a node stands in the world now.
+  window.zt2view = {
+    nodeNames: (json.nodes || []).map((n) => n.name),
+    duration,
+    worldPosition(name) {
+      const o = objectOfNode.get((json.nodes || []).findIndex((n) => n.name === name));
+      if (!o) return null;
+      o.updateWorldMatrix(true, false);
+      return o.getWorldPosition(new THREE.Vector3()).toArray();
+    },
+  };
+  document.body.dataset.ready = 'true';
+}
+
+main().catch((e) => {
+  document.getElementById('time').textContent = `Cannot show the scene: ${e.message}`;
+  console.error(e);
+});
