@@ -160,7 +160,9 @@ std::string turnAt(int node, int f) { return R"({"eulerDegrees": [0, 0, )" + num
 // Moves for 50 frames, then stands for 150: a hold key at the end of each stand.
 std::string holdingAt(int node, int f) { return "[" + number(node + (f + 150) / 200 * 2.0) + ", 0, 0]"; }
 
-std::string chainTurnAt(int node, int f) { return R"({"eulerDegrees": [)" + number(10 * std::sin(f * 0.02 + node)) + ", 0, 0]}"; }
+std::string chainTurnAt(int node, int f) {
+  return R"({"eulerDegrees": [)" + number(10 * std::sin(f * 0.02 + node)) + ", 0, 0]}";
+}
 
 std::string multiplierAt(int node, int f) { return number(1.0 + 0.5 * std::sin(f * 0.1 + node)); }
 
@@ -299,7 +301,8 @@ Recorded sampleAll(SceneExporter& e) {
 
 std::size_t reduceAll(const Recorded& r) {
   std::size_t keys = 0;
-  for (const auto& series : r.transforms) keys += reduceKeys(series, kTolerance, FrameInterpolation::None, false).size();
+  for (const auto& series : r.transforms)
+    keys += reduceKeys(series, kTolerance, FrameInterpolation::None, false).size();
   for (const auto& series : r.visibility) keys += reduceKeys(series, ScalarKeyTolerance{0.01f}).size();
   return keys;
 }
@@ -452,7 +455,8 @@ int main(int argc, char** argv) {
                 pass->second / plain->second, plain->second / 1e6);
   for (const bool ramps : {false, true})
     std::printf("Bytes written by the %s pass with and without the transform cache: %s\n",
-                ramps ? "worst case" : "typical", passBytes(ramps, true) == passBytes(ramps, false) ? "identical" : "DIFFERENT");
+                ramps ? "worst case" : "typical",
+                passBytes(ramps, true) == passBytes(ramps, false) ? "identical" : "DIFFERENT");
   std::printf("Peak heap of one pass above the loaded scene: typical %.1f MiB, worst case %.1f MiB\n",
               double(passPeakHeap(false)) / 1048576.0, double(passPeakHeap(true)) / 1048576.0);
   rusage usage{};
