@@ -14,6 +14,7 @@
 #include "host/inode.h"
 #include "host/material.h"
 #include "host/memory/memory_host.h"
+#include "host/memory/memory_node.h"
 #include "host/mesh.h"
 #include "host/objects.h"
 #include "host/physique.h"
@@ -128,6 +129,18 @@ TEST(HostModelScene, ChildUnderScaledRotatedParent) {
     expectPoint(tm.GetRow(0), {0, 2, 0});  // the child's X axis, scaled and turned onto world Y
     expectPoint(tm.GetRow(1), {-3, 0, 0});
   }
+}
+
+TEST(HostModelScene, ARememberedTransformIsForgottenWhenAnAncestorMoves) {
+  // C keeps its evaluated transform for G; moving P must reach G all the same.
+  auto host = load(R"({"nodes": [{"name": "P", "transform": {"position": [10, 0, 0]}, "children": [{"name": "C",
+      "transform": {"position": [1, 0, 0]}, "children": [{"name": "G", "transform": {"position": [1, 0, 0]}}]}]}]})");
+  INode* g = host->findNode("G");
+  expectPoint(g->GetNodeTM(0).GetTrans(), {12, 0, 0});
+  hostmodel::NodeTransform moved;
+  moved.position.setConstant(Point3{20, 0, 0});
+  dynamic_cast<hostmodel::MemoryNode*>(host->findNode("P"))->setTransform(moved);
+  expectPoint(g->GetNodeTM(0).GetTrans(), {22, 0, 0});
 }
 
 TEST(HostModelScene, ObjectTransformAddsTheOffsetToTheNodeTransform) {
