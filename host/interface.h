@@ -56,4 +56,8 @@ class Interface {
   // the in-house layer writes no file. The flag lives inside the exporter
   // module, so the host hands it over here.
   virtual bool WritesSuppressed() { return false; }
+  // Told as each stage of the export begins ("options", "pre-pass",
+  // "environment", "materials", "objects", "animation", "save", then
+  // "done"), so that a host can time them. A host that does not time leaves it.
+  virtual void ExportStage(const char* /*stage*/) {}
 };

@@ -50,6 +50,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   try {
     resetExportValues();
 
+    host->ExportStage("options");
     auto dialog = std::make_unique<OptionsDialog>(host->GetDir(APP_PLUGCFG_DIR), host->GetFrameRate());
     dialog->startFrame = 0;
     dialog->endFrame = ticksPerFrame > 0 ? (animationRange.End() - animationRange.Start()) / ticksPerFrame : 0;
@@ -75,21 +76,27 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     readAdditionalConfig(*this);
 
     INode* root = host->GetRootNode();
+    host->ExportStage("pre-pass");
     prepassNode(*this, root, nodeCount);
 
     progressDone = 0;
     progressTotal = options.exportAnimation ? nodeCount * 2 : nodeCount;
 
+    host->ExportStage("environment");
     if (!hasError() && options.exportEnvironment) exportEnvironment(*this);
+    host->ExportStage("materials");
     if (!hasError() && options.exportMaterials) exportMaterials(*this);
 
+    host->ExportStage("objects");
     for (int i = 0; i < root->NumberOfChildren(); ++i) {
       if (host->GetCancel() || hasError()) break;
       dispatchNode(*this, root->GetChildNode(i));
     }
 
+    host->ExportStage("animation");
     if (!hasError() && options.exportAnimation) exportSceneAnimation(*this);
 
+    host->ExportStage("save");
     if (!hasError() && sceneFile.getSize() > 0) {
       if (sceneFile.save(name) == 0) {
         // Sized to the name: the user must see the whole path that failed, however deep.
@@ -104,6 +111,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
       }
     }
 
+    host->ExportStage("done");
     if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
     host->SetFrameRate(savedFrameRate);
     skinWeightTable.clear();

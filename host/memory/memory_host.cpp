@@ -46,6 +46,12 @@ void MemoryHost::EditExportOptions(OptionsDialog& record) {
 std::function<void(const std::string&)> MemoryHost::GetVerboseSink() { return impl_->verboseSink; }
 void MemoryHost::setWritesSuppressed(bool suppressed) { impl_->writesSuppressed = suppressed; }
 bool MemoryHost::WritesSuppressed() { return impl_->writesSuppressed; }
+void MemoryHost::setStageObserver(std::function<void(const char*)> observer) {
+  impl_->stageObserver = std::move(observer);
+}
+void MemoryHost::ExportStage(const char* stage) {
+  if (impl_->stageObserver) impl_->stageObserver(stage);
+}
 
 const std::string& MemoryHost::sourceName() const { return impl_->sourceName; }
 

@@ -58,6 +58,8 @@ class MemoryHost : public Interface {
   void setVerboseSink(std::function<void(const std::string&)> sink);
   // What WritesSuppressed answers (the command-line tool's --check).
   void setWritesSuppressed(bool suppressed);
+  // Called with each stage the exporter announces (benchmarks time them).
+  void setStageObserver(std::function<void(const char*)> observer);
 
   // --- looking the scene up (tests) ---
   // The name the scene was loaded under, as error messages show it.
@@ -98,6 +100,7 @@ class MemoryHost : public Interface {
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;
+  void ExportStage(const char* stage) override;
 
   struct Impl;
   explicit MemoryHost(std::unique_ptr<Impl> impl);
