@@ -36,6 +36,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "animation/animation_pass.h"
 #include "animation/key_reduction.h"
 #include "animation/sample_span.h"
@@ -371,28 +372,6 @@ BENCHMARK(BM_Reduction)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(me
 BENCHMARK(BM_AnimationPass)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
 BENCHMARK(BM_AnimationPassUncached)->Arg(0)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
 
-// Medians of processor time, by benchmark name with its argument.
-class MedianCollector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> medianNs;  // per iteration
-
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-        medianNs[r.run_name.function_name + "/" + r.run_name.args] = r.GetAdjustedCPUTime() * unitNs(r.time_unit);
-    ConsoleReporter::ReportRuns(runs);
-  }
-
- private:
-  static double unitNs(benchmark::TimeUnit u) {
-    switch (u) {
-      case benchmark::kNanosecond: return 1.0;
-      case benchmark::kMicrosecond: return 1e3;
-      case benchmark::kMillisecond: return 1e6;
-      default: return 1e9;
-    }
-  }
-};
 
 // The bytes one pass writes, with or without the host's transform cache.
 std::vector<std::uint8_t> passBytes(bool ramps, bool cached) {
@@ -431,7 +410,7 @@ int main(int argc, char** argv) {
   }
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  MedianCollector reporter;
+  bench::MedianCollector reporter(bench::MedianCollector::Time::Cpu);
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
 

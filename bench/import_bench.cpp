@@ -19,27 +19,13 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
+
 namespace {
 
 constexpr int kQuads = 500;   // per side: 500 x 500 quads, 500,000 triangles
 constexpr int kCrease = 50;   // quads between hard creases
 
-int runQuietly(const std::vector<std::string>& argv) {
-  std::vector<char*> args;
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid;
-  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return -1;
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
 // The heightfield as OBJ. Each tile of kCrease x kCrease quads has its own
 // vertices and normals along its border, so that tiles meet at hard edges.
@@ -77,7 +63,7 @@ const std::string& dataDir() {
     std::filesystem::create_directories(d / "config");
     writeObj((d / "field.obj").string());
     // The same model as glTF, made by the reference tool itself.
-    if (runQuietly({"assimp", "export", (d / "field.obj").string(), (d / "field.gltf").string()}) != 0)
+    if (bench::runQuietly({"assimp", "export", (d / "field.obj").string(), (d / "field.gltf").string()}) != 0)
       std::fprintf(stderr, "import_bench: assimp could not write the glTF model\n");
     return d.string();
   }();
@@ -87,7 +73,7 @@ const std::string& dataDir() {
 void zt2export(benchmark::State& state, const char* model) {
   const std::string& dir = dataDir();
   for (auto _ : state)
-    if (runQuietly({ZTX_ZT2EXPORT, dir + "/" + model, "-o", dir + "/out.zt2", "--config-dir", dir + "/config",
+    if (bench::runQuietly({ZTX_ZT2EXPORT, dir + "/" + model, "-o", dir + "/out.zt2", "--config-dir", dir + "/config",
                     "--quiet"}) != 0)
       state.SkipWithError("zt2export failed");
 }
@@ -95,7 +81,7 @@ void zt2export(benchmark::State& state, const char* model) {
 void assimpToGlb(benchmark::State& state, const char* model) {
   const std::string& dir = dataDir();
   for (auto _ : state)
-    if (runQuietly({"assimp", "export", dir + "/" + model, dir + "/out.glb"}) != 0)
+    if (bench::runQuietly({"assimp", "export", dir + "/" + model, dir + "/out.glb"}) != 0)
       state.SkipWithError("assimp failed (Debian package assimp-utils)");
 }
 
@@ -108,16 +94,6 @@ BENCHMARK(BM_AssimpObjToGlb)->Unit(benchmark::kMillisecond)->UseRealTime()->Iter
 BENCHMARK(BM_Zt2ExportGltf)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 BENCHMARK(BM_AssimpGltfToGlb)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
-class MedianCollector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> medianMs;
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-        medianMs[r.run_name.function_name] = r.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-};
 
 }  // namespace
 
@@ -131,15 +107,15 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
   dataDir();
-  MedianCollector reporter;
+  bench::MedianCollector reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   std::printf("\nHeightfield: %d triangles\n", kQuads * kQuads * 2);
   for (const auto& [ours, theirs, what] :
        {std::tuple{"BM_Zt2ExportObj", "BM_AssimpObjToGlb", "OBJ"}, {"BM_Zt2ExportGltf", "BM_AssimpGltfToGlb", "glTF"}}) {
-    const auto a = reporter.medianMs.find(ours), b = reporter.medianMs.find(theirs);
-    if (a != reporter.medianMs.end() && b != reporter.medianMs.end())
-      std::printf("%s: zt2export %.0f ms, assimp to GLB %.0f ms, ratio %.3f\n", what, a->second, b->second,
+    const auto a = reporter.medianNs.find(ours), b = reporter.medianNs.find(theirs);
+    if (a != reporter.medianNs.end() && b != reporter.medianNs.end())
+      std::printf("%s: zt2export %.0f ms, assimp to GLB %.0f ms, ratio %.3f\n", what, a->second / 1e6, b->second / 1e6,
                   a->second / b->second);
   }
   std::error_code ec;

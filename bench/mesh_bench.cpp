@@ -29,6 +29,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bench_support.h"
 #include "geometry/export_mesh.h"
 #include "geometry/mesh_processing.h"
 #include "host/inode.h"
@@ -535,25 +536,8 @@ const std::string& gridFilesDir() {
   return dir;
 }
 
-// Runs a program with its output discarded; its exit status, or -1.
-int runQuietly(const std::vector<std::string>& argv) {
-  std::vector<char*> args;
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid;
-  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return -1;
-  int status = 0;
-  ::waitpid(pid, &status, 0);
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
 
-bool assimpAvailable() { return runQuietly({"assimp", "version"}) == 0; }
+bool assimpAvailable() { return bench::runQuietly({"assimp", "version"}) == 0; }
 
 void BM_LoadScene(benchmark::State& state) {
   const std::string scene = gridFilesDir() + "/grid.json";
@@ -568,7 +552,7 @@ BENCHMARK(BM_LoadScene)->Unit(benchmark::kMillisecond)->UseRealTime();
 void BM_Zt2ExportCommand(benchmark::State& state) {
   const std::string& dir = gridFilesDir();
   for (auto _ : state) {
-    const int rc = runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir",
+    const int rc = bench::runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir",
                                dir + "/config", "--quiet", "--set", "exportSkinning=0", "--set", "exportAnimation=0"});
     if (rc != 0) state.SkipWithError("zt2export failed");
   }
@@ -616,7 +600,7 @@ void BM_AssimpExport(benchmark::State& state) {
     return;
   }
   for (auto _ : state)
-    if (runQuietly({"assimp", "export", dir + "/grid.obj", dir + "/grid.glb"}) != 0) state.SkipWithError("assimp failed");
+    if (bench::runQuietly({"assimp", "export", dir + "/grid.obj", dir + "/grid.glb"}) != 0) state.SkipWithError("assimp failed");
   reportPerCorner(state);
 }
 BENCHMARK(BM_AssimpExport)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
@@ -626,40 +610,18 @@ BENCHMARK(BM_AssimpExport)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterat
 void BM_Zt2DumpGltf(benchmark::State& state) {
   const std::string& dir = gridFilesDir();
   if (!std::filesystem::exists(dir + "/grid.zt2") &&
-      runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir", dir + "/config",
+      bench::runQuietly({ZTX_ZT2EXPORT, dir + "/grid.json", "-o", dir + "/grid.zt2", "--config-dir", dir + "/config",
                   "--quiet", "--set", "exportSkinning=0", "--set", "exportAnimation=0"}) != 0) {
     state.SkipWithError("zt2export failed");
     return;
   }
   for (auto _ : state)
-    if (runQuietly({ZTX_ZT2DUMP, dir + "/grid.zt2", "--gltf", dir + "/grid-zt2.glb"}) != 0)
+    if (bench::runQuietly({ZTX_ZT2DUMP, dir + "/grid.zt2", "--gltf", dir + "/grid-zt2.glb"}) != 0)
       state.SkipWithError("zt2dump --gltf failed");
   reportPerCorner(state);
 }
 BENCHMARK(BM_Zt2DumpGltf)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
-// Keeps the median of every benchmark's repetitions as it is reported.
-class MedianCollector : public benchmark::ConsoleReporter {
- public:
-  std::map<std::string, double> medianNs;  // per iteration
-
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs)
-      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-        medianNs[r.run_name.function_name] = r.GetAdjustedRealTime() * unitNs(r.time_unit);
-    ConsoleReporter::ReportRuns(runs);
-  }
-
- private:
-  static double unitNs(benchmark::TimeUnit u) {
-    switch (u) {
-      case benchmark::kNanosecond: return 1.0;
-      case benchmark::kMicrosecond: return 1e3;
-      case benchmark::kMillisecond: return 1e6;
-      default: return 1e9;
-    }
-  }
-};
 
 }  // namespace
 
@@ -705,7 +667,7 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
 
-  MedianCollector reporter;
+  bench::MedianCollector reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
 
