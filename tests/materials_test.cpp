@@ -134,7 +134,8 @@ TEST(Materials, WholeExportReadsBackInPrePassOrder) {
 
   // The mesh names the material of its face; the copies land in the export's directory plus
   // the texture path's first part, each destination once, though the same file shows four times.
-  for (const json& c : ztx_test::findObject(run.file, "A")["children"])
+  const json meshA = ztx_test::findObject(run.file, "A");
+  for (const json& c : meshA["children"])
     if (c["name"] == "MeshMaterialNamesChunk") {
       EXPECT_EQ(c["fields"]["names"], json::array({"Still"}));
     }
