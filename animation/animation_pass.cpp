@@ -4,7 +4,6 @@
 
 #include "animation/light_animation.h"
 #include "animation/transform_animation.h"
-#include "host/inhouse/system.h"
 #include "host/inode.h"
 #include "plugin/node_transforms.h"
 #include "plugin/scene_exporter.h"
@@ -20,9 +19,14 @@ void exportSceneAnimation(SceneExporter& exporter) {
   INode* root = exporter.host->GetRootNode();
   const int count = root->NumberOfChildren();
   for (int i = 0; i < count; ++i) {
-    if (exporter.host->GetCancel() || exporter.hasError()) break;
+    if (exporter.host->GetCancel() || exporter.hasError()) return;
     exportNodeAnimation(exporter, root->GetChildNode(i));
   }
+  // The total counts the root in both passes, which step only the nodes
+  // below it: a pass that went through ends the bar at 100%, not two steps short.
+  if (exporter.hasError()) return;
+  exporter.progressDone = exporter.progressTotal - 1;
+  exporter.stepProgress("Animation done");
 }
 
 void exportNodeAnimation(SceneExporter& exporter, INode* node) {
@@ -33,8 +37,6 @@ void exportNodeAnimation(SceneExporter& exporter, INode* node) {
   if (isNodeExported(exporter, node)) {
     TransformAnimation record;
     sampleTransformAnimation(exporter, record, node);
-    Sys->verbose("Animation \"%s\": %d samples, %zu transform keys, %zu visibility keys\n", node->GetName(),
-                 record.numSamples, record.keys.size(), record.visibilityKeys.size());
     exporter.sceneFile << record;
     exportLightAnimation(exporter, node);
   }

@@ -118,7 +118,59 @@ class MatrixEstimate {
   bool maintainScaling_;
 };
 
+// Walks every sample of the span once, beside the recorded entries and the
+// keys; `measure(sampled, estimated, worst)` folds one difference into worst.
+template <typename T, typename Estimate, typename Error, typename Measure>
+Error largestError(const KeySeries<T>& recorded, const KeySeries<T>& keys, int numSamples, const Estimate& estimate,
+                   const Measure& measure) {
+  Error worst{};
+  if (recorded.empty() || keys.empty()) return worst;
+  std::size_t e = 0;  // the recorded entry in force
+  std::size_t k = 0;  // the last key at or before the sample
+  for (int j = 0; j < numSamples; ++j) {
+    while (e + 1 < recorded.size() && recorded.indices[e + 1] <= j) ++e;
+    while (k + 1 < keys.size() && keys.indices[k + 1] <= j) ++k;
+    if (keys.indices[k] == j) continue;  // a key is exact
+    if (k + 1 == keys.size())
+      measure(recorded.values[e], keys.values[k], worst);
+    else
+      measure(recorded.values[e],
+              estimate(keys.values[k], keys.values[k + 1], keys.indices[k], j, keys.indices[k + 1]), worst);
+  }
+  return worst;
+}
+
+// A NaN difference leaves the largest as it was.
+template <typename N>
+void fold(N difference, N& worst) {
+  if (difference > worst) worst = difference;
+}
+
 }  // namespace
+
+MatrixKeyError largestKeyError(const KeySeries<SampleMatrix>& recorded, const KeySeries<SampleMatrix>& keys,
+                               int numSamples, FrameInterpolation mode, bool maintainMatrixScaling) {
+  return largestError<SampleMatrix, MatrixEstimate, MatrixKeyError>(
+      recorded, keys, numSamples, MatrixEstimate(mode, maintainMatrixScaling),
+      [](const SampleMatrix& s, const SampleMatrix& m, MatrixKeyError& worst) {
+        for (int c = 0; c < 3; ++c) fold(std::fabs(s[3][c] - m[3][c]), worst.position);
+        for (int r = 0; r < 3; ++r)
+          for (int c = 0; c < 3; ++c) fold(std::fabs(s[r][c] - m[r][c]), worst.axes);
+      });
+}
+
+float largestKeyError(const KeySeries<float>& recorded, const KeySeries<float>& keys, int numSamples) {
+  return largestError<float, decltype(&estimateScalar), float>(
+      recorded, keys, numSamples, estimateScalar,
+      [](float s, float m, float& worst) { fold(std::fabs(s - m), worst); });
+}
+
+float largestKeyError(const KeySeries<SampleColor>& recorded, const KeySeries<SampleColor>& keys, int numSamples) {
+  return largestError<SampleColor, decltype(&estimateColor), float>(
+      recorded, keys, numSamples, estimateColor, [](const SampleColor& s, const SampleColor& m, float& worst) {
+        for (int c = 0; c < 3; ++c) fold(std::fabs(s[c] - m[c]), worst);
+      });
+}
 
 bool MatrixKeyTolerance::exceeds(const SampleMatrix& sampled, const SampleMatrix& estimated) const {
   for (int c = 0; c < 3; ++c)

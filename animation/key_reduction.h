@@ -105,6 +105,22 @@ KeySeries<SampleColor> reduceKeys(const KeySeries<SampleColor>& recorded, const 
 KeySeries<SampleMatrix> reduceKeys(const KeySeries<SampleMatrix>& recorded, const MatrixKeyTolerance& tolerance,
                                    FrameInterpolation mode, bool maintainMatrixScaling);
 
+// How far the kept keys, interpolated as the reader does (matrices through the
+// mode and the kept scaling), stray from what was sampled, at the largest
+// over every sample of the span: a sample that recording dropped as a repeat
+// has the value of the recorded entry before it, and after the last key that
+// key's value holds. This is the figure a user weighs a tolerance against, so
+// it covers samples the reduction itself never tests.
+struct MatrixKeyError {
+  double position = 0.0;  // largest translation element difference
+  double axes = 0.0;      // largest axis element difference
+};
+MatrixKeyError largestKeyError(const KeySeries<SampleMatrix>& recorded, const KeySeries<SampleMatrix>& keys,
+                               int numSamples, FrameInterpolation mode, bool maintainMatrixScaling);
+float largestKeyError(const KeySeries<float>& recorded, const KeySeries<float>& keys, int numSamples);
+// Red, green and blue on the 0..255 scale; alpha takes no part, as in the test.
+float largestKeyError(const KeySeries<SampleColor>& recorded, const KeySeries<SampleColor>& keys, int numSamples);
+
 // Modified Gram-Schmidt over the axis rows 0, 1, 2 in that order; the
 // translation row is untouched. A row that comes out of zero length stays
 // zero (see key_reduction.cpp).

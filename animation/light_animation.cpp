@@ -43,8 +43,6 @@ void exportLightAnimation(SceneExporter& exporter, INode* node) {
   LightAnimation record;
   if (!lightKindOf(state.type, record.kind)) return;
   sampleLightAnimation(exporter, record, node);
-  Sys->verbose("Light animation \"%s\": %d samples, %zu colour keys, %zu intensity keys\n", node->GetName(),
-               record.numSamples, record.colourKeys.size(), record.intensityKeys.size());
   exporter.sceneFile << record;
 }
 
@@ -90,10 +88,30 @@ void sampleLightAnimation(SceneExporter& exporter, LightAnimation& record, INode
   record.numSamples = span.numSamples;
 
   const LightParameterDeltas& d = exporter.animation.parameterDeltas;
-  record.colourKeys = colorKeys(reduceKeys(colour, ColorKeyTolerance{d.colour}));
-  record.intensityKeys = scalarKeys(reduceKeys(intensity, ScalarKeyTolerance{d.intensity}));
-  record.attenuationStartKeys = scalarKeys(reduceKeys(attenuationStart, ScalarKeyTolerance{d.attenuationStart}));
-  record.attenuationEndKeys = scalarKeys(reduceKeys(attenuationEnd, ScalarKeyTolerance{d.attenuationEnd}));
-  record.hotspotKeys = scalarKeys(reduceKeys(hotspot, ScalarKeyTolerance{d.hotspot}));
-  record.falloffKeys = scalarKeys(reduceKeys(falloff, ScalarKeyTolerance{d.falloff}));
+  const KeySeries<SampleColor> colourKeys = reduceKeys(colour, ColorKeyTolerance{d.colour});
+  record.colourKeys = colorKeys(colourKeys);
+  if (Sys->verboseActive())
+    Sys->verbose("Light animation \"%s\" colour: %d samples, %zu keys, largest error %g\n", node->GetName(),
+                 span.numSamples, colourKeys.size(),
+                 static_cast<double>(largestKeyError(colour, colourKeys, span.numSamples)));
+
+  // The scalar tracks in the order of the chunk; a track the kind lacks stays empty.
+  const struct {
+    const char* name;
+    const KeySeries<float>& samples;
+    float delta;
+    std::vector<ScalarKey>& keys;
+  } tracks[] = {{"intensity", intensity, d.intensity, record.intensityKeys},
+                {"attenuation start", attenuationStart, d.attenuationStart, record.attenuationStartKeys},
+                {"attenuation end", attenuationEnd, d.attenuationEnd, record.attenuationEndKeys},
+                {"hotspot", hotspot, d.hotspot, record.hotspotKeys},
+                {"falloff", falloff, d.falloff, record.falloffKeys}};
+  for (const auto& track : tracks) {
+    const KeySeries<float> kept = reduceKeys(track.samples, ScalarKeyTolerance{track.delta});
+    track.keys = scalarKeys(kept);
+    if (Sys->verboseActive() && !track.samples.empty())
+      Sys->verbose("Light animation \"%s\" %s: %d samples, %zu keys, largest error %g\n", node->GetName(), track.name,
+                   span.numSamples, kept.size(),
+                   static_cast<double>(largestKeyError(track.samples, kept, span.numSamples)));
+  }
 }

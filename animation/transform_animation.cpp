@@ -1,6 +1,7 @@
 #include "animation/transform_animation.h"
 
 #include "animation/sample_span.h"
+#include "host/inhouse/system.h"
 #include "host/inode.h"
 #include "plugin/node_transforms.h"
 #include "plugin/scene_exporter.h"
@@ -55,12 +56,15 @@ void sampleTransformAnimation(SceneExporter& exporter, TransformAnimation& recor
     recordSample(visibility, inherits ? node->GetLocalVisibility(t) : node->GetVisibility(t), i);
   }
 
-  record.maintainMatrixScaling = o.maintainMatrixScaling;
   switch (o.frameToFrameInterpolation) {
     case 1: record.frameToFrameInterpolation = FrameInterpolation::Normalized; break;
     case 2: record.frameToFrameInterpolation = FrameInterpolation::Orthonormalized; break;
     default: record.frameToFrameInterpolation = FrameInterpolation::None; break;
   }
+  // Kept scaling only means something beside a mode that blends the axes; an
+  // unknown mode that became none must not leave the flag standing alone.
+  record.maintainMatrixScaling =
+      o.maintainMatrixScaling && record.frameToFrameInterpolation != FrameInterpolation::None;
   const MatrixKeyTolerance tolerance{o.rotationDelta, o.positionDelta};
   const KeySeries<SampleMatrix> keys =
       reduceKeys(transforms, tolerance, record.frameToFrameInterpolation, record.maintainMatrixScaling);
@@ -69,5 +73,18 @@ void sampleTransformAnimation(SceneExporter& exporter, TransformAnimation& recor
   for (std::size_t k = 0; k < keys.size(); ++k) record.keys.push_back({keys.indices[k], narrow(keys.values[k])});
   record.numSamples = span.numSamples;
 
-  record.visibilityKeys = scalarKeys(reduceKeys(visibility, ScalarKeyTolerance{exporter.animation.visibilityDelta}));
+  const KeySeries<float> visibilityKeys =
+      reduceKeys(visibility, ScalarKeyTolerance{exporter.animation.visibilityDelta});
+  record.visibilityKeys = scalarKeys(visibilityKeys);
+
+  // The error walk visits every sample again: only when someone reads it.
+  if (Sys->verboseActive()) {
+    const MatrixKeyError error = largestKeyError(transforms, keys, span.numSamples, record.frameToFrameInterpolation,
+                                                 record.maintainMatrixScaling);
+    Sys->verbose("Animation \"%s\" transform: %d samples, %zu keys, largest error %g position, %g axes\n",
+                 node->GetName(), span.numSamples, keys.size(), error.position, error.axes);
+    Sys->verbose("Animation \"%s\" visibility: %d samples, %zu keys, largest error %g\n", node->GetName(),
+                 span.numSamples, visibilityKeys.size(),
+                 static_cast<double>(largestKeyError(visibility, visibilityKeys, span.numSamples)));
+  }
 }

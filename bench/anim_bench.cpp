@@ -6,25 +6,74 @@
 //   case, quadratic in the run's length, so it runs at three lengths), a
 //   constant turn in normalized mode, and a jittering track that keeps most
 //   samples;
-// - the whole animation pass over a scene of 100 keyed nodes (position,
-//   rotation, visibility; 10 of them lights with a keyed multiplier) and
-//   1001 frames, per node and sample, with the size of what it wrote.
+// - a scene of 1,000 nodes over 1,000 frames (1,001 samples each): smooth
+//   motion, holds, visibility steps, ten chains 20 deep, ten lights with a
+//   keyed multiplier and colour. Per node-frame: sampling (transform and
+//   visibility, as the pass samples them), reduction (of those samples), and
+//   the whole animation pass; then the same scene with every tenth free node
+//   on one long linear ramp, the reduction's quadratic worst case. The
+//   summary at the end adds the peak heap of one pass over each scene.
 //
 // Times are processor time of the one thread: the figures stay comparable on
-// a machine that is busy with other work.
+// a machine that is busy with other work. Every timed iteration gets a freshly
+// loaded scene, so the host model's cache of evaluated transforms starts empty.
 //
 //   anim_bench [benchmark flags]
+//   anim_bench --write-scene=anim.json          the typical scene as a scene file
+//   anim_bench --write-scene=anim.json --ramps  the worst case
 #include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sys/resource.h>
 
+#include <atomic>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
 #include "animation/animation_pass.h"
 #include "animation/key_reduction.h"
+#include "animation/sample_span.h"
+#include "host/inode.h"
 #include "host/memory/memory_host.h"
+#include "host/memory/memory_node.h"
+#include "plugin/node_transforms.h"
 #include "plugin/scene_exporter.h"
+
+// --- heap accounting: bytes live and their peak, for the summary ---
+
+namespace {
+std::atomic<std::size_t> gHeapLive{0};
+std::atomic<std::size_t> gHeapPeak{0};
+
+void* counted(std::size_t n) {
+  void* p = std::malloc(n == 0 ? 1 : n);
+  if (!p) throw std::bad_alloc();
+  const std::size_t live = gHeapLive += malloc_usable_size(p);
+  std::size_t peak = gHeapPeak.load();
+  while (live > peak && !gHeapPeak.compare_exchange_weak(peak, live)) {
+  }
+  return p;
+}
+
+void uncounted(void* p) noexcept {
+  if (!p) return;
+  gHeapLive -= malloc_usable_size(p);
+  std::free(p);
+}
+}  // namespace
+
+void* operator new(std::size_t n) { return counted(n); }
+void* operator new[](std::size_t n) { return counted(n); }
+void operator delete(void* p) noexcept { uncounted(p); }
+void operator delete[](void* p) noexcept { uncounted(p); }
+void operator delete(void* p, std::size_t) noexcept { uncounted(p); }
+void operator delete[](void* p, std::size_t) noexcept { uncounted(p); }
 
 namespace {
 
@@ -79,10 +128,15 @@ BENCHMARK(BM_ReduceStraightMove)->Arg(100)->Arg(1000)->Arg(10000)->Unit(benchmar
 BENCHMARK(BM_ReduceTurnNormalized)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
 BENCHMARK(BM_ReduceJitter)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
 
-// --- the whole pass ---
+// --- the scene of 1,000 nodes ---
 
-constexpr int kNodes = 100;
 constexpr int kFrames = 1000;
+constexpr int kSamples = kFrames + 1;
+constexpr int kChains = 10;
+constexpr int kChainDepth = 20;
+constexpr int kLights = 10;
+constexpr int kNodes = 1000;
+constexpr int kFreeNodes = kNodes - kChains * kChainDepth - kLights;
 
 // A track keyed every `every` frames with value(node, frame).
 std::string keyed(int node, int every, std::string (*value)(int, int)) {
@@ -94,59 +148,319 @@ std::string keyed(int node, int every, std::string (*value)(int, int)) {
   return R"({"keys": [)" + keys + "]}";
 }
 
-std::string positionAt(int node, int f) {
-  return "[" + std::to_string(node + f * 0.01) + ", " + std::to_string(std::sin(f * 0.05 + node)) + ", " +
-        std::to_string(jitter(node * 31 + f)) + "]";
+std::string number(double x) { return std::to_string(x); }
+
+std::string smoothAt(int node, int f) {
+  return "[" + number(node + f * 0.01) + ", " + number(std::sin(f * 0.05 + node)) + ", " +
+         number(std::cos(f * 0.03 + node)) + "]";
 }
 
-std::string rotationAt(int node, int f) {
-  return R"({"eulerDegrees": [0, 0, )" + std::to_string((node * 13 + f) % 360) + "]}";
+std::string turnAt(int node, int f) { return R"({"eulerDegrees": [0, 0, )" + number((node * 13 + f) % 360) + "]}"; }
+
+// Moves for 50 frames, then stands for 150: a hold key at the end of each stand.
+std::string holdingAt(int node, int f) { return "[" + number(node + (f + 150) / 200 * 2.0) + ", 0, 0]"; }
+
+std::string chainTurnAt(int node, int f) {
+  return R"({"eulerDegrees": [)" + number(10 * std::sin(f * 0.02 + node)) + ", 0, 0]}";
 }
 
-std::string visibilityAt(int, int f) { return (f / 100) % 2 == 0 ? "1" : "0.5"; }
+std::string multiplierAt(int node, int f) { return number(1.0 + 0.5 * std::sin(f * 0.1 + node)); }
 
-std::string multiplierAt(int node, int f) { return std::to_string(1.0 + 0.5 * std::sin(f * 0.1 + node)); }
+std::string colourAt(int node, int f) { return "[" + number(0.5 + 0.4 * std::sin(f * 0.02 + node)) + ", 0.8, 0.6]"; }
 
-std::string passScene() {
-  std::string nodes;
-  for (int n = 0; n < kNodes; ++n) {
-    if (n > 0) nodes += ",\n";
-    const std::string object = n % 10 == 0
-                                   ? R"({"type": "light", "lightType": "spot", "multiplier": )" +
-                                         keyed(n, 5, multiplierAt) + "}"
-                                   : R"({"type": "helper"})";
-    nodes += R"({"name": "N)" + std::to_string(n) + R"(", "object": )" + object +
-             R"(, "transform": {"position": )" + keyed(n, 10, positionAt) + R"(, "rotation": )" +
-             keyed(n, 25, rotationAt) + R"(}, "visibility": )" + keyed(n, 50, visibilityAt) + "}";
+// Visible and hidden in turns of 100 frames, each change a one-frame step.
+std::string visibilitySteps() {
+  std::string keys = R"({"frame": 0, "value": 1})";
+  for (int f = 100; f < kFrames; f += 100) {
+    const char* before = (f / 100) % 2 == 1 ? "1" : "0";
+    const char* after = (f / 100) % 2 == 1 ? "0" : "1";
+    keys += R"(, {"frame": )" + std::to_string(f - 1) + R"(, "value": )" + before + R"(}, {"frame": )" +
+            std::to_string(f) + R"(, "value": )" + after + "}";
   }
+  return R"({"keys": [)" + keys + "]}";
+}
+
+std::string node(const std::string& name, const std::string& object, const std::string& members,
+                 const std::string& children = "") {
+  return R"({"name": ")" + name + R"(", "object": )" + object + (members.empty() ? "" : ", " + members) +
+         (children.empty() ? "" : R"(, "children": [)" + children + "]") + "}";
+}
+
+const char* const kHelper = R"({"type": "helper"})";
+
+// A free node of one of four kinds; with `ramps`, every tenth moves on one
+// straight line from the first frame to the last, two keys in all.
+std::string freeNode(int n, bool ramps) {
+  const std::string name = "F" + std::to_string(n);
+  if (ramps && n % 10 == 9)
+    return node(name, kHelper,
+                R"("transform": {"position": {"keys": [{"frame": 0, "value": [0, 0, 0]}, {"frame": )" +
+                    std::to_string(kFrames) + R"(, "value": [100, 50, -20]}]}})");
+  switch (n % 4) {
+    case 0:
+      return node(name, kHelper,
+                  R"("transform": {"position": )" + keyed(n, 10, smoothAt) + R"(, "rotation": )" +
+                      keyed(n, 25, turnAt) + "}");
+    case 1: return node(name, kHelper, R"("transform": {"position": )" + keyed(n, 50, holdingAt) + "}");
+    case 2: return node(name, kHelper, R"("visibility": )" + visibilitySteps());
+    default: return node(name, kHelper, R"("transform": {"position": [)" + std::to_string(n) + ", 0, 0]}");
+  }
+}
+
+// A chain of kChainDepth nodes, each turning a little against its parent.
+std::string chain(int c, int depth = 0) {
+  const int id = c * kChainDepth + depth;
+  const std::string children = depth + 1 < kChainDepth ? chain(c, depth + 1) : "";
+  return node("C" + std::to_string(c) + "_" + std::to_string(depth), kHelper,
+              R"("transform": {"position": [1, 0, 0], "rotation": )" + keyed(id, 20, chainTurnAt) + "}", children);
+}
+
+std::string light(int l) {
+  const std::string object = R"({"type": "light", "lightType": "spot", "multiplier": )" + keyed(l, 5, multiplierAt) +
+                             R"(, "color": )" + keyed(l, 20, colourAt) + "}";
+  return node("L" + std::to_string(l), object, R"("transform": {"position": )" + keyed(l, 10, smoothAt) + "}");
+}
+
+std::string sceneJson(bool ramps) {
+  std::string nodes;
+  const auto add = [&](const std::string& n) { nodes += (nodes.empty() ? "" : ",\n") + n; };
+  for (int c = 0; c < kChains; ++c) add(chain(c));
+  for (int l = 0; l < kLights; ++l) add(light(l));
+  for (int n = 0; n < kFreeNodes; ++n) add(freeNode(n, ramps));
   return R"({"frameRate": 30, "animationRange": [0, )" + std::to_string(kFrames) + R"(], "nodes": [)" + nodes + "]}";
 }
 
+const std::string& scene(bool ramps) {
+  static const std::string typical = sceneJson(false);
+  static const std::string worst = sceneJson(true);
+  return ramps ? worst : typical;
+}
+
+// An export as the driver leaves it for the pass: options of the dialog's
+// defaults, animation on, the progress total counted.
+struct Setup {
+  std::unique_ptr<hostmodel::MemoryHost> host;
+  std::unique_ptr<SceneExporter> exporter;
+};
+
+Setup prepare(bool ramps) {
+  Setup s;
+  s.host = hostmodel::loadSceneFromString(scene(ramps), ".");
+  s.exporter = std::make_unique<SceneExporter>();
+  SceneExporter& e = *s.exporter;
+  e.host = s.host.get();
+  e.ticksPerFrame = s.host->GetTicksPerFrame();
+  e.options.startFrame = 0;
+  e.options.endFrame = kFrames;
+  e.options.positionDelta = 0.001f;
+  e.options.rotationDelta = 0.001f;
+  e.progressTotal = 2 * (kNodes + 1);
+  return s;
+}
+
+void allNodes(INode* n, std::vector<INode*>& out) {
+  for (int i = 0; i < n->NumberOfChildren(); ++i) {
+    out.push_back(n->GetChildNode(i));
+    allNodes(n->GetChildNode(i), out);
+  }
+}
+
+SampleMatrix widen(const M_Matrix4x3Template<float>& m) {
+  SampleMatrix w;
+  for (int r = 0; r < 4; ++r)
+    for (int c = 0; c < 3; ++c) w[r][c] = m[r][c];
+  return w;
+}
+
+struct Recorded {
+  std::vector<KeySeries<SampleMatrix>> transforms;
+  std::vector<KeySeries<float>> visibility;
+};
+
+// The transform and visibility sampling of the pass, node by node in the
+// order of its walk: what the pass costs before any reduction.
+Recorded sampleAll(SceneExporter& e) {
+  std::vector<INode*> nodes;
+  allNodes(e.host->GetRootNode(), nodes);
+  Recorded out;
+  out.transforms.resize(nodes.size());
+  out.visibility.resize(nodes.size());
+  for (std::size_t k = 0; k < nodes.size(); ++k) {
+    INode* n = nodes[k];
+    const SampleSpan span = sampleSpan(e, n->GetTimeRange(TIMERANGE_ALL));
+    out.transforms[k].reserve(kReservedSamples);
+    out.visibility[k].reserve(kReservedSamples);
+    for (int i = 0; i < span.numSamples; ++i) {
+      const TimeValue t = span.sampleTime(i);
+      recordSample(out.transforms[k], widen(exportTransform(e, n, t)), i);
+      recordSample(out.visibility[k], n->GetInheritVisibility() ? n->GetLocalVisibility(t) : n->GetVisibility(t), i);
+    }
+  }
+  return out;
+}
+
+std::size_t reduceAll(const Recorded& r) {
+  std::size_t keys = 0;
+  for (const auto& series : r.transforms)
+    keys += reduceKeys(series, kTolerance, FrameInterpolation::None, false).size();
+  for (const auto& series : r.visibility) keys += reduceKeys(series, ScalarKeyTolerance{0.01f}).size();
+  return keys;
+}
+
+void perNodeFrame(benchmark::State& state) {
+  state.counters["per_node_frame"] = benchmark::Counter(double(kNodes) * kSamples,
+                                                        benchmark::Counter::kIsIterationInvariantRate |
+                                                            benchmark::Counter::kInvert);
+}
+
+void BM_Sampling(benchmark::State& state) {
+  const bool ramps = state.range(0) != 0;
+  std::size_t entries = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    Setup s = prepare(ramps);
+    state.ResumeTiming();
+    const Recorded r = sampleAll(*s.exporter);
+    entries = 0;
+    for (const auto& t : r.transforms) entries += t.size();
+    state.PauseTiming();
+    s = {};  // the scene's release is not part of the sampling
+    state.ResumeTiming();
+  }
+  state.counters["transform_entries"] = double(entries);
+  perNodeFrame(state);
+}
+
+void BM_Reduction(benchmark::State& state) {
+  Setup s = prepare(state.range(0) != 0);
+  const Recorded r = sampleAll(*s.exporter);
+  std::size_t keys = 0;
+  for (auto _ : state) keys = reduceAll(r);
+  state.counters["keys"] = double(keys);
+  perNodeFrame(state);
+}
+
 void BM_AnimationPass(benchmark::State& state) {
-  const auto host = hostmodel::loadSceneFromString(passScene(), ".");
+  const bool ramps = state.range(0) != 0;
   std::size_t bytes = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    auto exporter = std::make_unique<SceneExporter>();
-    exporter->host = host.get();
-    exporter->ticksPerFrame = host->GetTicksPerFrame();
-    exporter->options.startFrame = 0;
-    exporter->options.endFrame = kFrames;
-    exporter->options.positionDelta = 0.001f;
-    exporter->options.rotationDelta = 0.001f;
-    exporter->progressTotal = kNodes;
+    Setup s = prepare(ramps);
     state.ResumeTiming();
-    exportSceneAnimation(*exporter);
-    bytes = exporter->sceneFile.getSize();
+    exportSceneAnimation(*s.exporter);
+    bytes = s.exporter->sceneFile.getSize();
+    state.PauseTiming();
+    s = {};
+    state.ResumeTiming();
   }
-  const double samples = double(kNodes) * (kFrames + 1);
   state.counters["file_bytes"] = double(bytes);
-  state.counters["per_sample"] =
-      benchmark::Counter(samples, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  perNodeFrame(state);
 }
 
-BENCHMARK(BM_AnimationPass)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
+// The reference for the host model's transform cache: the typical pass with
+// every parent's transform evaluated anew for each descendant.
+void BM_AnimationPassUncached(benchmark::State& state) {
+  hostmodel::MemoryNode::keepEvaluatedTransforms = false;
+  BM_AnimationPass(state);
+  hostmodel::MemoryNode::keepEvaluatedTransforms = true;
+}
+
+// Argument 0: the typical scene; 1: with the ramps.
+BENCHMARK(BM_Sampling)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
+BENCHMARK(BM_Reduction)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
+BENCHMARK(BM_AnimationPass)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
+BENCHMARK(BM_AnimationPassUncached)->Arg(0)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
+
+// Medians of processor time, by benchmark name with its argument.
+class MedianCollector : public benchmark::ConsoleReporter {
+ public:
+  std::map<std::string, double> medianNs;  // per iteration
+
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& r : runs)
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
+        medianNs[r.run_name.function_name + "/" + r.run_name.args] = r.GetAdjustedCPUTime() * unitNs(r.time_unit);
+    ConsoleReporter::ReportRuns(runs);
+  }
+
+ private:
+  static double unitNs(benchmark::TimeUnit u) {
+    switch (u) {
+      case benchmark::kNanosecond: return 1.0;
+      case benchmark::kMicrosecond: return 1e3;
+      case benchmark::kMillisecond: return 1e6;
+      default: return 1e9;
+    }
+  }
+};
+
+// The bytes one pass writes, with or without the host's transform cache.
+std::vector<std::uint8_t> passBytes(bool ramps, bool cached) {
+  hostmodel::MemoryNode::keepEvaluatedTransforms = cached;
+  Setup s = prepare(ramps);
+  exportSceneAnimation(*s.exporter);
+  hostmodel::MemoryNode::keepEvaluatedTransforms = true;
+  const T_MemoryFile& f = s.exporter->sceneFile;
+  return {f.data(), f.data() + f.size()};
+}
+
+// The heap a pass holds at its peak, above what the loaded scene holds.
+std::size_t passPeakHeap(bool ramps) {
+  Setup s = prepare(ramps);
+  const std::size_t before = gHeapLive.load();
+  gHeapPeak = before;
+  exportSceneAnimation(*s.exporter);
+  return gHeapPeak.load() - before;
+}
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    if (std::strncmp(argv[i], "--write-scene=", 14) != 0) continue;
+    const bool ramps = i + 1 < argc && std::strcmp(argv[i + 1], "--ramps") == 0;
+    std::FILE* f = std::fopen(argv[i] + 14, "wb");
+    const std::string& text = scene(ramps);
+    const bool written = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
+    if (f && std::fclose(f) != 0) return 1;
+    if (!written) {
+      std::fprintf(stderr, "anim_bench: cannot write %s\n", argv[i] + 14);
+      return 1;
+    }
+    return 0;
+  }
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  MedianCollector reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  benchmark::Shutdown();
+
+  const double nodeFrames = double(kNodes) * kSamples;
+  std::printf("\nScene: %d nodes (%d chains %d deep, %d lights, %d free; the worst case has %d of them on a ramp), "
+              "%d samples each\n",
+              kNodes, kChains, kChainDepth, kLights, kFreeNodes, (kFreeNodes + 1) / 10, kSamples);
+  std::printf("Median processor time:        typical       worst case\n");
+  for (const char* name : {"BM_Sampling", "BM_Reduction", "BM_AnimationPass"}) {
+    const auto typical = reporter.medianNs.find(std::string(name) + "/0");
+    const auto worst = reporter.medianNs.find(std::string(name) + "/1");
+    if (typical == reporter.medianNs.end() || worst == reporter.medianNs.end()) continue;
+    std::printf("  %-18s %8.1f ns/node-frame %8.1f ns/node-frame  (%.0f ms, %.0f ms)\n", name + 3,
+                typical->second / nodeFrames, worst->second / nodeFrames, typical->second / 1e6, worst->second / 1e6);
+  }
+  const auto pass = reporter.medianNs.find("BM_AnimationPass/0");
+  if (pass != reporter.medianNs.end()) std::printf("Typical whole pass: %.3f s (goal < 1 s)\n", pass->second / 1e9);
+  const auto plain = reporter.medianNs.find("BM_AnimationPassUncached/0");
+  if (pass != reporter.medianNs.end() && plain != reporter.medianNs.end())
+    std::printf("Typical whole pass with the transform cache / without: %.3f (%.0f ms without)\n",
+                pass->second / plain->second, plain->second / 1e6);
+  for (const bool ramps : {false, true})
+    std::printf("Bytes written by the %s pass with and without the transform cache: %s\n",
+                ramps ? "worst case" : "typical",
+                passBytes(ramps, true) == passBytes(ramps, false) ? "identical" : "DIFFERENT");
+  std::printf("Peak heap of one pass above the loaded scene: typical %.1f MiB, worst case %.1f MiB\n",
+              double(passPeakHeap(false)) / 1048576.0, double(passPeakHeap(true)) / 1048576.0);
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  std::printf("Peak memory of this process (ru_maxrss): %.1f MiB\n", double(usage.ru_maxrss) / 1024.0);
+  return 0;
+}

@@ -10,6 +10,7 @@
 
 #include "format/file_replace.h"
 #include "host/inhouse/exceptions.h"
+#include "host/inhouse/system.h"
 
 // Values and raw blocks are copied as they lie in memory.
 static_assert(std::endian::native == std::endian::little, "the file encoding is little-endian");
@@ -101,6 +102,8 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
 
 int T_MemoryFile::save(const char* name) const {
   assert(openChunks_.empty() && "save with chunks still open");
+  saveFailure_.clear();
+  if (File->writesSuppressed()) return 1;
   std::uint8_t header[kMemoryFileHeaderSize];
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);

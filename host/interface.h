@@ -52,4 +52,8 @@ class Interface {
   // Where the exporter's developer trace goes; none drops it. The trace
   // lives inside the exporter module, so the host hands its sink over here.
   virtual std::function<void(const std::string&)> GetVerboseSink() { return {}; }
+  // True when the host asks for a dry run: every pass runs and reports, but
+  // the in-house layer writes no file. The flag lives inside the exporter
+  // module, so the host hands it over here.
+  virtual bool WritesSuppressed() { return false; }
 };

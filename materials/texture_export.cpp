@@ -81,6 +81,8 @@ std::string texturePathJoin(const std::string& directory, const std::string& fil
 }
 
 void copyTexture(SceneExporter& exporter, const std::string& destination, const std::string& source) {
+  // A dry run neither makes the directory nor copies, and says nothing of either.
+  if (File->writesSuppressed()) return;
   const std::string& dir = exporter.textureCopyDirectory;
   if (!File->isDirectory(directoryOrCurrent(dir))) {
     // Whether it worked shows in the copy below.

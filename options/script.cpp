@@ -66,17 +66,20 @@ std::string describe(const Token& t) {
 std::vector<Token> tokenize(const std::string& text, const std::string& file) {
   std::vector<Token> tokens;
   int line = 1;
-  std::size_t i = 0;
+  // Editors on Windows often start a UTF-8 file with a byte order mark; it is not part of the script.
+  std::size_t i = text.starts_with("\xEF\xBB\xBF") ? 3 : 0;
   const std::size_t n = text.size();
+  auto endsLine = [](char c) { return c == '\n' || c == '\r'; };
   while (i < n) {
     const char c = text[i];
-    if (c == '\n') {
+    if (endsLine(c)) {
+      // LF, CRLF and a lone CR each end one line.
       ++line;
-      ++i;
-    } else if (c == ' ' || c == '\t' || c == '\r') {
+      i += (c == '\r' && i + 1 < n && text[i + 1] == '\n') ? 2 : 1;
+    } else if (c == ' ' || c == '\t') {
       ++i;
     } else if (c == '#' || (c == '/' && i + 1 < n && text[i + 1] == '/')) {
-      while (i < n && text[i] != '\n') ++i;
+      while (i < n && !endsLine(text[i])) ++i;
     } else if (c == '{' || c == '}' || c == '=' || c == ';') {
       const TokenKind kind = c == '{'   ? TokenKind::OpenBrace
                              : c == '}' ? TokenKind::CloseBrace
@@ -88,7 +91,7 @@ std::vector<Token> tokenize(const std::string& text, const std::string& file) {
       Token t{TokenKind::String, {}, line};
       ++i;
       for (;;) {
-        if (i >= n || text[i] == '\n') failAt(file, line, "unterminated string");
+        if (i >= n || endsLine(text[i])) failAt(file, line, "unterminated string");
         if (text[i] == '"') break;
         // Only \" and \\ are escapes, so Windows paths can be written as they are.
         if (text[i] == '\\' && i + 1 < n && (text[i + 1] == '"' || text[i + 1] == '\\')) ++i;

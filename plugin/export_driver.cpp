@@ -35,6 +35,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   // The trace lives on the exporter's side of the module boundary; the host
   // says where its lines go.
   if (auto sink = host->GetVerboseSink()) Sys->setVerboseSink(std::move(sink));
+  File->suppressWrites(host->WritesSuppressed());
   File->setArchiveHandling(0);
 
   savedFrameRate = host->GetFrameRate();

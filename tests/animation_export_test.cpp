@@ -138,6 +138,41 @@ TEST(AnimationPass, VisibilityIsKeyedOnItsOwnTrack) {
   EXPECT_EQ(f["visibilityKeys"][1]["value"], 0.0);
 }
 
+TEST(AnimationPass, AnInheritingNodeWritesItsOwnVisibility) {
+  // The reader multiplies down the hierarchy: C keeps its own 1, not 0.5 x 1.
+  const auto file = exported(scene(helper("P", R"("visibility": 0.5, "children": [)" + helper("C") + "]")));
+  EXPECT_EQ(animationOf(file, "P")["fields"]["visibilityKeys"][0]["value"], 0.5);
+  EXPECT_EQ(animationOf(file, "C")["fields"]["visibilityKeys"][0]["value"], 1.0);
+}
+
+TEST(AnimationPass, ADamagedOptionsFileStillGivesPlainKeys) {
+  // A stored sample rate of 0 and an interpolation method of 7 with matrix
+  // scaling on: the scene's rate and no interpolation reach the file.
+  ztx_test::TempDir dir;
+  std::filesystem::create_directories(dir.file("config"));
+  {
+    OptionsDialog stored(dir.file("config"), 30);
+    stored.sampleRate = 0;
+    stored.frameToFrameInterpolation = 7;
+    stored.maintainMatrixScaling = 1;
+    stored.exportAnimation = 1;
+    stored.loop = 0;
+    stored.exportSkinning = 0;
+    stored.exportMaterials = 0;
+    stored.saveOptions();
+  }
+  ztx_test::writeText(dir.file("scene.json"), scene(helper("H", moving(0, 0, 10, 10))));
+  const auto r = ztx_test::runExport(
+      {dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  const json a = animationOf(ztx_test::dumpJson(dir.file("out.zt2")), "H");
+  EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], 30);
+  EXPECT_EQ(a["fields"]["numSamples"], 11);
+  EXPECT_EQ(a["fields"]["frameToFrameInterpolation"], 0);
+  EXPECT_EQ(a["fields"]["maintainMatrixScaling"], false);
+  EXPECT_EQ(samplesOf(a["fields"]["keys"]), (std::vector<int>{0, 10}));
+}
+
 TEST(AnimationPass, ModeAndScalingAreStoredAsTheReductionUsedThem) {
   const auto file = exported(scene(helper("H")), animated({"--set", "frameToFrameInterpolation=2", "--set",
                                                            "maintainMatrixScaling=1", "--set", "loop=1", "--set",
@@ -218,6 +253,16 @@ TEST(AnimationSpan, AStepThatDoesNotDivideTheSpanNeverSamplesPastItsEnd) {
   EXPECT_NEAR(a["fields"]["keys"].back()["transform"][3][0].get<double>(), 9.0, 1e-5);  // tick 1440
 }
 
+TEST(AnimationSpan, ASampleRateOfHalfTheScenesHalvesTheSamples) {
+  // 15 samples a second against 30 frames: 320 ticks a sample, frames 0, 2, ..., 10.
+  const auto file = exported(scene(helper("H", moving(0, 0, 10, 10))), animated({"--set", "sampleRate=15"}));
+  const json a = animationOf(file, "H");
+  EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], 15);
+  EXPECT_EQ(a["fields"]["numSamples"], 6);
+  EXPECT_EQ(samplesOf(a["fields"]["keys"]), (std::vector<int>{0, 5}));
+  EXPECT_NEAR(a["fields"]["keys"][1]["transform"][3][0].get<double>(), 10.0, 1e-5);
+}
+
 TEST(AnimationSpan, AnEndBeforeTheStartSamplesTheStartAlone) {
   ztx_test::TempDir dir;
   std::filesystem::create_directories(dir.file("config"));
@@ -292,6 +337,22 @@ TEST(LightAnimation, ParameterKeysOutsideTheTransformsWidenTheLightsSpan) {
   EXPECT_EQ(samplesOf(f["intensityKeys"]), (std::vector<int>{0, 4}));
 }
 
+TEST(LightAnimation, ALightKeyedOnlyAfterTheGivenRangeHoldsItsFirstKey) {
+  // Multiplier keys at frames 20 and 30 against frames 0 to 10: the light is
+  // held at frame 20, one sample with the global range off, eleven with it on.
+  const std::string lamp = scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni",
+      "multiplier": {"keys": [{"frame": 20, "value": 2}, {"frame": 30, "value": 3}]}}})");
+  for (const auto& [global, samples] : {std::pair{"0", 1}, {"1", 11}}) {
+    const auto run = exportScene(lamp, animated({"--set", std::string("useGlobalAnimationRange=") + global, "--set",
+                                                 "dumpInfo=1"}));
+    EXPECT_TRUE(infoLines(run).empty()) << run.out;
+    const json f = animationOf(run.file, "L", "OmniLightAnimationChunk")["fields"];
+    EXPECT_EQ(f["numSamples"], samples) << global;
+    EXPECT_EQ(samplesOf(f["intensityKeys"]), (std::vector<int>{0})) << global;
+    EXPECT_EQ(f["intensityKeys"][0]["value"], 2.0) << global;
+  }
+}
+
 TEST(LightAnimation, AnObjectOfAnotherKindIsNamedByBothPasses) {
   const auto run = exportScene(
       scene(R"({"name": "O", "object": {"type": "other", "superClassId": "0x60", "className": "Fx"}})"),
@@ -303,10 +364,20 @@ TEST(LightAnimation, AnObjectOfAnotherKindIsNamedByBothPasses) {
 
 // --- the pass in the driver ---
 
-TEST(AnimationPass, TheVerboseTraceNamesEachNodesKeysOnStandardError) {
-  const auto run = exportScene(scene(helper("H", moving(0, 0, 5, 10))), animated({"--verbose"}));
-  EXPECT_NE(run.err.find("Animation \"H\": 11 samples, 2 transform keys, 1 visibility keys\n"), std::string::npos)
-      << run.err;
+TEST(AnimationPass, TheVerboseTraceGivesEachTracksKeysAndLargestErrorOnStandardError) {
+  // Visibility dips to 0.996 at frame 5 and comes back: within 0.01 of the
+  // one key 1 everywhere, missing sample 5 by 1 - 0.996f.
+  const std::string dip =
+      R"("visibility": {"keys": [{"frame": 0, "value": 1}, {"frame": 5, "value": 0.996}, {"frame": 10, "value": 1}]})";
+  const auto run = exportScene(
+      scene(helper("H", dip) + R"(, {"name": "L", "object": {"type": "light", "lightType": "omni"}})"),
+      animated({"--verbose"}));
+  for (const char* line : {"Animation \"H\" transform: 11 samples, 1 keys, largest error 0 position, 0 axes\n",
+                           "Animation \"H\" visibility: 11 samples, 1 keys, largest error 0.00400001\n",
+                           "Light animation \"L\" colour: 11 samples, 1 keys, largest error 0\n",
+                           "Light animation \"L\" attenuation end: 11 samples, 1 keys, largest error 0\n"})
+    EXPECT_NE(run.err.find(line), std::string::npos) << line << run.err;
+  EXPECT_EQ(run.err.find("Light animation \"L\" hotspot"), std::string::npos);  // an omni light has no cone
   EXPECT_EQ(run.out.find("Animation \""), std::string::npos);
 }
 
@@ -336,16 +407,17 @@ std::unique_ptr<InProcessRun> exportInProcess(const std::string& json, int cance
 
 }  // namespace
 
-TEST(AnimationPass, ProgressCountsEveryNodeTwice) {
+TEST(AnimationPass, ProgressCountsEveryNodeTwiceAndEndsAtTheWhole) {
   auto run = exportInProcess(scene(helper("A") + ", " + helper("B")));
   std::vector<std::pair<int, std::string>> updates;
   for (const auto& c : run->host->progressCalls())
     if (c.kind == hostmodel::ProgressCall::Update) updates.emplace_back(c.percent, c.title);
-  // Three nodes with the root, doubled: six steps, the root's never shown.
+  // Three nodes with the root, doubled: six steps; the root's two close the pass.
   EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"A\""},
                                                               {33, "Geometry for \"B\""},
                                                               {50, "Animation for \"A\""},
-                                                              {66, "Animation for \"B\""}}));
+                                                              {66, "Animation for \"B\""},
+                                                              {100, "Animation done"}}));
 }
 
 TEST(AnimationPass, CancelStopsBeforeTheNextTopLevelNode) {
@@ -374,5 +446,10 @@ TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
   EXPECT_EQ(samplesOf(animationOf(file, "Spot01", "SpotLightAnimationChunk")["fields"]["intensityKeys"]),
             (std::vector<int>{0, 29}));
   EXPECT_GT(animationOf(file, "Character")["fields"]["keyCount"].get<int>(), 2);
+  // The hierarchy: Props turns, the lamp under it rises to frame 15 and sinks back.
+  EXPECT_GT(animationOf(file, "Props")["fields"]["keyCount"].get<int>(), 2);
+  const json lamp = animationOf(file, "Lamp")["fields"];
+  EXPECT_EQ(lamp["parentName"], "Props");
+  EXPECT_EQ(samplesOf(lamp["keys"]), (std::vector<int>{0, 15, 29}));
   EXPECT_TRUE(animationOf(file, "Bip_Pelvis").is_null());  // hidden, removed
 }

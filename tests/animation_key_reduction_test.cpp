@@ -43,6 +43,17 @@ KeySeries<SampleMatrix> recordMatrices(const std::vector<SampleMatrix>& samples)
 
 const MatrixKeyTolerance kExact{0.0, 0.0};
 
+// The entries of `s` at positions `at`, in order.
+template <typename T>
+KeySeries<T> entriesOf(const KeySeries<T>& s, const std::vector<std::size_t>& at) {
+  KeySeries<T> out;
+  for (std::size_t k : at) {
+    out.values.push_back(s.values[k]);
+    out.indices.push_back(s.indices[k]);
+  }
+  return out;
+}
+
 }  // namespace
 
 // --- error cases ---
@@ -204,6 +215,33 @@ TEST(MatrixKeys, NormalizedBlendFollowsAConstantTurnCloserThanALinearOne) {
   EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Orthonormalized, false).size(), 2u);
 }
 
+TEST(MatrixKeys, EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt) {
+  // Y turns from (0, 1, 0) to the skewed (0.6, 0.8, 0) while X stays (1, 0, 0).
+  // The blend at the middle is (0.3, 0.9, 0): normalised (0.3, 0.9, 0) / sqrt(0.9);
+  // orthonormalised against X, (0, 1, 0). A middle sample that is one of
+  // these is dropped by its own mode alone; the plain blend matches neither.
+  const double n = std::sqrt(0.9);
+  const auto withY = [](double x, double y) { return SampleMatrix{{{1, 0, 0}, {x, y, 0}, {0, 0, 1}, {0, 0, 0}}}; };
+  const SampleMatrix normalisedMiddle = withY(0.3 / n, 0.9 / n);
+  const SampleMatrix orthonormalMiddle = withY(0, 1);
+  const struct {
+    SampleMatrix middle;
+    FrameInterpolation mode;
+    std::vector<int> kept;
+  } cases[] = {
+      {normalisedMiddle, FrameInterpolation::None, {0, 1, 2}},
+      {normalisedMiddle, FrameInterpolation::Normalized, {0, 2}},
+      {normalisedMiddle, FrameInterpolation::Orthonormalized, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::None, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::Normalized, {0, 1, 2}},
+      {orthonormalMiddle, FrameInterpolation::Orthonormalized, {0, 2}},
+  };
+  for (const auto& c : cases) {
+    const auto s = recordMatrices({withY(0, 1), c.middle, withY(0.6, 0.8)});
+    EXPECT_EQ(reduceKeys(s, {1e-9, 0.0}, c.mode, false).indices, c.kept) << static_cast<int>(c.mode);
+  }
+}
+
 TEST(MatrixKeys, MaintainedScalingBlendsTheAxisLengths) {
   // Turning with axes of length 2: normalising the blend alone gives unit
   // axes; the sample in between is rebuilt only when the lengths are put back.
@@ -236,4 +274,32 @@ TEST(Orthonormalize, AZeroRowStaysZero) {
   EXPECT_EQ(m[0], (std::array<double, 3>{0, 0, 0}));
   EXPECT_EQ(m[1], (std::array<double, 3>{0, 1, 0}));
   EXPECT_EQ(m[2], (std::array<double, 3>{0, 0, 0}));
+}
+
+// --- the error the kept keys leave, for the verbose trace ---
+
+TEST(KeyError, TheLargestMissOverEverySampleOfTheSpan) {
+  // 0, 1, 1, 1, 1, 2 with tolerance 1 keeps 0 and 5; the line 0.4 x j misses
+  // samples 1 and 4 by 0.6, the repeats 2 and 3 (dropped by recording) by 0.2.
+  const auto recorded = recordAll({0, 1, 1, 1, 1, 2});
+  const auto kept = reduceKeys(recorded, ScalarKeyTolerance{1.0f});
+  ASSERT_EQ(kept.indices, (std::vector<int>{0, 5}));
+  EXPECT_NEAR(largestKeyError(recorded, kept, 6), 0.6f, 1e-6f);
+  // After the last key its value holds: a trailing run that equals it misses nothing.
+  EXPECT_EQ(largestKeyError(recordAll({0, 2, 2, 2}), series({0, 1}, {0, 2}), 4), 0.0f);
+
+  // Translation 3.0005 where the line says 3: 0.0005 off, the axes exact.
+  const auto moves = recordMatrices({at(0), at(1), at(2), at(3.0005), at(4)});
+  const auto ends = reduceKeys(moves, {0.0, 0.001}, FrameInterpolation::None, false);
+  ASSERT_EQ(ends.indices, (std::vector<int>{0, 4}));
+  const MatrixKeyError e = largestKeyError(moves, ends, 5, FrameInterpolation::None, false);
+  EXPECT_NEAR(e.position, 0.0005, 1e-12);
+  EXPECT_EQ(e.axes, 0.0);
+
+  // Alpha takes no part: red 2 units off the line, alpha 100.
+  KeySeries<SampleColor> colours;
+  recordSample(colours, SampleColor{0, 0, 0, 0}, 0);
+  recordSample(colours, SampleColor{12, 10, 10, 100}, 1);
+  recordSample(colours, SampleColor{20, 20, 20, 0}, 2);
+  EXPECT_EQ(largestKeyError(colours, entriesOf(colours, {0, 2}), 3), 2.0f);
 }

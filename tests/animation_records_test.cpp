@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <optional>
 
 #include "animation/animation_chunks.h"
 #include "animation/track_rules.h"
@@ -189,6 +190,7 @@ struct OmniChunk {
   Track intensity = {{0, 1.0f}, {2, 0.5f}};
   Track attenuationStart = {{0, 10.0f}};
   Track attenuationEnd = {{0, 40.0f}};
+  std::optional<LightKind> object;  // the light chunk of "L" written first, if any
 };
 
 void writeScalarTrack(T_MemoryFile& f, const Track& track) {
@@ -199,6 +201,12 @@ void writeScalarTrack(T_MemoryFile& f, const Track& track) {
 // A sound transform chunk for node "L", then the light chunk.
 std::string writeScene(const ztx_test::TempDir& dir, const OmniChunk& c) {
   T_MemoryFile f;
+  if (c.object) {
+    LightRecord light;
+    light.kind = *c.object;
+    light.object.name() = "L";
+    f << light;
+  }
   TransformAnimation t;
   t.header = {"L", 30, c.loop};
   t.numSamples = 4;
@@ -231,6 +239,21 @@ TEST(AnimationValidation, ASoundLightChunkPasses) {
   ztx_test::TempDir dir;
   const auto r = ztx_test::runDump({"--validate", writeScene(dir, {})});
   EXPECT_EQ(r.exitCode, 0) << r.err;
+}
+
+TEST(AnimationValidation, TheLightChunkMustBeOfTheLightsKind) {
+  for (const auto& [kind, sound] : {std::pair{LightKind::Omni, true}, {LightKind::Spot, false}}) {
+    ztx_test::TempDir dir;
+    OmniChunk c;
+    c.object = kind;
+    const auto r = ztx_test::runDump({"--validate", writeScene(dir, c)});
+    EXPECT_EQ(r.exitCode, sound ? 0 : 1) << r.err;
+    if (!sound)
+      EXPECT_NE(r.err.find("OmniLightAnimationChunk at offset 283 animates SpotLightChunk at offset 8, a light of "
+                           "another kind\n"),
+                std::string::npos)
+          << r.err;
+  }
 }
 
 TEST(AnimationValidation, LightChunkFaultsAreNamed) {

@@ -14,6 +14,7 @@
 #include "host/inode.h"
 #include "host/material.h"
 #include "host/memory/memory_host.h"
+#include "host/memory/memory_node.h"
 #include "host/mesh.h"
 #include "host/objects.h"
 #include "host/physique.h"
@@ -130,6 +131,18 @@ TEST(HostModelScene, ChildUnderScaledRotatedParent) {
   }
 }
 
+TEST(HostModelScene, ARememberedTransformIsForgottenWhenAnAncestorMoves) {
+  // C keeps its evaluated transform for G; moving P must reach G all the same.
+  auto host = load(R"({"nodes": [{"name": "P", "transform": {"position": [10, 0, 0]}, "children": [{"name": "C",
+      "transform": {"position": [1, 0, 0]}, "children": [{"name": "G", "transform": {"position": [1, 0, 0]}}]}]}]})");
+  INode* g = host->findNode("G");
+  expectPoint(g->GetNodeTM(0).GetTrans(), {12, 0, 0});
+  hostmodel::NodeTransform moved;
+  moved.position.setConstant(Point3{20, 0, 0});
+  dynamic_cast<hostmodel::MemoryNode*>(host->findNode("P"))->setTransform(moved);
+  expectPoint(g->GetNodeTM(0).GetTrans(), {22, 0, 0});
+}
+
 TEST(HostModelScene, ObjectTransformAddsTheOffsetToTheNodeTransform) {
   auto host = load(R"({"nodes": [{"name": "N",
       "transform": {"position": [5, 0, 0], "rotation": {"eulerDegrees": [0, 0, 90]}},
@@ -216,6 +229,7 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
       {R"({"nodes": [{"name": "a", "visibility": {"keys": [{"frame": 10, "value": 1}, {"frame": 5, "value": 0}]}}]})",
        "scene.json: nodes[0].visibility.keys[1]: keys must be in increasing time order: tick 800 follows tick 1600"},
       {"{\n  \"nodes\": [\n    {\"name\": \"a\",}\n  ]\n}", "scene.json: malformed JSON at line 3, column 18: "},
+      {R"({"frameRate": 1e999})", "scene.json: malformed JSON: number overflow parsing '1e999'"},
       {nullptr, "absent.json: cannot read the scene file: No such file or directory"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [], "faces": {"buffer": "gone.bin", "count": 0}}}]})",
        "scene.json: objects[0].mesh.faces.buffer: \"gone.bin\": cannot read the buffer file: No such file or directory"},

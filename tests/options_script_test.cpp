@@ -53,6 +53,8 @@ TEST(Script, ValuesAndLexicalForms) {
       {R"(animation { label = "say \"hi\" C:\maps\\x"; })", -1, -1.0f, R"(say "hi" C:\maps\x)"},
       {"animation {\r\n count = -2147483648;\r\n}\r\n", INT32_MIN, -1.0f, ""},
       {"lights { count = 1; foo = bar; }\nanimation { count = 2147483647; }\n", INT32_MAX, -1.0f, ""},
+      {"\xEF\xBB\xBF" "animation { count = 3; }", 3, -1.0f, ""},  // a byte order mark opens the file
+      {"# comment\ranimation { count = 4; }", 4, -1.0f, ""},     // a lone CR ends the comment
   };
   for (const auto& [text, count, scale, label] : rows) {
     Table t;
@@ -85,6 +87,18 @@ TEST(Script, FailuresNameFileAndLine) {
        "extra.cfg:4: key 'count' given twice in block 'animation' (first at line 2)"},
   };
   for (const auto& [text, message] : rows) EXPECT_EQ(failure(text), message) << text;
+}
+
+TEST(Script, LinesCountAlikeForLfCrLfAndCr) {
+  for (const char* end : {"\n", "\r\n", "\r"}) {
+    const std::string e = end;
+    EXPECT_EQ(failure("# one" + e + "animation {" + e + e + "  count 3;" + e + "}" + e),
+              "extra.cfg:4: expected '=' after key 'count', found '3'")
+        << "line end of " << e.size() << " bytes";
+    EXPECT_EQ(failure("animation {" + e + " label = \"open" + e + "\"; }"), "extra.cfg:2: unterminated string");
+  }
+  // A byte order mark anywhere else is no whitespace.
+  EXPECT_EQ(failure("animation { \xEF\xBB\xBF }"), "extra.cfg:1: unexpected character byte 0xef");
 }
 
 TEST(Script, UnreadableFileThrowsNamingIt) {

@@ -16,21 +16,27 @@ namespace {
 using json = nlohmann::json;
 using Pairs = std::vector<std::vector<std::pair<int, float>>>;
 
-json node(const std::string& name, json children = json::array(), const char* type = "geometry") {
-  return {{"name", name}, {"object", {{"type", type}}}, {"children", std::move(children)}};
+// Children as a vector: a braced list of one json would be that json itself
+// to some compilers, not an array of it.
+json node(const std::string& name, std::vector<json> children = {}, const char* type = "geometry") {
+  return {{"name", name}, {"object", {{"type", type}}}, {"children", json(std::move(children))}};
 }
 
-// The nodes `bones` beside a node "Body" with the modifier stack `modifiers`.
+// The nodes `bones` beside a node "Body" with the modifier stack `modifiers`
+// (an object: more members of the node, such as "sharedModifiers").
 struct Skin {
   std::unique_ptr<hostmodel::MemoryHost> host;
   SceneExporter exporter;
   INode* body = nullptr;
 
-  Skin(json bones, const json& modifiers) {
+  Skin(std::vector<json> bones, const json& modifiers) {
     json b = node("Body");
-    if (!modifiers.is_null()) b["modifiers"] = modifiers;
+    if (modifiers.is_object())
+      b.update(modifiers);
+    else if (!modifiers.is_null())
+      b["modifiers"] = modifiers;
     bones.push_back(b);
-    host = hostmodel::loadSceneFromString(json{{"version", 1}, {"nodes", bones}}.dump(), ".", "scene");
+    host = hostmodel::loadSceneFromString(json{{"version", 1}, {"nodes", json(bones)}}.dump(), ".", "scene");
     body = host->findNode("Body");
     readSkinWeights(exporter, body);
   }
@@ -49,8 +55,8 @@ struct Skin {
 TEST(SkinWeights, BonesAreNumberedInSkeletonPreOrderAndHelpersTakeTheirParentsIndex) {
   const std::string longName(300, 'x');  // names are taken whole
   // R (A (A1, H* (B (C, D)))), S (long), T*; * marks helpers, which are never entered.
-  const json bones = {node("R", {node("A", {node("A1"), node("H", {node("B", {node("C"), node("D")})}, "helper")})}),
-                      node("S", {node(longName)}), node("T", json::array(), "helper")};
+  const std::vector<json> bones = {node("R", {node("A", {node("A1"), node("H", {node("B", {node("C"), node("D")})}, "helper")})}),
+                      node("S", {node(longName)}), node("T", {}, "helper")};
   const json vertices = {"A1", "C", "H", "T", longName, "R", {{"bones", {"A", "B"}}, {"weights", {0.7, 0.3}}},
                          {{"bones", {"B", "A"}}, {"weights", {0.0, 2.0}}}};  // neither normalised nor dropped
   Skin skin(bones, {{{"type", "other"}, {"classId", {0x55, 0}}}, {{"type", "physique"}, {"vertices", vertices}}});
@@ -93,6 +99,15 @@ TEST(SkinWeights, EachProblemIsReportedOnceAndLeavesWhatCouldBeRead) {
        "ERROR: Object \"Body\" vertex 1 is of invalid type (2) for skinning (only rigid and rigid blended allowed)",
        {1, 0, 1}},
       {physique({{"vertices", json::array()}}), "", {}},
+      // Physique below another derived object is not found; as the only stack it is.
+      {{{"modifiers", {{{"type", "other"}, {"classId", {0x55, 0}}}}}, {"sharedModifiers", physique({{"vertices", {"A"}}})}},
+       "ERROR: Could not find physique modifier for skinning (object \"Body\")", {}},
+      {{{"sharedModifiers", physique({{"vertices", {"A"}}})}}, "", {1}},
+      // A second request that yields none leaves the element empty, without a message.
+      {physique({{"vertices", {"A", {{"bone", "A"}, {"secondRequestFails", true}}, "A"}}}), "", {1, 0, 1}},
+      // Our decision for a rigid vertex without a bone: an error, and an empty element.
+      {physique({{"vertices", {{{"bone", nullptr}}, "A"}}}), "ERROR: Object \"Body\" vertex 0 has no bone for skinning",
+       {0, 1}},
   };
   for (const Case& c : cases) {
     Skin skin({node("A")}, c.modifiers);

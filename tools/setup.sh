@@ -8,6 +8,7 @@ packages=(
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
+  libcli11-dev                       # command lines of the tools
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
   libstb-dev                         # image decoding of the host model
   qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
@@ -16,6 +17,7 @@ packages=(
   assimp-testmodels                  # the model corpus of the tests
   libtinygltf-dev                    # zt2dump --gltf
   nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
+  clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
 )
 
 missing=()

@@ -28,6 +28,15 @@ class T_File {
   bool isDirectory(const std::string& path) const;
   // Archive look-ups are not supported here; the call is kept for the driver's sake.
   void setArchiveHandling(int /*enabled*/) {}
+  // A run that checks a scene without leaving anything behind. Every write of
+  // the exporter asks this first: T_MemoryFile::save (the scene file, the
+  // .skd files, ZTExport.cfg) then answers success without touching the disk,
+  // and a texture copy is skipped the same way.
+  void suppressWrites(bool suppress) { writesSuppressed_ = suppress; }
+  bool writesSuppressed() const { return writesSuppressed_; }
+
+ private:
+  bool writesSuppressed_ = false;
 };
 
 extern T_System* Sys;

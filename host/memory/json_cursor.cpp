@@ -33,9 +33,22 @@ std::string placeMessage(const std::string& sourceName, const std::string& path,
 std::string JsonCursor::path() const {
   std::vector<const PathStep*> steps;
   for (const PathStep* s = step_.get(); s; s = s->parent.get()) steps.push_back(s);
+  // A place hundreds of levels down is told by its ends; the middle would
+  // fill screens without helping anyone find it.
+  constexpr std::size_t kShownAtEachEnd = 12;
+  const std::size_t elided = steps.size() > 3 * kShownAtEachEnd ? steps.size() - 2 * kShownAtEachEnd : 0;
   std::string p;
-  for (auto it = steps.rbegin(); it != steps.rend(); ++it) {
+  std::size_t index = 0;
+  for (auto it = steps.rbegin(); it != steps.rend(); ++it, ++index) {
+    if (elided && index >= kShownAtEachEnd && index < kShownAtEachEnd + elided) {
+      if (index == kShownAtEachEnd) p += "...(" + std::to_string(elided) + " steps)...";
+      continue;
+    }
     const PathStep& s = **it;
+    if (elided && index == kShownAtEachEnd + elided && !s.isIndex) {
+      p += s.key;  // no dot after the gap
+      continue;
+    }
     if (s.isIndex)
       p += "[" + std::to_string(s.index) + "]";
     else if (s.parent)

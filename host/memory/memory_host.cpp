@@ -44,6 +44,8 @@ void MemoryHost::EditExportOptions(OptionsDialog& record) {
   if (impl_->optionsEditor) impl_->optionsEditor(record);
 }
 std::function<void(const std::string&)> MemoryHost::GetVerboseSink() { return impl_->verboseSink; }
+void MemoryHost::setWritesSuppressed(bool suppressed) { impl_->writesSuppressed = suppressed; }
+bool MemoryHost::WritesSuppressed() { return impl_->writesSuppressed; }
 
 const std::string& MemoryHost::sourceName() const { return impl_->sourceName; }
 

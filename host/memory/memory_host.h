@@ -56,6 +56,8 @@ class MemoryHost : public Interface {
   void setOptionsEditor(std::function<void(OptionsDialog&)> editor);
   // What GetVerboseSink answers.
   void setVerboseSink(std::function<void(const std::string&)> sink);
+  // What WritesSuppressed answers (the command-line tool's --check).
+  void setWritesSuppressed(bool suppressed);
 
   // --- looking the scene up (tests) ---
   // The name the scene was loaded under, as error messages show it.
@@ -95,6 +97,7 @@ class MemoryHost : public Interface {
   int outstandingBitmaps() const;
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
+  bool WritesSuppressed() override;
 
   struct Impl;
   explicit MemoryHost(std::unique_ptr<Impl> impl);

@@ -47,6 +47,7 @@ struct MemoryHost::Impl {
   std::function<void(const ProgressCall&)> progressObserver;
   std::function<void(OptionsDialog&)> optionsEditor;
   std::function<void(const std::string&)> verboseSink;
+  bool writesSuppressed = false;
   int cancelFromCall = 0;
   int cancelQueries = 0;
 };

@@ -34,9 +34,24 @@ bool MemoryNode::IsNodeHidden(bool) const {
   return flags_.hidden;
 }
 
+void MemoryNode::setTransform(NodeTransform transform) {
+  transform_ = std::move(transform);
+  std::vector<MemoryNode*> pending = {this};
+  while (!pending.empty()) {
+    MemoryNode* n = pending.back();
+    pending.pop_back();
+    n->nodeTMAt_.clear();
+    for (const auto& child : n->children_) pending.push_back(child.get());
+  }
+}
+
 Matrix3 MemoryNode::GetNodeTM(TimeValue t) const {
-  const Matrix3 local = transform_.localAt(t);
-  return parent_ ? local * parent_->GetNodeTM(t) : local;
+  if (!parent_) return transform_.localAt(t);
+  // A leaf is asked once per time; only a parent is asked again by its subtree.
+  if (children_.empty() || !keepEvaluatedTransforms) return transform_.localAt(t) * parent_->GetNodeTM(t);
+  const auto [at, fresh] = nodeTMAt_.try_emplace(t);
+  if (fresh) at->second = transform_.localAt(t) * parent_->GetNodeTM(t);
+  return at->second;
 }
 
 Matrix3 MemoryNode::GetObjectTM(TimeValue t) const {

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "host/inode.h"
@@ -54,7 +55,12 @@ class MemoryNode : public INode {
   void setMaterial(Mtl* mtl) { mtl_ = mtl; }
   void setObject(Object* object) { object_ = object; }
   void setModifiers(std::unique_ptr<MemoryDerivedObject> derived) { derived_ = std::move(derived); }
-  void setTransform(NodeTransform transform) { transform_ = std::move(transform); }
+  // Whether nodes with children keep their evaluated transforms (below); on
+  // unless a benchmark measures the plain evaluation beside it.
+  static inline bool keepEvaluatedTransforms = true;
+
+  // Forgets what this node and its descendants remembered of their transforms.
+  void setTransform(NodeTransform transform);
   void setObjectOffset(const ObjectOffset& offset) { offset_ = offset; }
   void setVisibility(AnimatedValue<float> visibility) { visibility_ = std::move(visibility); }
   void setInheritVisibility(bool inherit) { inheritVisibility_ = inherit; }
@@ -102,6 +108,11 @@ class MemoryNode : public INode {
   Object* object_ = nullptr;
   std::unique_ptr<MemoryDerivedObject> derived_;
   NodeTransform transform_;
+  // GetNodeTM by time, kept by nodes with children, as the host keeps a
+  // node's evaluated transform: each descendant asks for its parent's at
+  // every sample, which would otherwise cost a chain's depth over again for
+  // each node of it. The same product, so the same bits, as computing anew.
+  mutable std::unordered_map<TimeValue, Matrix3> nodeTMAt_;
   ObjectOffset offset_;
   AnimatedValue<float> visibility_{1.0f};
   bool inheritVisibility_ = true;

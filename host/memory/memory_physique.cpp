@@ -44,7 +44,8 @@ MemoryPhysiqueContext::~MemoryPhysiqueContext() = default;
 
 IPhyVertexExport* MemoryPhysiqueContext::GetVertexInterface(int i) {
   if (i < 0 || i >= static_cast<int>(vertices_.size())) return nullptr;
-  const PhysiqueVertex& v = vertices_[i];
+  PhysiqueVertex& v = vertices_[i];
+  if (v.secondRequestFails && ++v.requests % 2 == 0) return nullptr;
   std::unique_ptr<IPhyVertexExport> made;
   switch (v.kind) {
     case PhysiqueVertex::Kind::Missing:

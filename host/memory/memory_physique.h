@@ -20,6 +20,9 @@ struct PhysiqueVertex {
   int otherType = 0;           // the type reported by a vertex of kind Other
   std::vector<INode*> bones;   // one for Rigid, any number for Blended
   std::vector<float> weights;  // parallel to bones for Blended
+  // Every second request for this vertex's interface (the 2nd, 4th, ...) answers none.
+  bool secondRequestFails = false;
+  int requests = 0;
 };
 
 class MemoryPhysiqueContext : public IPhyContextExport {
@@ -31,7 +34,8 @@ class MemoryPhysiqueContext : public IPhyContextExport {
   void AllowBlending(bool flag) override { allowBlending_ = flag; }
   int GetNumberVertices() override { return static_cast<int>(vertices_.size()); }
   // A fresh interface per call, owned by this context until released; none
-  // for a missing vertex or an index out of range.
+  // for a missing vertex, an index out of range, or the second request of a
+  // vertex whose second request fails.
   IPhyVertexExport* GetVertexInterface(int i) override;
   // Releasing none, an unknown interface or one released before is harmless.
   void ReleaseVertexInterface(IPhyVertexExport* v) override;

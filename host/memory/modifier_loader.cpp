@@ -3,8 +3,9 @@
 namespace hostmodel {
 namespace {
 
-// A skin vertex: "bone" (rigid), null (missing), {"bone": id} (rigid),
-// {"bones": [...], "weights": [...]} (rigid blended) or {"vertexType": n}.
+// A skin vertex: "bone" (rigid), null (missing), {"bone": id or null} (rigid),
+// {"bones": [...], "weights": [...]} (rigid blended) or {"vertexType": n};
+// an object may add "secondRequestFails".
 PhysiqueVertex readVertex(const JsonCursor& c, std::vector<std::pair<std::string, std::string>>& boneRefs) {
   PhysiqueVertex v;
   if (c.isNull()) return v;
@@ -14,15 +15,17 @@ PhysiqueVertex readVertex(const JsonCursor& c, std::vector<std::pair<std::string
     return v;
   }
   if (!c.isObject()) c.fail("expected a bone id, null, or an object with \"bone\", \"bones\" or \"vertexType\"");
+  v.secondRequestFails = c.boolOr("secondRequestFails", false);
   if (c.has("bone")) {
-    c.expectMembers({"bone"});
+    c.expectMembers({"bone", "secondRequestFails"});
     v.kind = PhysiqueVertex::Kind::Rigid;
     const JsonCursor bone = c["bone"];
-    boneRefs.emplace_back(bone.asString(), bone.path());
+    // null: a rigid vertex whose GetNode() answers none.
+    if (!bone.isNull()) boneRefs.emplace_back(bone.asString(), bone.path());
     return v;
   }
   if (c.has("bones")) {
-    c.expectMembers({"bones", "weights"});
+    c.expectMembers({"bones", "weights", "secondRequestFails"});
     v.kind = PhysiqueVertex::Kind::Blended;
     const JsonCursor bones = c["bones"];
     const JsonCursor weights = c["weights"];
@@ -34,12 +37,12 @@ PhysiqueVertex readVertex(const JsonCursor& c, std::vector<std::pair<std::string
     return v;
   }
   if (c.has("vertexType")) {
-    c.expectMembers({"vertexType"});
+    c.expectMembers({"vertexType", "secondRequestFails"});
     v.kind = PhysiqueVertex::Kind::Other;
     v.otherType = c["vertexType"].asInt();
     return v;
   }
-  c.expectMembers({"bone", "bones", "weights", "vertexType"});
+  c.expectMembers({"bone", "bones", "weights", "vertexType", "secondRequestFails"});
   c.fail("expected one of \"bone\", \"bones\" or \"vertexType\"");
 }
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 
+#include "host/memory/memory_derived_object.h"
 #include "host/memory/regular_file.h"
 
 #include "host/memory/scene_loader_parts.h"
@@ -51,7 +52,7 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int dep
   if (depth > kMaxNodeDepth) c.fail("nodes nest deeper than " + std::to_string(kMaxNodeDepth) + " levels");
   c.expectMembers({"name", "id", "object", "material", "hidden", "groupMember", "groupHead", "openGroupMember",
                    "openGroupHead", "userProperties", "transform", "objectOffset", "visibility", "inheritVisibility",
-                   "modifiers", "children"});
+                   "modifiers", "sharedModifiers", "children"});
   MemoryNode& node = parent.addChild(c["name"].asString());
   std::string id = node.GetName();
   if (const auto m = c.find("id")) {
@@ -78,7 +79,14 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int dep
   if (const auto m = c.find("objectOffset")) node.setObjectOffset(readObjectOffset(*m));
   if (const auto m = c.find("visibility")) node.setVisibility(readFloatTrack(*m, ctx));
   node.setInheritVisibility(c.boolOr("inheritVisibility", true));
-  if (const auto m = c.find("modifiers")) node.setModifiers(readModifiers(*m, ctx, node, object));
+  // Shared modifiers form a derived object of their own below the node's
+  // stack, as an instance's modifiers do in the host.
+  std::unique_ptr<MemoryDerivedObject> shared;
+  if (const auto m = c.find("sharedModifiers")) shared = readModifiers(*m, ctx, node, object);
+  std::unique_ptr<MemoryDerivedObject> own;
+  if (const auto m = c.find("modifiers")) own = readModifiers(*m, ctx, node, shared ? shared.get() : object);
+  if (own && shared) ctx.scene.objects.push_back(std::move(shared));  // the scene owns it; `own` stands on it
+  node.setModifiers(own ? std::move(own) : std::move(shared));
 
   if (const auto children = c.find("children"))
     for (const JsonCursor& child : children->elements()) readNode(child, node, ctx, depth + 1);
@@ -141,37 +149,49 @@ std::string parseErrorDetail(const std::string& what) {
   return detail;
 }
 
-// Watches the parse for a member given twice in one object, which the JSON
-// library would quietly resolve to the last one: a pasted line must not
-// override its neighbour unnoticed.
-class DuplicateMemberCheck {
- public:
-  explicit DuplicateMemberCheck(const std::string& sourceName) : source_(sourceName) {}
+// "[json.exception.out_of_range.406] number overflow parsing '1e999'" -> "number overflow parsing '1e999'".
+std::string libraryMessage(const std::string& what) {
+  const std::size_t end = what.find("] ");
+  return what.rfind("[json.exception.", 0) == 0 && end != std::string::npos ? what.substr(end + 2) : what;
+}
 
-  bool operator()(int, nlohmann::json::parse_event_t event, nlohmann::json& parsed) {
-    using Event = nlohmann::json::parse_event_t;
-    switch (event) {
-      case Event::object_start:
-      case Event::array_start:
-        if (frames_.size() >= kMaxJsonDepth)
-          throw SceneLoadError(placeMessage(source_, path(), "nested deeper than " + std::to_string(kMaxJsonDepth) + " levels"));
-        frames_.push_back({event == Event::object_start, {}, 0, {}});
-        break;
-      case Event::key:
-        frames_.back().key = parsed.get<std::string>();
-        if (!frames_.back().keys.insert(frames_.back().key).second)
-          throw SceneLoadError(placeMessage(source_, path(), "member given twice"));
-        break;
-      case Event::object_end:
-      case Event::array_end:
-        frames_.pop_back();
-        if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
-        break;
-      case Event::value:
-        if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
-        break;
-    }
-    return true;
+// Builds the document as the library's own parser does, watching for a
+// member given twice in one object, which the library would quietly resolve
+// to the last one (a pasted line must not override its neighbour unnoticed),
+// and for nesting past the bound. The library's callback parser would do the
+// watching too, but it scans a whole array at the end of each of its objects,
+// which makes a list of many nodes cost the square of its length.
+class CheckedDocumentParser {
+ public:
+  using Json = nlohmann::json;
+
+  CheckedDocumentParser(Json& result, const std::string& sourceName) : dom_(result, true), source_(sourceName) {}
+
+  bool null() { return value(dom_.null()); }
+  bool boolean(bool v) { return value(dom_.boolean(v)); }
+  bool number_integer(Json::number_integer_t v) { return value(dom_.number_integer(v)); }
+  bool number_unsigned(Json::number_unsigned_t v) { return value(dom_.number_unsigned(v)); }
+  bool number_float(Json::number_float_t v, const Json::string_t& text) { return value(dom_.number_float(v, text)); }
+  bool string(Json::string_t& v) { return value(dom_.string(v)); }
+  bool binary(Json::binary_t& v) { return value(dom_.binary(v)); }
+  bool start_object(std::size_t n) {
+    enter(true);
+    return dom_.start_object(n);
+  }
+  bool key(Json::string_t& k) {
+    frames_.back().key = k;
+    if (!frames_.back().keys.insert(k).second) throw SceneLoadError(placeMessage(source_, path(), "member given twice"));
+    return dom_.key(k);
+  }
+  bool end_object() { return leave(dom_.end_object()); }
+  bool start_array(std::size_t n) {
+    enter(false);
+    return dom_.start_array(n);
+  }
+  bool end_array() { return leave(dom_.end_array()); }
+  template <typename Exception>
+  bool parse_error(std::size_t position, const std::string& token, const Exception& e) {
+    return dom_.parse_error(position, token, e);  // throws `e` as the type it has
   }
 
  private:
@@ -181,6 +201,20 @@ class DuplicateMemberCheck {
     std::size_t index;
     std::set<std::string> keys;
   };
+
+  void enter(bool object) {
+    if (frames_.size() >= kMaxJsonDepth)
+      throw SceneLoadError(placeMessage(source_, path(), "nested deeper than " + std::to_string(kMaxJsonDepth) + " levels"));
+    frames_.push_back({object, {}, 0, {}});
+  }
+  bool value(bool result) {
+    if (!frames_.empty() && !frames_.back().object) ++frames_.back().index;
+    return result;
+  }
+  bool leave(bool result) {
+    frames_.pop_back();
+    return value(result);
+  }
   std::string path() const {
     std::string p;
     for (const Frame& f : frames_) {
@@ -191,6 +225,8 @@ class DuplicateMemberCheck {
     }
     return p;
   }
+
+  nlohmann::detail::json_sax_dom_parser<Json> dom_;
   const std::string& source_;
   std::vector<Frame> frames_;
 };
@@ -206,9 +242,14 @@ std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const s
                                                 const std::string& sourceName, BufferBytes buffers) {
   nlohmann::json document;
   try {
-    document = nlohmann::json::parse(json, DuplicateMemberCheck(sourceName));
+    CheckedDocumentParser parser(document, sourceName);
+    nlohmann::json::sax_parse(json, &parser);
   } catch (const nlohmann::json::parse_error& e) {
     throw SceneLoadError(sourceName + ": malformed JSON " + parseErrorDetail(e.what()));
+  } catch (const nlohmann::json::exception& e) {
+    // A number past the range of a double ("1e999") is no parse error to the
+    // library, and its message carries no place: the token has to do.
+    throw SceneLoadError(sourceName + ": malformed JSON: " + libraryMessage(e.what()));
   }
   auto impl = std::make_unique<MemoryHost::Impl>();
   impl->sourceName = sourceName;

@@ -2,6 +2,7 @@
 // each chunk nests, every known chunk in the version this tool reads; then
 // the content checks of each chunk.
 #include <map>
+#include <string>
 
 #include "chunk_schema.h"
 #include "scene_checks.h"
@@ -35,6 +36,34 @@ int topLevelRank(std::uint32_t id) {
 bool isLightAnimation(std::uint32_t id) {
   return id == chunk_kind::kOmniLightAnimation.id || id == chunk_kind::kDirectionalLightAnimation.id ||
          id == chunk_kind::kSpotLightAnimation.id;
+}
+
+// The object chunk a light animation chunk's kind goes with; 0 for others.
+std::uint32_t lightChunkOf(std::uint32_t animationId) {
+  switch (animationId) {
+    case chunk_kind::kOmniLightAnimation.id: return chunk_kind::kOmniLight.id;
+    case chunk_kind::kDirectionalLightAnimation.id: return chunk_kind::kDirectionalLight.id;
+    case chunk_kind::kSpotLightAnimation.id: return chunk_kind::kSpotLight.id;
+    default: return 0;
+  }
+}
+
+// The light object chunks of the file by node name; a name carried by more
+// than one light is left out, since it cannot say which one is animated.
+std::map<std::string, const DecodedChunk*> lightsByName(const DecodedFile& file) {
+  std::map<std::string, const DecodedChunk*> lights;
+  std::map<std::string, int> count;
+  for (const DecodedChunk& c : file.chunks) {
+    if (!c.decoded || (c.id != chunk_kind::kOmniLight.id && c.id != chunk_kind::kDirectionalLight.id &&
+                       c.id != chunk_kind::kSpotLight.id))
+      continue;
+    const DecodedChunk* object = childWithId(c, chunk_kind::kObject.id);
+    if (object == nullptr || !object->decoded) continue;
+    const std::string name = object->at("name").get<std::string>();
+    if (++count[name] == 1) lights[name] = &c;
+    else lights.erase(name);
+  }
+  return lights;
 }
 
 // Sub-chunk order inside a mesh; 0 for ids that do not belong there.
@@ -118,6 +147,7 @@ void checkTopLevel(const DecodedFile& file) {
   int previousRank = -1;
   const DecodedChunk* previous = nullptr;
   std::map<std::uint32_t, int> seen;
+  const std::map<std::string, const DecodedChunk*> lights = lightsByName(file);
   for (const DecodedChunk& c : file.chunks) {
     if (!c.known()) continue;
     const int rank = topLevelRank(c.id);
@@ -136,6 +166,12 @@ void checkTopLevel(const DecodedFile& file) {
               : nullptr;
       if (header == nullptr || previousHeader == nullptr || header->at("name") != previousHeader->at("name"))
         fault(file, where(c) + " does not follow the TransformAnimationChunk of the same node");
+      // Its kind is the kind of the node's light chunk (an ambient light is a spot in both).
+      if (header != nullptr && header->decoded) {
+        const auto light = lights.find(header->at("name").get<std::string>());
+        if (light != lights.end() && light->second->id != lightChunkOf(c.id))
+          fault(file, where(c) + " animates " + where(*light->second) + ", a light of another kind");
+      }
     }
     previousRank = rank;
     previous = &c;

@@ -6,6 +6,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <CLI/CLI.hpp>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -36,6 +37,7 @@ struct Arguments {
   std::string writeScene;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
+  bool check = false;
   bool quiet = false;
   bool verbose = false;
   bool version = false;
@@ -46,7 +48,7 @@ struct Arguments {
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--save-options] [--write-scene OUT.scene.json]\n"
+               "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
@@ -82,6 +84,8 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
+      "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
+      "                         no texture copy, no ZTExport.cfg) and print every message\n"
       "  --dialog               show the options dialog before the export, as the host does\n"
       "                         unless prompts are suppressed; Cancel ends the run with nothing\n"
       "                         written, OK saves ZTExport.cfg. The \"Export Info\" window shows\n"
@@ -118,49 +122,62 @@ void printHelp() {
 
 Arguments parseArguments(int argc, char** argv) {
   Arguments a;
-  for (int i = 1; i < argc; ++i) {
-    const std::string arg = argv[i];
-    auto value = [&](const char* what) -> std::string {
-      if (i + 1 >= argc) usageError(arg + " needs " + what);
-      return argv[++i];
-    };
-    if (arg == "-h" || arg == "--help") {
-      printHelp();
-      std::exit(kExitOk);
-    } else if (arg == "-o" || arg == "--output") {
-      a.output = value("a file name");
-    } else if (arg == "--config-dir") {
-      a.configDir = value("a directory");
-    } else if (arg == "--set") {
-      const std::string assignment = value("FIELD=VALUE");
-      const std::size_t eq = assignment.find('=');
-      if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
-      a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
-    } else if (arg == "--module") {
-      a.module = value("a file name");
-    } else if (arg == "--version") {
-      a.version = true;
-    } else if (arg == "--dialog") {
-      a.dialog = true;
-    } else if (arg == "--about") {
-      a.about = true;
-    } else if (arg == "--write-scene") {
-      a.writeScene = value("a file name");
-    } else if (arg == "--save-options") {
-      a.saveOptions = true;
-    } else if (arg == "--quiet") {
-      a.quiet = true;
-    } else if (arg == "--verbose") {
-      a.verbose = true;
-    } else if (!arg.empty() && arg[0] == '-') {
-      usageError("unknown option " + arg);
-    } else if (a.scene.empty()) {
-      a.scene = arg;
-    } else {
-      usageError("more than one scene given (" + a.scene + ", " + arg + ")");
-    }
+  CLI::App app{"", "zt2export"};
+  // Our own help text, which also lists the model formats and the option fields.
+  app.set_help_flag();
+  bool help = false;
+  app.add_flag("-h,--help", help);
+  app.add_option("SCENE", a.scene);
+  // What each option with a value expects, for the message when it is missing.
+  const std::vector<std::pair<std::string, std::string>> needs = {
+      {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
+      {"--module", "a file name"},  {"--write-scene", "a file name"},
+  };
+  // The last of a repeated option wins, as it always has.
+  auto single = [&](const char* names, std::string& target) {
+    app.add_option(names, target)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  };
+  single("-o,--output", a.output);
+  single("--config-dir", a.configDir);
+  single("--module", a.module);
+  single("--write-scene", a.writeScene);
+  std::vector<std::string> assignments;
+  app.add_option("--set", assignments)->allow_extra_args(false);
+  app.add_flag("--version", a.version);
+  app.add_flag("--dialog", a.dialog);
+  app.add_flag("--about", a.about);
+  app.add_flag("--save-options", a.saveOptions);
+  app.add_flag("--check", a.check);
+  app.add_flag("--quiet", a.quiet);
+  app.add_flag("--verbose", a.verbose);
+  // Words left over are told apart here, so that the messages name what is wrong.
+  app.allow_extras();
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ArgumentMismatch& e) {
+    const std::string what = e.what();
+    for (const auto& [name, expected] : needs)
+      if (what.rfind(name + ":", 0) == 0) usageError(name + " needs " + expected);
+    usageError(what);
+  } catch (const CLI::ParseError& e) {
+    usageError(e.what());
+  }
+  if (help) {
+    printHelp();
+    std::exit(kExitOk);
+  }
+  for (const std::string& extra : app.remaining()) {
+    if (!extra.empty() && extra[0] == '-') usageError("unknown option " + extra);
+    usageError("more than one scene given (" + a.scene + ", " + extra + ")");
+  }
+  for (const std::string& assignment : assignments) {
+    const std::size_t eq = assignment.find('=');
+    if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
+    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
   }
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
+  if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
   return a;
 }
 
@@ -289,7 +306,7 @@ int main(int argc, char** argv) {
                          "user has no home directory; give --config-dir\n");
     return kExitFailure;
   }
-  {
+  if (!args.check) {
     std::error_code ec;
     std::filesystem::create_directories(configDir, ec);
     if (!std::filesystem::is_directory(configDir)) {
@@ -333,7 +350,12 @@ int main(int argc, char** argv) {
   host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     if (args.saveOptions) record.saveOnClose = true;
+    if (args.check) {
+      record.saveOnClose = false;
+      record.dumpInfo = 1;  // every message is shown, not only those of a failed export
+    }
   });
+  host->setWritesSuppressed(args.check);
 
   int result = 0;
   try {
