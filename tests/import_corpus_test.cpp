@@ -3,6 +3,9 @@
 // exit 0 (exported) or 1 (problems reported in the info log), or with 2 for
 // exactly the models listed in tests/data/import-refused.txt, which the import
 // library refuses; never a crash, never a hang (each run has a time limit).
+// Every scene file that comes out is turned into binary glTF by zt2dump --gltf,
+// and the directory's .glb files go through the Khronos validator in one node
+// process (node's start and the validator's load cost more than a small model).
 // One test per corpus directory, so that CTest spreads them over the cores.
 #include <gtest/gtest.h>
 
@@ -11,6 +14,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -64,6 +68,34 @@ std::map<std::string, std::string> refusedList() {
   return out;
 }
 
+struct Validation {
+  int files = 0, withErrors = 0, warnings = 0;
+};
+
+// The validator (tools/zt2view/web/validate.mjs) over the files, its
+// per-file lines counted; without node it is not run and files stays 0.
+Validation validateGltf(const std::vector<std::string>& files) {
+  Validation v;
+  if (files.empty() || ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0) return v;
+  const std::string web = ztx_test::sourcePath("tools/zt2view/web");
+  EXPECT_TRUE(fs::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
+  std::vector<std::string> args{"node", web + "/validate.mjs"};
+  args.insert(args.end(), files.begin(), files.end());
+  const ztx_test::RunResult r = ztx_test::run("/usr/bin/env", args);
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  static const std::regex line(R"(^.*\.glb: (\d+) errors, (\d+) warnings)");
+  std::istringstream out(r.out);
+  for (std::string l; std::getline(out, l);) {
+    std::smatch m;
+    if (!std::regex_search(l, m, line)) continue;
+    ++v.files;
+    v.withErrors += std::stoi(m[1]) > 0;
+    v.warnings += std::stoi(m[2]);
+  }
+  EXPECT_EQ(v.files, static_cast<int>(files.size())) << r.out << r.err;
+  return v;
+}
+
 class Corpus : public testing::TestWithParam<std::string> {};
 
 TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
@@ -79,6 +111,8 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
   std::sort(models.begin(), models.end());
 
   int exported = 0, reported = 0, refusedCount = 0;
+  ztx_test::TempDir gltfDir;
+  std::vector<std::string> glbs;
   for (const fs::path& model : models) {
     const std::string relative = model.lexically_relative(corpus()).generic_string();
     SCOPED_TRACE(relative);
@@ -106,14 +140,27 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
       const ztx_test::RunResult v = ztx_test::runDump({"--validate", dir.file(written)});
       EXPECT_EQ(v.exitCode, 0) << written << ": " << v.out << v.err;
     }
+    if (!fs::exists(dir.file("out.zt2"))) continue;
+    // One name per model in the directory's folder: its path, flattened.
+    std::string glb = relative;
+    std::replace(glb.begin(), glb.end(), '/', '_');
+    glb = gltfDir.file(glb + ".glb");
+    const ztx_test::RunResult g = ztx_test::runDump({dir.file("out.zt2"), "--gltf", glb});
+    EXPECT_EQ(g.exitCode, 0) << g.out << g.err;
+    if (g.exitCode == 0) glbs.push_back(glb);
   }
+  const Validation valid = validateGltf(glbs);
   // The tally CI shows for each format directory.
-  std::printf("corpus %s: %zu models, %d exported, %d with errors reported, %d refused by the import library\n",
-              GetParam().c_str(), models.size(), exported, reported, refusedCount);
+  std::printf("corpus %s: %zu models, %d exported, %d with errors reported, %d refused by the import library; "
+              "%zu as glTF, %d validated, %d with validator errors, %d validator warnings\n",
+              GetParam().c_str(), models.size(), exported, reported, refusedCount, glbs.size(), valid.files,
+              valid.withErrors, valid.warnings);
   RecordProperty("models", static_cast<int>(models.size()));
   RecordProperty("exported", exported);
   RecordProperty("reported", reported);
   RecordProperty("refused", refusedCount);
+  RecordProperty("gltfValidated", valid.files);
+  RecordProperty("gltfWithErrors", valid.withErrors);
 }
 
 INSTANTIATE_TEST_SUITE_P(Assimp, Corpus, testing::ValuesIn(directories()), [](const auto& info) {

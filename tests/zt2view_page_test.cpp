@@ -1,7 +1,8 @@
 // zt2view: the page is driven in headless chromium by
 // tools/zt2view/web/page_check.mjs (Playwright): it loads without console
 // error or network request, lists every exported node, and scrubbing moves
-// the animated node. Skipped, with a message, only where node is missing.
+// the animated nodes (the example's and a hand-built one's) and hides the
+// example's blinking one. Skipped, with a message, only where node is missing.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -52,7 +53,7 @@ class PageTest : public ::testing::Test {
   TempDir dir;
 };
 
-TEST_F(PageTest, ExampleLoadsAndListsEveryNode) {
+TEST_F(PageTest, ExampleLoadsListsEveryNodeAndPlays) {
   const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
                                       dir.file("example.zt2"), "--config-dir", dir.file("config")});
   ASSERT_EQ(e.exitCode, 0) << e.err;
@@ -65,8 +66,14 @@ TEST_F(PageTest, ExampleLoadsAndListsEveryNode) {
 
   const std::string nodes = exportedNodeNames(dir.file("example.zt2"));
   EXPECT_EQ(nodes, "Props,Lamp,Character,CharacterCopy,Camera01,Spot01,Sun,Marker");
-  const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--screenshot", dir.file("shot.png")});
+  // Character walks from frame 0 to 30; Marker's visibility is 0 at frame
+  // 15, half a second at 30 samples per second.
+  const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--animated", "Character", "--hidden",
+                            "Marker@0.5", "--screenshot", dir.file("shot.png")});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("\"Character\" moved"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\"Marker\" scale 1.000,1.000,1.000 at 0 s, 0.000,0.000,0.000 at 0.5 s"), std::string::npos)
+      << r.out;
   EXPECT_GT(fs::file_size(dir.file("shot.png")), 10000u);
 }
 

@@ -1,7 +1,16 @@
 #!/usr/bin/env bash
-# Takes the pictures of the exporter's windows in docs/ on a virtual display.
+# Takes the pictures of the exporter's windows in docs/ on a virtual display, and the
+# preview page of the example.
 # Run from the source tree after building: tools/screenshots.sh [BUILD_DIR]
 set -euo pipefail
 build="${1:-build}"
 cmake --build "$build" --target window_shots
 xvfb-run -a -s "-screen 0 1280x1024x24" "$build/window_shots" docs
+
+# The preview page of the example, in headless chromium (no display needed).
+cmake --build "$build" --target zt2export zt2view
+out="$(mktemp -d)"
+trap 'rm -rf "$out"' EXIT
+"$build/zt2export" examples/example.scene.json -o "$out/example.zt2" --config-dir "$out/config" --quiet
+"$build/zt2view" "$out/example.zt2" -o "$out/example.html"
+node tools/zt2view/web/page_check.mjs "$out/example.html" --screenshot docs/zt2view-example.png

@@ -50,7 +50,7 @@ th, td { text-align: left; padding: 2px 6px 2px 0.3em; border-bottom: 1px solid 
 th { color: #9ab; font-weight: normal; }
 td.name { font-weight: 600; overflow-wrap: anywhere; }
 td.props { color: #bcb; font-family: monospace; }
-td.keys { text-align: right; }
+td.keys { text-align: right; white-space: nowrap; }
 ul { margin: 0; padding-left: 0; list-style: none; }
 li.material { padding: 2px 0; }
 .swatch { display: inline-block; width: 12px; height: 12px; margin-right: 6px; border: 1px solid #889; vertical-align: -2px; }

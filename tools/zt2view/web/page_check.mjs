@@ -1,8 +1,11 @@
 // Drives a zt2view page in headless Debian chromium and checks it:
-//   node page_check.mjs PAGE.html --nodes A,B,... [--animated NODE] [--screenshot OUT.png]
+//   node page_check.mjs PAGE.html --nodes A,B,... [--animated NODE,...] [--hidden NODE@SECONDS,...]
+//                       [--screenshot OUT.png]
 // The page must load with no console error and list every node named; with
-// --animated, scrubbing from the start to the end must move NODE. Exit 0 when
-// every check holds, 1 when one fails, 2 when the browser cannot be run.
+// --animated, scrubbing from the start to the end must move each NODE; with
+// --hidden, NODE must show at the start and have world scale 0 at SECONDS.
+// Exit 0 when every check holds, 1 when one fails, 2 when the browser cannot
+// be run.
 import fs from 'node:fs';
 import os from 'node:os';
 import path from 'node:path';
@@ -16,7 +19,11 @@ const option = (name) => {
 };
 const page = args[0];
 const nodes = (option('--nodes') || '').split(',').filter(Boolean);
-const animated = option('--animated');
+const animated = (option('--animated') || '').split(',').filter(Boolean);
+const hidden = (option('--hidden') || '').split(',').filter(Boolean).map((h) => {
+  const at = h.lastIndexOf('@');
+  return { node: h.slice(0, at), time: Number(h.slice(at + 1)) };
+});
 const screenshot = option('--screenshot');
 const browserPath = process.env.ZTX_CHROMIUM || '/usr/bin/chromium';
 
@@ -54,23 +61,38 @@ try {
   const listed = await tab.$$eval('#node-tree tr', (rows) => rows.map((r) => r.dataset.node));
   for (const n of nodes) if (!listed.includes(n)) failures.push(`node tree lacks "${n}" (lists ${listed.join(', ')})`);
 
-  if (animated) {
+  if (animated.length > 0 || hidden.length > 0) {
     const duration = await tab.evaluate(() => window.zt2view.duration);
     if (!(duration > 0)) failures.push('the page has no animation to scrub');
-    const scrubTo = async (t) => {
+    const scrubTo = async (t, what, node) => {
       await tab.$eval('#scrub', (s, v) => {
         s.value = String(v);
         s.dispatchEvent(new Event('input', { bubbles: true }));
       }, t);
-      return tab.evaluate((n) => window.zt2view.worldPosition(n), animated);
+      return tab.evaluate(([w, n]) => window.zt2view[w](n), [what, node]);
     };
-    const start = await scrubTo(0);
-    const end = await scrubTo(duration);
-    if (!start || !end) failures.push(`no node "${animated}" in the scene`);
-    else {
+    const text = (v) => v.map((c) => c.toFixed(3)).join(',');
+    for (const node of animated) {
+      const start = await scrubTo(0, 'worldPosition', node);
+      const end = await scrubTo(duration, 'worldPosition', node);
+      if (!start || !end) {
+        failures.push(`no node "${node}" in the scene`);
+        continue;
+      }
       const moved = Math.hypot(end[0] - start[0], end[1] - start[1], end[2] - start[2]);
-      console.log(`"${animated}" moved ${moved.toFixed(4)} from ${start.map((v) => v.toFixed(3))} to ${end.map((v) => v.toFixed(3))}`);
-      if (!(moved > 1e-3)) failures.push(`scrubbing does not move "${animated}"`);
+      console.log(`"${node}" moved ${moved.toFixed(4)} from ${text(start)} to ${text(end)}`);
+      if (!(moved > 1e-3)) failures.push(`scrubbing does not move "${node}"`);
+    }
+    for (const { node, time } of hidden) {
+      const shown = await scrubTo(0, 'worldScale', node);
+      const gone = await scrubTo(time, 'worldScale', node);
+      if (!shown || !gone) {
+        failures.push(`no node "${node}" in the scene`);
+        continue;
+      }
+      console.log(`"${node}" scale ${text(shown)} at 0 s, ${text(gone)} at ${time} s`);
+      if (!(Math.min(...shown.map(Math.abs)) > 1e-3)) failures.push(`"${node}" does not show at 0 s`);
+      if (!(Math.max(...gone.map(Math.abs)) < 1e-6)) failures.push(`"${node}" is not hidden at ${time} s`);
     }
   }
   if (screenshot) {

@@ -144,10 +144,24 @@ async function main() {
   const timeText = document.getElementById('time');
   let playing = false;
   const duration = clip ? clip.duration : 0;
-  if (action) action.play();
+  // Once, held at the end: a repeating action wraps its last time round to
+  // the first pose, so scrubbing to the end would show the start. The page's
+  // own clock does the looping.
+  if (action) {
+    action.setLoop(THREE.LoopOnce, 1);
+    action.clampWhenFinished = true;
+    action.play();
+  }
   slider.max = String(duration);
-  slider.step = String(duration / 1000 || 0.001);
+  // Any time, so that a sample's own time can be reached (a fixed step would
+  // land between samples).
+  slider.step = 'any';
   const setTime = (t) => {
+    if (action) {
+      // Reaching the end pauses an action held there; any time set moves it again.
+      action.paused = false;
+      action.enabled = true;
+    }
     mixer.setTime(t);
     slider.value = String(t);
     timeText.textContent = `${t.toFixed(2)} s / ${duration.toFixed(2)} s`;
@@ -186,22 +200,29 @@ async function main() {
   });
 
   // glTF node index -> the object the loader made of it (names are not
-  // unique once the loader has cleaned them).
-  const objectOfNode = new Map();
-  gltf.scene.traverse((o) => {
-    const a = gltf.parser.associations.get(o);
-    if (a && a.nodes !== undefined && !objectOfNode.has(a.nodes)) objectOfNode.set(a.nodes, o);
-  });
+  // unique once the loader has cleaned them). The loader's node cache, not its
+  // associations: two nodes sharing a mesh share one association record, and
+  // the second node's index overwrites the first's.
+  const nodeObjects = await Promise.all((json.nodes || []).map((_, i) => gltf.parser.getDependency('node', i)));
+  const objectOfNode = new Map(nodeObjects.map((o, i) => [i, o]));
 
-  // For the page's tests: where a node stands in the world now.
+  // For the page's tests: where a node stands in the world now, and its
+  // world scale (0 while the file's visibility hides it).
+  const worldObject = (name) => {
+    const o = objectOfNode.get((json.nodes || []).findIndex((n) => n.name === name));
+    if (o) o.updateWorldMatrix(true, false);
+    return o;
+  };
   window.zt2view = {
     nodeNames: (json.nodes || []).map((n) => n.name),
     duration,
     worldPosition(name) {
-      const o = objectOfNode.get((json.nodes || []).findIndex((n) => n.name === name));
-      if (!o) return null;
-      o.updateWorldMatrix(true, false);
-      return o.getWorldPosition(new THREE.Vector3()).toArray();
+      const o = worldObject(name);
+      return o ? o.getWorldPosition(new THREE.Vector3()).toArray() : null;
+    },
+    worldScale(name) {
+      const o = worldObject(name);
+      return o ? o.getWorldScale(new THREE.Vector3()).toArray() : null;
     },
   };
   document.body.dataset.ready = 'true';
