@@ -62,6 +62,8 @@ bool resolveLinks(std::string& path, std::string& error) {
   return false;
 }
 
+}  // namespace
+
 bool writeAll(int fd, const void* data, std::size_t size) {
   const auto* p = static_cast<const char*>(data);
   while (size > 0) {
@@ -75,8 +77,6 @@ bool writeAll(int fd, const void* data, std::size_t size) {
   }
   return true;
 }
-
-}  // namespace
 
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
   std::string path = target;

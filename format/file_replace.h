@@ -26,3 +26,7 @@ struct ByteRange {
 // Returns an empty string on success, otherwise the reason, such as
 // "Permission denied" or "not a regular file".
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges);
+
+// Writes all `size` bytes to `fd`, going on after interruptions; false with
+// errno set when a write fails.
+bool writeAll(int fd, const void* data, std::size_t size);

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 
+#include "format/file_replace.h"
 #include "host/bitmap.h"
 #include "host/inhouse/system.h"
 #include "host/material.h"
@@ -23,19 +24,6 @@ struct BitmapRelease {
 using LoadedBitmap = std::unique_ptr<Bitmap, BitmapRelease>;
 
 std::string directoryOrCurrent(const std::string& dir) { return dir.empty() ? std::string(".") : dir; }
-
-bool writeAll(int fd, const char* data, std::size_t length) {
-  while (length > 0) {
-    const ssize_t n = ::write(fd, data, length);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    data += n;
-    length -= static_cast<std::size_t>(n);
-  }
-  return true;
-}
 
 // Copies the bytes of `in` into `out`; false with errno set on failure.
 bool copyBytes(int in, int out) {
