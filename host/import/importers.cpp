@@ -15,6 +15,8 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "host/inhouse/sanitized.h"
+
 namespace hostimport {
 
 namespace fs = std::filesystem;
@@ -54,14 +56,6 @@ std::string bufferNameFor(const std::string& scenePath) {
 // machine's memory makes such a reservation fail at once, as a refused file,
 // while no honest model comes near it. Sanitizer builds reserve vast shadow
 // ranges of their own and are left alone.
-// GCC says so with __SANITIZE_ADDRESS__, clang through __has_feature.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZTX_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-#define ZTX_SANITIZED 1
-#endif
-#endif
 
 void limitMemoryToMachine() {
 #if !defined(ZTX_SANITIZED)

@@ -62,32 +62,49 @@ std::vector<Point3> readPoints(const JsonCursor& c, LoadContext& ctx) {
   return out;
 }
 
-// Unsigned integers grouped by `group`: inline, or a buffer of uint32 groups.
-std::vector<std::uint32_t> readUInt32s(const JsonCursor& c, LoadContext& ctx, std::size_t group, const char* what) {
-  std::vector<std::uint32_t> out;
-  if (isBufferReference(c)) {
-    const BufferView v = ctx.buffers.view(c, 4 * group);
-    out.resize(v.count * group);
-    if (!out.empty()) std::memcpy(out.data(), v.data, out.size() * 4);
-    fromLittleEndian<std::uint32_t>(out.data(), out.size());
-    return out;
-  }
-  checkFlatArray(c, group, what);
-  const nlohmann::json& a = c.json();
-  out.resize(a.size());
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    const nlohmann::json& e = a[i];
-    if (e.is_number_unsigned() || (e.is_number_integer() && e.get<long long>() >= 0)) {
-      const auto u = e.get<unsigned long long>();
-      if (u <= std::numeric_limits<std::uint32_t>::max()) {
-        out[i] = static_cast<std::uint32_t>(u);
-        continue;
-      }
+// Unsigned integers grouped by `group`: read in place from a buffer of
+// uint32 groups, or decoded from an inline array. A big mesh's index lists
+// then go from the buffer file to the mesh in one copy.
+class UInt32s {
+ public:
+  UInt32s(const JsonCursor& c, LoadContext& ctx, std::size_t group, const char* what) {
+    if (isBufferReference(c)) {
+      const BufferView v = ctx.buffers.view(c, 4 * group);
+      bytes_ = v.data;
+      size_ = v.count * group;
+      return;
     }
-    failElement(c, i, "expected an integer from 0 to 4294967295");
+    checkFlatArray(c, group, what);
+    const nlohmann::json& a = c.json();
+    decoded_.resize(a.size());
+    for (std::size_t i = 0; i < a.size(); ++i) {
+      const nlohmann::json& e = a[i];
+      if (e.is_number_unsigned() || (e.is_number_integer() && e.get<long long>() >= 0)) {
+        const auto u = e.get<unsigned long long>();
+        if (u <= std::numeric_limits<std::uint32_t>::max()) {
+          decoded_[i] = static_cast<std::uint32_t>(u);
+          continue;
+        }
+      }
+      failElement(c, i, "expected an integer from 0 to 4294967295");
+    }
+    size_ = decoded_.size();
   }
-  return out;
-}
+
+  std::size_t size() const { return size_; }
+  std::uint32_t operator[](std::size_t i) const {
+    if (!bytes_) return decoded_[i];
+    std::uint32_t value;
+    std::memcpy(&value, bytes_ + 4 * i, 4);
+    fromLittleEndian<std::uint32_t>(&value, 1);
+    return value;
+  }
+
+ private:
+  const unsigned char* bytes_ = nullptr;  // the buffer's bytes, when read in place
+  std::vector<std::uint32_t> decoded_;     // the inline array's values
+  std::size_t size_ = 0;
+};
 
 // Material ids: inline, or a buffer of uint16.
 std::vector<MtlID> readMaterialIds(const JsonCursor& c, LoadContext& ctx) {
@@ -125,10 +142,11 @@ std::vector<TVFace> readMapFaces(const JsonCursor& mesh, const char* vertsName, 
     return {};
   }
   if (vertCount == 0) facesMember->fail(std::string("given without \"") + vertsName + "\"");
-  const std::vector<std::uint32_t> indices = readUInt32s(*facesMember, ctx, 3, "index triples");
+  const UInt32s indices(*facesMember, ctx, 3, "index triples");
   expectPerFace(*facesMember, indices.size() / 3, faceCount);
   std::vector<TVFace> out(faceCount);
-  if (faceCount) std::memcpy(static_cast<void*>(out.data()), indices.data(), faceCount * sizeof(TVFace));
+  for (std::size_t f = 0; f < faceCount; ++f)
+    for (std::size_t k = 0; k < 3; ++k) out[f].t[k] = indices[3 * f + k];
   return out;
 }
 
@@ -142,7 +160,7 @@ Mesh readMesh(const JsonCursor& c, LoadContext& ctx) {
 
   // Face indices are kept as given, in range or not: clean-up is the
   // exporter's business and tests need meshes that call for it.
-  const std::vector<std::uint32_t> indices = readUInt32s(c["faces"], ctx, 3, "index triples");
+  const UInt32s indices(c["faces"], ctx, 3, "index triples");
   const std::size_t faceCount = indices.size() / 3;
   mesh.faces.resize(faceCount);
   for (std::size_t f = 0; f < faceCount; ++f) {
@@ -152,7 +170,7 @@ Mesh readMesh(const JsonCursor& c, LoadContext& ctx) {
     face.v[2] = indices[3 * f + 2];
   }
   if (const auto sm = c.find("smoothingGroups")) {
-    const std::vector<std::uint32_t> groups = readUInt32s(*sm, ctx, 1, "smoothing-group masks");
+    const UInt32s groups(*sm, ctx, 1, "smoothing-group masks");
     expectPerFace(*sm, groups.size(), faceCount);
     for (std::size_t f = 0; f < faceCount; ++f) mesh.faces[f].smGroup = groups[f];
   }

@@ -247,10 +247,11 @@ class ProgressLine {
 }  // namespace
 
 int main(int argc, char** argv) {
-  // Mesh export allocates and frees many large arrays. Keeping freed memory
-  // in the heap, rather than handing each array back to the system, lets the
-  // next array reuse pages that are already mapped instead of faulting in
-  // fresh zeroed ones.
+  // Mesh export allocates and frees many mid-sized arrays (blocks of 2 MiB
+  // and more are mapped on their own, see large_blocks.cpp). Keeping freed
+  // memory in the heap, rather than handing each array back to the system,
+  // lets the next array reuse pages that are already mapped instead of
+  // faulting in fresh zeroed ones.
   mallopt(M_MMAP_THRESHOLD, 1 << 30);
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
