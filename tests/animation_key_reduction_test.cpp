@@ -1,6 +1,6 @@
-// Key recording and reduction: error cases first, then small and large
-// tolerances, then the interpolation of each value type, with values worked
-// out by hand from the reduction rule.
+// Key recording and reduction: empty and faulty series, recording, then the
+// keys each tolerance keeps, then the interpolation of each value type, with
+// values worked out by hand from the reduction rule.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -56,28 +56,9 @@ KeySeries<T> entriesOf(const KeySeries<T>& s, const std::vector<std::size_t>& at
 
 }  // namespace
 
-// --- error cases ---
-
 TEST(KeyReduction, EmptySeriesGivesNoKeys) {
   EXPECT_TRUE(reduceKeys(KeySeries<float>{}, ScalarKeyTolerance{0.5f}).empty());
   EXPECT_TRUE(reduceKeys(KeySeries<SampleMatrix>{}, kExact, FrameInterpolation::None, false).empty());
-}
-
-TEST(KeyReduction, OneEntryIsTheOnlyKey) {
-  const auto out = reduceKeys(series({0}, {3.0f}), ScalarKeyTolerance{0.0f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0}));
-  EXPECT_EQ(out.values, (std::vector<float>{3.0f}));
-}
-
-TEST(KeyReduction, TwoDifferentEntriesBothStay) {
-  const auto out = reduceKeys(series({0, 1}, {0.0f, 1.0f}), ScalarKeyTolerance{100.0f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0, 1}));
-}
-
-TEST(KeyReduction, ALoneNaNEntryIsKeptOnce) {
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const auto out = reduceKeys(series({0}, {nan}), ScalarKeyTolerance{0.0f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0}));
 }
 
 #ifndef NDEBUG
@@ -88,74 +69,56 @@ TEST(KeyReductionDeathTest, EqualSampleIndicesAreRefusedInDebugBuilds) {
 
 // --- recording ---
 
-TEST(RecordSample, EqualSamplesLeaveOneEntry) {
-  const auto s = recordAll(std::vector<float>(50, 0.25f));
-  EXPECT_EQ(s.indices, (std::vector<int>{0}));
-}
-
-TEST(RecordSample, AChangeAfterARunLeavesAHoldKey) {
+TEST(RecordSample, RepeatsAreDroppedButARunBeforeAChangeLeavesAHoldKey) {
+  EXPECT_EQ(recordAll(std::vector<float>(50, 0.25f)).indices, (std::vector<int>{0}));
   std::vector<float> samples(10, 1.0f);
   samples.insert(samples.end(), 5, 2.0f);
   const auto s = recordAll(samples);
   EXPECT_EQ(s.indices, (std::vector<int>{0, 9, 10}));
   EXPECT_EQ(s.values, (std::vector<float>{1.0f, 1.0f, 2.0f}));
-}
-
-TEST(RecordSample, NaNIsAlwaysRecorded) {
+  // NaN equals nothing: always recorded, and a lone one is kept once.
   const float nan = std::numeric_limits<float>::quiet_NaN();
-  const auto s = recordAll({nan, nan, nan});
-  EXPECT_EQ(s.indices, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(recordAll({nan, nan, nan}).indices, (std::vector<int>{0, 1, 2}));
+  EXPECT_EQ(reduceKeys(recordAll({nan}), ScalarKeyTolerance{0.0f}).indices, (std::vector<int>{0}));
 }
 
 // --- tolerances ---
 
-TEST(KeyReduction, HoldAndChangeSurviveAnyTolerance) {
-  std::vector<float> samples(10, 1.0f);
-  samples.insert(samples.end(), 5, 2.0f);
-  for (float tolerance : {0.0f, 0.5f, 1000.0f}) {
-    const auto out = reduceKeys(recordAll(samples), ScalarKeyTolerance{tolerance});
-    EXPECT_EQ(out.indices, (std::vector<int>{0, 9, 10})) << tolerance;
-  }
-}
-
-TEST(KeyReduction, ALinearRampKeepsOnlyItsEnds) {
-  std::vector<float> ramp;
+TEST(KeyReduction, TheKeysEachToleranceKeeps) {
+  std::vector<float> holdThenChange(10, 1.0f), ramp;
+  holdThenChange.insert(holdThenChange.end(), 5, 2.0f);
   for (int i = 0; i <= 20; ++i) ramp.push_back(static_cast<float>(i) * 0.5f);
-  EXPECT_EQ(reduceKeys(recordAll(ramp), ScalarKeyTolerance{0.0f}).indices, (std::vector<int>{0, 20}));
-}
-
-TEST(KeyReduction, SmallToleranceKeepsEveryCorner) {
-  // A zig-zag: every inner sample lies 1 off the line between its neighbours.
-  const auto out = reduceKeys(recordAll({0, 1, 0, 1, 0}), ScalarKeyTolerance{0.5f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0, 1, 2, 3, 4}));
-}
-
-TEST(KeyReduction, LargeToleranceKeepsTheEnds) {
-  const auto out = reduceKeys(recordAll({0, 1, 0, 1, 0.5f}), ScalarKeyTolerance{10.0f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0, 4}));
-}
-
-TEST(KeyReduction, ADifferenceEqualToTheToleranceMakesNoKey) {
-  // Sample 1 lies exactly 1 above the line from 0 to 0.
-  EXPECT_EQ(reduceKeys(recordAll({0, 1, 0, 0.5f}), ScalarKeyTolerance{1.0f}).indices, (std::vector<int>{0, 3}));
-  EXPECT_EQ(reduceKeys(recordAll({0, 1, 0, 0.5f}), ScalarKeyTolerance{0.999f}).indices,
-            (std::vector<int>{0, 1, 3}));
-}
-
-TEST(KeyReduction, EveryEntrySinceTheLastKeyIsTriedAsTheLeftEnd) {
-  // 0, 1, 2, 3, 3.5: sample 3 interpolated from sample 2 and 4 is 2.75 (off by
-  // 0.25) but from sample 0 and 4 it is 2.625 (off by 0.375): with 0.3 the
-  // earliest left end already fails, so 3 becomes a key.
-  EXPECT_EQ(reduceKeys(recordAll({0, 1, 2, 3, 3.5f}), ScalarKeyTolerance{0.3f}).indices,
-            (std::vector<int>{0, 3, 4}));
-  EXPECT_EQ(reduceKeys(recordAll({0, 1, 2, 3, 3.5f}), ScalarKeyTolerance{0.4f}).indices, (std::vector<int>{0, 4}));
-}
-
-TEST(KeyReduction, ATrailingRunEqualToTheLastKeyAddsNothing) {
-  // Ramp up, then hold: the hold key at 4 stays, the end needs no key.
-  const auto out = reduceKeys(recordAll({0, 1, 2, 3, 4, 4, 4, 4}), ScalarKeyTolerance{0.0f});
-  EXPECT_EQ(out.indices, (std::vector<int>{0, 4}));
-  EXPECT_EQ(out.values.back(), 4.0f);
+  const struct {
+    const char* what;
+    std::vector<float> samples;
+    float tolerance;
+    std::vector<int> keys;
+  } rows[] = {
+      {"one entry is the only key", {3}, 0, {0}},
+      {"two different entries both stay", {0, 1}, 100, {0, 1}},
+      {"a hold and a change survive any tolerance", holdThenChange, 0, {0, 9, 10}},
+      {"a hold and a change survive any tolerance", holdThenChange, 0.5f, {0, 9, 10}},
+      {"a hold and a change survive any tolerance", holdThenChange, 1000, {0, 9, 10}},
+      {"a linear ramp keeps only its ends", ramp, 0, {0, 20}},
+      // Every inner sample lies 1 off the line between its neighbours.
+      {"a small tolerance keeps every corner of a zig-zag", {0, 1, 0, 1, 0}, 0.5f, {0, 1, 2, 3, 4}},
+      {"a large tolerance keeps the ends", {0, 1, 0, 1, 0.5f}, 10, {0, 4}},
+      // Sample 1 lies exactly 1 above the line from 0 to 0.
+      {"a difference equal to the tolerance makes no key", {0, 1, 0, 0.5f}, 1, {0, 3}},
+      {"a difference above the tolerance makes a key", {0, 1, 0, 0.5f}, 0.999f, {0, 1, 3}},
+      // Sample 3 interpolated from samples 2 and 4 is 2.75 (off by 0.25), from
+      // samples 0 and 4 it is 2.625 (off by 0.375): the earliest left end fails 0.3.
+      {"every entry since the last key is tried as the left end", {0, 1, 2, 3, 3.5f}, 0.3f, {0, 3, 4}},
+      {"every entry since the last key is tried as the left end", {0, 1, 2, 3, 3.5f}, 0.4f, {0, 4}},
+      // Ramp up, then hold: the hold key at 4 stays, the end needs no key.
+      {"a trailing run equal to the last key adds nothing", {0, 1, 2, 3, 4, 4, 4, 4}, 0, {0, 4}},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::string(row.what) + ", tolerance " + std::to_string(row.tolerance));
+    const auto out = reduceKeys(recordAll(row.samples), ScalarKeyTolerance{row.tolerance});
+    EXPECT_EQ(out.indices, row.keys);
+    for (std::size_t k = 0; k < out.indices.size(); ++k) EXPECT_EQ(out.values[k], row.samples[out.indices[k]]);
+  }
 }
 
 // --- colour ---
@@ -205,14 +168,19 @@ TEST(MatrixKeys, TranslationAndAxesHaveTheirOwnTolerance) {
   EXPECT_EQ(reduceKeys(recordMatrices(offAxis), {0.05, 1.0}, FrameInterpolation::None, false).size(), 3u);
 }
 
-TEST(MatrixKeys, NormalizedBlendFollowsAConstantTurnCloserThanALinearOne) {
+TEST(MatrixKeys, ANormalizedBlendFollowsATurnAndKeptScalingItsAxisLengths) {
   // 0, 45 and 90 degrees: the linear blend of 0 and 90 has axes of length
   // 0.707 where the sample has length 1; normalised it is the 45 degree turn.
-  const auto s = recordMatrices({turned(0), turned(45), turned(90)});
-  const MatrixKeyTolerance tolerance{1e-6, 0.0};
-  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::None, false).size(), 3u);
-  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, false).size(), 2u);
-  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Orthonormalized, false).size(), 2u);
+  // With axes of length 2 the normalised blend has unit axes; the sample in
+  // between is rebuilt only when the lengths are put back.
+  for (const auto& [scale, mode, maintain, kept] :
+       {std::tuple{1.0, FrameInterpolation::None, false, 3u}, {1.0, FrameInterpolation::Normalized, false, 2u},
+        {1.0, FrameInterpolation::Orthonormalized, false, 2u}, {2.0, FrameInterpolation::Normalized, false, 3u},
+        {2.0, FrameInterpolation::Normalized, true, 2u}}) {
+    const auto s = recordMatrices({turned(0, scale), turned(45, scale), turned(90, scale)});
+    EXPECT_EQ(reduceKeys(s, {1e-6, 0.0}, mode, maintain).size(), kept)
+        << scale << " " << static_cast<int>(mode) << " " << maintain;
+  }
 }
 
 TEST(MatrixKeys, EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt) {
@@ -240,15 +208,6 @@ TEST(MatrixKeys, EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt) {
     const auto s = recordMatrices({withY(0, 1), c.middle, withY(0.6, 0.8)});
     EXPECT_EQ(reduceKeys(s, {1e-9, 0.0}, c.mode, false).indices, c.kept) << static_cast<int>(c.mode);
   }
-}
-
-TEST(MatrixKeys, MaintainedScalingBlendsTheAxisLengths) {
-  // Turning with axes of length 2: normalising the blend alone gives unit
-  // axes; the sample in between is rebuilt only when the lengths are put back.
-  const auto s = recordMatrices({turned(0, 2.0), turned(45, 2.0), turned(90, 2.0)});
-  const MatrixKeyTolerance tolerance{1e-6, 0.0};
-  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, false).size(), 3u);
-  EXPECT_EQ(reduceKeys(s, tolerance, FrameInterpolation::Normalized, true).size(), 2u);
 }
 
 TEST(MatrixKeys, OppositeAxesBlendToAZeroRowThatMakesAKey) {
