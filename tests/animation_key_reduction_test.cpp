@@ -10,14 +10,17 @@
 
 namespace {
 
-KeySeries<float> recordAll(const std::vector<float>& samples) {
-  KeySeries<float> s;
+// Records one sample per index; a braced list of numbers records floats.
+template <typename T = float>
+KeySeries<T> recordAll(const std::vector<T>& samples) {
+  KeySeries<T> s;
   for (std::size_t i = 0; i < samples.size(); ++i) recordSample(s, samples[i], static_cast<int>(i));
   return s;
 }
 
-KeySeries<float> series(std::vector<int> indices, std::vector<float> values) {
-  KeySeries<float> s;
+template <typename T>
+KeySeries<T> series(std::vector<int> indices, std::vector<T> values) {
+  KeySeries<T> s;
   s.indices = std::move(indices);
   s.values = std::move(values);
   return s;
@@ -35,35 +38,16 @@ SampleMatrix turned(double degrees, double scale = 1.0) {
   return {{{c, 0, -s}, {0, scale, 0}, {s, 0, c}, {0, 0, 0}}};
 }
 
-KeySeries<SampleMatrix> recordMatrices(const std::vector<SampleMatrix>& samples) {
-  KeySeries<SampleMatrix> s;
-  for (std::size_t i = 0; i < samples.size(); ++i) recordSample(s, samples[i], static_cast<int>(i));
-  return s;
-}
-
-const MatrixKeyTolerance kExact{0.0, 0.0};
-
-// The entries of `s` at positions `at`, in order.
-template <typename T>
-KeySeries<T> entriesOf(const KeySeries<T>& s, const std::vector<std::size_t>& at) {
-  KeySeries<T> out;
-  for (std::size_t k : at) {
-    out.values.push_back(s.values[k]);
-    out.indices.push_back(s.indices[k]);
-  }
-  return out;
-}
-
 }  // namespace
 
 TEST(KeyReduction, EmptySeriesGivesNoKeys) {
   EXPECT_TRUE(reduceKeys(KeySeries<float>{}, ScalarKeyTolerance{0.5f}).empty());
-  EXPECT_TRUE(reduceKeys(KeySeries<SampleMatrix>{}, kExact, FrameInterpolation::None, false).empty());
+  EXPECT_TRUE(reduceKeys(KeySeries<SampleMatrix>{}, MatrixKeyTolerance{0.0, 0.0}, FrameInterpolation::None, false).empty());
 }
 
 #ifndef NDEBUG
 TEST(KeyReductionDeathTest, EqualSampleIndicesAreRefusedInDebugBuilds) {
-  EXPECT_DEATH(reduceKeys(series({0, 3, 3}, {0.0f, 1.0f, 2.0f}), ScalarKeyTolerance{0.0f}), "indices");
+  EXPECT_DEATH(reduceKeys(series<float>({0, 3, 3}, {0.0f, 1.0f, 2.0f}), ScalarKeyTolerance{0.0f}), "indices");
 }
 #endif
 
@@ -126,20 +110,13 @@ TEST(KeyReduction, TheKeysEachToleranceKeeps) {
 TEST(ColorKeys, TwoUnitsOffTheLineIsDroppedThreeIsKept) {
   const ColorKeyTolerance tolerance{0.01f};  // 2.55 on the 0..255 scale
   for (const auto& [offset, keys] : {std::pair{2.0f, std::vector<int>{0, 2}}, {3.0f, std::vector<int>{0, 1, 2}}}) {
-    KeySeries<SampleColor> s;
-    recordSample(s, SampleColor{0, 0, 0, 255}, 0);
-    recordSample(s, SampleColor{50, 50 + offset, 50, 255}, 1);
-    recordSample(s, SampleColor{100, 100, 100, 255}, 2);
+    const auto s = recordAll<SampleColor>({{0, 0, 0, 255}, {50, 50 + offset, 50, 255}, {100, 100, 100, 255}});
     EXPECT_EQ(reduceKeys(s, tolerance).indices, keys) << offset;
   }
 }
 
 TEST(ColorKeys, AlphaAloneMakesKeysOnlyThroughEquality) {
-  KeySeries<SampleColor> s;
-  recordSample(s, SampleColor{10, 10, 10, 255}, 0);
-  recordSample(s, SampleColor{10, 10, 10, 0}, 1);
-  recordSample(s, SampleColor{10, 10, 10, 255}, 2);
-  recordSample(s, SampleColor{10, 10, 10, 100}, 3);
+  const auto s = recordAll<SampleColor>({{10, 10, 10, 255}, {10, 10, 10, 0}, {10, 10, 10, 255}, {10, 10, 10, 100}});
   // Samples 1 and 2 interpolate perfectly in red, green and blue; the last
   // differs from the last key by alpha only, which the final equality test sees.
   EXPECT_EQ(reduceKeys(s, ColorKeyTolerance{0.0f}).indices, (std::vector<int>{0, 3}));
@@ -151,7 +128,7 @@ TEST(MatrixKeys, ALinearRampInTranslationKeepsItsEnds) {
   std::vector<SampleMatrix> samples;
   for (int i = 0; i <= 16; ++i) samples.push_back(at(i * 0.25, 1.0, -i * 0.5));
   // Within double rounding: the blend multiplies by a reciprocal.
-  EXPECT_EQ(reduceKeys(recordMatrices(samples), {0.0, 1e-12}, FrameInterpolation::None, false).indices,
+  EXPECT_EQ(reduceKeys(recordAll<SampleMatrix>(samples), {0.0, 1e-12}, FrameInterpolation::None, false).indices,
             (std::vector<int>{0, 16}));
 }
 
@@ -159,13 +136,13 @@ TEST(MatrixKeys, TranslationAndAxesHaveTheirOwnTolerance) {
   // The middle sample is 0.1 off the line in translation, and its axes 0.1
   // off in one element.
   const std::vector<SampleMatrix> offTranslation = {at(0), at(1.1), at(2)};
-  EXPECT_EQ(reduceKeys(recordMatrices(offTranslation), {0.0, 0.2}, FrameInterpolation::None, false).size(), 2u);
-  EXPECT_EQ(reduceKeys(recordMatrices(offTranslation), {1.0, 0.05}, FrameInterpolation::None, false).size(), 3u);
+  EXPECT_EQ(reduceKeys(recordAll<SampleMatrix>(offTranslation), {0.0, 0.2}, FrameInterpolation::None, false).size(), 2u);
+  EXPECT_EQ(reduceKeys(recordAll<SampleMatrix>(offTranslation), {1.0, 0.05}, FrameInterpolation::None, false).size(), 3u);
   SampleMatrix bent = at(1);
   bent[0][1] = 0.1;
   const std::vector<SampleMatrix> offAxis = {at(0), bent, at(2)};
-  EXPECT_EQ(reduceKeys(recordMatrices(offAxis), {0.2, 0.0}, FrameInterpolation::None, false).size(), 2u);
-  EXPECT_EQ(reduceKeys(recordMatrices(offAxis), {0.05, 1.0}, FrameInterpolation::None, false).size(), 3u);
+  EXPECT_EQ(reduceKeys(recordAll<SampleMatrix>(offAxis), {0.2, 0.0}, FrameInterpolation::None, false).size(), 2u);
+  EXPECT_EQ(reduceKeys(recordAll<SampleMatrix>(offAxis), {0.05, 1.0}, FrameInterpolation::None, false).size(), 3u);
 }
 
 TEST(MatrixKeys, ANormalizedBlendFollowsATurnAndKeptScalingItsAxisLengths) {
@@ -177,7 +154,7 @@ TEST(MatrixKeys, ANormalizedBlendFollowsATurnAndKeptScalingItsAxisLengths) {
        {std::tuple{1.0, FrameInterpolation::None, false, 3u}, {1.0, FrameInterpolation::Normalized, false, 2u},
         {1.0, FrameInterpolation::Orthonormalized, false, 2u}, {2.0, FrameInterpolation::Normalized, false, 3u},
         {2.0, FrameInterpolation::Normalized, true, 2u}}) {
-    const auto s = recordMatrices({turned(0, scale), turned(45, scale), turned(90, scale)});
+    const auto s = recordAll<SampleMatrix>({turned(0, scale), turned(45, scale), turned(90, scale)});
     EXPECT_EQ(reduceKeys(s, {1e-6, 0.0}, mode, maintain).size(), kept)
         << scale << " " << static_cast<int>(mode) << " " << maintain;
   }
@@ -205,7 +182,7 @@ TEST(MatrixKeys, EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt) {
       {orthonormalMiddle, FrameInterpolation::Orthonormalized, {0, 2}},
   };
   for (const auto& c : cases) {
-    const auto s = recordMatrices({withY(0, 1), c.middle, withY(0.6, 0.8)});
+    const auto s = recordAll<SampleMatrix>({withY(0, 1), c.middle, withY(0.6, 0.8)});
     EXPECT_EQ(reduceKeys(s, {1e-9, 0.0}, c.mode, false).indices, c.kept) << static_cast<int>(c.mode);
   }
 }
@@ -215,7 +192,7 @@ TEST(MatrixKeys, OppositeAxesBlendToAZeroRowThatMakesAKey) {
   // cannot be normalised; the sample in between is kept, not waved through.
   const SampleMatrix half = {{{-1, 0, 0}, {0, 1, 0}, {0, 0, -1}, {0, 0, 0}}};
   const SampleMatrix quarter = {{{0, 0, -1}, {0, 1, 0}, {1, 0, 0}, {0, 0, 0}}};
-  const auto s = recordMatrices({at(0), quarter, half});
+  const auto s = recordAll<SampleMatrix>({at(0), quarter, half});
   EXPECT_EQ(reduceKeys(s, {0.5, 0.0}, FrameInterpolation::Normalized, false).size(), 3u);
 }
 
@@ -245,10 +222,10 @@ TEST(KeyError, TheLargestMissOverEverySampleOfTheSpan) {
   ASSERT_EQ(kept.indices, (std::vector<int>{0, 5}));
   EXPECT_NEAR(largestKeyError(recorded, kept, 6), 0.6f, 1e-6f);
   // After the last key its value holds: a trailing run that equals it misses nothing.
-  EXPECT_EQ(largestKeyError(recordAll({0, 2, 2, 2}), series({0, 1}, {0, 2}), 4), 0.0f);
+  EXPECT_EQ(largestKeyError(recordAll({0, 2, 2, 2}), series<float>({0, 1}, {0, 2}), 4), 0.0f);
 
   // Translation 3.0005 where the line says 3: 0.0005 off, the axes exact.
-  const auto moves = recordMatrices({at(0), at(1), at(2), at(3.0005), at(4)});
+  const auto moves = recordAll<SampleMatrix>({at(0), at(1), at(2), at(3.0005), at(4)});
   const auto ends = reduceKeys(moves, {0.0, 0.001}, FrameInterpolation::None, false);
   ASSERT_EQ(ends.indices, (std::vector<int>{0, 4}));
   const MatrixKeyError e = largestKeyError(moves, ends, 5, FrameInterpolation::None, false);
@@ -256,9 +233,6 @@ TEST(KeyError, TheLargestMissOverEverySampleOfTheSpan) {
   EXPECT_EQ(e.axes, 0.0);
 
   // Alpha takes no part: red 2 units off the line, alpha 100.
-  KeySeries<SampleColor> colours;
-  recordSample(colours, SampleColor{0, 0, 0, 0}, 0);
-  recordSample(colours, SampleColor{12, 10, 10, 100}, 1);
-  recordSample(colours, SampleColor{20, 20, 20, 0}, 2);
-  EXPECT_EQ(largestKeyError(colours, entriesOf(colours, {0, 2}), 3), 2.0f);
+  const auto colours = recordAll<SampleColor>({{0, 0, 0, 0}, {12, 10, 10, 100}, {20, 20, 20, 0}});
+  EXPECT_EQ(largestKeyError(colours, series<SampleColor>({0, 2}, {colours.values[0], colours.values[2]}), 3), 2.0f);
 }
