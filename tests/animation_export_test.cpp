@@ -52,11 +52,18 @@ json animationOf(const json& file, const std::string& node, const std::string& k
   return {};
 }
 
+json fieldsOf(const json& file, const std::string& node, const std::string& kind = "TransformAnimationChunk") {
+  return animationOf(file, node, kind)["fields"];
+}
+
 std::vector<int> samplesOf(const json& keys) {
   std::vector<int> samples;
   for (const auto& k : keys) samples.push_back(k["sample"]);
   return samples;
 }
+
+// The x of a transform key's translation.
+double xOf(const json& key) { return key["transform"][3][0].get<double>(); }
 
 // Names of the top-level chunks with, for animation chunks, their node.
 std::vector<std::string> layout(const json& file) {
@@ -88,61 +95,49 @@ TEST(AnimationPass, EveryExportedNodeGetsATransformChunkAndALightItsParameters) 
                                       "TransformAnimationChunk Parent", "TransformAnimationChunk Lamp",
                                       "OmniLightAnimationChunk Lamp", "TransformAnimationChunk Cam",
                                       "TransformAnimationChunk Kept"}));
+  // With animation off, none at all.
+  EXPECT_EQ(layout(exported(scene(helper("H")), animated({"--set", "exportAnimation=0"}))),
+            (std::vector<std::string>{"HelperChunk"}));
 }
 
-TEST(AnimationPass, AnimationOffWritesNoAnimation) {
-  const auto file = exported(scene(helper("H")), animated({"--set", "exportAnimation=0"}));
-  EXPECT_EQ(layout(file), (std::vector<std::string>{"HelperChunk"}));
-}
-
-TEST(AnimationPass, AStillNodeHasOneKeyOfEachAndTheFixedFields) {
-  const auto file = exported(scene(helper("Parent", R"("children": [)" + helper("H") + "]")));
-  const json h = animationOf(file, "H");
-  EXPECT_EQ(h["children"][0]["fields"], json::parse(R"({"name": "H", "sampleRate": 30, "loop": false})"));
-  const json& f = h["fields"];
-  EXPECT_EQ(f["parentName"], "Parent");
-  EXPECT_EQ(f["numSamples"], 11);
-  EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0}));
-  EXPECT_EQ(samplesOf(f["visibilityKeys"]), (std::vector<int>{0}));
-  EXPECT_EQ(f["visibilityKeys"][0]["value"], 1.0);
-  EXPECT_EQ(f["loopInterpolation"], false);
-  EXPECT_EQ(f["loopToFrame"], 0);
-  EXPECT_EQ(f["frameToFrameInterpolation"], 0);
-  EXPECT_EQ(f["maintainMatrixScaling"], false);
-  EXPECT_EQ(animationOf(file, "Parent")["fields"]["parentName"], "");
+TEST(AnimationPass, AStillNodeHasOneKeyOfEachAndTheFieldsAsTheReductionUsedThem) {
+  const std::vector<std::string> modes = {"--set", "frameToFrameInterpolation=2", "--set", "maintainMatrixScaling=1",
+                                          "--set", "loop=1", "--set", "decreaseEndFrameByOne=0"};
+  for (const bool withModes : {false, true}) {
+    const auto file = exported(scene(helper("Parent", R"("children": [)" + helper("H") + "]")),
+                               animated(withModes ? modes : std::vector<std::string>{}));
+    const json h = animationOf(file, "H");
+    EXPECT_EQ(h["children"][0]["fields"], (json{{"name", "H"}, {"sampleRate", 30}, {"loop", withModes}}));
+    json f = h["fields"];
+    EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0}));
+    f.erase("keys");
+    EXPECT_EQ(f, (json{{"parentName", "Parent"}, {"loopInterpolation", withModes}, {"numSamples", 11}, {"keyCount", 1},
+                       {"visibilityKeyCount", 1}, {"visibilityKeys", json::parse(R"([{"sample": 0, "value": 1}])")},
+                       {"loopToFrame", 0}, {"frameToFrameInterpolation", withModes ? 2 : 0},
+                       {"maintainMatrixScaling", withModes}}));
+    EXPECT_EQ(fieldsOf(file, "Parent")["parentName"], "");
+  }
 }
 
 TEST(AnimationPass, TheKeyMatrixIsTheNodeTransformInTheFileAxes) {
   const auto file = exported(scene(helper("H", R"("transform": {"position": [1, 2, 3]})")),
                              animated({"--set", "rescale=1", "--set", "rescaleFactor=0.5"}));
-  const json t = animationOf(file, "H")["fields"]["keys"][0]["transform"];
-  EXPECT_NEAR(t[3][0].get<double>(), 0.5, 1e-6);
-  EXPECT_NEAR(t[3][1].get<double>(), 1.5, 1e-6);
-  EXPECT_NEAR(t[3][2].get<double>(), 1.0, 1e-6);
-}
-
-TEST(AnimationPass, AStraightMoveKeepsItsEndsAndAStopItsHold) {
-  // Moves over frames 0 to 5, then stands: keys at 0 and 5, nothing after.
-  const auto file = exported(scene(helper("H", moving(0, 0, 5, 10))));
-  const json keys = animationOf(file, "H")["fields"]["keys"];
-  EXPECT_EQ(samplesOf(keys), (std::vector<int>{0, 5}));
-  EXPECT_NEAR(keys[1]["transform"][3][0].get<double>(), 10.0, 1e-5);
+  const json t = fieldsOf(file, "H")["keys"][0]["transform"][3];
+  for (int i = 0; i < 3; ++i) EXPECT_NEAR(t[i].get<double>(), (std::array{0.5, 1.5, 1.0})[i], 1e-6) << i;
 }
 
 TEST(AnimationPass, VisibilityIsKeyedOnItsOwnTrack) {
-  const auto file = exported(scene(helper(
-      "H", R"("visibility": {"keys": [{"frame": 0, "value": 1}, {"frame": 5, "value": 0}, {"frame": 10, "value": 1}]})")));
-  const json f = animationOf(file, "H")["fields"];
+  // H blinks while it stands still. C inherits P's 0.5 but writes its own 1:
+  // the reader multiplies down the hierarchy itself.
+  const auto file = exported(scene(
+      helper("H", R"("visibility": {"keys": [{"frame": 0, "value": 1}, {"frame": 5, "value": 0}, {"frame": 10, "value": 1}]})") +
+      ", " + helper("P", R"("visibility": 0.5, "children": [)" + helper("C") + "]")));
+  const json f = fieldsOf(file, "H");
   EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0}));
   EXPECT_EQ(samplesOf(f["visibilityKeys"]), (std::vector<int>{0, 5, 10}));
   EXPECT_EQ(f["visibilityKeys"][1]["value"], 0.0);
-}
-
-TEST(AnimationPass, AnInheritingNodeWritesItsOwnVisibility) {
-  // The reader multiplies down the hierarchy: C keeps its own 1, not 0.5 x 1.
-  const auto file = exported(scene(helper("P", R"("visibility": 0.5, "children": [)" + helper("C") + "]")));
-  EXPECT_EQ(animationOf(file, "P")["fields"]["visibilityKeys"][0]["value"], 0.5);
-  EXPECT_EQ(animationOf(file, "C")["fields"]["visibilityKeys"][0]["value"], 1.0);
+  EXPECT_EQ(fieldsOf(file, "P")["visibilityKeys"][0]["value"], 0.5);
+  EXPECT_EQ(fieldsOf(file, "C")["visibilityKeys"][0]["value"], 1.0);
 }
 
 TEST(AnimationPass, ADamagedOptionsFileStillGivesPlainKeys) {
@@ -161,11 +156,9 @@ TEST(AnimationPass, ADamagedOptionsFileStillGivesPlainKeys) {
     stored.exportMaterials = 0;
     stored.saveOptions();
   }
-  ztx_test::writeText(dir.file("scene.json"), scene(helper("H", moving(0, 0, 10, 10))));
-  const auto r = ztx_test::runExport(
-      {dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
-  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
-  const json a = animationOf(ztx_test::dumpJson(dir.file("out.zt2")), "H");
+  const auto run = ztx_test::exportSceneIn(dir, scene(helper("H", moving(0, 0, 10, 10))));
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  const json a = animationOf(run.file, "H");
   EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], 30);
   EXPECT_EQ(a["fields"]["numSamples"], 11);
   EXPECT_EQ(a["fields"]["frameToFrameInterpolation"], 0);
@@ -173,94 +166,61 @@ TEST(AnimationPass, ADamagedOptionsFileStillGivesPlainKeys) {
   EXPECT_EQ(samplesOf(a["fields"]["keys"]), (std::vector<int>{0, 10}));
 }
 
-TEST(AnimationPass, ModeAndScalingAreStoredAsTheReductionUsedThem) {
-  const auto file = exported(scene(helper("H")), animated({"--set", "frameToFrameInterpolation=2", "--set",
-                                                           "maintainMatrixScaling=1", "--set", "loop=1", "--set",
-                                                           "decreaseEndFrameByOne=0"}));
-  const json f = animationOf(file, "H")["fields"];
-  EXPECT_EQ(f["frameToFrameInterpolation"], 2);
-  EXPECT_EQ(f["maintainMatrixScaling"], true);
-  EXPECT_EQ(f["loopInterpolation"], true);
-  EXPECT_EQ(animationOf(file, "H")["children"][0]["fields"]["loop"], true);
-}
-
 // --- the sampled span ---
 
-TEST(AnimationSpan, ANodeWithoutKeysTakesTheGivenRange) {
-  EXPECT_EQ(animationOf(exported(scene(helper("H"), "[5, 25]")), "H")["fields"]["numSamples"], 21);
-}
-
-TEST(AnimationSpan, TheNodesOwnRangeInsideTheGivenOneWhenTheGlobalRangeIsOff) {
-  const auto run = exportScene(scene(helper("H", moving(2, 0, 6, 4))),
-                               animated({"--set", "useGlobalAnimationRange=0", "--set", "dumpInfo=1"}));
-  const json f = animationOf(run.file, "H")["fields"];
-  EXPECT_EQ(f["numSamples"], 5);  // frames 2 to 6
-  EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0, 4}));
-  EXPECT_TRUE(infoLines(run).empty()) << run.out;
-}
-
-TEST(AnimationSpan, APartlyOverlappingRangeIsCutWithoutAWarning) {
-  const auto run = exportScene(scene(helper("H", moving(5, 0, 20, 15))),
-                               animated({"--set", "useGlobalAnimationRange=0", "--set", "dumpInfo=1"}));
-  EXPECT_EQ(animationOf(run.file, "H")["fields"]["numSamples"], 6);  // frames 5 to 10
-  EXPECT_TRUE(infoLines(run).empty()) << run.out;
-}
-
-TEST(AnimationSpan, ARangeWhollyAfterTheGivenOneIsWarnedAndHeldAtItsStart) {
-  const std::string moves = scene(helper("H", moving(20, 0, 30, 10)));
-  const std::string warning =
+TEST(AnimationSpan, TheSampledSpanAgainstTheGivenRange) {
+  // Frames 0 to 10 at 30 frames a second (160 ticks a frame) unless a row says
+  // otherwise; `own` turns the global range off. `x` is the last key's x.
+  const std::vector<std::string> own = {"--set", "useGlobalAnimationRange=0"};
+  const std::string after =
       "WARNING: Object \"H\" animation range out of given bounds(3200, 4800; given animation range 0, 1600). Used "
       "range 3200, 3200.";
-  const auto own = exportScene(moves, animated({"--set", "useGlobalAnimationRange=0", "--set", "dumpInfo=1"}));
-  EXPECT_EQ(own.exitCode, 0);  // a warning only
-  EXPECT_EQ(infoLines(own), (std::vector<std::string>{warning}));
-  EXPECT_EQ(animationOf(own.file, "H")["fields"]["numSamples"], 1);
-
-  const auto global = exportScene(moves, animated({"--set", "dumpInfo=1"}));
-  EXPECT_EQ(infoLines(global), (std::vector<std::string>{warning}));
-  const json f = animationOf(global.file, "H")["fields"];
-  EXPECT_EQ(f["numSamples"], 11);
-  EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0}));
-  EXPECT_NEAR(f["keys"][0]["transform"][3][0].get<double>(), 0.0, 1e-6);
-}
-
-TEST(AnimationSpan, ARangeWhollyBeforeTheGivenOneIsHeldAtItsEnd) {
-  const auto run = exportScene(scene(helper("H", moving(0, 0, 4, 8)), "[0, 20]"),
-                               animated({"--set", "startFrame=10", "--set", "useGlobalAnimationRange=0", "--set",
-                                         "dumpInfo=1"}));
-  EXPECT_EQ(infoLines(run), (std::vector<std::string>{
-                                "WARNING: Object \"H\" animation range out of given bounds(0, 640; given animation "
-                                "range 1600, 3200). Used range 640, 640."}));
-  EXPECT_NEAR(animationOf(run.file, "H")["fields"]["keys"][0]["transform"][3][0].get<double>(), 8.0, 1e-5);
-}
-
-TEST(AnimationSpan, TheGlobalRangeHoldsThePoseOutsideTheNodesRange) {
-  // Keys from frame 5 to 20 against frames 0 to 10: samples 0 to 5 repeat the
-  // pose at frame 5, so sample 5 is a hold key and the move starts after it.
-  const json f = animationOf(exported(scene(helper("H", moving(5, 0, 20, 15)))), "H")["fields"];
-  EXPECT_EQ(f["numSamples"], 11);
-  EXPECT_EQ(samplesOf(f["keys"]), (std::vector<int>{0, 5, 10}));
-  EXPECT_NEAR(f["keys"][2]["transform"][3][0].get<double>(), 5.0, 1e-5);
-}
-
-TEST(AnimationSpan, AStepThatDoesNotDivideTheSpanNeverSamplesPastItsEnd) {
-  // 20 samples a second against a scene of 30 frames a second: 240 ticks a
-  // sample over 1600 ticks gives samples at 0, 240, ..., 1440.
-  const auto file = exported(scene(helper("H", moving(0, 0, 10, 10))), animated({"--set", "sampleRate=20"}));
-  const json a = animationOf(file, "H");
-  EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], 20);
-  EXPECT_EQ(a["fields"]["numSamples"], 7);
-  EXPECT_NEAR(a["fields"]["keys"].back()["transform"][3][0].get<double>(), 9.0, 1e-5);  // tick 1440
-}
-
-TEST(AnimationSpan, ASampleRateOfHalfTheScenesHalvesTheSamples) {
-  // 15 samples a second against 30 frames: 320 ticks a sample, frames 0, 2, ..., 10.
-  const auto file = exported(scene(helper("H", moving(0, 0, 10, 10))), animated({"--set", "sampleRate=15"}));
-  const json a = animationOf(file, "H");
-  EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], 15);
-  EXPECT_EQ(a["fields"]["numSamples"], 6);
-  EXPECT_EQ(samplesOf(a["fields"]["keys"]), (std::vector<int>{0, 5}));
-  EXPECT_NEAR(a["fields"]["keys"][1]["transform"][3][0].get<double>(), 10.0, 1e-5);
+  const std::string before =
+      "WARNING: Object \"H\" animation range out of given bounds(0, 640; given animation range 1600, 3200). Used "
+      "range 640, 640.";
+  const struct {
+    const char* what;
+    std::string node, range;
+    std::vector<std::string> args;
+    int rate, numSamples;
+    std::vector<int> keys;
+    double x;
+    std::string warning;
+  } rows[] = {
+      {"no keys: the given range", helper("H"), "[5, 25]", {}, 30, 21, {0}, 0, ""},
+      {"a move, then a stop: its ends and nothing after", helper("H", moving(0, 0, 5, 10)), "[0, 10]", {}, 30, 11,
+       {0, 5}, 10, ""},
+      {"own range inside the given one", helper("H", moving(2, 0, 6, 4)), "[0, 10]", own, 30, 5, {0, 4}, 4, ""},
+      {"own range partly after: cut without a warning", helper("H", moving(5, 0, 20, 15)), "[0, 10]", own, 30, 6,
+       {0, 5}, 5, ""},
+      // Samples 0 to 5 repeat the pose at frame 5: a hold key, then the move.
+      {"global range: the pose held outside the node's", helper("H", moving(5, 0, 20, 15)), "[0, 10]", {}, 30, 11,
+       {0, 5, 10}, 5, ""},
+      {"own range wholly after: held at its start", helper("H", moving(20, 0, 30, 10)), "[0, 10]", own, 30, 1, {0},
+       0, after},
+      {"global range wholly after", helper("H", moving(20, 0, 30, 10)), "[0, 10]", {}, 30, 11, {0}, 0, after},
+      {"own range wholly before: held at its end", helper("H", moving(0, 0, 4, 8)), "[0, 20]",
+       {"--set", "startFrame=10", "--set", "useGlobalAnimationRange=0"}, 30, 1, {0}, 8, before},
+      // 240 ticks a sample over 1600 ticks: samples at 0, 240, ..., 1440.
+      {"a step that does not divide the span never samples past its end", helper("H", moving(0, 0, 10, 10)),
+       "[0, 10]", {"--set", "sampleRate=20"}, 20, 7, {0, 6}, 9, ""},
+      // 320 ticks a sample: frames 0, 2, ..., 10.
+      {"half the scene's rate halves the samples", helper("H", moving(0, 0, 10, 10)), "[0, 10]",
+       {"--set", "sampleRate=15"}, 15, 6, {0, 5}, 10, ""},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::vector<std::string> args = row.args;
+    args.insert(args.end(), {"--set", "dumpInfo=1"});
+    const auto run = exportScene(scene(row.node, row.range), animated(args));
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(infoLines(run), (row.warning.empty() ? std::vector<std::string>{} : std::vector{row.warning}));
+    const json a = animationOf(run.file, "H");
+    EXPECT_EQ(a["children"][0]["fields"]["sampleRate"], row.rate);
+    EXPECT_EQ(a["fields"]["numSamples"], row.numSamples);
+    EXPECT_EQ(samplesOf(a["fields"]["keys"]), row.keys);
+    EXPECT_NEAR(xOf(a["fields"]["keys"].back()), row.x, 1e-5);
+  }
 }
 
 TEST(AnimationSpan, AnEndBeforeTheStartSamplesTheStartAlone) {
@@ -268,88 +228,73 @@ TEST(AnimationSpan, AnEndBeforeTheStartSamplesTheStartAlone) {
   std::filesystem::create_directories(dir.file("config"));
   ztx_test::writeText(dir.file("config/ZTExportAdditional.cfg"),
                       "animation {\n  loopToFrame = 8;\n  startFrame = 8;\n  endFrame = 2;\n}\n");
-  ztx_test::writeText(dir.file("scene.json"), scene(helper("H", moving(0, 0, 10, 10))));
-  const auto r = ztx_test::runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir",
-                                      dir.file("config"), "--quiet", "--set", "exportSkinning=0", "--set",
-                                      "exportMaterials=0"});
-  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
-  EXPECT_NE(r.out.find("WARNING: Animation end frame 2 lies before start frame 8: every node is sampled at the start "
-                       "frame alone.\n"),
+  const auto run = ztx_test::exportSceneIn(dir, scene(helper("H", moving(0, 0, 10, 10))),
+                                           {"--set", "exportSkinning=0", "--set", "exportMaterials=0"});
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  EXPECT_NE(run.out.find("WARNING: Animation end frame 2 lies before start frame 8: every node is sampled at the "
+                         "start frame alone.\n"),
             std::string::npos)
-      << r.out;
-  const json f = animationOf(ztx_test::dumpJson(dir.file("out.zt2")), "H")["fields"];
+      << run.out;
+  const json f = fieldsOf(run.file, "H");
   EXPECT_EQ(f["numSamples"], 1);
-  EXPECT_NEAR(f["keys"][0]["transform"][3][0].get<double>(), 8.0, 1e-5);
-  EXPECT_EQ(ztx_test::runDump({"--validate", dir.file("out.zt2")}).exitCode, 0);
+  EXPECT_NEAR(xOf(f["keys"][0]), 8.0, 1e-5);
 }
 
 // --- light parameters ---
 
-TEST(LightAnimation, ConstantParametersGiveOneKeyPerTrack) {
+TEST(LightAnimation, ConstantParametersGiveOneKeyPerTrackInTheChunkOfTheirKind) {
   const auto file = exported(
       scene(R"({"name": "L", "object": {"type": "light", "lightType": "spot", "color": [1, 0.5, 0],
                 "multiplier": 2, "hotspotDegrees": 30, "falloffDegrees": 40,
-                "attenuationStart": 100, "attenuationEnd": 500}})"),
+                "attenuationStart": 100, "attenuationEnd": 500}},
+               {"name": "D", "object": {"type": "light", "lightType": "directional"}},
+               {"name": "A", "object": {"type": "light", "lightType": "ambient"}})"),
       animated({"--set", "rescale=1", "--set", "rescaleFactor=0.01"}));
-  const json f = animationOf(file, "L", "SpotLightAnimationChunk")["fields"];
+  const json f = fieldsOf(file, "L", "SpotLightAnimationChunk");
   EXPECT_EQ(f["numSamples"], 11);
-  for (const char* track :
-       {"colourKeys", "intensityKeys", "attenuationStartKeys", "attenuationEndKeys", "hotspotKeys", "falloffKeys"})
-    EXPECT_EQ(samplesOf(f[track]), (std::vector<int>{0})) << track;
-  EXPECT_EQ(f["colourKeys"][0]["colour"], json::parse("[255, 127.5, 0, 255]"));
-  EXPECT_EQ(f["intensityKeys"][0]["value"], 2.0);
-  EXPECT_NEAR(f["attenuationStartKeys"][0]["value"].get<double>(), 1.0, 1e-6);  // rescaled
-  EXPECT_NEAR(f["attenuationEndKeys"][0]["value"].get<double>(), 5.0, 1e-6);
-  EXPECT_NEAR(f["hotspotKeys"][0]["value"].get<double>(), 0.5235988, 1e-6);  // radians
-  EXPECT_NEAR(f["falloffKeys"][0]["value"].get<double>(), 0.6981317, 1e-6);
+  EXPECT_EQ(f["colourKeys"], json::parse(R"([{"sample": 0, "colour": [255, 127.5, 0, 255]}])"));
+  // Attenuation rescaled, cones in radians.
+  for (const auto& [track, value] : {std::pair{"intensityKeys", 2.0}, {"attenuationStartKeys", 1.0},
+                                     {"attenuationEndKeys", 5.0}, {"hotspotKeys", 0.5235988}, {"falloffKeys", 0.6981317}}) {
+    ASSERT_EQ(samplesOf(f[track]), (std::vector<int>{0})) << track;
+    EXPECT_NEAR(f[track][0]["value"].get<double>(), value, 1e-6) << track;
+  }
+  // A directional light has no attenuation; the ambient kind is a spot.
+  const json d = animationOf(file, "D", "DirectionalLightAnimationChunk");
+  ASSERT_FALSE(d.is_null());
+  EXPECT_FALSE(d["fields"].contains("attenuationStartKeys"));
+  EXPECT_EQ(samplesOf(fieldsOf(file, "A", "SpotLightAnimationChunk")["hotspotKeys"]), (std::vector<int>{0}));
 }
 
 TEST(LightAnimation, AMultiplierCrossingZeroFlipsTheColourAndFoldsTheIntensity) {
   // 1 at frame 0 to -1 at frame 10: zero at sample 5, negative after it.
-  const auto file = exported(scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni",
-      "multiplier": {"keys": [{"frame": 0, "value": 1}, {"frame": 10, "value": -1}]}}})"));
-  const json f = animationOf(file, "L", "OmniLightAnimationChunk")["fields"];
+  const json f = fieldsOf(exported(scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni",
+      "multiplier": {"keys": [{"frame": 0, "value": 1}, {"frame": 10, "value": -1}]}}})")),
+                          "L", "OmniLightAnimationChunk");
   EXPECT_EQ(samplesOf(f["intensityKeys"]), (std::vector<int>{0, 5, 10}));
   EXPECT_EQ(samplesOf(f["colourKeys"]), (std::vector<int>{0, 5, 6}));
   EXPECT_EQ(f["colourKeys"][2]["colour"], json::parse("[-255, -255, -255, 255]"));
 }
 
-TEST(LightAnimation, EachKindHasItsChunkAndAmbientIsASpot) {
-  const std::string nodes = R"({"name": "D", "object": {"type": "light", "lightType": "directional"}},
-                               {"name": "A", "object": {"type": "light", "lightType": "ambient"}})";
-  const auto file = exported(scene(nodes));
-  const json d = animationOf(file, "D", "DirectionalLightAnimationChunk");
-  ASSERT_FALSE(d.is_null());
-  EXPECT_FALSE(d["fields"].contains("attenuationStartKeys"));
-  const json a = animationOf(file, "A", "SpotLightAnimationChunk");
-  ASSERT_FALSE(a.is_null());
-  EXPECT_EQ(samplesOf(a["fields"]["hotspotKeys"]), (std::vector<int>{0}));
-}
-
 TEST(LightAnimation, ParameterKeysOutsideTheTransformsWidenTheLightsSpan) {
-  // The node has no transform keys; its multiplier is keyed from frame 4 on.
-  const auto file = exported(scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni",
-      "multiplier": {"keys": [{"frame": 4, "value": 1}, {"frame": 8, "value": 3}]}}})"),
-                             animated({"--set", "useGlobalAnimationRange=0"}));
-  EXPECT_EQ(animationOf(file, "L")["fields"]["numSamples"], 11);  // no transform keys: the given range
-  const json f = animationOf(file, "L", "OmniLightAnimationChunk")["fields"];
-  EXPECT_EQ(f["numSamples"], 5);  // frames 4 to 8
-  EXPECT_EQ(samplesOf(f["intensityKeys"]), (std::vector<int>{0, 4}));
-}
-
-TEST(LightAnimation, ALightKeyedOnlyAfterTheGivenRangeHoldsItsFirstKey) {
-  // Multiplier keys at frames 20 and 30 against frames 0 to 10: the light is
-  // held at frame 20, one sample with the global range off, eleven with it on.
-  const std::string lamp = scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni",
-      "multiplier": {"keys": [{"frame": 20, "value": 2}, {"frame": 30, "value": 3}]}}})");
-  for (const auto& [global, samples] : {std::pair{"0", 1}, {"1", 11}}) {
-    const auto run = exportScene(lamp, animated({"--set", std::string("useGlobalAnimationRange=") + global, "--set",
-                                                 "dumpInfo=1"}));
+  // Without transform keys the transform chunk takes the given range (frames 0
+  // to 10); the light's own span follows its multiplier keys. Keys wholly after
+  // the range hold the first one, silently: one sample, eleven with the global range.
+  const std::string after = R"([{"frame": 20, "value": 2}, {"frame": 30, "value": 3}])";
+  for (const auto& [keys, global, numSamples, kept, first] :
+       {std::tuple{std::string(R"([{"frame": 4, "value": 1}, {"frame": 8, "value": 3}])"), "0", 5, std::vector{0, 4}, 1.0},
+        {after, "0", 1, {0}, 2.0},
+        {after, "1", 11, {0}, 2.0}}) {
+    SCOPED_TRACE(keys + " global " + global);
+    const auto run = exportScene(
+        scene(R"({"name": "L", "object": {"type": "light", "lightType": "omni", "multiplier": {"keys": )" + keys + "}}}"),
+        animated({"--set", std::string("useGlobalAnimationRange=") + global, "--set", "dumpInfo=1"}));
     EXPECT_TRUE(infoLines(run).empty()) << run.out;
-    const json f = animationOf(run.file, "L", "OmniLightAnimationChunk")["fields"];
-    EXPECT_EQ(f["numSamples"], samples) << global;
-    EXPECT_EQ(samplesOf(f["intensityKeys"]), (std::vector<int>{0})) << global;
-    EXPECT_EQ(f["intensityKeys"][0]["value"], 2.0) << global;
+    EXPECT_EQ(fieldsOf(run.file, "L")["numSamples"], 11);
+    const json f = fieldsOf(run.file, "L", "OmniLightAnimationChunk");
+    EXPECT_EQ(f["numSamples"], numSamples);
+    EXPECT_EQ(samplesOf(f["intensityKeys"]), kept);
+    EXPECT_EQ(f["intensityKeys"][0]["value"], first);
   }
 }
 
@@ -413,10 +358,8 @@ TEST(AnimationPass, ProgressCountsEveryNodeTwiceAndEndsAtTheWhole) {
   for (const auto& c : run->host->progressCalls())
     if (c.kind == hostmodel::ProgressCall::Update) updates.emplace_back(c.percent, c.title);
   // Three nodes with the root, doubled: six steps; the root's two close the pass.
-  EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"A\""},
-                                                              {33, "Geometry for \"B\""},
-                                                              {50, "Animation for \"A\""},
-                                                              {66, "Animation for \"B\""},
+  EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"A\""}, {33, "Geometry for \"B\""},
+                                                              {50, "Animation for \"A\""}, {66, "Animation for \"B\""},
                                                               {100, "Animation done"}}));
 }
 
@@ -440,16 +383,14 @@ TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
                                       dir.file("example.zt2"), "--config-dir", dir.file("config"), "--quiet"});
   ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
   const auto file = ztx_test::dumpJson(dir.file("example.zt2"));
-  const json marker = animationOf(file, "Marker")["fields"];
+  const json marker = fieldsOf(file, "Marker");
   EXPECT_EQ(marker["numSamples"], 30);
   EXPECT_EQ(samplesOf(marker["visibilityKeys"]), (std::vector<int>{0, 15, 29}));
-  EXPECT_EQ(samplesOf(animationOf(file, "Spot01", "SpotLightAnimationChunk")["fields"]["intensityKeys"]),
-            (std::vector<int>{0, 29}));
-  EXPECT_GT(animationOf(file, "Character")["fields"]["keyCount"].get<int>(), 2);
+  EXPECT_EQ(samplesOf(fieldsOf(file, "Spot01", "SpotLightAnimationChunk")["intensityKeys"]), (std::vector<int>{0, 29}));
+  EXPECT_GT(fieldsOf(file, "Character")["keyCount"].get<int>(), 2);
   // The hierarchy: Props turns, the lamp under it rises to frame 15 and sinks back.
-  EXPECT_GT(animationOf(file, "Props")["fields"]["keyCount"].get<int>(), 2);
-  const json lamp = animationOf(file, "Lamp")["fields"];
-  EXPECT_EQ(lamp["parentName"], "Props");
-  EXPECT_EQ(samplesOf(lamp["keys"]), (std::vector<int>{0, 15, 29}));
+  EXPECT_GT(fieldsOf(file, "Props")["keyCount"].get<int>(), 2);
+  EXPECT_EQ(fieldsOf(file, "Lamp")["parentName"], "Props");
+  EXPECT_EQ(samplesOf(fieldsOf(file, "Lamp")["keys"]), (std::vector<int>{0, 15, 29}));
   EXPECT_TRUE(animationOf(file, "Bip_Pelvis").is_null());  // hidden, removed
 }

@@ -1,18 +1,14 @@
 // Loading scenes into the host model: the documented and the shipped example
-// scenes, transforms and keyed values, frame rate and cancelling, and the
-// messages for bad input.
+// scenes, transforms and keyed values, the frame rate, and the messages for
+// bad input. Cancelling is pinned by the export tests that count the questions.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
 #include <filesystem>
 #include <limits>
-#include <functional>
-#include <set>
 
-#include "host/bitmap.h"
 #include "host/inode.h"
-#include "host/material.h"
 #include "host/memory/memory_host.h"
 #include "host/memory/memory_node.h"
 #include "host/mesh.h"
@@ -46,11 +42,6 @@ TEST(HostModelScene, TheDocumentedSmallSceneLoads) {
   EXPECT_NEAR(triangle->GetNodeTM(2400).GetTrans().z, 2.5f, 1e-6f);
 }
 
-void walk(INode* node, const std::function<void(INode*)>& visit) {
-  visit(node);
-  for (int i = 0; i < node->NumberOfChildren(); ++i) walk(node->GetChildNode(i), visit);
-}
-
 IPhysiqueExport* physiqueOf(INode* node) {
   Object* ref = node->GetObjectRef();
   if (!ref || ref->SuperClassID() != GEN_DERIVOB_CLASS_ID) return nullptr;
@@ -61,32 +52,12 @@ IPhysiqueExport* physiqueOf(INode* node) {
   return nullptr;
 }
 
-TEST(HostModelScene, ExampleSceneExportsCleanlyWithDefaultOptions) {
+// That the example exports without an error (unique names, materials, a
+// Physique on every examined node) and finds its images is checked by the
+// whole exports of it; here, what the model holds beyond that.
+TEST(HostModelScene, TheExampleSharesOneMeshBetweenTwoSkins) {
   auto host = hostmodel::loadScene(ztx_test::sourcePath("examples/example.scene.json"));
-  EXPECT_EQ(host->GetAnimRange(), Interval(0, 30 * 160));
-  // What the pre-pass asks of every examined node (hidden nodes removed):
-  // a unique name, a material on geometry and shapes, a Physique modifier.
-  std::set<std::string> names;
-  int examined = 0, hidden = 0;
-  walk(host->GetRootNode(), [&](INode* node) {
-    if (node->IsRootNode()) return;
-    EXPECT_TRUE(names.insert(node->GetName()).second) << "duplicate name " << node->GetName();
-    if (node->IsNodeHidden()) {
-      ++hidden;
-      return;
-    }
-    ++examined;
-    EXPECT_NE(physiqueOf(node), nullptr) << node->GetName();
-    Object* obj = node->EvalWorldState(0).obj;
-    if (obj && obj->ClassID() != TARGET_CLASS_ID &&
-        (obj->SuperClassID() == GEOMOBJECT_CLASS_ID || obj->SuperClassID() == SHAPE_CLASS_ID)) {
-      EXPECT_NE(node->GetMtl(), nullptr) << node->GetName();
-    }
-  });
-  EXPECT_EQ(examined, 9);
-  EXPECT_EQ(hidden, 4);
-
-  // The two characters share one mesh, each with its own skin context whose vertices match the mesh.
+  // Each character has its own skin context, whose vertices match the shared mesh.
   INode* character = host->findNode("Character");
   INode* copy = host->findNode("CharacterCopy");
   Object* mesh = character->EvalWorldState(0).obj;
@@ -96,26 +67,9 @@ TEST(HostModelScene, ExampleSceneExportsCleanlyWithDefaultOptions) {
   EXPECT_GT(m.getNumVertCol(), 0);
   IPhyContextExport* contexts[2] = {physiqueOf(character)->GetContextInterface(character),
                                     physiqueOf(copy)->GetContextInterface(copy)};
-  ASSERT_NE(contexts[0], nullptr);
-  ASSERT_NE(contexts[1], nullptr);
+  ASSERT_TRUE(contexts[0] && contexts[1]);
   EXPECT_NE(contexts[0], contexts[1]);
   for (IPhyContextExport* ctx : contexts) EXPECT_EQ(ctx->GetNumberVertices(), m.getNumVerts());
-  Mtl* body = character->GetMtl();
-  ASSERT_EQ(body->NumSubMtls(), 2);
-  for (int i = 0; i < 2; ++i) EXPECT_EQ(body->GetSubMtl(i)->ClassID(), Class_ID(0x62af033c, 0x48255d2d));
-  Texmap* tex = body->GetSubMtl(1)->GetSubTexmap(0);
-  ASSERT_NE(tex, nullptr);
-  // Its image loads through the host's bitmap manager, looked up beside the scene file.
-  std::string mapFileName;
-  ASSERT_TRUE(tex->GetParamString("mapFileName", mapFileName));
-  BitmapInfo info(mapFileName);
-  ASSERT_EQ(host->GetBitmapManager()->GetImageInfo(&info), BMMRES_SUCCESS) << mapFileName;
-  BMMRES status = BMMRES_ERRORTAKENCARE;
-  Bitmap* bitmap = host->GetBitmapManager()->Load(&info, &status);
-  ASSERT_NE(bitmap, nullptr);
-  EXPECT_TRUE(std::filesystem::exists(bitmap->Info().Name())) << bitmap->Info().Name();
-  bitmap->DeleteThis();
-  EXPECT_EQ(host->outstandingBitmaps(), 0);
 }
 
 TEST(HostModelScene, ChildUnderScaledRotatedParent) {
@@ -183,25 +137,12 @@ TEST(HostModelScene, TicksPerFrameFollowSetFrameRateButKeysStay) {
       "position": {"keys": [{"frame": 0, "value": [0, 0, 0]}, {"frame": 24, "value": [1, 0, 0]}]}}}]})");
   EXPECT_EQ(host->GetTicksPerFrame(), 200);
   EXPECT_EQ(host->GetAnimRange(), Interval(2000, 8000));
-  host->SetFrameRate(25);
-  EXPECT_EQ(host->GetTicksPerFrame(), 192);
-  host->SetFrameRate(7);
-  EXPECT_EQ(host->GetTicksPerFrame(), 685);  // integer division, as the host does
-  host->SetFrameRate(0);
-  EXPECT_EQ(host->GetTicksPerFrame(), 4800);
+  for (const auto& [rate, ticks] : {std::pair{25, 192}, {7, 685}, {0, 4800}}) {  // integer division, as the host does
+    host->SetFrameRate(rate);
+    EXPECT_EQ(host->GetTicksPerFrame(), ticks) << rate;
+  }
   EXPECT_EQ(host->GetAnimRange(), Interval(2000, 8000));
   EXPECT_EQ(host->findNode("N")->GetTimeRange(TIMERANGE_ALL), Interval(0, 4800));
-}
-
-TEST(HostModelScene, CancelAnswersTrueFromTheNthCallOn) {
-  auto host = load("{}");
-  for (int i = 0; i < 10; ++i) EXPECT_FALSE(host->GetCancel());
-  host->setCancelFromCall(13);
-  EXPECT_FALSE(host->GetCancel());
-  EXPECT_FALSE(host->GetCancel());
-  EXPECT_TRUE(host->GetCancel());
-  EXPECT_TRUE(host->GetCancel());
-  EXPECT_EQ(host->cancelQueries(), 14);
 }
 
 TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {

@@ -30,52 +30,32 @@ json lightFields(const std::string& lightJson, const std::vector<std::string>& a
 
 }  // namespace
 
-TEST(Cameras, NearPlaneBelowTheMinimumIsRaisedAndReported) {
-  const auto run = exportScene(cameraScene(0.5f, 1000), scaled("0.001"));
-  ASSERT_EQ(run.exitCode, 0) << run.err;
-  const auto cam = findObject(run.file, "Cam");
-  EXPECT_EQ(cam["name"], "CameraChunk");
-  EXPECT_FLOAT_EQ(cam["fields"]["nearPlane"].get<float>(), 0.001f);
-  EXPECT_FLOAT_EQ(cam["fields"]["farPlane"].get<float>(), 1.0f);
-  EXPECT_NEAR(cam["fields"]["fov"].get<float>(), 1.0471976f, 1e-6f);  // 60 degrees, not scaled
-  EXPECT_EQ(infoLines(run),
-            (std::vector<std::string>{"INFO: Camera \"Cam\" had front plane set to 0.0005. It was changed to 0.0010"}));
-  EXPECT_EQ(run.exitCode, 0);  // information only
-}
-
-TEST(Cameras, NearPlaneAtTheMinimumPassesUnchanged) {
-  const auto run = exportScene(cameraScene(0.001f, 50), plainOptions());
-  EXPECT_FLOAT_EQ(findObject(run.file, "Cam")["fields"]["nearPlane"].get<float>(), 0.001f);
-  EXPECT_TRUE(infoLines(run).empty()) << run.out;
-}
-
-TEST(Cameras, ClipPlanesAreScaled) {
-  const auto run = exportScene(cameraScene(1, 1000), scaled("100"));
-  const auto f = findObject(run.file, "Cam")["fields"];
-  EXPECT_FLOAT_EQ(f["nearPlane"].get<float>(), 100.0f);
-  EXPECT_FLOAT_EQ(f["farPlane"].get<float>(), 100000.0f);
-}
-
-TEST(Cameras, HiddenCameraWritesNothing) {
-  const auto run = exportScene(R"({"nodes": [{"name": "Cam", "hidden": true, "object": {"type": "camera"}}]})",
-                               plainOptions({"--set", "exportEnvironment=0"}));
-  EXPECT_EQ(run.exitCode, 0);
-  EXPECT_FALSE(run.fileWritten);
+TEST(Cameras, ClipPlanesAreScaledAndTheNearOneRaisedToTheMinimum) {
+  // A near plane scaled below 0.001 is raised to it, with a message only.
+  const std::string raised = "INFO: Camera \"Cam\" had front plane set to 0.0005. It was changed to 0.0010";
+  for (const auto& [hither, yon, factor, nearPlane, farPlane, info] :
+       {std::tuple{0.5f, 1000.0f, "0.001", 0.001f, 1.0f, raised}, {0.001f, 50.0f, "1", 0.001f, 50.0f, ""},
+        {1.0f, 1000.0f, "100", 100.0f, 100000.0f, ""}}) {
+    const auto run = exportScene(cameraScene(hither, yon), scaled(factor));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto cam = findObject(run.file, "Cam");
+    EXPECT_EQ(cam["name"], "CameraChunk");
+    EXPECT_FLOAT_EQ(cam["fields"]["nearPlane"].get<float>(), nearPlane);
+    EXPECT_FLOAT_EQ(cam["fields"]["farPlane"].get<float>(), farPlane);
+    EXPECT_NEAR(cam["fields"]["fov"].get<float>(), 1.0471976f, 1e-6f);  // 60 degrees, never scaled
+    EXPECT_EQ(infoLines(run), (info.empty() ? std::vector<std::string>{} : std::vector{info})) << factor;
+  }
 }
 
 TEST(Lights, OmniColourCarriesTheSignOfTheMultiplier) {
-  auto f = lightFields(R"({"type": "light", "lightType": "omni", "color": [1, 1, 1], "multiplier": 0.5})")["fields"];
-  EXPECT_EQ(f["colour"], json::parse("[255.0, 255.0, 255.0, 255.0]"));
-  EXPECT_FLOAT_EQ(f["intensity"].get<float>(), 0.5f);
-
-  f = lightFields(R"({"type": "light", "lightType": "omni", "color": [1, 1, 1], "multiplier": -0.5})")["fields"];
-  EXPECT_EQ(f["colour"], json::parse("[-255.0, -255.0, -255.0, 255.0]"));
-  EXPECT_FLOAT_EQ(f["intensity"].get<float>(), 0.5f);
-
-  f = lightFields(R"({"type": "light", "lightType": "omni", "color": [0.2, 0.4, 1], "multiplier": 0})")["fields"];
-  EXPECT_FLOAT_EQ(f["colour"][0].get<float>(), 0.2f * 255.0f);
-  EXPECT_FLOAT_EQ(f["colour"][1].get<float>(), 0.4f * 255.0f);
-  EXPECT_FLOAT_EQ(f["intensity"].get<float>(), 0.0f);
+  for (const auto& [colour, multiplier, written, intensity] :
+       {std::tuple{"[1, 1, 1]", "0.5", "[255, 255, 255, 255]", 0.5f}, {"[1, 1, 1]", "-0.5", "[-255, -255, -255, 255]", 0.5f},
+        {"[0.2, 0.4, 1]", "0", "[51, 102, 255, 255]", 0.0f}}) {
+    const auto f = lightFields(std::string(R"({"type": "light", "lightType": "omni", "color": )") + colour +
+                               R"(, "multiplier": )" + multiplier + "}")["fields"];
+    EXPECT_EQ(f["colour"], json::parse(written)) << multiplier;
+    EXPECT_FLOAT_EQ(f["intensity"].get<float>(), intensity) << multiplier;
+  }
 }
 
 TEST(Lights, SpotConesInRadiansAndAttenuationScaled) {
@@ -102,20 +82,21 @@ TEST(Lights, KindByType) {
   EXPECT_EQ(lightFields(R"({"type": "light", "lightType": "omni"})")["name"], "OmniLightChunk");
 }
 
-TEST(Lights, HiddenLightWritesNothing) {
-  const auto run = exportScene(
-      R"({"nodes": [{"name": "L", "hidden": true, "object": {"type": "light", "lightType": "omni"}}, {"name": "Keep", "object": {"type": "helper"}}]})",
-      plainOptions());
-  EXPECT_EQ(objectNames(run.file), (std::vector<std::string>{"Keep"}));
-}
-
 TEST(Helpers, ClassNameTellsHelpersApart) {
   const auto run = exportScene(R"({"nodes": [{"name": "D", "object": {"type": "helper", "className": "Dummy"}},
-                                             {"name": "P", "object": {"type": "helper", "className": "Point"}},
-                                             {"name": "Gone", "hidden": true, "object": {"type": "helper"}}]})",
+                                             {"name": "P", "object": {"type": "helper", "className": "Point"}}]})",
                                plainOptions());
   ASSERT_EQ(run.exitCode, 0) << run.err;
-  EXPECT_EQ(objectNames(run.file), (std::vector<std::string>{"D", "P"}));
   EXPECT_EQ(findObject(run.file, "D")["fields"]["className"], "Dummy");
   EXPECT_EQ(findObject(run.file, "P")["fields"]["className"], "Point");
+}
+
+// Each kind checks for itself whether its node is exported.
+TEST(SceneObjects, HiddenCamerasLightsAndHelpersWriteNothing) {
+  const auto run = exportScene(R"({"nodes": [{"name": "C", "hidden": true, "object": {"type": "camera"}},
+      {"name": "L", "hidden": true, "object": {"type": "light", "lightType": "omni"}},
+      {"name": "H", "hidden": true, "object": {"type": "helper"}}, {"name": "Keep", "object": {"type": "helper"}}]})",
+                               plainOptions({"--set", "exportEnvironment=0"}));
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  EXPECT_EQ(objectNames(run.file), (std::vector<std::string>{"Keep"}));
 }

@@ -1,5 +1,6 @@
 // The object pass over whole scenes, read back through zt2dump: which nodes
-// are written, in which order, with which parent and transform.
+// are written, in which order, with which parent, transform and user
+// properties, and the environment before them.
 #include <gtest/gtest.h>
 
 #include "support/scene_export.h"
@@ -35,25 +36,19 @@ std::string scene(const std::string& nodes, const std::string& top = "") {
 
 }  // namespace
 
-TEST(SceneWalk, TopLevelPositionIsTurnedIntoTheFileAxes) {
+TEST(SceneWalk, TopLevelPositionIsTurnedIntoTheFileAxesAndRescaledWhenSwitchedOn) {
   const auto s = scene(helperNode("P", R"(, "transform": {"position": [1, 2, 3]})"));
-  const auto run = exportScene(s, plainOptions());
-  ASSERT_EQ(run.exitCode, 0) << run.err;
-  const auto f = objectFields(findObject(run.file, "P"));
-  expectMatrix(f["transform"], {kFileX, kFileY, kFileZ, {1, 3, 2}});
-  EXPECT_EQ(f["parentName"], "");
-  EXPECT_EQ(f["hasParent"], false);
-
-  const auto half = exportScene(s, plainOptions({"--set", "rescale=1", "--set", "rescaleFactor=0.5"}));
-  ASSERT_EQ(half.exitCode, 0) << half.err;
-  // Only the translation row is rescaled.
-  expectMatrix(objectFields(findObject(half.file, "P"))["transform"], {kFileX, kFileY, kFileZ, {0.5f, 1.5f, 1.0f}});
-}
-
-TEST(SceneWalk, RescaleIsIgnoredUnlessSwitchedOn) {
-  const auto s = scene(helperNode("P", R"(, "transform": {"position": [1, 2, 3]})"));
-  const auto run = exportScene(s, plainOptions({"--set", "rescale=0", "--set", "rescaleFactor=2.5"}));
-  expectMatrix(objectFields(findObject(run.file, "P"))["transform"], {kFileX, kFileY, kFileZ, {1, 3, 2}});
+  // Only the translation row is rescaled, and only with rescaling on.
+  for (const auto& [rescale, factor, translation] :
+       {std::tuple{"0", "1", std::vector<float>{1, 3, 2}}, {"1", "0.5", {0.5f, 1.5f, 1.0f}}, {"0", "2.5", {1, 3, 2}}}) {
+    const auto run = exportScene(s, plainOptions({"--set", std::string("rescale=") + rescale, "--set",
+                                                  std::string("rescaleFactor=") + factor}));
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const auto f = objectFields(findObject(run.file, "P"));
+    expectMatrix(f["transform"], {kFileX, kFileY, kFileZ, translation});
+    EXPECT_EQ(f["parentName"], "");
+    EXPECT_EQ(f["hasParent"], false);
+  }
 }
 
 TEST(SceneWalk, HierarchyKeptGivesTransformsRelativeToTheParent) {
@@ -112,17 +107,18 @@ TEST(SceneWalk, GroupHeadsAreSkippedAsParents) {
   EXPECT_EQ(objectFields(findObject(run.file, "Inner"))["parentName"], "Member");
 }
 
-TEST(SceneWalk, DepthFirstOrderAndSkippedKinds) {
+TEST(SceneWalk, DepthFirstOrderSkippedKindsAndUserProperties) {
   const auto s = scene(
       helperNode("A", "",
                  R"({"name": "Spline", "object": {"type": "shape"}, "children": [)" + helperNode("UnderShape") + "]}, " +
                      R"({"name": "Empty", "children": [)" + helperNode("UnderEmpty") + "]}") +
-      ", " + helperNode("B"));
+      ", " + helperNode("B", R"(, "userProperties": "lod=1\nshadow=off")"));
   const auto run = exportScene(s, plainOptions());
   ASSERT_EQ(run.exitCode, 0) << run.err;
   // Shapes and nodes without an object write nothing, silently; their children are still written.
   EXPECT_EQ(objectNames(run.file), (std::vector<std::string>{"A", "UnderShape", "UnderEmpty", "B"}));
   EXPECT_TRUE(infoLines(run).empty()) << run.out;
+  EXPECT_EQ(objectFields(findObject(run.file, "B"))["userProperties"], "lod=1\nshadow=off");
 }
 
 TEST(SceneWalk, UnknownObjectsWarnUnlessHiddenAndRemoved) {
@@ -140,11 +136,6 @@ TEST(SceneWalk, SwitchedOffKindsAreSkippedSilently) {
   const auto run = exportScene(s, plainOptions({"--set", "exportHelpers=0", "--set", "exportLights=0"}));
   ASSERT_EQ(run.exitCode, 0) << run.err;
   EXPECT_EQ(objectNames(run.file), (std::vector<std::string>{"Cam"}));
-}
-
-TEST(SceneWalk, UserPropertiesAreCarried) {
-  const auto run = exportScene(scene(helperNode("U", R"(, "userProperties": "lod=1\nshadow=off")")), plainOptions());
-  EXPECT_EQ(objectFields(findObject(run.file, "U"))["userProperties"], "lod=1\nshadow=off");
 }
 
 TEST(SceneWalk, EnvironmentComesFirst) {
