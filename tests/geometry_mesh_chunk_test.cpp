@@ -7,7 +7,6 @@
 
 #include "format/memory_file.h"
 #include "geometry/geometry_readers.h"
-#include "host/inhouse/exceptions.h"
 
 namespace {
 
@@ -140,23 +139,4 @@ TEST(VertexDataChunk, IsEightSequencesInOrder) {
     EXPECT_EQ(in.readUInt(), value);
   }
   EXPECT_EQ(in.tell(), h.end());
-}
-
-TEST(GeometryReaders, RejectEveryTruncation) {
-  MeshRecord mesh;
-  mesh.name() = "T";
-  mesh.vertices().resize(2);
-  mesh.faces();
-  mesh.materialNames() = {"a"};
-  VertexDataRecord skin;
-  skin.setNodeName("Body");
-  skin.setBoneNames({"R"});
-  for (std::size_t n = 0; n < written(mesh).getSize(); ++n) {
-    T_MemoryFile in = written(mesh, n);
-    EXPECT_THROW(readMeshChunk(in), T_Exception) << "mesh cut at " << n;
-  }
-  for (std::size_t n = 0; n < written(skin).getSize(); ++n) {
-    T_MemoryFile in = written(skin, n);
-    EXPECT_THROW(readVertexDataChunk(in), T_Exception) << "skin data cut at " << n;
-  }
 }

@@ -155,12 +155,6 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
               "%zu as glTF, %d validated, %d with validator errors, %d validator warnings\n",
               GetParam().c_str(), models.size(), exported, reported, refusedCount, glbs.size(), valid.files,
               valid.withErrors, valid.warnings);
-  RecordProperty("models", static_cast<int>(models.size()));
-  RecordProperty("exported", exported);
-  RecordProperty("reported", reported);
-  RecordProperty("refused", refusedCount);
-  RecordProperty("gltfValidated", valid.files);
-  RecordProperty("gltfWithErrors", valid.withErrors);
 }
 
 INSTANTIATE_TEST_SUITE_P(Assimp, Corpus, testing::ValuesIn(directories()), [](const auto& info) {

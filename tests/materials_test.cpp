@@ -20,23 +20,24 @@ using ztx_test::TempDir;
 
 namespace {
 
-// Every case's images: still PNGs, a three-frame list, and a list showing
-// one file in every frame.
-void putImages(const TempDir& dir) {
-  fs::create_directories(dir.path() / "img");
-  for (const char* png : {"skin.png", "wave1.png", "wave2.png", "wave3.png"})
-    fs::copy_file(ztx_test::sourcePath(std::string("examples/textures/") + png), dir.path() / "img" / png);
-  ztx_test::writeText(dir.file("img/wave.ifl"), "; frames\nwave1.png\n\n  wave2.png  \nwave3.png\n");
-  ztx_test::writeText(dir.file("img/same.ifl"), "skin.png\nskin.png\nskin.png\n");
-}
-
-const std::vector<std::string> kMaterialOptions = {"--set", "exportSkinning=0", "--set", "exportAnimation=0"};
-
-std::vector<std::string> withOptions(std::vector<std::string> more) {
-  std::vector<std::string> args = kMaterialOptions;
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
-}
+// Each case in a directory of its own holding the images: still PNGs, a
+// three-frame list, and a list showing one file in every frame.
+class Materials : public testing::Test {
+ protected:
+  Materials() {
+    fs::create_directories(dir.path() / "img");
+    for (const char* png : {"skin.png", "wave1.png", "wave2.png", "wave3.png"})
+      fs::copy_file(ztx_test::sourcePath(std::string("examples/textures/") + png), dir.path() / "img" / png);
+    ztx_test::writeText(dir.file("img/wave.ifl"), "; frames\nwave1.png\n\n  wave2.png  \nwave3.png\n");
+    ztx_test::writeText(dir.file("img/same.ifl"), "skin.png\nskin.png\nskin.png\n");
+  }
+  // Exports `scene` without skin and animation, with one more option set.
+  ztx_test::ExportRun exportWith(const std::string& scene, const std::string& set, const std::string& out = "out.zt2") {
+    return ztx_test::exportSceneIn(dir, scene,
+                                   {"--set", "exportSkinning=0", "--set", "exportAnimation=0", "--set", set}, out);
+  }
+  TempDir dir;
+};
 
 // Two nodes: the first carries a multi-material (Layers, empty, Still), the
 // second Plain; so the pre-pass meets Layers, Still, Plain in that order.
@@ -82,10 +83,8 @@ std::vector<std::string> childNames(const json& chunk, const char* field = "name
 
 }  // namespace
 
-TEST(Materials, WholeExportReadsBackInPrePassOrder) {
-  TempDir dir;
-  putImages(dir);
-  const auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps;more"}));
+TEST_F(Materials, WholeExportReadsBackInPrePassOrder) {
+  const auto run = exportWith(kScene, "texturePath=maps;more");
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
   const json& list = materialList(run.file);
   ASSERT_FALSE(list.is_null());
@@ -151,9 +150,7 @@ TEST(Materials, WholeExportReadsBackInPrePassOrder) {
     EXPECT_EQ(ztx_test::readBytes(maps + "/" + png), ztx_test::readBytes(img + "/" + png)) << png;
 }
 
-TEST(Materials, CopiesNeverOverwrite) {
-  TempDir dir;
-  putImages(dir);
+TEST_F(Materials, CopiesNeverOverwrite) {
   // A file already at one destination, older and different from the image.
   fs::create_directories(dir.path() / "maps");
   const std::string kept = dir.file("maps/skin.png");
@@ -161,14 +158,14 @@ TEST(Materials, CopiesNeverOverwrite) {
   const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
   fs::last_write_time(kept, old);
 
-  auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps"}));
+  auto run = exportWith(kScene, "texturePath=maps");
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
   const auto lines = ztx_test::infoLines(run);
   ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(lines[3], "INFO: Texture \"" + kept + "\" already exists - file not overwritten.");
 
   // A second export of the same scene copies nothing.
-  run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=maps"}), "second.zt2");
+  run = exportWith(kScene, "texturePath=maps", "second.zt2");
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
   std::vector<std::string> expected;
   for (const char* png : {"wave1.png", "wave2.png", "wave3.png", "skin.png"})
@@ -178,13 +175,11 @@ TEST(Materials, CopiesNeverOverwrite) {
   EXPECT_EQ(fs::last_write_time(kept), old);
 }
 
-TEST(Materials, CopyFailureIsAnErrorWithTheSystemText) {
-  TempDir dir;
-  putImages(dir);
+TEST_F(Materials, CopyFailureIsAnErrorWithTheSystemText) {
   // A file where the copy directory's parent should be: neither creating the directory nor
   // copying into it can work, whoever runs the test.
   ztx_test::writeText(dir.file("blocker"), "");
-  const auto run = ztx_test::exportSceneIn(dir, kScene, withOptions({"--set", "texturePath=blocker/maps"}));
+  const auto run = exportWith(kScene, "texturePath=blocker/maps");
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_FALSE(run.fileWritten);
   // The directory is still missing at each copy, so each tries to create it again.
@@ -201,9 +196,7 @@ TEST(Materials, CopyFailureIsAnErrorWithTheSystemText) {
 
 // The texture converter on its own, where the record can be looked at even
 // when the export fails.
-TEST(Materials, FramesThatFailToLoadAreLeftOutWithTheirError) {
-  TempDir dir;
-  putImages(dir);
+TEST_F(Materials, FramesThatFailToLoadAreLeftOutWithTheirError) {
   const auto png = ztx_test::readBytes(dir.file("img/wave2.png"));
   ztx_test::writeBytes(dir.file("img/cut.png"), {png.begin(), png.begin() + 40});
   ztx_test::writeText(dir.file("img/text.png"), "this is no image");
@@ -246,9 +239,7 @@ TEST(Materials, FramesThatFailToLoadAreLeftOutWithTheirError) {
   }
 }
 
-TEST(Materials, EveryCheckReportsInOrder) {
-  TempDir dir;
-  putImages(dir);
+TEST_F(Materials, EveryCheckReportsInOrder) {
   // Pre-pass order: Dup, Std, Dup, Twin, Twin, Dup, NoVis, Mask, BadTex, NoMap, Missing.
   const std::string scene = R"({
     "texmaps": [{"id": "still", "type": "ztTexture", "name": "Still", "params": {"mapFileName": "img/skin.png"}}],
@@ -276,7 +267,7 @@ TEST(Materials, EveryCheckReportsInOrder) {
               {"name": "N5", "material": "novis"}, {"name": "N6", "material": "mask"},
               {"name": "N7", "material": "badtex"}, {"name": "N8", "material": "nomap"},
               {"name": "N9", "material": "missing"}]})";
-  const auto run = ztx_test::exportSceneIn(dir, scene, withOptions({"--set", "copyTextures=0"}));
+  const auto run = exportWith(scene, "copyTextures=0");
   EXPECT_EQ(run.exitCode, 1);
   EXPECT_FALSE(run.fileWritten);
   EXPECT_EQ(ztx_test::infoLines(run), (std::vector<std::string>{
@@ -292,7 +283,7 @@ TEST(Materials, EveryCheckReportsInOrder) {
       "Export process canceled due to error(s) encountered."}));
 }
 
-TEST(Materials, RecordsCopyTheirTexturesAndValidate) {
+TEST_F(Materials, RecordsCopyTheirTexturesAndValidate) {
   MaterialRecord a;
   a.layer(1).fileNames = {"one.png"};
   MaterialRecord b = a;
