@@ -1,7 +1,7 @@
 // Reading back what the geometry writers write: a MeshChunk into a
-// MeshRecord and a VertexDataChunk into a VertexDataRecord. Used by the dump
-// tool and the tests; every fault throws T_Exception naming the file and
-// the byte offset.
+// MeshRecord and a VertexDataChunk into a VertexDataRecord, so that tests
+// can compare an export record by record (zt2dump has a reader of its own);
+// every fault throws T_Exception naming the file and the byte offset.
 #pragma once
 
 #include "format/memory_file.h"
