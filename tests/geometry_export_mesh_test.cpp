@@ -225,14 +225,21 @@ TEST(ExportMesh, SecondNodeOfTheSameObjectIsWrittenAsAReference) {
   EXPECT_EQ(fx.exporter.meshReferenceTable.at(fx.host->findObject("m")), "First") << "never replaced";
 }
 
-TEST(ExportMesh, FloatingVerticesAreRemovedOnlyWithTheOption) {
+TEST(ExportMesh, FloatingVerticesAreRemovedOnlyWithTheOptionAndFacesOnMissingVerticesAlways) {
   for (bool remove : {true, false}) {
     json mesh = cube();
     mesh["vertices"].insert(mesh["vertices"].end(), {9, 9, 9});  // used by no face
+    mesh["faces"].insert(mesh["faces"].end(), {0, 1, 99});        // names a vertex that does not exist
+    mesh["smoothingGroups"].push_back(1);
     Scene fx(mesh, {meshNode("Box")});
     fx.exporter.options.removeFloatingVertices = remove;
     fx.exportNode("Box");
     EXPECT_EQ(fx.meshes().at(0).vertexPart().positions.size(), remove ? 24u : 25u);
+    EXPECT_EQ(fx.meshes().at(0).facePart().indices.size(), 36u);
+    // The clean-up drops such a face silently; without it, the export says so.
+    EXPECT_EQ(fx.log(), remove ? std::vector<std::string>{}
+                               : std::vector<std::string>{"WARNING: Object \"Box\" has 1 faces naming vertices that "
+                                                          "do not exist; they are not exported"});
   }
 }
 
