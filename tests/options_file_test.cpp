@@ -250,4 +250,7 @@ TEST(OptionsFile, FloatsOutsideTheSpinnersLimitsAreBroughtToThem) {
   }
   Loaded l(patched(10, rotationDeltaAt, floatValue(nan)));
   EXPECT_EQ(l.record.rotationDelta, 0.001f);
+  // The position delta, read after the path count, the two paths and retainHierarchies.
+  Loaded p(patched(10, rescaleFactorAt + 5 + 5 + 12 + 8 + 5, floatValue(inf)));
+  EXPECT_EQ(p.record.positionDelta, 100.0f);
 }

@@ -5,10 +5,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <limits>
 #include <thread>
 
-#include "options/options_dialog.h"
 #include "support/scene_export.h"
 
 using ztx_test::runExport;
@@ -84,36 +82,6 @@ TEST(Zt2ExportHostile, ConcurrentOptionSavesLeaveOneWholeFile) {
   std::vector<std::string> names;
   for (const auto& e : fs::directory_iterator(dir.file("config"))) names.push_back(e.path().filename().string());
   EXPECT_EQ(names, std::vector<std::string>{"ZTExport.cfg"});
-}
-
-TEST(Zt2ExportHostile, OutOfRangeConfigurationStillGivesValidFiles) {
-  TempDir dir;
-  ztx_test::writeText(dir.file("scene.json"),
-                      R"({"nodes": [{"name": "H", "object": {"type": "helper"},
-                          "transform": {"position": {"keys": [{"frame": 0, "value": [0, 0, 0]},
-                                                              {"frame": 10, "value": [1, 2, 3]}]}}}]})");
-  fs::create_directories(dir.file("config"));
-  {
-    OptionsDialog record(dir.file("config"), 30);
-    record.rescale = 1;
-    record.rescaleFactor = std::numeric_limits<float>::quiet_NaN();
-    record.positionDelta = std::numeric_limits<float>::infinity();
-    record.sampleRate = -7;
-    record.sceneFrameRate = 0;
-    record.frameToFrameInterpolation = 7;
-    record.maintainMatrixScaling = 1;
-    record.saveOptions();
-  }
-  const auto r = runExport(argsFor(dir, dir.file("out.zt2"), {"--save-options"}));
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  for (const char* file : {"out.zt2", "config/ZTExport.cfg"}) {
-    const auto v = ztx_test::runDump({"--validate", dir.file(file)});
-    EXPECT_EQ(v.exitCode, 0) << file << ": " << v.out << v.err;
-  }
-  const auto cfg = ztx_test::dumpJson(dir.file("config/ZTExport.cfg"))["fields"];
-  EXPECT_EQ(cfg["rescaleFactor"], 1.0);
-  EXPECT_EQ(cfg["positionDelta"], 100.0);
-  EXPECT_EQ(cfg["frameToFrameInterpolation"], 7);
 }
 
 TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
