@@ -48,7 +48,12 @@ struct Fixture {
     readAdditionalConfig(exporter);
   }
   std::string scriptPath() const { return dir.file("ZTExportAdditional.cfg"); }
-  const std::vector<std::string>& log() const { return exporter.infoLog.lines(); }
+  // The one logged error of a script that fails, or none when `message` is empty.
+  void expectScriptError(const std::string& message) const {
+    const std::string line = "Error while reading additional config script: " + message;
+    EXPECT_EQ(exporter.infoLog.lines(), message.empty() ? std::vector<std::string>{} : std::vector<std::string>{line});
+    EXPECT_EQ(exporter.hasError(), !message.empty());
+  }
 };
 
 // The settings a script may change: start, end and loop-to frame, the two
@@ -179,8 +184,7 @@ TEST(ReadAdditionalConfig, ScriptOverrides) {
     EXPECT_TRUE(f.exporter.options.maintainMatrixScaling);
     // The objects are still evaluated at the dialog's start frame.
     EXPECT_EQ(f.exporter.startTime, 2 * 160);
-    EXPECT_TRUE(f.log().empty());
-    EXPECT_FALSE(f.exporter.hasError());
+    f.expectScriptError("");
   }
 }
 
@@ -202,11 +206,7 @@ TEST(ReadAdditionalConfig, InterpolationWords) {
     EXPECT_EQ(f.exporter.options.frameToFrameInterpolation, method);
     EXPECT_EQ(f.exporter.options.maintainMatrixScaling, scaling);
     EXPECT_EQ(f.exporter.options.positionDelta, 0.125f);
-    EXPECT_EQ(f.log(), invalid.empty() ? std::vector<std::string>{}
-                                       : std::vector<std::string>{"Error while reading additional config script: "
-                                                                  "frame to frame interpolation method not valid(" +
-                                                                  invalid + ")"});
-    EXPECT_EQ(f.exporter.hasError(), !invalid.empty());
+    f.expectScriptError(invalid.empty() ? "" : "frame to frame interpolation method not valid(" + invalid + ")");
   }
 }
 
@@ -231,9 +231,6 @@ TEST(ReadAdditionalConfig, NothingAppliesUnlessTheBlockParses) {
     if (script) ztx_test::writeText(f.scriptPath(), *script);
     readAdditionalConfig(f.exporter);
     EXPECT_EQ(got(f.exporter.options), Got(2, 30, loopTo, 0.5f, 0.25f, true, true));
-    EXPECT_EQ(f.log(), error.empty() ? std::vector<std::string>{}
-                                     : std::vector<std::string>{"Error while reading additional config script: " +
-                                                                f.scriptPath() + error});
-    EXPECT_EQ(f.exporter.hasError(), !error.empty());
+    f.expectScriptError(error.empty() ? "" : f.scriptPath() + error);
   }
 }
