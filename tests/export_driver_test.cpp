@@ -80,9 +80,7 @@ TEST_F(DriverTest, FrameRangeComesFromTheSceneAndTheRateIsRestored) {
   EXPECT_EQ(seenEnd, 30);  // frames 10 to 40 at 30 fps
   EXPECT_EQ(run->exporter.startTime, 0);
   EXPECT_EQ(run->exporter.ticksPerFrame, 160);  // the scene's own rate, taken before the sample rate
-  EXPECT_EQ(run->exporter.options.sampleRate, 15);
-  EXPECT_EQ(run->host->GetFrameRate(), 30);
-  EXPECT_EQ(run->host->GetTicksPerFrame(), 160);
+  EXPECT_EQ(run->host->GetFrameRate(), 30);  // back from the sample rate
   EXPECT_TRUE(std::filesystem::exists(run->target));
 }
 
@@ -142,17 +140,15 @@ TEST_F(DriverTest, CancelStopsTheWalkAndSavesWhatWasWritten) {
   EXPECT_TRUE(run->host->exportInfoTexts().empty());
 }
 
-TEST_F(DriverTest, ErrorsAreShownLastLineFirstAndNoFileIsWritten) {
-  const std::string s = R"({"nodes": [{"name": "X", "object": {"type": "helper"}}, {"name": "X", "id": "X2", "object": {"type": "helper"}}]})";
-  auto run = exportScene(s);
+// That nothing is written and the errors show although dumpInfo is off, the
+// pre-pass tests read back from zt2export; here the text the host receives.
+TEST_F(DriverTest, ErrorsOfThePrePassEndTheRunBeforeTheWalk) {
+  auto run = exportScene(R"({"nodes": [{"name": "X", "object": {"type": "helper"}},
+                                       {"name": "X", "id": "X2", "object": {"type": "helper"}}]})");
   EXPECT_EQ(run->result, 1);
-  EXPECT_TRUE(run->exporter.hasError());
-  EXPECT_FALSE(std::filesystem::exists(run->target));
-  ASSERT_EQ(run->host->exportInfoTexts().size(), 1u);  // shown although dumpInfo is off
-  EXPECT_EQ(run->host->exportInfoTexts()[0], "ERROR: Two objects have a same name: X\r\n" + kCancelLine + "\r\n");
-  // No pass ran after the pre-pass: the walk never updated the progress bar.
-  EXPECT_EQ(countKind(*run->host, ProgressCall::Update), 0);
-  EXPECT_EQ(run->host->GetFrameRate(), 30);
+  EXPECT_EQ(run->host->exportInfoTexts(),
+            std::vector<std::string>{"ERROR: Two objects have a same name: X\r\n" + kCancelLine + "\r\n"});
+  EXPECT_EQ(countKind(*run->host, ProgressCall::Update), 0);  // no pass ran after the pre-pass
 }
 
 TEST_F(DriverTest, DumpInfoShowsOnlyWhenThereIsSomethingToShow) {

@@ -122,29 +122,6 @@ std::vector<std::string> historyAfterSave(const std::vector<std::string>& histor
 
 }  // namespace
 
-TEST(OptionsFile, SavedOnlyWhenClosedAfterOk) {
-  TempDir dir;
-  {
-    OptionsDialog record(dir.path().string(), 30);
-    expectReadUpTo(record, 0);
-    EXPECT_EQ(record.configFilePath, dir.path().string() + "/ZTExport.cfg");
-    EXPECT_FALSE(record.loadOptions());
-  }
-  EXPECT_FALSE(std::filesystem::exists(dir.file("ZTExport.cfg")));
-  {
-    OptionsDialog record(dir.path().string(), 30);
-    record.exportLights = 0;
-    record.saveOnClose = true;
-  }
-  OptionsDialog again(dir.path().string(), 30);
-  EXPECT_EQ(again.exportLights, 0);
-  EXPECT_EQ(again.texturePathHistory, std::vector<std::string>{"."});
-  // A directory that cannot be written to is not reported.
-  OptionsDialog lost((dir.path() / "missing" / "deeper").string(), 30);
-  EXPECT_NO_THROW(lost.saveOptions());
-  EXPECT_FALSE(std::filesystem::exists(lost.configFilePath));
-}
-
 TEST(OptionsFile, EveryVersionReadsExactlyItsValues) {
   for (int version = 1; version <= 10; ++version) {
     SCOPED_TRACE("version " + std::to_string(version));
@@ -250,4 +227,7 @@ TEST(OptionsFile, FloatsOutsideTheSpinnersLimitsAreBroughtToThem) {
   }
   Loaded l(patched(10, rotationDeltaAt, floatValue(nan)));
   EXPECT_EQ(l.record.rotationDelta, 0.001f);
+  // The position delta, read after the path count, the two paths and retainHierarchies.
+  Loaded p(patched(10, rescaleFactorAt + 5 + 5 + 12 + 8 + 5, floatValue(inf)));
+  EXPECT_EQ(p.record.positionDelta, 100.0f);
 }
