@@ -1,5 +1,5 @@
-// zt2export's operator new, linked into this test so that everything here
-// (GoogleTest included) allocates through it.
+// zt2export's operator new and heap set-up, linked into this test so that
+// everything here (GoogleTest included) allocates through them.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "host/inhouse/sanitized.h"
+#include "tools/zt2export/allocator.h"
 
 // Sanitizer builds keep the sanitizer's operator new: nothing of ours to test there.
 
@@ -20,7 +21,8 @@ constexpr std::size_t kMiB = std::size_t{1} << 20;
 
 bool onHugeBoundary(const void* p) { return reinterpret_cast<std::uintptr_t>(p) % (2 * kMiB) == 0; }
 
-TEST(LargeBlocks, EverySizeIsWholeWritableAndBigOnesStartOnAHugePage) {
+TEST(Allocator, EverySizeIsWholeWritableAndBigOnesStartOnAHugePage) {
+  setUpAllocator();  // as zt2export does first; what follows runs on the prepared heap
   for (const std::size_t size : {std::size_t{0}, std::size_t{1}, 2 * kMiB - 1, 2 * kMiB, 2 * kMiB + 1, 37 * kMiB}) {
     SCOPED_TRACE(size);
     auto block = std::unique_ptr<unsigned char[]>(new unsigned char[size]);
@@ -33,7 +35,7 @@ TEST(LargeBlocks, EverySizeIsWholeWritableAndBigOnesStartOnAHugePage) {
   }
 }
 
-TEST(LargeBlocks, MoreLiveBlocksThanTheTableHoldsStillWork) {
+TEST(Allocator, MoreLiveBlocksThanTheTableHoldsStillWork) {
   // The table of mapped blocks is fixed; past it, big blocks come from malloc.
   std::vector<std::unique_ptr<char[]>> live;
   for (int i = 0; i < 600; ++i) {
@@ -47,13 +49,13 @@ TEST(LargeBlocks, MoreLiveBlocksThanTheTableHoldsStillWork) {
   EXPECT_TRUE(onHugeBoundary(again.get()));
 }
 
-TEST(LargeBlocks, AnAbsurdSizeIsRefusedTheStandardWay) {
+TEST(Allocator, AnAbsurdSizeIsRefusedTheStandardWay) {
   const std::size_t absurd = std::size_t{1} << 62;
   EXPECT_THROW((void)std::make_unique<char[]>(absurd), std::bad_alloc);
   EXPECT_EQ(::operator new(absurd, std::nothrow), nullptr);
 }
 
-TEST(LargeBlocks, ThreadsAllocateAndFreeSideBySide) {
+TEST(Allocator, ThreadsAllocateAndFreeSideBySide) {
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([t] {

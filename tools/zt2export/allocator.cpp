@@ -1,16 +1,9 @@
-// zt2export's operator new for big blocks. A mesh of a million triangles
-// lives in a few dozen arrays of several megabytes each, and on 4 KiB pages
-// the kernel faults every one of them in page by page: on such a mesh that
-// cost more than all of the mesh processing. Blocks of 2 MiB and more are
-// therefore mapped on their own, aligned to 2 MiB and offered to the kernel
-// for transparent huge pages, so each fault brings in 512 pages at once.
-// Smaller blocks, and big ones whenever a mapping fails, come from malloc.
-//
-// Replacing the global operator new in the executable replaces it for the
-// exporter module and every library the process loads, which is what the
-// host's allocator is for. Sanitizer builds keep their own operator new, so
-// that they still see every overrun.
+// zt2export's operator new and heap set-up; allocator.h says why.
+#include "tools/zt2export/allocator.h"
+
+#include <malloc.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstddef>
@@ -126,5 +119,26 @@ void operator delete(void* p, std::size_t) noexcept { release(p); }
 void operator delete[](void* p, std::size_t) noexcept { release(p); }
 void operator delete(void* p, const std::nothrow_t&) noexcept { release(p); }
 void operator delete[](void* p, const std::nothrow_t&) noexcept { release(p); }
+
+void setUpAllocator() {
+  // Arrays below 2 MiB come from the heap and are handed back to it, never
+  // to the system: the next array reuses pages already in place.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+  // Grow the heap by one block, free it (it stays as the heap's top), and
+  // ask for huge pages on the new part. Where the heap cannot grow, malloc
+  // maps the block instead, the break does not move and nothing is asked.
+  constexpr std::size_t kHeapGrowth = std::size_t{64} << 20;
+  const auto before = reinterpret_cast<std::uintptr_t>(::sbrk(0));
+  void* volatile block = std::malloc(kHeapGrowth);  // volatile: the compiler may not drop the pair
+  std::free(block);
+  const auto after = reinterpret_cast<std::uintptr_t>(::sbrk(0));
+  const std::uintptr_t first = (before + kHugePage - 1) & ~(std::uintptr_t{kHugePage} - 1);
+  if (after > first) ::madvise(reinterpret_cast<void*>(first), after - first, MADV_HUGEPAGE);
+}
+
+#else
+
+void setUpAllocator() {}
 
 #endif
