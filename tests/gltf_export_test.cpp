@@ -95,7 +95,12 @@ TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
                            "Bip_Pelvis", "Bip_Spine", "Bip_Head"})
     EXPECT_EQ(byName.count(name), 1u) << name;
   // glTF wants a skin's joints under one root: the three go under a new one.
-  ASSERT_EQ(m.nodes.size(), 12u);
+  // The camera's target has keys but no object chunk: an empty node carries
+  // them, at the root where its first key (host (0, 0, 2)) puts it.
+  ASSERT_EQ(m.nodes.size(), 13u);
+  const tinygltf::Node& target = m.nodes[byName["Camera01.Target"]];
+  EXPECT_EQ(target.extras.Get("type").Get<std::string>(), "animated");
+  expectNear(target.translation, {0, 2, 0});
   EXPECT_EQ(m.nodes[byName["Character skeleton"]].children,
             (std::vector<int>{byName["Bip_Pelvis"], byName["Bip_Spine"], byName["Bip_Head"]}));
 

@@ -133,6 +133,29 @@ Mat4 Builder::nodeGlobal(int node) const {
   return g;
 }
 
+void setTrs(tinygltf::Node& node, const Mat4& m) {
+  const Trs t = decompose(m);
+  if (t.translation != std::array<double, 3>{0, 0, 0}) node.translation.assign(t.translation.begin(), t.translation.end());
+  if (t.rotation != std::array<double, 4>{0, 0, 0, 1}) node.rotation.assign(t.rotation.begin(), t.rotation.end());
+  if (t.scale != std::array<double, 3>{1, 1, 1}) node.scale.assign(t.scale.begin(), t.scale.end());
+}
+
+int Builder::addRootNode(const std::string& name, const std::string& type, const Mat4& local) {
+  tinygltf::Node node;
+  node.name = name;
+  setTrs(node, local);
+  tinygltf::Value::Object extras{{"type", tinygltf::Value(type)},
+                                 {"parentName", tinygltf::Value(std::string())},
+                                 {"userProperties", tinygltf::Value(std::string())}};
+  node.extras = tinygltf::Value(std::move(extras));
+  const int index = static_cast<int>(model.nodes.size());
+  nodeByName.emplace(name, index);
+  model.nodes.push_back(std::move(node));
+  nodeLocal.push_back(local);
+  nodeParent.push_back(-1);
+  return index;
+}
+
 int Builder::addBufferView(const void* data, std::size_t bytes, int target) {
   while (bin_.size() % 4 != 0) bin_.push_back(0);
   tinygltf::BufferView view;

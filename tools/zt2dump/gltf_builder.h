@@ -62,6 +62,9 @@ class Builder {
   // carry no texture coordinates.
   std::map<int, int> untexturedMaterial;
   Mat4 nodeGlobal(int node) const;
+  // A node that the file names but holds no object for, placed at the root
+  // with the local matrix `local`, with extras of type `type`; its index.
+  int addRootNode(const std::string& name, const std::string& type, const Mat4& local = Mat4::identity());
 
   // Accessors over data appended to the buffer. `components` is 1, 2, 3, 4
   // or 16; minMax adds the bounds glTF requires of positions and key times.
@@ -80,6 +83,10 @@ class Builder {
  private:
   std::vector<unsigned char> bin_;
 };
+
+// A node's translation, rotation and scale from its local matrix; parts
+// that are the identity's are left out.
+void setTrs(tinygltf::Node& node, const Mat4& m);
 
 // The parts of the conversion, in the order buildGltf calls them.
 void addMaterials(Builder& b, const DecodedFile& scene, const std::string& textureDirectory);

@@ -152,22 +152,10 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
   SkinData s;
   for (const Json& name : bones) {
     const std::string boneName = name.get<std::string>();
-    auto it = b.nodeByName.find(boneName);
-    if (it == b.nodeByName.end()) {
-      // A bone that was not exported (a hidden one, say) still needs a joint:
-      // one at the root, in place, so that the mesh shows in its bind pose.
-      tinygltf::Node joint;
-      joint.name = boneName;
-      tinygltf::Value::Object extras{{"type", tinygltf::Value(std::string("bone"))},
-                                     {"parentName", tinygltf::Value(std::string())},
-                                     {"userProperties", tinygltf::Value(std::string())}};
-      joint.extras = tinygltf::Value(std::move(extras));
-      it = b.nodeByName.emplace(boneName, static_cast<int>(b.model.nodes.size())).first;
-      b.model.nodes.push_back(std::move(joint));
-      b.nodeLocal.push_back(Mat4::identity());
-      b.nodeParent.push_back(-1);
-    }
-    s.joints.push_back(it->second);
+    const auto it = b.nodeByName.find(boneName);
+    // A bone that was not exported (a hidden one, say) still needs a joint:
+    // one at the root, in place, so that the mesh shows in its bind pose.
+    s.joints.push_back(it != b.nodeByName.end() ? it->second : b.addRootNode(boneName, "bone"));
   }
   s.vertices.resize(vertexCount);
   for (std::size_t v = 0; v < vertexCount; ++v) {

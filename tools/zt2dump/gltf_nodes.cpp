@@ -31,13 +31,6 @@ const ObjectKind* objectKindOf(const DecodedChunk& c) {
   return nullptr;
 }
 
-void setTrs(tinygltf::Node& node, const Mat4& m) {
-  const Trs t = decompose(m);
-  if (t.translation != std::array<double, 3>{0, 0, 0}) node.translation.assign(t.translation.begin(), t.translation.end());
-  if (t.rotation != std::array<double, 4>{0, 0, 0, 1}) node.rotation.assign(t.rotation.begin(), t.rotation.end());
-  if (t.scale != std::array<double, 3>{1, 1, 1}) node.scale.assign(t.scale.begin(), t.scale.end());
-}
-
 void addCamera(Builder& b, tinygltf::Node& node, const DecodedChunk& c) {
   tinygltf::Camera cam;
   cam.name = node.name;
