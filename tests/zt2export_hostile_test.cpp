@@ -64,6 +64,19 @@ TEST(Zt2ExportHostile, OptionsSaveFailureIsToldButTheExportStands) {
   EXPECT_TRUE(fs::exists(dir.file("out.zt2")));
 }
 
+// The save itself is tested in FileReplace; this is the options going through it.
+TEST(Zt2ExportHostile, SymlinkedConfigurationIsWrittenThrough) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  fs::create_directories(dir.file("config"));
+  fs::create_directories(dir.file("dotfiles"));
+  fs::create_symlink(dir.file("dotfiles/ZTExport.cfg"), dir.file("config/ZTExport.cfg"));
+  const auto r = runExport(argsFor(dir, dir.file("out.zt2"), {"--set", "sampleRate=12", "--save-options"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_TRUE(fs::is_symlink(dir.file("config/ZTExport.cfg")));
+  EXPECT_EQ(ztx_test::dumpJson(dir.file("dotfiles/ZTExport.cfg"))["fields"]["sampleRate"], 12);
+}
+
 TEST(Zt2ExportHostile, ConcurrentOptionSavesLeaveOneWholeFile) {
   TempDir dir;
   ztx_test::writeText(dir.file("scene.json"), kHelper);
