@@ -14,17 +14,22 @@
 
 namespace bench {
 
-// Runs a program with its output discarded; its exit status, or -1.
-inline int runQuietly(const std::vector<std::string>& argv) {
+// Runs a program with its output discarded, with `extraEnv` ("NAME=value")
+// added to this process's environment; its exit status, or -1.
+inline int runQuietly(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {}) {
   std::vector<char*> args;
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
+  std::vector<char*> env;
+  for (char** e = environ; *e; ++e) env.push_back(*e);
+  for (const std::string& e : extraEnv) env.push_back(const_cast<char*>(e.c_str()));
+  env.push_back(nullptr);
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
   posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
   pid_t pid;
-  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), env.data());
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) return -1;
   int status = 0;

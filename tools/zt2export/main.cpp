@@ -2,6 +2,7 @@
 // the in-memory host model, loads the exporter module and drives it through
 // its entry points exactly as the host would, with prompts suppressed unless
 // --dialog asks for the options dialog.
+#include <malloc.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -19,7 +20,6 @@
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
-#include "tools/zt2export/allocator.h"
 #include "tools/zt2export/exporter_module.h"
 #include "ui/display_probe.h"
 
@@ -247,7 +247,12 @@ class ProgressLine {
 }  // namespace
 
 int main(int argc, char** argv) {
-  setUpAllocator();
+  // Mesh export allocates and frees many large arrays. Keeping freed memory
+  // in the heap, rather than handing each array back to the system, lets the
+  // next array reuse pages that are already mapped instead of faulting in
+  // fresh zeroed ones.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
   const Arguments args = parseArguments(argc, argv);
 
