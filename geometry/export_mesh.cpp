@@ -193,7 +193,7 @@ class MeshWriter {
       store(slot++, group);
       return;
     }
-    std::vector<MaterialSubMesh>& pieces = exporter_.meshExportScratch().pieces;
+    std::vector<MaterialSubMesh>& pieces = pieces_;
     const std::size_t runs = splitOversizedGroup(group, channels_, pieces, exporter_.meshScratch().split);
     const std::string name = record_.materialNameList()[slot];
     if (runs == 1)
@@ -291,25 +291,13 @@ class MeshWriter {
   const SkinVertexWeights noWeights_;  // what a vertex without a skin entry gets
   int channels_;
   GroupBases bases_;
+  std::vector<MaterialSubMesh> pieces_;  // runs of an oversized group
 };
 
-// Empties every list of the build, keeping its storage.
-void resetBuild(MeshBuild& b) {
-  b.positions.clear();
-  b.normals.clear();
-  b.indices.clear();
-  b.smoothingGroups.clear();
-  b.faceMaterials.clear();
-  b.materialNames.clear();
-  for (int c = 0; c < kMaxMapChannels; ++c) {
-    b.mapCoords[c].clear();
-    b.mapIndices[c].clear();
-    b.vertexMaps[c].clear();
-  }
-  b.splitSources.clear();
-  b.hostIndices.clear();
-  b.mapChannelCount = 0;
-  b.mirrored = false;
+// Hands `v`'s storage back to the heap.
+template <typename T>
+void release(T& v) {
+  v = T();
 }
 
 void writeReference(SceneExporter& exporter, INode* node, TimeValue t, const std::string& firstNode) {
@@ -345,12 +333,12 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
                         node->GetName());
     return;
   }
-  // The working copy and the build are reused from mesh to mesh within the
-  // export: a large mesh then costs no fresh pages each time.
-  MeshExportScratch& work = exporter.meshExportScratch();
+  // The host's mesh is cleaned up in a working copy. Each array of the copy
+  // and of the build goes back to the heap as soon as nothing reads it again,
+  // so that the arrays made after it reuse its pages: the export's peak
+  // memory, and with it the pages the kernel faults in, stays lower.
   MeshScratch& scratch = exporter.meshScratch();
-  Mesh& mesh = work.mesh;
-  mesh = static_cast<TriObject*>(tri.get())->GetMesh();
+  Mesh mesh = static_cast<TriObject*>(tri.get())->GetMesh();
 
   SkinSource skin;
   skin.on = options.exportSkinning;
@@ -377,12 +365,15 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
       exporter.logMessage("WARNING: Object \"%s\" has %zu faces naming vertices that do not exist; they are not exported",
                           node->GetName(), before - mesh.faces.size());
   }
+  // The skin keys outlive the working copy, which goes as soon as the build holds the mesh.
+  std::vector<std::int32_t> skinKeys;
   if (skin.entry && mesh.vDataSupport(kHostIndexChannel) &&
-      mesh.vData[kHostIndexChannel].data.size() == mesh.verts.size())
-    skin.keys = &mesh.vData[kHostIndexChannel].data;
+      mesh.vData[kHostIndexChannel].data.size() == mesh.verts.size()) {
+    skinKeys = std::move(mesh.vData[kHostIndexChannel].data);
+    skin.keys = &skinKeys;
+  }
 
-  MeshBuild& build = work.build;
-  resetBuild(build);
+  MeshBuild build;
   build.mirrored = DotProd(CrossProd(objectOffset.GetRow(0), objectOffset.GetRow(1)), objectOffset.GetRow(2)) < 0.0f;
 
   MeshRecord record;
@@ -402,6 +393,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     build.hostIndices.resize(build.positions.size());
     for (std::size_t i = 0; i < build.hostIndices.size(); ++i) build.hostIndices[i] = static_cast<std::uint32_t>(i);
   }
+  release(mesh);
 
   computeSmoothNormals(build, scratch.normals);
   if (skin.on) traceSplits(build, 0);
@@ -409,24 +401,29 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     const std::size_t mark = build.splitSources.size();
     unifyMapChannel(build, ch, scratch.maps);
     if (skin.on) traceSplits(build, mark);
+    release(build.mapCoords[ch]);
+    release(build.mapIndices[ch]);
   }
 
-  MeshWriter writer(exporter, node, record, skinRecord, skin, build.mapChannelCount);
-  writer.sizeGroups(build.materialNames, build.vertexCount(), build.triangleCount());
-  const std::size_t groups = build.materialNames.size();
-  std::size_t slot = 0;
-  if (groups == 1) {
-    Sys->verbose("copy data\n");
-    writer.storeGroup(slot, viewOf(build));
-  } else {
-    MaterialSubMesh& group = work.group;
-    MaterialGroupCutter cutter(build, scratch.groups);
-    for (std::size_t m = 0; m < groups; ++m) {
-      Sys->verbose("extract by mat\n");
-      cutter.extract(static_cast<int>(m), build.mapChannelCount, group);
-      writer.storeGroup(slot, viewOf(group));
+  {  // the writer, with its pieces, and the cut groups are gone before the record is written out
+    MeshWriter writer(exporter, node, record, skinRecord, skin, build.mapChannelCount);
+    writer.sizeGroups(build.materialNames, build.vertexCount(), build.triangleCount());
+    const std::size_t groups = build.materialNames.size();
+    std::size_t slot = 0;
+    if (groups == 1) {
+      Sys->verbose("copy data\n");
+      writer.storeGroup(slot, viewOf(build));
+    } else {
+      MaterialSubMesh group;
+      MaterialGroupCutter cutter(build, scratch.groups);
+      for (std::size_t m = 0; m < groups; ++m) {
+        Sys->verbose("extract by mat\n");
+        cutter.extract(static_cast<int>(m), build.mapChannelCount, group);
+        writer.storeGroup(slot, viewOf(group));
+      }
     }
   }
+  release(build);
 
   exporter.sceneFile << record;
   exporter.meshReferenceTable.emplace(obj, node->GetName());

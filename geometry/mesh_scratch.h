@@ -43,12 +43,3 @@ struct MeshScratch {
   GroupSplitScratch split;
 };
 
-// The working set of mesh export, reused from mesh to mesh within one export
-// and dropped when the export ends, so the largest mesh's copy does not
-// outlive it.
-struct MeshExportScratch {
-  Mesh mesh;                               // the host mesh being cleaned up
-  MeshBuild build;                         // the mesh in the file's coordinates
-  MaterialSubMesh group;                   // one extracted material group
-  std::vector<MaterialSubMesh> pieces;     // runs of an oversized group
-};

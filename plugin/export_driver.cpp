@@ -22,12 +22,6 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   clearError();
   BMMSplitFilename(name, targetPath, targetName, targetExtension);
   host = hostInterface;
-  // Mesh export's working set lives for this export only, whichever way it ends.
-  struct ScratchRelease {
-    SceneExporter& exporter;
-    ~ScratchRelease() { exporter.releaseExportScratch(); }
-  } scratchRelease{*this};
-
   infoLog.clear();
   meshReferenceTable.clear();
 

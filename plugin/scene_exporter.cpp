@@ -13,13 +13,6 @@ SceneExporter::SceneExporter(MeshScratch& scratch) : meshScratch_(scratch) { res
 
 SceneExporter::~SceneExporter() = default;
 
-MeshExportScratch& SceneExporter::meshExportScratch() {
-  if (!meshExportScratch_) meshExportScratch_ = std::make_unique<MeshExportScratch>();
-  return *meshExportScratch_;
-}
-
-void SceneExporter::releaseExportScratch() { meshExportScratch_.reset(); }
-
 void SceneExporter::resetExportValues() {
   startTime = 0;
   nodeCount = 0;

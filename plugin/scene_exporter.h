@@ -25,7 +25,6 @@ class INode;
 class Object;
 class OptionsDialog;
 struct MeshScratch;
-struct MeshExportScratch;
 
 // Host object (by identity) -> name of the first node whose mesh was written from it.
 using MeshReferenceTable = std::unordered_map<const Object*, std::string>;
@@ -122,15 +121,11 @@ class SceneExporter : public SceneExport {
   // --- scratch ---
   // The mesh algorithms' work buffers.
   MeshScratch& meshScratch() { return meshScratch_; }
-  // Mesh export's working set: made on first use, freed when the export ends.
-  MeshExportScratch& meshExportScratch();
-  void releaseExportScratch();
 
  private:
   bool errorFlag_ = false;
   bool promptsShown_ = false;
   MeshScratch& meshScratch_;
-  std::unique_ptr<MeshExportScratch> meshExportScratch_;
 };
 
 // Splits a file name into directory (with its trailing separator), base name
