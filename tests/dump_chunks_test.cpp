@@ -6,23 +6,15 @@
 
 #include "format/memory_file.h"
 #include "format/object_record.h"
+#include "support/chunk_writing.h"
 #include "support/test_support.h"
 
 namespace {
 
 using nlohmann::json;
 
-struct Point {
-  float x, y, z;
-};
-
-// Writes one chunk whose body `body` writes.
-template <typename Body>
-void chunk(T_MemoryFile& f, unsigned id, unsigned version, Body body) {
-  f.createChunk(id, version);
-  body();
-  f.closeChunk();
-}
+using Point = ztx_test::FilePoint;
+using ztx_test::writeChunk;
 
 void writeObject(T_MemoryFile& f, const std::string& name, const std::string& parent = "") {
   ObjectRecord r;
@@ -37,7 +29,7 @@ void writeObject(T_MemoryFile& f, const std::string& name, const std::string& pa
 }
 
 void writeTexture(T_MemoryFile& f, const std::vector<std::string>& files) {
-  chunk(f, 0x10011, 1, [&] {
+  writeChunk(f, 0x10011, 1, [&] {
     f << std::string("wood") << 3 << 4 << static_cast<int>(files.size());
     for (const auto& name : files) f << name;
     if (files.size() > 1) f << true << false << 7 << 8 << 2;
@@ -45,7 +37,7 @@ void writeTexture(T_MemoryFile& f, const std::vector<std::string>& files) {
 }
 
 void writeLight(T_MemoryFile& f, unsigned id, const std::string& name) {
-  chunk(f, id, 0, [&] {
+  writeChunk(f, id, 0, [&] {
     writeObject(f, name);
     f << 255.0f << 128.0f << -255.0f << 255.0f << 0.5f;
     if (id != 0x10003) f << 1.0f << 5.0f;
@@ -54,11 +46,11 @@ void writeLight(T_MemoryFile& f, unsigned id, const std::string& name) {
 }
 
 void writeAnimationHeader(T_MemoryFile& f, const std::string& name) {
-  chunk(f, 0x10013, 0, [&] { f << name << 30 << true; });
+  writeChunk(f, 0x10013, 0, [&] { f << name << 30 << true; });
 }
 
 void writeLightAnimation(T_MemoryFile& f, unsigned id, const std::string& name) {
-  chunk(f, id, 2, [&] {
+  writeChunk(f, id, 2, [&] {
     writeAnimationHeader(f, name);
     f << 10 << false << 1 << 0u << 255.0f << 255.0f << 255.0f << 255.0f << 2 << 0u << 1.0f << 5u << 0.5f;
     if (id != 0x10018)
@@ -71,12 +63,12 @@ void writeLightAnimation(T_MemoryFile& f, unsigned id, const std::string& name) 
 // and animations: one chunk of each kind a scene file can hold.
 T_MemoryFile everyKind() {
   T_MemoryFile f;
-  chunk(f, 0x10015, 0, [&] {
+  writeChunk(f, 0x10015, 0, [&] {
     for (unsigned char c : {25, 25, 25, 255, 0, 0, 0, 255}) f << c;
   });
-  chunk(f, 0x1000f, 0, [&] {
+  writeChunk(f, 0x1000f, 0, [&] {
     f << std::string("textures/") << 1;
-    chunk(f, 0x10010, 2, [&] {
+    writeChunk(f, 0x10010, 2, [&] {
       f << std::string("Crate") << true << false << false << true << false << 1 << 5 << 6;
       for (float v : {10.0f, 20.0f, 30.0f, 255.0f, 40.0f, 50.0f, 60.0f, 255.0f, 70.0f, 80.0f, 90.0f, 255.0f}) f << v;
       f << 0.25f << 0.5f << 11 << 12 << 0.0f << false << true;
@@ -86,43 +78,43 @@ T_MemoryFile everyKind() {
       f << 13 << true << false << true << 240;
     });
   });
-  chunk(f, 0x10005, 2, [&] {
+  writeChunk(f, 0x10005, 2, [&] {
     writeObject(f, "Box01", "Root");
-    chunk(f, 0x10006, 1, [&] {
+    writeChunk(f, 0x10006, 1, [&] {
       writeRawBlock(f, std::vector<Point>{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {0, 0, 1}});
       const std::vector<Point> normals = {{0, 0, 1}, {0, 0, 1}, {0, 0, 1}, {0, 0, 0}};
       f.write(normals.data(), 48);
       f << 2u << 3u << 1u;
     });
-    chunk(f, 0x10007, 1, [&] {
+    writeChunk(f, 0x10007, 1, [&] {
       writeRawBlock(f, std::vector<std::uint16_t>{0, 1, 2, 0, 0, 0});
       f << 2u << 1u << 1u;
     });
-    chunk(f, 0x1000b, 0, [&] {  // 20 values: long enough to be shortened in text
+    writeChunk(f, 0x1000b, 0, [&] {  // 20 values: long enough to be shortened in text
       f << 20;
       for (unsigned v = 0; v < 20; ++v) f << v;
     });
-    chunk(f, 0x1000c, 1, [&] { f << 2 << std::string("Crate") << std::string("Metal"); });
+    writeChunk(f, 0x1000c, 1, [&] { f << 2 << std::string("Crate") << std::string("Metal"); });
     for (unsigned channel : {0u, 1u})
-      chunk(f, 0x1000e, 1, [&] {
+      writeChunk(f, 0x1000e, 1, [&] {
         f << channel;
         writeRawBlock(f, std::vector<Point>{{0, 0, 0}, {1, 0, 0}, {1, -1, 0}, {0.5f, 0.5f, 0}});
         f << 2u << 3u << 1u;
       });
-    chunk(f, 0x1001a, 0, [&] { f << std::string("Box00"); });
+    writeChunk(f, 0x1001a, 0, [&] { f << std::string("Box00"); });
   });
-  chunk(f, 0x10001, 0, [&] {  // values that only read back exactly when printed in full
+  writeChunk(f, 0x10001, 0, [&] {  // values that only read back exactly when printed in full
     writeObject(f, "Camera01");
     f << 0.1f << 1.0f / 3.0f << 1e-30f;
   });
   writeLight(f, 0x10002, "Omni01");
   writeLight(f, 0x10003, "Sun01");
   writeLight(f, 0x10004, "Spot01");
-  chunk(f, 0x10016, 0, [&] {
+  writeChunk(f, 0x10016, 0, [&] {
     writeObject(f, "Dummy01");
     f << std::string("Dummy");
   });
-  chunk(f, 0x10012, 5, [&] {
+  writeChunk(f, 0x10012, 5, [&] {
     writeAnimationHeader(f, "Box01");
     M_Matrix4x3Template<float> m;
     f << std::string("Root") << true << 10u << 2u << 0u << m;

@@ -9,6 +9,7 @@
 
 #include "format/memory_file.h"
 #include "format/object_record.h"
+#include "support/chunk_writing.h"
 #include "support/test_support.h"
 
 namespace {
@@ -16,9 +17,7 @@ namespace {
 using nlohmann::json;
 using Bytes = std::vector<unsigned char>;
 
-struct Point {
-  float x, y, z;
-};
+using Point = ztx_test::FilePoint;
 
 void writeObject(T_MemoryFile& f, const std::string& name) {
   ObjectRecord object;

@@ -6,13 +6,12 @@
 
 #include "format/memory_file.h"
 #include "format/object_record.h"
+#include "support/chunk_writing.h"
 #include "support/test_support.h"
 
 namespace {
 
-struct Point {
-  float x, y, z;
-};
+using Point = ztx_test::FilePoint;
 
 struct Skin {
   std::vector<std::string> nodeNames = {"Box01"};
