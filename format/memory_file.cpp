@@ -118,7 +118,7 @@ int T_MemoryFile::save(const char* name) const {
 // --- reading ---
 
 void T_MemoryFile::fail(std::size_t offset, const std::string& what) const {
-  throw T_Exception(name_ + ": " + what + " at byte offset " + std::to_string(offset));
+  throw T_FileException_BadData(name_ + ": " + what + " at byte offset " + std::to_string(offset), offset);
 }
 
 void T_MemoryFile::seek(std::size_t offset) {

@@ -97,7 +97,7 @@ class T_MemoryFile {
   std::int32_t readSequenceCount();
   void readRaw(void* out, std::size_t length);
 
-  // Throws T_Exception naming the file and `offset`.
+  // Throws T_FileException_BadData naming the file and `offset`.
   [[noreturn]] void fail(std::size_t offset, const std::string& what) const;
 
  private:

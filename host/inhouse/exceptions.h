@@ -3,6 +3,7 @@
 // throw; they go to the export's info log.
 #pragma once
 
+#include <cstddef>
 #include <stdexcept>
 #include <string>
 
@@ -20,6 +21,16 @@ class T_FileException_FileNotFound : public T_Exception {
 
  private:
   std::string fileName_;
+};
+
+// Bytes of a file that do not follow its format; `offset` is where the fault lies.
+class T_FileException_BadData : public T_Exception {
+ public:
+  T_FileException_BadData(const std::string& message, std::size_t offset) : T_Exception(message), offset_(offset) {}
+  std::size_t offset() const { return offset_; }
+
+ private:
+  std::size_t offset_;
 };
 
 class T_ScriptException_BlockNotFound : public T_Exception {

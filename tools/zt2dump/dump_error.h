@@ -1,5 +1,6 @@
-// A fault in a file's content, already worded for the user with its byte
-// offset and the chunk it lies in. The tool prints it as one line and exits 1.
+// A fault the validator or the glTF conversion finds in a file that decoded
+// (reading faults are the reader's FormatError), worded for the user with the
+// chunk it lies in. The tool prints it as one line and exits 1.
 #pragma once
 
 #include <stdexcept>

@@ -11,7 +11,7 @@
 
 #include <tiny_gltf.h>
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 #include "format/chunk_kinds.h"
 
 namespace zt2dump::gltf {

@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "dump_error.h"
-#include "file_decoder.h"
+#include "reader_tree.h"
 #include "gltf_builder.h"
 
 namespace zt2dump {

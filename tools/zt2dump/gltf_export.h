@@ -11,7 +11,7 @@
 
 #include <tiny_gltf.h>
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 
 namespace zt2dump {
 

@@ -1,6 +1,6 @@
 #include "json_printer.h"
 
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 
 namespace zt2dump {
 

@@ -1,11 +1,15 @@
-// zt2dump: prints and checks the files the exporter writes (scene .zt2,
-// per-vertex .skd, ZTExport.cfg).
+// zt2dump: prints, checks and compares the files the exporter writes (scene
+// .zt2, per-vertex .skd, ZTExport.cfg).
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "dump_error.h"
-#include "file_decoder.h"
+#include "reader_tree.h"
+#include "ztexport/diff.h"
 #include "gltf_export.h"
 #include "json_printer.h"
 #include "text_printer.h"
@@ -19,6 +23,7 @@ constexpr int kExitUsage = 2;
 
 const char* const kUsage =
     "usage: zt2dump FILE [--json] [--validate] [--full] [--gltf OUT.glb]\n"
+    "       zt2dump --diff OLD NEW [--tolerance T] [--json]\n"
     "\n"
     "Prints a scene file (.zt2), a per-vertex file (.skd) or the options file\n"
     "(ZTExport.cfg); the kind is told from the content.\n"
@@ -30,13 +35,22 @@ const char* const kUsage =
     "  --full      print long arrays in full in the text output\n"
     "  --gltf OUT  write the scene (with the .skd beside it) as binary glTF\n"
     "              to OUT instead of printing it\n"
+    "  --diff      compare two files of the same kind by node name and field:\n"
+    "              added, removed, changed and moved nodes and chunks\n"
+    "  --tolerance T  with --diff, numbers within T relative to their\n"
+    "              magnitude (absolute below 1) count as equal; default 0\n"
     "  --help      this text\n"
     "\n"
     "Exit codes: 0 success, 1 corrupt, truncated or invalid content,\n"
-    "2 bad usage, unreadable file or output not written.\n";
+    "2 bad usage, unreadable file or output not written.\n"
+    "With --diff: 0 equal, 1 different, 2 bad usage or a file that cannot be\n"
+    "read or decoded.\n";
 
 struct Arguments {
   std::string file;
+  std::string other;  // --diff: the new file
+  bool diff = false;
+  double tolerance = 0;
   bool json = false;
   bool validate = false;
   bool full = false;
@@ -51,7 +65,15 @@ bool parse(int argc, char** argv, Arguments& args, std::string& error) {
     else if (a == "--validate") args.validate = true;
     else if (a == "--full") args.full = true;
     else if (a == "--help" || a == "-h") args.help = true;
-    else if (a == "--gltf") {
+    else if (a == "--diff") args.diff = true;
+    else if (a == "--tolerance") {
+      char* end = nullptr;
+      args.tolerance = i + 1 < argc ? std::strtod(argv[++i], &end) : -1;
+      if (end == nullptr || *end != '\0' || end == argv[i] || !(args.tolerance >= 0) || !std::isfinite(args.tolerance)) {
+        error = "--tolerance needs a number of 0 or more";
+        return false;
+      }
+    } else if (a == "--gltf") {
       if (i + 1 >= argc) {
         error = "--gltf needs the output file";
         return false;
@@ -61,15 +83,25 @@ bool parse(int argc, char** argv, Arguments& args, std::string& error) {
     else if (a.size() > 1 && a[0] == '-') {
       error = "unknown option " + a;
       return false;
-    } else if (!args.file.empty()) {
-      error = "more than one file given";
-      return false;
-    } else {
+    } else if (args.file.empty()) {
       args.file = a;
+    } else if (args.diff && args.other.empty()) {
+      args.other = a;
+    } else {
+      error = args.diff ? "--diff takes two files" : "more than one file given";
+      return false;
     }
   }
   if (args.file.empty() && !args.help) {
     error = "no file given";
+    return false;
+  }
+  if (args.diff && args.other.empty() && !args.help) {
+    error = "--diff takes two files";
+    return false;
+  }
+  if (args.diff && (args.validate || args.full || !args.gltf.empty())) {
+    error = "--diff goes with --tolerance and --json only";
     return false;
   }
   return true;
@@ -87,6 +119,20 @@ int main(int argc, char** argv) {
   if (args.help) {
     std::cout << kUsage;
     return kExitOk;
+  }
+  if (args.diff) {
+    try {
+      ztexport::DiffOptions options;
+      options.tolerance = args.tolerance;
+      const ztexport::Diff diff = ztexport::diffFiles(args.file, args.other, options);
+      std::cout << (args.json ? ztexport::diffJson(diff) : ztexport::diffText(diff));
+      std::cout.flush();
+      return diff.equal() ? kExitOk : kExitBadContent;
+    } catch (const std::exception& e) {
+      // Nothing to compare: a file that cannot be read or decoded.
+      std::cerr << "zt2dump: " << e.what() << "\n";
+      return kExitUsage;
+    }
   }
   try {
     if (!args.gltf.empty()) {
@@ -112,9 +158,9 @@ int main(int argc, char** argv) {
   } catch (const zt2dump::UnwritableFile& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
     return kExitUsage;
-  } catch (const zt2dump::UnreadableFile& e) {
+  } catch (const zt2dump::FormatError& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return kExitUsage;
+    return e.unreadable() ? kExitUsage : kExitBadContent;
   } catch (const std::exception& e) {
     // Corrupt content and validation faults alike: one line, then out.
     std::cerr << "zt2dump: " << e.what() << "\n";

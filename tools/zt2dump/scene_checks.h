@@ -2,7 +2,7 @@
 // chunk tree's structure is known to be sound.
 #pragma once
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 
 namespace zt2dump {
 

@@ -5,8 +5,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "chunk_schema.h"
-#include "options_file.h"
+#include "format/chunk_kinds.h"
 
 namespace zt2dump {
 

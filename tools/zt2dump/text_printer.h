@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 
 namespace zt2dump {
 

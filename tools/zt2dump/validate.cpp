@@ -5,8 +5,7 @@
 #include <vector>
 
 #include "dump_error.h"
-#include "file_decoder.h"
-#include "options_file.h"
+#include "reader_tree.h"
 
 namespace zt2dump {
 
@@ -23,7 +22,9 @@ std::string sibling(const std::string& path, const char* extension) {
 DecodedFile loadSibling(const std::string& path) {
   try {
     return loadFile(path);
-  } catch (const UnreadableFile& e) {
+  } catch (const FormatError& e) {
+    // The sibling was found, so even a file that cannot be read is a fault of the pair.
+    if (!e.unreadable()) throw;
     throw DumpError(e.what());
   }
 }

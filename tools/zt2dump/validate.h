@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 
 namespace zt2dump {
 

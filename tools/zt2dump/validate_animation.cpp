@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "animation/track_rules.h"
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 #include "scene_checks.h"
 #include "validation_support.h"
 

@@ -8,7 +8,7 @@
 
 #include "materials/material_records.h"
 
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 #include "scene_checks.h"
 #include "validation_support.h"
 

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 #include "scene_checks.h"
 #include "validation_support.h"
 

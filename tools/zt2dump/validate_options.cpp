@@ -5,7 +5,7 @@
 #include <string>
 
 #include "options/options_dialog.h"
-#include "options_file.h"
+#include "format/chunk_kinds.h"
 #include "validate.h"
 #include "validation_support.h"
 

@@ -4,7 +4,7 @@
 #include <map>
 #include <string>
 
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 #include "scene_checks.h"
 #include "validate.h"
 #include "validation_support.h"

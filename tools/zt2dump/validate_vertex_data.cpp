@@ -3,7 +3,7 @@
 // file beside it, the lists match the mesh they belong to.
 #include <cmath>
 
-#include "chunk_schema.h"
+#include "format/chunk_kinds.h"
 #include "scene_checks.h"
 #include "validate.h"
 #include "validation_support.h"

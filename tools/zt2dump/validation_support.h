@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "decoded_file.h"
+#include "reader_tree.h"
 #include "dump_error.h"
 
 namespace zt2dump {

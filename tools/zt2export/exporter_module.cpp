@@ -59,5 +59,12 @@ std::unique_ptr<SceneExport> ExporterModule::createExporter() const {
 std::string defaultModulePath() {
   std::error_code ec;
   const std::filesystem::path self = std::filesystem::read_symlink("/proc/self/exe", ec);
-  return ((ec ? std::filesystem::path(".") : self.parent_path()) / kModuleFileName).string();
+  const std::filesystem::path dir = ec ? std::filesystem::path(".") : self.parent_path();
+  const std::filesystem::path beside = dir / kModuleFileName;
+  // Installed, the program is in bin/ and the module in lib/ztexport/ (with
+  // the windows library beside it); in the build tree they lie side by side.
+  const std::filesystem::path installed = dir / ".." / ZTX_INSTALL_LIBDIR / "ztexport" / kModuleFileName;
+  if (!std::filesystem::exists(beside, ec) && std::filesystem::exists(installed, ec))
+    return installed.lexically_normal().string();
+  return beside.string();
 }

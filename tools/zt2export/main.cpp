@@ -92,7 +92,7 @@ void printHelp() {
       "                         the messages as well. Needs a display.\n"
       "  --about                show the exporter's about box (needs a display)\n"
       "  --module PATH          the exporter module to load; default: ZTExport.dle beside\n"
-      "                         this program\n"
+      "                         this program, else in ../lib/ztexport (an installed copy)\n"
       "  --version              print the module's description and the exporter's version\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"

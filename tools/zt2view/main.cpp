@@ -3,7 +3,7 @@
 #include <iostream>
 #include <string>
 
-#include "file_decoder.h"
+#include "reader_tree.h"
 #include "gltf_export.h"
 #include "page.h"
 
@@ -57,9 +57,9 @@ int main(int argc, char** argv) {
   } catch (const zt2dump::UnwritableFile& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
     return 2;
-  } catch (const zt2dump::UnreadableFile& e) {
+  } catch (const zt2dump::FormatError& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
-    return 2;
+    return e.unreadable() ? 2 : 1;
   } catch (const std::exception& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
     return 1;

@@ -9,12 +9,11 @@
 
 #include "chunk_reader.h"
 #include "chunk_schema.h"
-#include "dump_error.h"
 #include "format/memory_file.h"
 #include "host/inhouse/exceptions.h"
 #include "options_file.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 namespace {
 
@@ -25,7 +24,8 @@ std::string lowerExtension(const std::string& path) {
 }
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, std::size_t offset) {
-  throw DumpError(path + ": " + what + " at byte offset " + std::to_string(offset));
+  throw FormatError(FormatError::Kind::Corrupt, path, path + ": " + what + " at byte offset " + std::to_string(offset),
+                    offset);
 }
 
 void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes) {
@@ -39,9 +39,16 @@ void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes
   if (encoding != kMemoryFileEncoding) fail(path, "unsupported file encoding " + std::to_string(encoding), 4);
 }
 
+[[noreturn]] void unreadable(const std::string& path, const std::string& what) {
+  throw FormatError(FormatError::Kind::Unreadable, path, path + ": " + what);
+}
+
+}  // namespace
+
 // Decided by the first value; the extension only breaks a tie (an empty
 // body, or a first chunk this tool does not know).
-FileKind detectKind(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+FileKind detectFileKind(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  checkHeader(path, bytes);
   const std::string ext = lowerExtension(path);
   const FileKind byExtension =
       ext == ".skd" ? FileKind::VertexData : ext == ".cfg" ? FileKind::Options : FileKind::Scene;
@@ -64,41 +71,43 @@ FileKind detectKind(const std::string& path, const std::vector<std::uint8_t>& by
   return byExtension == FileKind::VertexData ? FileKind::VertexData : FileKind::Scene;
 }
 
-}  // namespace
-
-DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes) {
-  checkHeader(path, bytes);
+DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes, TreeDetail detail) {
   DecodedFile out;
   out.path = path;
   out.size = bytes.size();
-  out.kind = detectKind(path, bytes);
+  out.kind = detectFileKind(path, bytes);
   // The exporter saves no empty file, so a bare header is a cut-off file.
   if (bytes.size() == kMemoryFileHeaderSize && out.kind != FileKind::Options)
     fail(path, "unexpected end of data: nothing follows the file header", kMemoryFileHeaderSize);
   try {
     T_MemoryFile file = T_MemoryFile::fromBytes(std::move(bytes), path);
     if (out.kind == FileKind::Options) {
-      decodeOptions(file, out);
+      decodeOptionsValues(file, out);
     } else {
-      ChunkReader reader(file);
+      ChunkReader reader(file, detail);
       out.chunks = reader.readTopLevelChunks();
     }
   } catch (const T_Exception& e) {
     // Faults outside any chunk (a top-level header) come without context.
-    throw DumpError(e.what());
+    const auto* bad = dynamic_cast<const T_FileException_BadData*>(&e);
+    throw FormatError(FormatError::Kind::Corrupt, path, e.what(), bad ? bad->offset() : 0);
   }
   return out;
 }
 
-DecodedFile loadFile(const std::string& path) {
+std::vector<std::uint8_t> readFileBytes(const std::string& path) {
   std::error_code ec;
-  if (!std::filesystem::exists(path, ec)) throw UnreadableFile(path + ": no such file");
-  if (!std::filesystem::is_regular_file(path, ec)) throw UnreadableFile(path + ": not a regular file");
+  if (!std::filesystem::exists(path, ec)) unreadable(path, "no such file");
+  if (!std::filesystem::is_regular_file(path, ec)) unreadable(path, "not a regular file");
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw UnreadableFile(path + ": cannot be opened for reading");
+  if (!in) unreadable(path, "cannot be opened for reading");
   std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-  if (in.bad()) throw UnreadableFile(path + ": read error");
-  return decodeBytes(path, std::move(bytes));
+  if (in.bad()) unreadable(path, "read error");
+  return bytes;
 }
 
-}  // namespace zt2dump
+DecodedFile loadFile(const std::string& path, TreeDetail detail) {
+  return decodeBytes(path, readFileBytes(path), detail);
+}
+
+}  // namespace ztexport

@@ -4,7 +4,7 @@
 #include "chunk_layouts.h"
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 void decodeMaterialList(ChunkReader& r, DecodedChunk&) {
   r.stringField("texturePath");
@@ -63,4 +63,4 @@ void decodeTexture(ChunkReader& r, DecodedChunk&) {
   }
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

@@ -2,7 +2,7 @@
 
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 namespace {
 
@@ -34,10 +34,10 @@ const LaterValue kLaterValues[] = {
 
 }  // namespace
 
-void decodeOptions(T_MemoryFile& file, DecodedFile& out) {
+void decodeOptionsValues(T_MemoryFile& file, DecodedFile& out) {
   ChunkReader r(file);
   DecodedChunk values;
-  r.readLooseValues(values, file.size(), "the options values", [&] {
+  r.readLooseValues(values, file.size(), "the options values", "options", [&] {
     const std::int32_t version = r.intField("version");
     out.optionsVersion = version;
     if (version > kOptionsFileVersion) {
@@ -62,4 +62,4 @@ void decodeOptions(T_MemoryFile& file, DecodedFile& out) {
   out.optionsFields = std::move(values.fields);
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

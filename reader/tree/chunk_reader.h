@@ -1,7 +1,7 @@
 // Reads chunks and typed values from a T_MemoryFile into DecodedChunks. Each
 // chunk body is read inside its own bounds: a value that would run past the
-// end of its chunk, or bytes left over after the last field, are errors that
-// name the offset, the field and the chunks around it.
+// end of its chunk, or bytes left over after the last field, are FormatErrors
+// that name the offset, the field and the chunks around it.
 #pragma once
 
 #include <cstddef>
@@ -13,11 +13,11 @@
 #include "decoded_file.h"
 #include "format/memory_file.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 class ChunkReader {
  public:
-  explicit ChunkReader(T_MemoryFile& file) : file_(file) {}
+  explicit ChunkReader(T_MemoryFile& file, TreeDetail detail = TreeDetail::Full) : file_(file), detail_(detail) {}
 
   // The chunk at the read position: a known kind of the known version has
   // its body decoded, anything else is skipped by the header's length.
@@ -27,7 +27,7 @@ class ChunkReader {
   // Runs `decode` over values that are not in a chunk (the options file),
   // recording fields into `target`; the values end at `end`.
   void readLooseValues(DecodedChunk& target, std::size_t end, const std::string& label,
-                       const std::function<void()>& decode);
+                       const std::string& pathLabel, const std::function<void()>& decode);
 
   // --- fields of the body being decoded: each reads, records and returns ---
   bool boolField(const char* name);
@@ -44,9 +44,11 @@ class ChunkReader {
   void uintsField(const char* name, std::size_t count);
   void stringsField(const char* name, std::size_t count);
   // Raw blocks (no tags): points of three floats, unsigned 16-bit integers.
+  // The values are kept typed in the field as well.
   void rawPointsField(const char* name, std::size_t count);
   void rawU16Field(const char* name, std::size_t count);
-  // A container write: tag 0x1c, an int count, then `count` typed elements.
+  // A container write: tag 0x1c, an int count, then `count` typed elements;
+  // numeric elements are kept typed in the field as well.
   void sequenceField(const char* name, BasicType element);
   // A nested chunk at this place of the layout.
   void nestedChunk();
@@ -66,6 +68,9 @@ class ChunkReader {
   Json floatValue();
   Json matrixValue();
   void addField(const char* name, Json value, std::size_t offset);
+  void addField(const char* name, Json value, std::size_t offset, decltype(DecodedField::typed) typed);
+  // Whether large arrays are wanted as JSON values too.
+  bool fullTree() const { return detail_ == TreeDetail::Full; }
   // Fails unless `count` values of at least `bytesEach` bytes fit in the body.
   void requireRoom(std::size_t count, std::size_t bytesEach, const char* what);
 
@@ -73,12 +78,15 @@ class ChunkReader {
   struct Frame {
     DecodedChunk* chunk;
     std::size_t end;
-    std::string label;    // "MeshVertexChunk at offset 1100"
-    std::string reading;  // the field being read
+    std::string label;      // "MeshVertexChunk at offset 1100"
+    std::string pathLabel;  // "MeshVertexChunk", for the chunk path
+    std::string reading;    // the field being read
   };
 
-  void decodeWithin(DecodedChunk& target, std::size_t end, const std::string& label,
+  void decodeWithin(DecodedChunk& target, std::size_t end, const std::string& label, const std::string& pathLabel,
                     const std::function<void()>& decode);
+  // `MeshChunk "Box01" > MeshVertexChunk > positions`.
+  std::string chunkPath() const;
   // Fails when the body has no byte left for the next value.
   void checkStart(const char* what);
   // Fails when the value that started at `start` ran past the body's end.
@@ -87,7 +95,8 @@ class ChunkReader {
   std::string context() const;
 
   T_MemoryFile& file_;
+  TreeDetail detail_;
   std::vector<Frame> frames_;
 };
 
-}  // namespace zt2dump
+}  // namespace ztexport

@@ -7,7 +7,7 @@
 
 #include "format/chunk_kinds.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 class ChunkReader;
 struct DecodedChunk;
@@ -22,4 +22,4 @@ struct ChunkKind {
 // The kind with this id, or nullptr for an id the tool does not know.
 const ChunkKind* findChunkKind(std::uint32_t id);
 
-}  // namespace zt2dump
+}  // namespace ztexport

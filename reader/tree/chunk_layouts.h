@@ -3,7 +3,7 @@
 // animation_chunks.cpp and vertex_data_chunk.cpp.
 #pragma once
 
-namespace zt2dump {
+namespace ztexport {
 
 class ChunkReader;
 struct DecodedChunk;
@@ -36,4 +36,4 @@ void decodeSpotLightAnimation(ChunkReader& r, DecodedChunk& c);
 
 void decodeVertexData(ChunkReader& r, DecodedChunk& c);
 
-}  // namespace zt2dump
+}  // namespace ztexport

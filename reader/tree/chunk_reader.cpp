@@ -3,10 +3,9 @@
 #include <cstring>
 
 #include "chunk_schema.h"
-#include "dump_error.h"
 #include "host/inhouse/exceptions.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 namespace {
 
@@ -58,7 +57,7 @@ DecodedChunk ChunkReader::readChunk() {
     return c;
   }
   c.decoded = true;
-  decodeWithin(c, h.end(), c.name + " at offset " + std::to_string(start), [&] { kind->decode(*this, c); });
+  decodeWithin(c, h.end(), c.name + " at offset " + std::to_string(start), c.name, [&] { kind->decode(*this, c); });
   return c;
 }
 
@@ -69,13 +68,13 @@ std::vector<DecodedChunk> ChunkReader::readTopLevelChunks() {
 }
 
 void ChunkReader::readLooseValues(DecodedChunk& target, std::size_t end, const std::string& label,
-                                  const std::function<void()>& decode) {
-  decodeWithin(target, end, label, decode);
+                                  const std::string& pathLabel, const std::function<void()>& decode) {
+  decodeWithin(target, end, label, pathLabel, decode);
 }
 
 void ChunkReader::decodeWithin(DecodedChunk& target, std::size_t end, const std::string& label,
-                               const std::function<void()>& decode) {
-  frames_.push_back(Frame{&target, end, label, ""});
+                               const std::string& pathLabel, const std::function<void()>& decode) {
+  frames_.push_back(Frame{&target, end, label, pathLabel, ""});
   try {
     decode();
     if (file_.tell() < end) {
@@ -83,9 +82,11 @@ void ChunkReader::decodeWithin(DecodedChunk& target, std::size_t end, const std:
       file_.fail(file_.tell(), std::to_string(end - file_.tell()) + " bytes left over after the last field");
     }
   } catch (const T_Exception& e) {
-    const std::string where = context();
+    const auto* bad = dynamic_cast<const T_FileException_BadData*>(&e);
+    FormatError error(FormatError::Kind::Corrupt, file_.name(), e.what() + context(), bad ? bad->offset() : 0,
+                      chunkPath());
     frames_.pop_back();
-    throw DumpError(e.what() + where);
+    throw error;
   } catch (...) {
     frames_.pop_back();
     throw;
@@ -100,6 +101,25 @@ std::string ChunkReader::context() const {
   s += "inside " + inner.label;
   for (auto it = frames_.rbegin() + 1; it != frames_.rend(); ++it) s += ", in " + it->label;
   return s + ")";
+}
+
+std::string ChunkReader::chunkPath() const {
+  std::string path;
+  for (std::size_t i = 0; i < frames_.size(); ++i) {
+    const DecodedChunk& c = *frames_[i].chunk;
+    std::string name = c.objectName();
+    // A name field read before the fault, in the object chunk being read.
+    if (name.empty() && i + 1 < frames_.size()) {
+      const DecodedChunk& inner = *frames_[i + 1].chunk;
+      if (inner.id == chunk_kind::kObject.id || inner.id == chunk_kind::kAnimationHeader.id)
+        if (const DecodedField* f = inner.find("name"); f && f->value.is_string()) name = f->value.get<std::string>();
+    }
+    if (i > 0) path += " > ";
+    path += frames_[i].pathLabel;
+    if (!name.empty()) path += " \"" + name + "\"";
+  }
+  if (!frames_.back().reading.empty()) path += " > " + frames_.back().reading;
+  return path;
 }
 
 std::size_t ChunkReader::bodyLeft() const {
@@ -134,8 +154,12 @@ std::size_t ChunkReader::beginField(const char* name) {
 }
 
 void ChunkReader::addField(const char* name, Json value, std::size_t offset) {
+  addField(name, std::move(value), offset, {});
+}
+
+void ChunkReader::addField(const char* name, Json value, std::size_t offset, decltype(DecodedField::typed) typed) {
   DecodedChunk& c = *frames_.back().chunk;
-  c.fields.push_back(DecodedField{name, std::move(value), offset});
+  c.fields.push_back(DecodedField{name, std::move(value), offset, std::move(typed)});
   c.items.push_back(DecodedChunk::Item{false, c.fields.size() - 1});
 }
 
@@ -286,22 +310,27 @@ void ChunkReader::stringsField(const char* name, std::size_t count) {
 void ChunkReader::rawPointsField(const char* name, std::size_t count) {
   const std::size_t at = beginField(name);
   requireRoom(count, 12, "points of a raw block");
-  std::vector<float> xyz(count * 3);
-  if (count > 0) file_.readRaw(xyz.data(), xyz.size() * sizeof(float));
-  Json a = Json::array();
-  for (std::size_t i = 0; i < count; ++i)
-    a.push_back(Json::array({floatJson(xyz[3 * i]), floatJson(xyz[3 * i + 1]), floatJson(xyz[3 * i + 2])}));
-  addField(name, std::move(a), at);
+  Array<Vec3> points(count);
+  if (count > 0) file_.readRaw(points.data(), count * sizeof(Vec3));
+  Json a;
+  if (fullTree()) {
+    a = Json::array();
+    for (const Vec3& p : points) a.push_back(Json::array({floatJson(p.x), floatJson(p.y), floatJson(p.z)}));
+  }
+  addField(name, std::move(a), at, std::move(points));
 }
 
 void ChunkReader::rawU16Field(const char* name, std::size_t count) {
   const std::size_t at = beginField(name);
   requireRoom(count, 2, "16-bit values of a raw block");
-  std::vector<std::uint16_t> v(count);
-  if (count > 0) file_.readRaw(v.data(), v.size() * sizeof(std::uint16_t));
-  Json a = Json::array();
-  for (std::uint16_t i : v) a.push_back(i);
-  addField(name, std::move(a), at);
+  Array<std::uint16_t> v(count);
+  if (count > 0) file_.readRaw(v.data(), count * sizeof(std::uint16_t));
+  Json a;
+  if (fullTree()) {
+    a = Json::array();
+    for (std::uint16_t i : v) a.push_back(i);
+  }
+  addField(name, std::move(a), at, std::move(v));
 }
 
 void ChunkReader::sequenceField(const char* name, BasicType element) {
@@ -311,22 +340,33 @@ void ChunkReader::sequenceField(const char* name, BasicType element) {
   checkInside(at, "a sequence count");
   const auto count = static_cast<std::size_t>(n);
   requireRoom(count, minimumSize(element), "sequence elements");
-  Json a = Json::array();
+  const bool json = fullTree() || element == BT_String || element == BT_Bool || element == BT_UChar;
+  Array<std::int32_t> ints(element == BT_Int ? count : 0);
+  Array<std::uint32_t> uints(element == BT_UInt ? count : 0);
+  Array<float> floats(element == BT_Float ? count : 0);
+  Json a = json ? Json::array() : Json();
   for (std::size_t i = 0; i < count; ++i) {
     const std::size_t v = file_.tell();
     checkStart(typeName(element));
     switch (element) {
       case BT_Bool: a.push_back(file_.readBool()); break;
       case BT_UChar: a.push_back(file_.readUChar()); break;
-      case BT_Int: a.push_back(file_.readInt()); break;
-      case BT_UInt: a.push_back(file_.readUInt()); break;
-      case BT_Float: a.push_back(floatJson(file_.readFloat())); break;
+      case BT_Int: ints[i] = file_.readInt(); break;
+      case BT_UInt: uints[i] = file_.readUInt(); break;
+      case BT_Float: floats[i] = file_.readFloat(); break;
       case BT_String: a.push_back(file_.readString()); break;
       default: file_.fail(v, std::string("sequences of ") + typeName(element) + " are not decoded");
     }
     checkInside(v, typeName(element));
+    if (json && element == BT_Int) a.push_back(ints[i]);
+    if (json && element == BT_UInt) a.push_back(uints[i]);
+    if (json && element == BT_Float) a.push_back(floatJson(floats[i]));
   }
-  addField(name, std::move(a), at);
+  decltype(DecodedField::typed) typed;
+  if (element == BT_Int) typed = std::move(ints);
+  if (element == BT_UInt) typed = std::move(uints);
+  if (element == BT_Float) typed = std::move(floats);
+  addField(name, std::move(a), at, std::move(typed));
 }
 
 void ChunkReader::nestedChunk() {
@@ -338,4 +378,4 @@ void ChunkReader::nestedChunk() {
   c.items.push_back(DecodedChunk::Item{true, c.children.size() - 1});
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

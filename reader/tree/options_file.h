@@ -5,10 +5,10 @@
 #include "decoded_file.h"
 #include "format/memory_file.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 // Decodes the options values from the read position to the end of `file`
 // into `out.optionsVersion` and `out.optionsFields`.
-void decodeOptions(T_MemoryFile& file, DecodedFile& out);
+void decodeOptionsValues(T_MemoryFile& file, DecodedFile& out);
 
-}  // namespace zt2dump
+}  // namespace ztexport

@@ -2,7 +2,7 @@
 #include "chunk_layouts.h"
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 void decodeVertexData(ChunkReader& r, DecodedChunk&) {
   r.sequenceField("nodeNames", BT_String);
@@ -15,4 +15,4 @@ void decodeVertexData(ChunkReader& r, DecodedChunk&) {
   r.sequenceField("groupVertexStart", BT_UInt);
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

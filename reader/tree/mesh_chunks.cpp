@@ -3,7 +3,7 @@
 #include "chunk_layouts.h"
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 void decodeMesh(ChunkReader& r, DecodedChunk&) {
   // The object chunk, then whichever sub-chunks the mesh has: all optional,
@@ -48,4 +48,4 @@ void decodeMeshMapChannel(ChunkReader& r, DecodedChunk&) {
 
 void decodeMeshReference(ChunkReader& r, DecodedChunk&) { r.stringField("referenceName"); }
 
-}  // namespace zt2dump
+}  // namespace ztexport

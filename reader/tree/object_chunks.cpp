@@ -3,7 +3,7 @@
 #include "chunk_layouts.h"
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 void decodeObject(ChunkReader& r, DecodedChunk&) {
   r.stringField("name");
@@ -53,4 +53,4 @@ void decodeEnvironment(ChunkReader& r, DecodedChunk&) {
   r.ucharsField("backgroundColour", 4);
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

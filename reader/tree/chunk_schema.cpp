@@ -4,7 +4,7 @@
 
 #include "chunk_layouts.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 namespace {
 
@@ -44,4 +44,4 @@ const ChunkKind* findChunkKind(std::uint32_t id) {
   return nullptr;
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport

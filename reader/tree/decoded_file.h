@@ -1,16 +1,21 @@
-// What zt2dump makes of a file: the chunk tree with every field decoded under
-// its name, or the options file's values. The printers and the validator work
-// from this tree only, never from the bytes.
+// The reader's generic view of a file: the chunk tree with every field
+// decoded under its name and its offset, or the options file's values.
+// zt2dump's printers, validator and glTF conversion work from this tree; the
+// typed structs of ztexport/reader.h are built from it. Not installed: the
+// tree is the tools' view, the structs are the library's API.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-namespace zt2dump {
+#include "ztexport/reader.h"
+
+namespace ztexport {
 
 // Field values keep the order in which they stand in the file.
 using Json = nlohmann::ordered_json;
@@ -19,6 +24,11 @@ struct DecodedField {
   std::string name;
   Json value;
   std::size_t offset = 0;  // file offset of the value's first byte (its tag)
+  // Raw blocks and numeric sequences also keep their values typed, copied
+  // straight from the bytes; with TreeDetail::Typed their `value` stays null.
+  std::variant<std::monostate, Array<Vec3>, Array<std::uint16_t>, Array<std::int32_t>, Array<std::uint32_t>,
+               Array<float>>
+      typed;
 };
 
 struct DecodedChunk {
@@ -47,11 +57,18 @@ struct DecodedChunk {
   const DecodedField* find(const std::string& fieldName) const;
   // The field's value; throws std::out_of_range when the layout lacks it.
   const Json& at(const std::string& fieldName) const;
+  // The name a reader knows this chunk by: its ObjectChunk's or animation
+  // header's name, or its own `name` (materials, textures); empty if none.
+  std::string objectName() const;
 };
 
-enum class FileKind { Scene, VertexData, Options };
+// `MeshChunk "Box01"`, or the bare kind name when the chunk carries no name;
+// "unknown chunk 0x10100" for an id not known.
+std::string chunkLabel(const DecodedChunk& chunk);
 
-const char* fileKindName(FileKind kind);
+// Whether the large arrays are also decoded into JSON values (the printers
+// need them) or only kept typed (the typed readers).
+enum class TreeDetail { Full, Typed };
 
 struct DecodedFile {
   std::string path;
@@ -62,4 +79,4 @@ struct DecodedFile {
   std::vector<DecodedField> optionsFields;
 };
 
-}  // namespace zt2dump
+}  // namespace ztexport

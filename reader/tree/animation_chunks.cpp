@@ -6,7 +6,7 @@
 #include "chunk_layouts.h"
 #include "chunk_reader.h"
 
-namespace zt2dump {
+namespace ztexport {
 
 namespace {
 
@@ -94,4 +94,4 @@ void decodeSpotLightAnimation(ChunkReader& r, DecodedChunk&) {
   r.uintField("loopToFrame");
 }
 
-}  // namespace zt2dump
+}  // namespace ztexport
