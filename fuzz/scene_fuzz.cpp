@@ -14,7 +14,7 @@
 #include "host/memory/memory_host.h"
 #include "options/options_dialog.h"
 #include "plugin/scene_exporter.h"
-#include "tools/zt2dump/file_decoder.h"
+#include "tools/zt2dump/reader_tree.h"
 #include "tools/zt2dump/validate.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
