@@ -45,7 +45,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static const char* const kNames[] = {"fuzz.zt2", "fuzz.skd", "ZTExport.cfg"};
   const char* name = kNames[data[0] % 3];
   const std::vector<std::uint8_t> bytes(data + 1, data + size);
-  ztexport::FileKind kind;
+  ztexport::FileKind kind = ztexport::FileKind::Scene;
   try {
     const zt2dump::DecodedFile file = zt2dump::decodeBytes(name, bytes);
     kind = file.kind;
