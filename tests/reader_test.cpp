@@ -201,6 +201,7 @@ TEST_F(ReaderTest, DiffByNodeAndField) {
       {{scene_, nudged, "--tolerance", "1e-6"}, 1, {"changed MeshChunk \"Character\" > MeshVertexChunk > positions"}},
       {{scene_, dir_->file("absent.zt2")}, 2, {}},
       {{scene_}, 2, {}},
+      {{scene_, scene_, "--tolerance", "-1"}, 2, {}},
   };
   for (const Case& c : cases) {
     std::vector<std::string> args = {"--diff"};

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "dump_error.h"
-#include "reader_tree.h"
-#include "ztexport/diff.h"
 #include "gltf_export.h"
 #include "json_printer.h"
+#include "reader_tree.h"
 #include "text_printer.h"
 #include "validate.h"
+#include "ztexport/diff.h"
 
 namespace {
 

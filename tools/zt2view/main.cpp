@@ -3,9 +3,9 @@
 #include <iostream>
 #include <string>
 
-#include "reader_tree.h"
 #include "gltf_export.h"
 #include "page.h"
+#include "reader_tree.h"
 
 namespace {
 
