@@ -101,13 +101,22 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
 }
 
 int T_MemoryFile::save(const char* name) const {
+  FileStaging staging;
+  if (stage(name, staging) == 0) return 0;
+  saveFailure_ = staging.commit();
+  if (saveFailure_.empty()) return 1;
+  std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
+  return 0;
+}
+
+int T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   assert(openChunks_.empty() && "save with chunks still open");
   saveFailure_.clear();
   if (File->writesSuppressed()) return 1;
   std::uint8_t header[kMemoryFileHeaderSize];
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);
-  saveFailure_ = replaceFileContents(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
+  saveFailure_ = staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
   if (saveFailure_.empty()) return 1;
   // The callers' messages are fixed texts without the system's reason, and the
   // options file reports nothing at all: the reason is told here, once for all.

@@ -44,6 +44,8 @@ struct ChunkHeader {
   std::size_t end() const { return bodyOffset + length; }
 };
 
+class FileStaging;
+
 class T_MemoryFile {
  public:
   // An empty buffer for writing.
@@ -70,6 +72,9 @@ class T_MemoryFile {
   // with the reason on standard error and in saveFailure(). The old file
   // stays whole until the new one is (see replaceFileContents).
   int save(const char* name) const;
+  // As save, but the file is only staged in `staging` (a synced temporary
+  // beside it); it replaces `name` when the staging is committed.
+  int stage(const char* name, FileStaging& staging) const;
   // Why the last save failed; empty after a successful one.
   const std::string& saveFailure() const { return saveFailure_; }
 
