@@ -264,20 +264,23 @@ std::string FileStaging::newFilesDirectory(const std::string& directory, std::st
     if (d.directory == directory) return d.staging;
   std::string staging = directory + "/" + kNewFilesPrefix + "XXXXXX";
   int fd = -1;
+  int failure = 0;
   {
     DirectoryLock lock(directory);
     removeAbandoned(directory, kNewFilesPrefix, true);
     if (!::mkdtemp(staging.data())) {
-      error = reason(errno);
-      return {};
-    }
-    fd = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0) {
-      error = reason(errno);
+      failure = errno;
+    } else if ((fd = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) < 0) {
+      failure = errno;
       ::rmdir(staging.c_str());
-      return {};
+    } else {
+      flockRetrying(fd, LOCK_EX);
     }
-    flockRetrying(fd, LOCK_EX);
+  }
+  if (failure != 0) {
+    error = reason(failure);
+    errno = failure;
+    return {};
   }
   newFileDirs_.push_back({directory, staging, fd});
   return staging;

@@ -70,7 +70,7 @@ class FileStaging {
   // The run's staging directory inside `directory`, made on first use: a file
   // written into it becomes `directory`/its name at commit, unless a file of
   // that name exists by then (which is left as it is). Empty, with the reason
-  // in `error`, when it cannot be made.
+  // in `error` and errno set, when it cannot be made.
   std::string newFilesDirectory(const std::string& directory, std::string& error);
 
   // Puts everything staged in place: the new files first (a texture is there

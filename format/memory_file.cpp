@@ -1,6 +1,7 @@
 #include "format/memory_file.h"
 
 #include <bit>
+#include <cmath>
 #include <cassert>
 #include <cstdio>
 #include <cstring>
@@ -303,6 +304,7 @@ T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned int& v) {
 }
 
 T_MemoryFile& operator<<(T_MemoryFile& f, const float& v) {
+  if (!std::isfinite(v)) f.noteNonFinite();
   writeScalar(f, BT_Float, v);
   return f;
 }
@@ -317,7 +319,11 @@ T_MemoryFile& operator<<(T_MemoryFile& f, const char* v) { return f << std::stri
 
 T_MemoryFile& operator<<(T_MemoryFile& f, const M_Matrix4x3Template<float>& v) {
   f.writeTag(BT_Matrix4x3);
-  for (int r = 0; r < 4; ++r) f.write(v[r].data(), 12);
+  for (int r = 0; r < 4; ++r) {
+    for (float x : v[r])
+      if (!std::isfinite(x)) f.noteNonFinite();
+    f.write(v[r].data(), 12);
+  }
   return f;
 }
 

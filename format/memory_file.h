@@ -66,6 +66,10 @@ class T_MemoryFile {
   void reserveMore(std::size_t bytes);
   void writeTag(BasicType tag);
   void write(const void* data, int length);
+  // A typed float or matrix written so far held an infinity or NaN, which
+  // no reader accepts: a converter scaled a value past the float's range.
+  bool holdsNonFinite() const { return nonFinite_; }
+  void noteNonFinite() { nonFinite_ = true; }
   // Bytes written so far, without the file header.
   unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
   // Writes header and buffer to `name`: non-zero on success, 0 on failure,
@@ -116,6 +120,7 @@ class T_MemoryFile {
   std::size_t pos_ = 0;
   std::string name_;
   mutable std::string saveFailure_;
+  bool nonFinite_ = false;
 };
 
 // Typed writes; each returns the stream so that writes chain.

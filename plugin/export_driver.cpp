@@ -109,6 +109,11 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     if (!hasError() && options.exportAnimation) exportSceneAnimation(*this);
 
     host->ExportStage("save");
+    // Raw arrays are checked where they are made (mesh positions); this
+    // catches a transform or light value scaled past the float's range.
+    if (!hasError() && sceneFile.holdsNonFinite())
+      logError("ERROR: A transform or parameter of the scene is beyond the range of a float once converted (a value "
+               "near 3.4e38, scaled); nothing is written.");
     if (!hasError() && sceneFile.getSize() > 0) {
       if (!saveSceneFile(name)) {
         // Sized to the name: the user must see the whole path that failed, however deep.
