@@ -200,6 +200,12 @@ bool sameFile(const std::string& a, const std::string& b) {
   return !ea && !eb && pa == pb;
 }
 
+std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs) {
+  for (const std::string& input : inputs)
+    if (sameFile(output, input)) return input;
+  return {};
+}
+
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
   FileStaging staging;
   std::string error = staging.stageReplacement(target, ranges);

@@ -40,6 +40,10 @@ std::string resolvedTarget(const std::string& path);
 // normalised. A tool refuses an output that is one of its inputs with it.
 bool sameFile(const std::string& a, const std::string& b);
 
+// The first of `inputs` that writing `output` would overwrite (sameFile);
+// empty when there is none.
+std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs);
+
 // Files of one run that must appear together or not at all. Each is first
 // written to a temporary beside its target ("stage"); commit() then puts them
 // all in place, and discard() (or the destructor) removes what was not.

@@ -1,10 +1,12 @@
 // zt2dump: prints and checks the files the exporter writes (scene .zt2,
 // per-vertex .skd, ZTExport.cfg).
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <string>
 
 #include "dump_error.h"
+#include "format/file_replace.h"
 #include "file_decoder.h"
 #include "gltf_export.h"
 #include "json_printer.h"
@@ -90,6 +92,11 @@ int main(int argc, char** argv) {
   }
   try {
     if (!args.gltf.empty()) {
+      const std::string skd = std::filesystem::path(args.file).replace_extension(".skd").string();
+      if (const std::string input = overwrittenInput(args.gltf, {args.file, skd}); !input.empty()) {
+        std::cerr << "zt2dump: " << args.gltf << ": the output would overwrite " << input << ", which it is made from\n";
+        return kExitUsage;
+      }
       std::vector<std::string> warnings;
       const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(args.file), warnings);
       for (const std::string& w : warnings) std::cerr << "zt2dump: warning: " << args.file << ": " << w << "\n";
