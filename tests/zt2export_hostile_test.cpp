@@ -422,3 +422,45 @@ TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
     EXPECT_NE(mesh.dump().find("\"normals\":[[0.0,0.0," + c.printed + ".0]"), std::string::npos) << mesh.dump();
   }
 }
+
+// A texture held inside a model is written beside the output only when the
+// export succeeds; a failed run and a dry run leave the output's directory as
+// they found it.
+TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
+  // One triangle whose material's image, a 1 x 1 PNG, lives inside the file.
+  const std::string model = R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+    "nodes": [{"mesh": 0, "name": "Tri"}],
+    "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "material": 0}]}],
+    "materials": [{"name": "Red", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],
+    "textures": [{"source": 0}],
+    "images": [{"mimeType": "image/png", "uri": "data:image/png;base64,iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8DwHwAFBQIAX8jx0gAAAABJRU5ErkJggg=="}],
+    "buffers": [{"byteLength": 36, "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}],
+    "bufferViews": [{"buffer": 0, "byteLength": 36}],
+    "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0, 0, 0], "max": [1, 1, 0]}]})";
+  struct Case {
+    std::vector<std::string> args;
+    int exitCode;
+    std::vector<std::string> left;  // in the output's directory afterwards
+  };
+  const Case cases[] = {
+      {{}, 0, {"tri.skd", "tri.zt2", "tri_texture0.png"}},
+      {{"--set", "copyTextures=0"}, 0, {"tri.skd", "tri.zt2", "tri_texture0.png"}},
+      {{"--set", "texturePath=../x"}, 1, {}},
+      {{"--check"}, 0, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args.empty() ? "plain" : c.args.back());
+    TempDir dir;
+    ztx_test::writeText(dir.file("tri.gltf"), model);
+    fs::create_directory(dir.file("out"));
+    std::vector<std::string> args = {dir.file("tri.gltf"), "-o", dir.file("out/tri.zt2"), "--config-dir",
+                                     dir.file("config"), "--quiet"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir.file("out"))) left.push_back(e.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, c.left);
+  }
+}
