@@ -40,8 +40,10 @@ void BM_CopyTexture(benchmark::State& state) {
   const std::string destination = (w.dir / "copies" / "image.bin").string();
   for (auto _ : state) {
     copyTexture(exporter, destination, w.source.string());
+    // The copy is staged; a saved scene file puts it in place.
+    const std::string committed = exporter.staging.commit();
     state.PauseTiming();
-    if (exporter.hasError()) state.SkipWithError("copy failed");
+    if (exporter.hasError() || !committed.empty()) state.SkipWithError("copy failed");
     fs::remove(destination);
     exporter.infoLog.clear();
     state.ResumeTiming();

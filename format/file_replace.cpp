@@ -1,19 +1,26 @@
 #include "format/file_replace.h"
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
-#include <vector>
+#include <filesystem>
 
 namespace {
 
 constexpr int kMaxLinkHops = 40;  // as the kernel's own limit on a path's symlinks
 // Room left in a file name for the temporary's dot, separator and XXXXXX.
 constexpr std::size_t kTempStemMax = NAME_MAX - 8;
+constexpr const char* kNewFilesPrefix = ".ztexport-";
+constexpr std::size_t kRandomLength = 6;  // the XXXXXX of mkstemp and mkdtemp
 
 std::string reason(int error) { return std::strerror(error); }
 
@@ -26,6 +33,14 @@ std::string directoryOf(const std::string& path) {
 std::string baseNameOf(const std::string& path) {
   const std::size_t slash = path.find_last_of('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+// The start of the temporaries' names for the file `base`: ".base." shortened
+// so that the whole name stays within NAME_MAX.
+std::string temporaryPrefix(const std::string& base) {
+  std::string stem = base;
+  if (stem.size() > kTempStemMax) stem.resize(kTempStemMax);
+  return "." + stem + ".";
 }
 
 mode_t processUmask() {
@@ -62,6 +77,95 @@ bool resolveLinks(std::string& path, std::string& error) {
   return false;
 }
 
+int flockRetrying(int fd, int operation) {
+  int r;
+  while ((r = ::flock(fd, operation)) != 0 && errno == EINTR) {
+  }
+  return r;
+}
+
+// An exclusive flock on a directory for a few system calls. Where the file
+// system has no such locks the work goes on unlocked: the lock narrows races
+// between runs, it is not needed for one run's own files.
+class DirectoryLock {
+ public:
+  explicit DirectoryLock(const std::string& dir)
+      : fd_(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+    if (fd_ >= 0) flockRetrying(fd_, LOCK_EX);
+  }
+  ~DirectoryLock() {
+    if (fd_ >= 0) ::close(fd_);  // closing releases the lock
+  }
+  DirectoryLock(const DirectoryLock&) = delete;
+  DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+ private:
+  int fd_;
+};
+
+bool isRandomPart(const std::string& s) {
+  return s.size() == kRandomLength &&
+         std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isalnum(c) != 0; });
+}
+
+void removeDirectoryFiles(const std::string& dir) {
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return;
+  while (const dirent* e = ::readdir(d)) {
+    const std::string name = e->d_name;
+    if (name != "." && name != "..") ::unlink((dir + "/" + name).c_str());
+  }
+  ::closedir(d);
+}
+
+// Removes `path` (a temporary file, or a staging directory with its files)
+// when it is ours and no live run holds its lock: the run that made it was
+// killed. Called with the directory's lock held.
+void removeIfAbandoned(const std::string& path, bool directory) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || st.st_uid != ::geteuid()) return;
+  if (directory ? !S_ISDIR(st.st_mode) : !S_ISREG(st.st_mode)) return;
+  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (directory ? O_DIRECTORY : 0));
+  if (fd < 0) return;
+  struct stat opened {};
+  if (::fstat(fd, &opened) == 0 && opened.st_dev == st.st_dev && opened.st_ino == st.st_ino &&
+      flockRetrying(fd, LOCK_EX | LOCK_NB) == 0) {
+    if (directory) {
+      removeDirectoryFiles(path);
+      ::rmdir(path.c_str());
+    } else {
+      ::unlink(path.c_str());
+    }
+  }
+  ::close(fd);
+}
+
+// Every abandoned entry of `dir` whose name is `prefix` and six random characters.
+void removeAbandoned(const std::string& dir, const std::string& prefix, bool directories) {
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return;
+  std::vector<std::string> candidates;
+  while (const dirent* e = ::readdir(d)) {
+    const std::string name = e->d_name;
+    if (name.size() == prefix.size() + kRandomLength && name.compare(0, prefix.size(), prefix) == 0 &&
+        isRandomPart(name.substr(prefix.size())))
+      candidates.push_back(dir + "/" + name);
+  }
+  ::closedir(d);
+  for (const std::string& path : candidates) removeIfAbandoned(path, directories);
+}
+
+// Puts `from` at `to` unless something is there already (left as it is):
+// 0, EEXIST, or the error. A hard link where the file system has them, so the
+// staged file stays until the whole commit stands.
+int placeWithoutReplacing(const std::string& from, const std::string& to) {
+  if (::link(from.c_str(), to.c_str()) == 0) return 0;
+  if (errno == EEXIST) return EEXIST;
+  if (errno != EPERM && errno != ENOTSUP && errno != EOPNOTSUPP) return errno;
+  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  return errno;
+}
+
 }  // namespace
 
 bool writeAll(int fd, const void* data, std::size_t size) {
@@ -78,7 +182,40 @@ bool writeAll(int fd, const void* data, std::size_t size) {
   return true;
 }
 
+std::string resolvedTarget(const std::string& path) {
+  std::string resolved = path;
+  std::string error;
+  return resolveLinks(resolved, error) ? resolved : path;
+}
+
+bool sameFile(const std::string& a, const std::string& b) {
+  struct stat sa {}, sb {};
+  const bool aExists = ::stat(a.c_str(), &sa) == 0, bExists = ::stat(b.c_str(), &sb) == 0;
+  if (aExists && bExists) return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  if (aExists != bExists) return false;
+  namespace fs = std::filesystem;
+  std::error_code ea, eb;
+  const fs::path pa = fs::weakly_canonical(fs::absolute(resolvedTarget(a), ea), ea);
+  const fs::path pb = fs::weakly_canonical(fs::absolute(resolvedTarget(b), eb), eb);
+  return !ea && !eb && pa == pb;
+}
+
+std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs) {
+  for (const std::string& input : inputs)
+    if (sameFile(output, input)) return input;
+  return {};
+}
+
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
+  FileStaging staging;
+  std::string error = staging.stageReplacement(target, ranges);
+  if (error.empty()) error = staging.commit();
+  return error;
+}
+
+FileStaging::~FileStaging() { discard(); }
+
+std::string FileStaging::stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges) {
   std::string path = target;
   std::string error;
   if (!resolveLinks(path, error)) return error;
@@ -90,16 +227,30 @@ std::string replaceFileContents(const std::string& target, std::initializer_list
   if (exists && existing.st_nlink > 1)
     return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";
 
-  std::string stem = baseNameOf(path);
-  if (stem.size() > kTempStemMax) stem.resize(kTempStemMax);
-  std::string temp = directoryOf(path) + "/." + stem + ".XXXXXX";
-  const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
-  if (fd < 0) return reason(errno);
+  for (auto it = replacements_.begin(); it != replacements_.end(); ++it) {
+    if (it->target != path) continue;
+    ::unlink(it->temporary.c_str());
+    ::close(it->lockFd);
+    replacements_.erase(it);
+    break;
+  }
 
-  auto fail = [&](int error) {
-    ::close(fd);
+  const std::string dir = directoryOf(path);
+  const std::string prefix = temporaryPrefix(baseNameOf(path));
+  std::string temp = dir + "/" + prefix + "XXXXXX";
+  int fd;
+  {
+    DirectoryLock lock(dir);
+    removeAbandoned(dir, prefix, false);
+    fd = ::mkostemp(temp.data(), O_CLOEXEC);
+    if (fd < 0) return reason(errno);
+    flockRetrying(fd, LOCK_EX);
+  }
+
+  auto fail = [&](int e) {
     ::unlink(temp.c_str());
-    return reason(error);
+    ::close(fd);
+    return reason(e);
   };
   const mode_t mode = exists ? (existing.st_mode & 07777) : (0666 & ~processUmask());
   if (::fchmod(fd, mode) != 0) return fail(errno);
@@ -110,15 +261,109 @@ std::string replaceFileContents(const std::string& target, std::initializer_list
   for (const ByteRange& r : ranges)
     if (!writeAll(fd, r.data, r.size)) return fail(errno);
   if (::fsync(fd) != 0) return fail(errno);
-  if (::close(fd) != 0) {
-    const int e = errno;
-    ::unlink(temp.c_str());
-    return reason(e);
-  }
-  if (::rename(temp.c_str(), path.c_str()) != 0) {
-    const int e = errno;
-    ::unlink(temp.c_str());
-    return reason(e);
-  }
+  replacements_.push_back({path, temp, fd});
   return {};
+}
+
+std::string FileStaging::newFilesDirectory(const std::string& directory, std::string& error) {
+  for (const NewFilesDir& d : newFileDirs_)
+    if (d.directory == directory) return d.staging;
+  std::string staging = directory + "/" + kNewFilesPrefix + "XXXXXX";
+  int fd = -1;
+  int failure = 0;
+  {
+    DirectoryLock lock(directory);
+    removeAbandoned(directory, kNewFilesPrefix, true);
+    if (!::mkdtemp(staging.data())) {
+      failure = errno;
+    } else if ((fd = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) < 0) {
+      failure = errno;
+      ::rmdir(staging.c_str());
+    } else {
+      flockRetrying(fd, LOCK_EX);
+    }
+  }
+  if (failure != 0) {
+    error = reason(failure);
+    errno = failure;
+    return {};
+  }
+  newFileDirs_.push_back({directory, staging, fd});
+  return staging;
+}
+
+std::string FileStaging::commit(const std::string& first) {
+  if (!first.empty()) {
+    const std::string lead = resolvedTarget(first);
+    const auto it = std::find_if(replacements_.begin(), replacements_.end(),
+                                 [&](const Replacement& r) { return r.target == lead; });
+    if (it != replacements_.end()) std::rotate(replacements_.begin(), it, it + 1);
+  }
+  std::string lockDir;
+  if (!replacements_.empty()) lockDir = directoryOf(replacements_.front().target);
+  else if (!newFileDirs_.empty()) lockDir = newFileDirs_.front().directory;
+  if (lockDir.empty()) return {};
+  DirectoryLock lock(lockDir);
+
+  std::vector<std::string> placed;  // new files put in place by this commit
+  auto undoNewFiles = [&] {
+    for (const std::string& p : placed) ::unlink(p.c_str());
+  };
+  for (const NewFilesDir& d : newFileDirs_) {
+    DIR* dir = ::opendir(d.staging.c_str());
+    if (!dir) {
+      const int e = errno;
+      undoNewFiles();
+      return d.staging + ": " + reason(e);
+    }
+    std::vector<std::string> names;
+    while (const dirent* e = ::readdir(dir)) {
+      const std::string name = e->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+    }
+    ::closedir(dir);
+    std::sort(names.begin(), names.end());
+    for (const std::string& name : names) {
+      const std::string to = d.directory + "/" + name;
+      const int e = placeWithoutReplacing(d.staging + "/" + name, to);
+      if (e == 0) placed.push_back(to);
+      else if (e != EEXIST) {
+        undoNewFiles();
+        return to + ": " + reason(e);
+      }
+    }
+  }
+  for (std::size_t i = 0; i < replacements_.size(); ++i) {
+    Replacement& r = replacements_[i];
+    if (::rename(r.temporary.c_str(), r.target.c_str()) != 0) {
+      const int e = errno;
+      // Files already renamed cannot be taken back; the new files stay with
+      // them. Before the first rename nothing of the run is left.
+      if (i == 0) undoNewFiles();
+      return reason(e);
+    }
+    ::close(r.lockFd);
+    r.lockFd = -1;
+    r.temporary.clear();
+  }
+  replacements_.clear();
+  createdDirectories_.clear();
+  discard();  // the staging directories, emptied of what was linked
+  return {};
+}
+
+void FileStaging::discard() {
+  for (Replacement& r : replacements_) {
+    if (!r.temporary.empty()) ::unlink(r.temporary.c_str());
+    if (r.lockFd >= 0) ::close(r.lockFd);
+  }
+  replacements_.clear();
+  for (NewFilesDir& d : newFileDirs_) {
+    removeDirectoryFiles(d.staging);
+    ::rmdir(d.staging.c_str());
+    if (d.lockFd >= 0) ::close(d.lockFd);
+  }
+  newFileDirs_.clear();
+  for (auto it = createdDirectories_.rbegin(); it != createdDirectories_.rend(); ++it) ::rmdir(it->c_str());
+  createdDirectories_.clear();
 }

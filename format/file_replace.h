@@ -1,17 +1,20 @@
 // Replacing a file's contents so that a failure at any point leaves either the
-// old file or the whole new one, never a mixture and never a stray temporary.
+// old file or the whole new one, never a mixture and never a stray temporary,
+// and putting several files in place together (FileStaging).
 #pragma once
 
 #include <cstddef>
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 struct ByteRange {
   const void* data;
   std::size_t size;
 };
 
-// Writes the ranges, in order, as the new contents of `target`.
+// Writes the ranges, in order, as the new contents of `target`: a FileStaging
+// of this one file, committed at once.
 //
 // - The bytes go to a temporary of a unique name in the directory of the file
 //   finally replaced, are flushed to the disk and then renamed over it, so two
@@ -26,6 +29,89 @@ struct ByteRange {
 // Returns an empty string on success, otherwise the reason, such as
 // "Permission denied" or "not a regular file".
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges);
+
+// The file that writing to `path` lands in: every symbolic link followed (a
+// dangling one names the file it would create). `path` itself when a link
+// cannot be read.
+std::string resolvedTarget(const std::string& path);
+
+// True when `a` and `b` name one file: the same device and inode when both
+// exist (links followed), otherwise the same path once made absolute and
+// normalised. A tool refuses an output that is one of its inputs with it.
+bool sameFile(const std::string& a, const std::string& b);
+
+// The first of `inputs` that writing `output` would overwrite (sameFile);
+// empty when there is none.
+std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs);
+
+// Files of one run that must appear together or not at all. Each is first
+// written to a temporary beside its target ("stage"); commit() then puts them
+// all in place, and discard() (or the destructor) removes what was not.
+//
+// - A temporary is named ".NAME.XXXXXX" beside the file NAME it will replace.
+//   While it exists its writer holds an exclusive advisory lock (flock) on it.
+//   Staging for NAME first removes the ".NAME.XXXXXX" temporaries of a writer
+//   that died (a killed run): files of our user whose lock is free.
+// - New files (copies that must never overwrite anything) are staged in a
+//   directory ".ztexport-XXXXXX" of the run inside the directory they go to,
+//   locked the same way; such directories of dead runs are removed as well.
+// - Staging, clean-up and commit each hold an exclusive flock on the directory
+//   they work in for their few system calls, so a run never removes a
+//   temporary that another run has just made and not yet locked, and two
+//   commits into one directory never interleave.
+class FileStaging {
+ public:
+  FileStaging() = default;
+  FileStaging(const FileStaging&) = delete;
+  FileStaging& operator=(const FileStaging&) = delete;
+  ~FileStaging();
+
+  // Writes the ranges to a synced temporary for `target` (links followed), with
+  // the checks of replaceFileContents. The same target staged again replaces
+  // the earlier staging: the last one wins. Empty on success, else the reason.
+  std::string stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
+
+  // The run's staging directory inside `directory`, made on first use: a file
+  // written into it becomes `directory`/its name at commit, unless a file of
+  // that name exists by then (which is left as it is). Empty, with the reason
+  // in `error` and errno set, when it cannot be made.
+  std::string newFilesDirectory(const std::string& directory, std::string& error);
+
+  // Puts everything staged in place: the new files first (a texture is there
+  // before the scene file that names it), then the replacement for `first`
+  // (when given and staged), then the other replacements in the order staged.
+  // The whole commit holds the lock of the directory of `first` (or of the
+  // first replacement), so two runs committing the same files leave all of
+  // one run's files, never some of each. On failure the replacements not yet
+  // renamed and the new files of this commit are removed, and the reason is
+  // returned; on success the result is empty.
+  std::string commit(const std::string& first = {});
+
+  // Removes every temporary and staging directory not committed, and the
+  // directories registered with createdDirectory when they are empty.
+  void discard();
+
+  // A directory the run created for its files: removed by discard() when
+  // nothing else is in it.
+  void createdDirectory(const std::string& directory) { createdDirectories_.push_back(directory); }
+
+  bool empty() const { return replacements_.empty() && newFileDirs_.empty(); }
+
+ private:
+  struct Replacement {
+    std::string target;     // the final file, links followed
+    std::string temporary;  // beside it
+    int lockFd = -1;        // the temporary, open and flocked while it exists
+  };
+  struct NewFilesDir {
+    std::string directory;  // where the files go
+    std::string staging;    // ".ztexport-XXXXXX" inside it
+    int lockFd = -1;
+  };
+  std::vector<Replacement> replacements_;
+  std::vector<NewFilesDir> newFileDirs_;
+  std::vector<std::string> createdDirectories_;
+};
 
 // Writes all `size` bytes to `fd`, going on after interruptions; false with
 // errno set when a write fails.

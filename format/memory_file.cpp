@@ -1,6 +1,7 @@
 #include "format/memory_file.h"
 
 #include <bit>
+#include <cmath>
 #include <cassert>
 #include <cstdio>
 #include <cstring>
@@ -101,13 +102,22 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
 }
 
 int T_MemoryFile::save(const char* name) const {
+  FileStaging staging;
+  if (stage(name, staging) == 0) return 0;
+  saveFailure_ = staging.commit();
+  if (saveFailure_.empty()) return 1;
+  std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
+  return 0;
+}
+
+int T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   assert(openChunks_.empty() && "save with chunks still open");
   saveFailure_.clear();
   if (File->writesSuppressed()) return 1;
   std::uint8_t header[kMemoryFileHeaderSize];
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);
-  saveFailure_ = replaceFileContents(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
+  saveFailure_ = staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
   if (saveFailure_.empty()) return 1;
   // The callers' messages are fixed texts without the system's reason, and the
   // options file reports nothing at all: the reason is told here, once for all.
@@ -294,6 +304,7 @@ T_MemoryFile& operator<<(T_MemoryFile& f, const unsigned int& v) {
 }
 
 T_MemoryFile& operator<<(T_MemoryFile& f, const float& v) {
+  if (!std::isfinite(v)) f.noteNonFinite();
   writeScalar(f, BT_Float, v);
   return f;
 }
@@ -308,7 +319,11 @@ T_MemoryFile& operator<<(T_MemoryFile& f, const char* v) { return f << std::stri
 
 T_MemoryFile& operator<<(T_MemoryFile& f, const M_Matrix4x3Template<float>& v) {
   f.writeTag(BT_Matrix4x3);
-  for (int r = 0; r < 4; ++r) f.write(v[r].data(), 12);
+  for (int r = 0; r < 4; ++r) {
+    for (float x : v[r])
+      if (!std::isfinite(x)) f.noteNonFinite();
+    f.write(v[r].data(), 12);
+  }
   return f;
 }
 

@@ -44,6 +44,8 @@ struct ChunkHeader {
   std::size_t end() const { return bodyOffset + length; }
 };
 
+class FileStaging;
+
 class T_MemoryFile {
  public:
   // An empty buffer for writing.
@@ -64,12 +66,19 @@ class T_MemoryFile {
   void reserveMore(std::size_t bytes);
   void writeTag(BasicType tag);
   void write(const void* data, int length);
+  // A typed float or matrix written so far held an infinity or NaN, which
+  // no reader accepts: a converter scaled a value past the float's range.
+  bool holdsNonFinite() const { return nonFinite_; }
+  void noteNonFinite() { nonFinite_ = true; }
   // Bytes written so far, without the file header.
   unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
   // Writes header and buffer to `name`: non-zero on success, 0 on failure,
   // with the reason on standard error and in saveFailure(). The old file
   // stays whole until the new one is (see replaceFileContents).
   int save(const char* name) const;
+  // As save, but the file is only staged in `staging` (a synced temporary
+  // beside it); it replaces `name` when the staging is committed.
+  int stage(const char* name, FileStaging& staging) const;
   // Why the last save failed; empty after a successful one.
   const std::string& saveFailure() const { return saveFailure_; }
 
@@ -111,6 +120,7 @@ class T_MemoryFile {
   std::size_t pos_ = 0;
   std::string name_;
   mutable std::string saveFailure_;
+  bool nonFinite_ = false;
 };
 
 // Typed writes; each returns the stream so that writes chain.

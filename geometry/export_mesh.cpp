@@ -48,15 +48,21 @@ ConvertedObject triangleObjectOf(Object* obj, TimeValue t) {
   return converted;
 }
 
-void buildPositions(const SceneExporter& exporter, const Mesh& mesh, const Matrix3& objectOffset, MeshBuild& build) {
+// False when a position overflows the float once placed and scaled.
+bool buildPositions(const SceneExporter& exporter, const Mesh& mesh, const Matrix3& objectOffset, MeshBuild& build) {
   const Matrix3 axis = toMatrix3(exporter.axisConversion);
   const float scale = exporter.options.rescaleFactor;
   const std::size_t n = mesh.verts.size();
   build.positions.resize(n);
+  bool finite = true;
   for (std::size_t i = 0; i < n; ++i) {
     const Point3 p = (mesh.verts[i] * objectOffset) * axis;
     build.positions[i] = {p.x * scale, p.y * scale, p.z * scale};
+    // 0 * x is 0 only for a finite x: one test per vertex, no branch.
+    const Point3& q = build.positions[i];
+    finite &= q.x * 0.0f + q.y * 0.0f + q.z * 0.0f == 0.0f;
   }
+  return finite;
 }
 
 void buildTriangles(const Mesh& mesh, MeshBuild& build) {
@@ -385,7 +391,12 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     skinRecord.setBoneNames(exporter.skinBoneNames);
   }
 
-  buildPositions(exporter, mesh, objectOffset, build);
+  if (!buildPositions(exporter, mesh, objectOffset, build)) {
+    exporter.logError("ERROR: Object \"%s\" has vertices beyond the range of a float once placed and scaled; it "
+                      "cannot be exported.",
+                      node->GetName());
+    return;
+  }
   buildTriangles(mesh, build);
   buildMaterials(exporter, node, mesh, build);
   buildMapChannels(mesh, build);

@@ -10,6 +10,12 @@
 
 namespace {
 
+Point3 wideFaceNormal(const Point3& p0, const Point3& p1, const Point3& p2) {
+  const double e1x = double(p1.x) - p0.x, e1y = double(p1.y) - p0.y, e1z = double(p1.z) - p0.z;
+  const double e2x = double(p2.x) - p0.x, e2y = double(p2.y) - p0.y, e2z = double(p2.z) - p0.z;
+  return geometry::normalisedWide(e1y * e2z - e1z * e2y, e1z * e2x - e1x * e2z, e1x * e2y - e1y * e2x);
+}
+
 void computeFaceNormals(const MeshBuild& mesh, std::vector<Point3>& out) {
   const std::size_t triangles = mesh.triangleCount();
   out.resize(triangles);
@@ -19,7 +25,10 @@ void computeFaceNormals(const MeshBuild& mesh, std::vector<Point3>& out) {
     const Point3 p0 = p[idx[3 * t]], p1 = p[idx[3 * t + 1]], p2 = p[idx[3 * t + 2]];
     const Point3 e1{p1.x - p0.x, p1.y - p0.y, p1.z - p0.z};
     const Point3 e2{p2.x - p0.x, p2.y - p0.y, p2.z - p0.z};
-    out[t] = geometry::normalised({e1.y * e2.z - e1.z * e2.y, e1.z * e2.x - e1.x * e2.z, e1.x * e2.y - e1.y * e2.x});
+    const Point3 n{e1.y * e2.z - e1.z * e2.y, e1.z * e2.x - e1.x * e2.z, e1.x * e2.y - e1.y * e2.x};
+    // Finite positions far apart (a coordinate near 3.4e38) overflow the
+    // float edges or their cross product; double holds them all.
+    out[t] = std::isfinite(n.x + n.y + n.z) ? geometry::normalised(n) : wideFaceNormal(p0, p1, p2);
   }
 }
 

@@ -8,10 +8,22 @@
 
 namespace geometry {
 
-// n scaled by the float 1 / |n|; a zero-length n gives (0, 0, 0).
+// The unit vector along (x, y, z), worked out in double: for vectors whose
+// length, or whose components, overflow a float. Zero, or not finite even in
+// double, gives (0, 0, 0).
+inline Point3 normalisedWide(double x, double y, double z) {
+  const double len = std::sqrt(x * x + y * y + z * z);
+  if (len == 0.0 || !std::isfinite(len)) return {0.0f, 0.0f, 0.0f};
+  return {static_cast<float>(x / len), static_cast<float>(y / len), static_cast<float>(z / len)};
+}
+
+// n scaled by the float 1 / |n|; a zero-length n gives (0, 0, 0). When the
+// squares overflow (components beyond about 1.8e19) the length is taken in
+// double, so that a huge vector still gives its direction rather than zero.
 inline Point3 normalised(const Point3& n) {
   const float len = std::sqrt(n.x * n.x + n.y * n.y + n.z * n.z);
   if (len == 0.0f) return {0.0f, 0.0f, 0.0f};
+  if (!std::isfinite(len)) return normalisedWide(n.x, n.y, n.z);
   const float inv = 1.0f / len;
   return {n.x * inv, n.y * inv, n.z * inv};
 }

@@ -14,14 +14,14 @@ T_MemoryFile& operator<<(T_MemoryFile& file, const VertexDataRecord& record) {
 
 std::string vertexDataFileName(const SceneExporter& exporter) {
   const char* format = "%s%s.skd";
-  const int n = std::snprintf(nullptr, 0, format, exporter.targetPath.c_str(), exporter.targetName.c_str());
+  const int n = std::snprintf(nullptr, 0, format, exporter.writtenPath.c_str(), exporter.writtenName.c_str());
   std::string name(static_cast<std::size_t>(n > 0 ? n : 0), '\0');
-  std::snprintf(name.data(), name.size() + 1, format, exporter.targetPath.c_str(), exporter.targetName.c_str());
+  std::snprintf(name.data(), name.size() + 1, format, exporter.writtenPath.c_str(), exporter.writtenName.c_str());
   return name;
 }
 
-bool saveVertexDataFile(const SceneExporter& exporter, const VertexDataRecord& record) {
+bool saveVertexDataFile(SceneExporter& exporter, const VertexDataRecord& record) {
   T_MemoryFile file(8192);
   file << record;
-  return file.save(vertexDataFileName(exporter).c_str()) != 0;
+  return file.stage(vertexDataFileName(exporter).c_str(), exporter.staging) != 0;
 }

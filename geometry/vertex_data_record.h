@@ -57,9 +57,12 @@ class VertexDataRecord {
 // The VertexDataChunk: eight sequences, names first, group tables last.
 T_MemoryFile& operator<<(T_MemoryFile& file, const VertexDataRecord& record);
 
-// The .skd file name: targetPath and targetName joined by "%s%s.skd".
+// The .skd file name: the directory and base name of the file the scene is
+// written to (links followed) joined by "%s%s.skd".
 std::string vertexDataFileName(const SceneExporter& exporter);
 
-// Writes the record into a fresh buffer and saves it under vertexDataFileName.
-// A failed save is not reported; the result says whether it worked.
-bool saveVertexDataFile(const SceneExporter& exporter, const VertexDataRecord& record);
+// Writes the record into a fresh buffer and stages it under vertexDataFileName:
+// it replaces the file when the scene file is saved (SceneExporter::staging),
+// and a later mesh's record staged under the same name takes its place. A
+// failed save is not reported; the result says whether it worked.
+bool saveVertexDataFile(SceneExporter& exporter, const VertexDataRecord& record);

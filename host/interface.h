@@ -56,6 +56,10 @@ class Interface {
   // the in-house layer writes no file. The flag lives inside the exporter
   // module, so the host hands it over here.
   virtual bool WritesSuppressed() { return false; }
+  // True when the user asked for texture copies outside the directory of the
+  // exported file (a texture path that climbs out with ".."). Without it such
+  // a path stops the export: a saved option must not spill files elsewhere.
+  virtual bool TextureCopiesOutsideAllowed() { return false; }
   // Told as each stage of the export begins ("options", "pre-pass",
   // "environment", "materials", "objects", "animation", "save", then
   // "done"), so that a host can time them. A host that does not time leaves it.

@@ -68,6 +68,24 @@ std::string textureCopyDirectoryFor(const std::string& targetPath, const std::st
   return targetPath + texturePath.substr(0, texturePath.find(';'));
 }
 
+bool texturePathLeavesDirectory(const std::string& texturePath) {
+  const std::string copyPart = texturePath.substr(0, texturePath.find(';'));
+  int depth = 0;
+  std::size_t start = 0;
+  while (start <= copyPart.size()) {
+    std::size_t end = copyPart.find_first_of("/\\", start);
+    if (end == std::string::npos) end = copyPart.size();
+    const std::string part = copyPart.substr(start, end - start);
+    if (part == "..") {
+      if (--depth < 0) return true;
+    } else if (!part.empty() && part != ".") {
+      ++depth;
+    }
+    start = end + 1;
+  }
+  return false;
+}
+
 void exportMaterials(SceneExporter& exporter) {
   const std::vector<Mtl*>& materials = exporter.materialIndexTable.materials();
   if (materials.empty()) return;
@@ -83,8 +101,15 @@ void exportMaterials(SceneExporter& exporter) {
   list.texturePath = exporter.options.texturePath;
   list.materials.resize(materials.size());
   exporter.copiedTextureSet.clear();
-  if (exporter.options.copyTextures)
-    exporter.textureCopyDirectory = textureCopyDirectoryFor(exporter.targetPath, exporter.options.texturePath);
+  if (exporter.options.copyTextures) {
+    exporter.textureCopyDirectory = textureCopyDirectoryFor(exporter.writtenPath, exporter.options.texturePath);
+    if (texturePathLeavesDirectory(exporter.options.texturePath) && !exporter.host->TextureCopiesOutsideAllowed()) {
+      exporter.logError("ERROR: Texture path \"%s\" leads out of the directory of the exported file; textures are "
+                        "copied there only when the host allows it.",
+                        exporter.options.texturePath.c_str());
+      exporter.options.copyTextures = false;  // the export has failed: nothing more to copy
+    }
+  }
 
   for (std::size_t i = 0; i < materials.size(); ++i) {
     const Mtl& m = *materials[i];

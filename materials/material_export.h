@@ -13,3 +13,7 @@ void exportMaterials(SceneExporter& exporter);
 // The directory the textures are copied to: the export's directory followed
 // directly by the texture path up to its first ";".
 std::string textureCopyDirectoryFor(const std::string& targetPath, const std::string& texturePath);
+
+// True when the copy part of `texturePath` climbs above the directory it is
+// joined to ("../maps", "a/../../b"); "/" and "\\" both separate.
+bool texturePathLeavesDirectory(const std::string& texturePath);

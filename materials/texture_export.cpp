@@ -39,25 +39,38 @@ bool copyBytes(int in, int out) {
   }
 }
 
-// 0 on success, EEXIST when the destination is there already, otherwise the
-// error number of the step that failed.
-int copyWithoutOverwrite(const std::string& source, const std::string& destination) {
+// Stages a copy of `source` for `destination`, which the scene file's save
+// puts in place unless a file of that name has appeared by then: the copy
+// exists only if the export succeeds. 0 on success, EEXIST when the
+// destination is there already, otherwise the error number of the step that
+// failed.
+int stageCopyWithoutOverwrite(FileStaging& staging, const std::string& source, const std::string& destination) {
+  struct stat st {};
+  if (::lstat(destination.c_str(), &st) == 0) return EEXIST;
+  const std::size_t slash = destination.find_last_of('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : destination.substr(0, slash);
+  const std::string name = slash == std::string::npos ? destination : destination.substr(slash + 1);
   const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
   if (in < 0) return errno;
-  // The exclusive create is the no-overwrite guarantee: there is no moment
-  // between a check and the create in which another file could appear.
-  const int out = ::open(destination.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+  std::string why;
+  const std::string stagingDir = staging.newFilesDirectory(dir, why);
+  if (stagingDir.empty()) {
+    ::close(in);
+    return errno != 0 ? errno : EIO;
+  }
+  // Each destination is staged once per export (CopiedTextureSet), so the
+  // staged name is free; the exclusive create makes sure of it.
+  const std::string staged = stagingDir + "/" + name;
+  const int out = ::open(staged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
   if (out < 0) {
     const int error = errno;
     ::close(in);
     return error;
   }
-  int error = copyBytes(in, out) ? 0 : errno;
+  int error = copyBytes(in, out) && ::fsync(out) == 0 ? 0 : errno;
   ::close(in);
   if (::close(out) != 0 && error == 0) error = errno;
-  // The file was ours from its creation, so removing a partial copy cannot
-  // remove anyone else's file.
-  if (error != 0) ::unlink(destination.c_str());
+  if (error != 0) ::unlink(staged.c_str());
   return error;
 }
 
@@ -73,11 +86,12 @@ void copyTexture(SceneExporter& exporter, const std::string& destination, const 
   if (File->writesSuppressed()) return;
   const std::string& dir = exporter.textureCopyDirectory;
   if (!File->isDirectory(directoryOrCurrent(dir))) {
-    // Whether it worked shows in the copy below.
-    ::mkdir(dir.c_str(), 0777);
+    // Whether it worked shows in the copy below. A directory made for a run
+    // that then fails goes again with the run's other files.
+    if (::mkdir(dir.c_str(), 0777) == 0) exporter.staging.createdDirectory(dir);
     exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
   }
-  const int error = copyWithoutOverwrite(source, destination);
+  const int error = stageCopyWithoutOverwrite(exporter.staging, source, destination);
   if (error == 0)
     exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
   else if (error == EEXIST)

@@ -20,7 +20,9 @@ using CopiedTextureSet = std::set<std::string>;
 void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap& map);
 
 // Copies `source` to `destination` inside the exporter's texture copy
-// directory, creating that directory (one level) when missing. An existing
+// directory, creating that directory (one level) when missing. The copy is
+// staged (exporter.staging) and appears only with the saved scene file; a
+// failed export leaves neither it nor the directory made for it. An existing
 // destination is never overwritten (an INFO line); any other failure is an
 // ERROR with the system's text, and leaves no partial file behind.
 void copyTexture(SceneExporter& exporter, const std::string& destination, const std::string& source);

@@ -18,9 +18,27 @@ namespace {
 constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport cancelled.";
 }  // namespace
 
+bool SceneExporter::saveSceneFile(const char* name) {
+  if (sceneFile.stage(name, staging) == 0) {
+    staging.discard();
+    return false;
+  }
+  // The lock of the commit keeps the scene file and its .skd of one run together.
+  const std::string failure = staging.commit(name);
+  if (failure.empty()) return true;
+  std::fprintf(stderr, "%s: cannot save: %s\n", name, failure.c_str());
+  staging.discard();
+  return false;
+}
+
 int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool suppressPrompts) {
   clearError();
   BMMSplitFilename(name, targetPath, targetName, targetExtension);
+  {
+    std::string ignoredExtension;
+    BMMSplitFilename(resolvedTarget(name), writtenPath, writtenName, ignoredExtension);
+  }
+  staging.discard();
   host = hostInterface;
   infoLog.clear();
   meshReferenceTable.clear();
@@ -91,8 +109,13 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     if (!hasError() && options.exportAnimation) exportSceneAnimation(*this);
 
     host->ExportStage("save");
+    // Raw arrays are checked where they are made (mesh positions); this
+    // catches a transform or light value scaled past the float's range.
+    if (!hasError() && sceneFile.holdsNonFinite())
+      logError("ERROR: A transform or parameter of the scene is beyond the range of a float once converted (a value "
+               "near 3.4e38, scaled); nothing is written.");
     if (!hasError() && sceneFile.getSize() > 0) {
-      if (sceneFile.save(name) == 0) {
+      if (!saveSceneFile(name)) {
         // Sized to the name: the user must see the whole path that failed, however deep.
         const int length = std::snprintf(nullptr, 0, kSaveFailedFormat, name);
         std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
@@ -104,6 +127,9 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
         return 0;
       }
     }
+    // Whatever was staged and not saved with a scene file (the export failed,
+    // or wrote nothing) goes.
+    staging.discard();
 
     host->ExportStage("done");
     if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
@@ -116,6 +142,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     dialog.reset();
     return 1;
   } catch (...) {
+    staging.discard();
     if (rateApplied) host->SetFrameRate(savedFrameRate);
     host->ProgressEnd();
     throw;

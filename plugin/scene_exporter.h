@@ -10,6 +10,7 @@
 #include <unordered_map>
 
 #include "animation/animation_state.h"
+#include "format/file_replace.h"
 #include "format/memory_file.h"
 #include "host/inhouse/matrix.h"
 #include "host/interface.h"
@@ -42,6 +43,11 @@ class SceneExporter : public SceneExport {
   // The export run: returns 1, or 0 when the scene file could not be written.
   // With `suppressPrompts` the options dialog is not shown.
   int DoExport(const char* name, Interface* hostInterface, bool suppressPrompts);
+
+  // Stages the scene file and commits it with everything staged before it;
+  // false when any of it failed (told on standard error), and then nothing
+  // of the run is left.
+  bool saveSceneFile(const char* name);
 
   // --- the host's scene-export interface ---
   int ExtCount() override;
@@ -91,6 +97,10 @@ class SceneExporter : public SceneExport {
   std::string targetPath;       // directory with its trailing separator
   std::string targetName;       // base name without extension
   std::string targetExtension;  // with its dot
+  // The same of the file the scene is written to, symbolic links followed:
+  // the .skd and the copied textures go beside that file.
+  std::string writtenPath;
+  std::string writtenName;
   Interface* host = nullptr;
   InfoLog infoLog;
   MeshReferenceTable meshReferenceTable;
@@ -114,6 +124,9 @@ class SceneExporter : public SceneExport {
   SkinBoneNames skinBoneNames;
   std::string textureCopyDirectory;  // set by the material pass when textures are copied
   CopiedTextureSet copiedTextureSet;
+  // Every file of the run (.skd, texture copies) waits here until the scene
+  // file is saved; they are put in place together with it, or not at all.
+  FileStaging staging;
 
   // Resets the values that every export starts from.
   void resetExportValues();

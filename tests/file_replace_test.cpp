@@ -7,6 +7,7 @@
 
 #include <filesystem>
 
+#include "format/file_replace.h"
 #include "format/memory_file.h"
 #include "support/test_support.h"
 
@@ -123,4 +124,45 @@ TEST(FileReplace, UsersPartFileAndLongNamesAreFine) {
     EXPECT_NE(fileHolding(1).save(name.c_str()), 0) << length;
     EXPECT_EQ(savedValue(name), 1);
   }
+}
+
+// What a run stages appears only with its commit, in one piece, and never
+// over a file that appeared meanwhile; discarded, it leaves no trace, not
+// even the directory it made.
+TEST(FileStaging, CommitPutsEverythingInPlaceAndDiscardLeavesNothing) {
+  ztx_test::TempDir dir;
+  ztx_test::writeText(dir.file("scene.zt2"), "old scene");
+  ztx_test::writeText(dir.file("scene.skd"), "old skin");
+  fs::create_directory(dir.file("maps"));
+  auto stageAll = [&](FileStaging& s) {
+    const std::string scene = "new scene", skin = "new skin";
+    ASSERT_EQ(s.stageReplacement(dir.file("scene.skd"), {{skin.data(), skin.size()}}), "");
+    std::string error;
+    const std::string maps = s.newFilesDirectory(dir.file("maps"), error);
+    ASSERT_FALSE(maps.empty()) << error;
+    ztx_test::writeText(maps + "/a.png", "ours");
+    ztx_test::writeText(maps + "/b.png", "ours");
+    ASSERT_EQ(s.stageReplacement(dir.file("scene.zt2"), {{scene.data(), scene.size()}}), "");
+  };
+  {
+    FileStaging s;
+    stageAll(s);
+    s.createdDirectory(dir.file("maps"));
+    s.discard();
+  }
+  EXPECT_EQ(strayNames(dir, {"scene.zt2", "scene.skd"}), std::vector<std::string>{});
+  EXPECT_EQ(ztx_test::readText(dir.file("scene.skd")), "old skin");
+
+  fs::create_directory(dir.file("maps"));
+  FileStaging s;
+  stageAll(s);
+  ztx_test::writeText(dir.file("maps/b.png"), "theirs");  // appeared after the staging
+  EXPECT_EQ(ztx_test::readText(dir.file("scene.zt2")), "old scene");
+  ASSERT_EQ(s.commit(dir.file("scene.zt2")), "");
+  EXPECT_EQ(ztx_test::readText(dir.file("scene.zt2")), "new scene");
+  EXPECT_EQ(ztx_test::readText(dir.file("scene.skd")), "new skin");
+  EXPECT_EQ(ztx_test::readText(dir.file("maps/a.png")), "ours");
+  EXPECT_EQ(ztx_test::readText(dir.file("maps/b.png")), "theirs");
+  EXPECT_EQ(strayNames(dir, {"scene.zt2", "scene.skd", "maps"}), std::vector<std::string>{});
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir.file("maps")), fs::directory_iterator()), 2);
 }

@@ -55,6 +55,8 @@ struct Scene {
     exporter.host = host.get();
     exporter.targetPath = dir.path().string() + "/";
     exporter.targetName = "scene";
+    exporter.writtenPath = exporter.targetPath;
+    exporter.writtenName = exporter.targetName;
     exporter.options.exportSkinning = false;
     exporter.options.pivotAsMeshCenter = false;
     for (const char* id : {"A", "B"}) exporter.materialIndexTable.add(host->findMaterial(id));
@@ -76,7 +78,9 @@ struct Scene {
     while (!f.atEnd()) out.push_back(readMeshChunk(f));
     return out;
   }
-  VertexDataRecord skd() const {
+  // The .skd staged last, put in place as saving the scene file would.
+  VertexDataRecord skd() {
+    EXPECT_EQ(exporter.staging.commit(), "");
     T_MemoryFile f(dir.file("scene.skd").c_str(), AM_Read);
     return readVertexDataChunk(f);
   }

@@ -1,10 +1,15 @@
 // zt2export against input made to hurt it: files in the wrong places, names
 // that clash, runs that race. Each case ends with a clear message and an exit
 // code, and no file is lost or left half-written.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
 #include <thread>
 #include <tuple>
 
@@ -25,6 +30,39 @@ std::vector<std::string> argsFor(const TempDir& dir, const std::string& output, 
                                    "--set", "exportSkinning=0", "--set", "exportMaterials=0"};
   args.insert(args.end(), more.begin(), more.end());
   return args;
+}
+
+// Every entry under `root` (links not followed): a file by its bytes, a
+// directory or a link by its kind and target. Two equal snapshots mean nothing
+// was lost, changed or left behind.
+std::map<std::string, std::string> snapshot(const fs::path& root) {
+  std::map<std::string, std::string> entries;
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
+    const std::string name = fs::relative(it->path(), root).string();
+    if (it->is_symlink()) entries[name] = "link to " + fs::read_symlink(it->path()).string();
+    else if (it->is_directory()) entries[name] = "directory";
+    else entries[name] = ztx_test::readText(it->path().string());
+  }
+  return entries;
+}
+
+// The example scene (skinned, textured) in `dir`, its textures beside it;
+// `rename` gives its skinned mesh's node another name, so that the files of
+// two runs can be told apart.
+std::string exampleIn(const TempDir& dir, const std::string& file = "scene.json", const std::string& rename = "") {
+  std::string text = ztx_test::readText(ztx_test::sourcePath("examples/example.scene.json"));
+  if (!rename.empty())
+    for (std::size_t at; (at = text.find("\"Character\"")) != std::string::npos;) text.replace(at, 11, '"' + rename + '"');
+  ztx_test::writeText(dir.file(file), text);
+  if (!fs::exists(dir.file("textures"))) fs::copy(ztx_test::sourcePath("examples/textures"), dir.file("textures"));
+  return dir.file(file);
+}
+
+// The node the .skd belongs to must be a mesh of the scene file beside it.
+void expectPair(const std::string& zt2, const std::string& skd) {
+  const nlohmann::json skin = ztx_test::dumpJson(skd);
+  const std::string node = skin["chunks"][0]["fields"]["nodeNames"][0];
+  EXPECT_FALSE(ztx_test::findObject(ztx_test::dumpJson(zt2), node).is_null()) << node << " is not in " << zt2;
 }
 
 }  // namespace
@@ -117,5 +155,312 @@ TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
     EXPECT_EQ(r.exitCode, exitCode) << r.err;
     EXPECT_NE(r.out.find(printed), std::string::npos) << r.out;
     EXPECT_TRUE(fs::is_empty(dir.path())) << fs::begin(fs::directory_iterator(dir.path()))->path();
+  }
+}
+
+// No tool writes over a file it reads: the scene or model, the .skd, and what
+// --write-scene writes and the export then reads, named directly or through links.
+TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
+  TempDir dir;
+  fs::copy(ztx_test::sourcePath("examples/crate.3ds"), dir.file("crate.3ds"));
+  const auto made = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  ASSERT_EQ(made.exitCode, 0) << made.err;
+  fs::create_symlink("out.skd", dir.file("skin.glb"));
+  fs::create_hard_link(dir.file("crate.3ds"), dir.file("crate.html"));
+  struct Case {
+    std::string program;
+    std::vector<std::string> args;
+    std::string message;
+  };
+  const std::string cfg = dir.file("config"), model = dir.file("crate.3ds");
+  const Case cases[] = {
+      {ZTX_ZT2EXPORT, {model, "--write-scene", model, "--config-dir", cfg},
+       model + ": --write-scene would overwrite the scene it is exported from"},
+      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m.json"), "--config-dir", cfg},
+       dir.file("m.json") + ": the output would overwrite the scene file of --write-scene"},
+      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m.bin"), "--config-dir", cfg},
+       dir.file("m.bin") + ": the output would overwrite the buffer of --write-scene"},
+      {ZTX_ZT2EXPORT, {model, "-o", dir.file("crate.html"), "--config-dir", cfg},
+       dir.file("crate.html") + ": the output would overwrite the scene it is exported from"},
+      {ZTX_ZT2DUMP, {dir.file("out.zt2"), "--gltf", dir.file("out.zt2")},
+       dir.file("out.zt2") + ": the output would overwrite " + dir.file("out.zt2") + ", which it is made from"},
+      {ZTX_ZT2DUMP, {dir.file("out.zt2"), "--gltf", dir.file("skin.glb")},
+       dir.file("skin.glb") + ": the output would overwrite " + dir.file("out.skd") + ", which it is made from"},
+#ifdef ZTX_ZT2VIEW
+      {ZTX_ZT2VIEW, {dir.file("out.zt2"), "-o", dir.file("out.zt2")},
+       dir.file("out.zt2") + ": the page would overwrite " + dir.file("out.zt2") + ", which it is made from"},
+      {ZTX_ZT2VIEW, {dir.file("out.zt2"), "-o", dir.file("skin.glb")},
+       dir.file("skin.glb") + ": the page would overwrite " + dir.file("out.skd") + ", which it is made from"},
+#endif
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.message);
+    const auto before = snapshot(dir.path());
+    const auto r = ztx_test::run(c.program, c.args);
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_EQ(snapshot(dir.path()), before);
+  }
+}
+
+// A save that fails leaves the files of the last good run as they were: the
+// .skd, the textures and the scene file go together or not at all.
+TEST(Zt2ExportHostile, FailedSaveKeepsTheOldPairAndWritesNothing) {
+  struct Case {
+    const char* what;
+    std::function<void(const TempDir&)> spoil;  // makes out.zt2 unwritable
+    const char* reason;
+  };
+  const Case cases[] = {
+      {"hard-linked target", [](const TempDir& d) { fs::create_hard_link(d.file("out.zt2"), d.file("kept.zt2")); },
+       "cannot save: the file has 2 hard links"},
+      {"directory in the way", [](const TempDir& d) {
+         fs::remove(d.file("out.zt2"));
+         fs::create_directory(d.file("out.zt2"));
+       }, "cannot save: not a regular file"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    const auto first = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+    ASSERT_EQ(first.exitCode, 0) << first.err;
+    c.spoil(dir);
+    const auto before = snapshot(dir.path());
+    const auto r = runExport({exampleIn(dir, "other.json", "Figure"), "-o", dir.file("out.zt2"), "--config-dir",
+                              dir.file("config"), "--quiet", "--set", "texturePath=maps"});
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find("Unable to write to " + dir.file("out.zt2")), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find(c.reason), std::string::npos) << r.err;
+    auto after = snapshot(dir.path());
+    after.erase("other.json");
+    EXPECT_EQ(after, before);  // the old .skd, no maps/, no temporary
+  }
+}
+
+// An export cancelled by an error in a node after the skinned mesh leaves no
+// .skd, no texture copy and no directory made for them.
+TEST(Zt2ExportHostile, FailedExportLeavesNothingOfItself) {
+  TempDir dir;
+  nlohmann::json scene = nlohmann::json::parse(ztx_test::readText(exampleIn(dir)));
+  scene["nodes"].push_back(nlohmann::json::parse(R"({"name": "Huge", "material": "skin", "object": {"type": "mesh", "mesh": {
+      "vertices": [0, 0, 0, 3e38, 0, 0, 0, 3e38, 0], "faces": [0, 1, 2]}},
+      "objectOffset": {"scale": [10, 10, 10]},
+      "modifiers": [{"type": "physique", "vertices": ["Bip_Pelvis", "Bip_Pelvis", "Bip_Pelvis"]}]})"));
+  ztx_test::writeText(dir.file("scene.json"), scene.dump());
+  ztx_test::writeText(dir.file("out.skd"), "the last good run's");
+  const auto before = snapshot(dir.path());
+  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
+                            "--quiet", "--set", "texturePath=maps"});
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.out.find("ERROR: Object \"Huge\" has vertices beyond the range of a float once placed and scaled"),
+            std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("INFO: Directory \"" + dir.file("maps") + "\" created for textures."), std::string::npos);
+  auto after = snapshot(dir.path());
+  for (const char* cfg : {"config", "config/ZTExport.cfg"}) after.erase(cfg);
+  EXPECT_EQ(after, before);
+}
+
+// Temporaries of a killed run (no live lock on them) go with the next run to
+// the same target; a live writer's, and names that are not ours, stay.
+TEST(Zt2ExportHostile, KilledRunsTemporariesAreRemovedByTheNextRun) {
+  TempDir dir;
+  exampleIn(dir);
+  const std::vector<std::string> stale = {".out.zt2.AbC123", ".out.skd.xYz789", ".ztexport-Q1w2E3"};
+  const std::vector<std::string> kept = {".out.zt2.LiVe99", ".other.zt2.AbC123", ".out.zt2.part", ".out.zt2.AbC12"};
+  for (const std::string& name : stale) ztx_test::writeText(dir.file(name), std::string(1 << 16, 'x'));
+  fs::remove(dir.file(".ztexport-Q1w2E3"));
+  fs::create_directory(dir.file(".ztexport-Q1w2E3"));
+  ztx_test::writeText(dir.file(".ztexport-Q1w2E3/cloth.png"), "half");
+  for (const std::string& name : kept) ztx_test::writeText(dir.file(name), "kept");
+  const int live = ::open(dir.file(".out.zt2.LiVe99").c_str(), O_RDONLY | O_CLOEXEC);
+  ASSERT_EQ(::flock(live, LOCK_EX), 0);
+  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  ::close(live);
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  for (const std::string& name : stale) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
+  for (const std::string& name : kept) EXPECT_EQ(ztx_test::readText(dir.file(name)), "kept") << name;
+  expectPair(dir.file("out.zt2"), dir.file("out.skd"));
+  EXPECT_TRUE(fs::exists(dir.file("cloth.png")));
+}
+
+// Two exports to the same -o at once leave the .zt2 and the .skd of one of them.
+TEST(Zt2ExportHostile, ConcurrentExportsNeverMixTheirPairs) {
+  TempDir dir;
+  const std::string a = exampleIn(dir, "a.json"), b = exampleIn(dir, "b.json", "Figure");
+  auto exportOnce = [&](const std::string& scene) {
+    const auto r = runExport({scene, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet", "--set",
+                              "copyTextures=0"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+  };
+  for (int round = 0; round < 20; ++round) {
+    SCOPED_TRACE(round);
+    std::thread first(exportOnce, a), second(exportOnce, b);
+    first.join();
+    second.join();
+    expectPair(dir.file("out.zt2"), dir.file("out.skd"));
+  }
+  std::vector<std::string> names;
+  for (const auto& e : fs::directory_iterator(dir.path())) names.push_back(e.path().filename().string());
+  std::sort(names.begin(), names.end());
+  EXPECT_EQ(names, (std::vector<std::string>{"a.json", "b.json", "config", "out.skd", "out.zt2", "textures"}));
+}
+
+// -o through a link: the link stays, the scene file replaces what it points
+// to, and the .skd and the textures go beside that file.
+TEST(Zt2ExportHostile, SymlinkedOutputHasItsSkdBesideTheTarget) {
+  TempDir dir;
+  fs::create_directory(dir.file("real"));
+  fs::create_symlink("real/scene.zt2", dir.file("link.zt2"));
+  const auto r = runExport({exampleIn(dir), "-o", dir.file("link.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_TRUE(fs::is_symlink(dir.file("link.zt2")));
+  EXPECT_FALSE(fs::exists(dir.file("link.skd")));
+  expectPair(dir.file("real/scene.zt2"), dir.file("real/scene.skd"));
+  EXPECT_TRUE(fs::exists(dir.file("real/cloth.png")));
+}
+
+// The texture path is joined to the export's directory; climbing out of it
+// needs --copy-textures-outside, whether the path comes from --set or from
+// the saved options.
+TEST(Zt2ExportHostile, TextureCopiesStayInsideTheExportDirectoryUnlessAskedOtherwise) {
+  struct Case {
+    std::vector<std::string> args;
+    int exitCode;
+    const char* copiedTo;  // relative to the run's root; none when refused
+  };
+  const Case cases[] = {
+      {{"--set", "texturePath=../x"}, 1, nullptr},
+      {{"--set", "texturePath=maps/../../x"}, 1, nullptr},
+      {{"--set", "texturePath=..\\x"}, 1, nullptr},
+      {{"--set", "texturePath=./m"}, 0, "out/m"},
+      {{"--set", "texturePath=/abs"}, 0, "out/abs"},
+      {{"--set", "texturePath=../x", "--copy-textures-outside"}, 0, "x"},
+      {{"--set", "texturePath=../x", "--save-options"}, 1, nullptr},
+      {{}, 1, nullptr},  // the saved ../x of the case before
+  };
+  TempDir root;
+  exampleIn(root);
+  fs::create_directory(root.file("out"));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args.empty() ? "saved" : c.args[1]);
+    for (const char* gone : {"out/m", "out/abs", "x", "out/out.zt2", "out/out.skd"}) fs::remove_all(root.file(gone));
+    const auto before = snapshot(root.path());
+    std::vector<std::string> args = {root.file("scene.json"), "-o", root.file("out/out.zt2"), "--config-dir",
+                                     root.file("config"), "--quiet"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
+    if (c.copiedTo) {
+      EXPECT_TRUE(fs::exists(root.file(std::string(c.copiedTo) + "/cloth.png")));
+      continue;
+    }
+    EXPECT_NE(r.out.find("leads out of the directory of the exported file"), std::string::npos) << r.out;
+    // The options file is the run's to write (--save-options).
+    auto after = snapshot(root.path()), expected = before;
+    for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg"), entries->erase("config");
+    EXPECT_EQ(after, expected);
+  }
+}
+
+// A model named without a folder, from its own directory.
+TEST(Zt2ExportHostile, ModelNamedWithoutAFolderExports) {
+  TempDir dir;
+  fs::copy(ztx_test::sourcePath("examples/crate.3ds"), dir.file("crate.3ds"));
+  fs::copy(ztx_test::sourcePath("examples/textures"), dir.file("textures"));
+  const fs::path was = fs::current_path();
+  fs::current_path(dir.path());
+  const auto r = runExport({"crate.3ds", "--config-dir", "config", "--quiet"});
+  fs::current_path(was);
+  EXPECT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(ztx_test::runDump({"--validate", dir.file("crate.zt2")}).exitCode, 0);
+  EXPECT_TRUE(fs::exists(dir.file("cloth.png")));
+  std::vector<std::string> hidden;
+  for (const auto& e : fs::directory_iterator(dir.path()))
+    if (e.path().filename().string()[0] == '.') hidden.push_back(e.path().filename().string());
+  EXPECT_EQ(hidden, std::vector<std::string>{});
+}
+
+// Values near the float's limit: a triangle whose edges overflow gets its
+// true normal; positions or transforms that overflow once scaled stop the
+// export with an error. Whatever leaves with exit status 0 validates.
+TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
+  const std::string material =
+      R"("materials": [{"id": "red", "type": "ztMaterial", "name": "Red", "params": {"plainLayerMode": 1}}],)";
+  struct Case {
+    std::string nodes;
+    std::vector<std::string> args;
+    int exitCode;
+    std::string printed;  // the error, or the normal's z for a file written
+  };
+  const std::string triangle = R"({"name": "M", "material": "red", "object": {"type": "mesh", "mesh": {
+      "vertices": [-3.4e38, 0, 0, 3.4e38, 1, 0, 0, 3.4e38, 0], "faces": [0, 1, 2], "smoothingGroups": [1]}}})";
+  const Case cases[] = {
+      {triangle, {}, 0, "-1"},
+      {triangle, {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
+       "ERROR: Object \"M\" has vertices beyond the range of a float once placed and scaled; it cannot be exported."},
+      {R"({"name": "H", "object": {"type": "helper"}, "transform": {"position": [3.4e38, 0, 0]}})",
+       {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
+       "ERROR: A transform or parameter of the scene is beyond the range of a float once converted"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.printed);
+    TempDir dir;
+    ztx_test::writeText(dir.file("scene.json"), "{" + material + R"("nodes": [)" + c.nodes + "]}");
+    std::vector<std::string> args = {dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir",
+                                     dir.file("config"), "--quiet", "--set", "exportSkinning=0"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
+    if (c.exitCode != 0) {
+      EXPECT_NE(r.out.find(c.printed), std::string::npos) << r.out;
+      EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
+      continue;
+    }
+    const auto v = ztx_test::runDump({"--validate", dir.file("out.zt2")});
+    EXPECT_EQ(v.exitCode, 0) << v.err;
+    const auto mesh = ztx_test::findObject(ztx_test::dumpJson(dir.file("out.zt2")), "M");
+    EXPECT_NE(mesh.dump().find("\"normals\":[[0.0,0.0," + c.printed + ".0]"), std::string::npos) << mesh.dump();
+  }
+}
+
+// A texture held inside a model is written beside the output only when the
+// export succeeds; a failed run and a dry run leave the output's directory as
+// they found it.
+TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
+  // One triangle whose material's image, a 1 x 1 PNG, lives inside the file.
+  const std::string model = R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
+    "nodes": [{"mesh": 0, "name": "Tri"}],
+    "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "material": 0}]}],
+    "materials": [{"name": "Red", "pbrMetallicRoughness": {"baseColorTexture": {"index": 0}}}],
+    "textures": [{"source": 0}],
+    "images": [{"mimeType": "image/png", "uri": "data:image/png;base64,iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mP8z8DwHwAFBQIAX8jx0gAAAABJRU5ErkJggg=="}],
+    "buffers": [{"byteLength": 36, "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}],
+    "bufferViews": [{"buffer": 0, "byteLength": 36}],
+    "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0, 0, 0], "max": [1, 1, 0]}]})";
+  struct Case {
+    std::vector<std::string> args;
+    int exitCode;
+    std::vector<std::string> left;  // in the output's directory afterwards
+  };
+  const Case cases[] = {
+      {{}, 0, {"tri.skd", "tri.zt2", "tri_texture0.png"}},
+      {{"--set", "copyTextures=0"}, 0, {"tri.skd", "tri.zt2", "tri_texture0.png"}},
+      {{"--set", "texturePath=../x"}, 1, {}},
+      {{"--check"}, 0, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.args.empty() ? "plain" : c.args.back());
+    TempDir dir;
+    ztx_test::writeText(dir.file("tri.gltf"), model);
+    fs::create_directory(dir.file("out"));
+    std::vector<std::string> args = {dir.file("tri.gltf"), "-o", dir.file("out/tri.zt2"), "--config-dir",
+                                     dir.file("config"), "--quiet"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
+    std::vector<std::string> left;
+    for (const auto& e : fs::directory_iterator(dir.file("out"))) left.push_back(e.path().filename().string());
+    std::sort(left.begin(), left.end());
+    EXPECT_EQ(left, c.left);
   }
 }

@@ -42,13 +42,16 @@ bool looks3ds(const std::string& head) {
   return head.size() >= 6 && static_cast<unsigned char>(head[0]) == 0x4d && static_cast<unsigned char>(head[1]) == 0x4d;
 }
 
-// The buffer beside a written scene: "car.scene.json" keeps "car.bin".
+}  // namespace
+
 std::string bufferNameFor(const std::string& scenePath) {
   std::string name = fs::path(scenePath).filename().string();
   for (const char* suffix : {".json", ".scene"})
     if (name.size() > std::strlen(suffix) && name.ends_with(suffix)) name.resize(name.size() - std::strlen(suffix));
   return name + ".bin";
 }
+
+namespace {
 
 // A model file may declare more elements than it holds (a count of hundreds of
 // billions in a header of a few bytes), and some readers then reserve and

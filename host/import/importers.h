@@ -41,6 +41,10 @@ ImportedScene importModel(const ImportRequest& request);
 // spaces, for --help.
 std::string formatsHelp();
 
+// The file name of the buffer written beside the scene file `scenePath` by
+// --write-scene: "car.scene.json" keeps "car.bin".
+std::string bufferNameFor(const std::string& scenePath);
+
 // What zt2export does with its SCENE argument: loads a scene file, or imports
 // a model; with `writeScene` set, writes what was imported (or loaded) there
 // as a scene file with its buffer beside it, and loads that. `textureDir`

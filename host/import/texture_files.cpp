@@ -22,13 +22,15 @@ std::string resolveTexture(const fs::path& modelDir, const std::string& name) {
   std::string portable = name;
   std::replace(portable.begin(), portable.end(), '\\', '/');
   const fs::path given(portable);
-  const fs::path direct = fs::absolute(given.is_absolute() ? given : modelDir / given).lexically_normal();
+  // A model named without a folder lies in the current directory.
+  const fs::path dirOfModel = modelDir.empty() ? fs::path(".") : modelDir;
+  const fs::path direct = fs::absolute(given.is_absolute() ? given : dirOfModel / given).lexically_normal();
   std::error_code ec;
   if (fs::is_regular_file(direct, ec)) return direct.string();
   // Old models often carry paths of the machine they were made on: try the
   // bare file name beside the model too.
   const std::string wanted = lower(given.filename().string());
-  for (const fs::path& dir : {direct.parent_path(), fs::absolute(modelDir).lexically_normal()}) {
+  for (const fs::path& dir : {direct.parent_path(), fs::absolute(dirOfModel).lexically_normal()}) {
     std::vector<fs::path> matches;
     for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
       if (lower(it->path().filename().string()) == wanted) matches.push_back(it->path());

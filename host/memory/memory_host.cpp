@@ -46,6 +46,8 @@ void MemoryHost::EditExportOptions(OptionsDialog& record) {
 std::function<void(const std::string&)> MemoryHost::GetVerboseSink() { return impl_->verboseSink; }
 void MemoryHost::setWritesSuppressed(bool suppressed) { impl_->writesSuppressed = suppressed; }
 bool MemoryHost::WritesSuppressed() { return impl_->writesSuppressed; }
+void MemoryHost::setTextureCopiesOutsideAllowed(bool allowed) { impl_->textureCopiesOutsideAllowed = allowed; }
+bool MemoryHost::TextureCopiesOutsideAllowed() { return impl_->textureCopiesOutsideAllowed; }
 void MemoryHost::setStageObserver(std::function<void(const char*)> observer) {
   impl_->stageObserver = std::move(observer);
 }

@@ -58,6 +58,8 @@ class MemoryHost : public Interface {
   void setVerboseSink(std::function<void(const std::string&)> sink);
   // What WritesSuppressed answers (the command-line tool's --check).
   void setWritesSuppressed(bool suppressed);
+  // What TextureCopiesOutsideAllowed answers (the command-line tool's --copy-textures-outside).
+  void setTextureCopiesOutsideAllowed(bool allowed);
   // Called with each stage the exporter announces (benchmarks time them).
   void setStageObserver(std::function<void(const char*)> observer);
 
@@ -100,6 +102,7 @@ class MemoryHost : public Interface {
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;
+  bool TextureCopiesOutsideAllowed() override;
   void ExportStage(const char* stage) override;
 
   struct Impl;

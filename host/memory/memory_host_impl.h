@@ -48,6 +48,7 @@ struct MemoryHost::Impl {
   std::function<void(OptionsDialog&)> optionsEditor;
   std::function<void(const std::string&)> verboseSink;
   bool writesSuppressed = false;
+  bool textureCopiesOutsideAllowed = false;
   std::function<void(const char*)> stageObserver;
   int cancelFromCall = 0;
   int cancelQueries = 0;

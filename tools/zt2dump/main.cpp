@@ -3,11 +3,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <iostream>
 #include <string>
 #include <vector>
 
 #include "dump_error.h"
+#include "format/file_replace.h"
 #include "gltf_export.h"
 #include "json_printer.h"
 #include "reader_tree.h"
@@ -136,6 +138,11 @@ int main(int argc, char** argv) {
   }
   try {
     if (!args.gltf.empty()) {
+      const std::string skd = std::filesystem::path(args.file).replace_extension(".skd").string();
+      if (const std::string input = overwrittenInput(args.gltf, {args.file, skd}); !input.empty()) {
+        std::cerr << "zt2dump: " << args.gltf << ": the output would overwrite " << input << ", which it is made from\n";
+        return kExitUsage;
+      }
       std::vector<std::string> warnings;
       const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(args.file), warnings);
       for (const std::string& w : warnings) std::cerr << "zt2dump: warning: " << args.file << ": " << w << "\n";

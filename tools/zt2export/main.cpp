@@ -8,13 +8,16 @@
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "format/file_replace.h"
 #include "host/inhouse/exceptions.h"
 #include "host/import/importers.h"
 #include "host/memory/memory_host.h"
@@ -43,13 +46,14 @@ struct Arguments {
   bool version = false;
   bool dialog = false;
   bool about = false;
+  bool copyTexturesOutside = false;
 };
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
-               "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "                 [--copy-textures-outside] [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
 }
@@ -82,6 +86,8 @@ void printHelp() {
       "  --set FIELD=VALUE      change one field of the options record after it was loaded from\n"
       "                         ZTExport.cfg and before it is applied; may be repeated. Values\n"
       "                         outside the limits the options dialog gives are refused.\n"
+      "  --copy-textures-outside  allow a texture path that leads out of the output's\n"
+      "                         directory (\"../maps\"); without it such a path stops the export\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
       "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
@@ -147,6 +153,7 @@ Arguments parseArguments(int argc, char** argv) {
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
   app.add_flag("--save-options", a.saveOptions);
+  app.add_flag("--copy-textures-outside", a.copyTexturesOutside);
   app.add_flag("--check", a.check);
   app.add_flag("--quiet", a.quiet);
   app.add_flag("--verbose", a.verbose);
@@ -197,10 +204,37 @@ std::string defaultConfigDir() {
   return (base / "ztexport").string();
 }
 
-// The output must not be the scene being read: the export would overwrite its own input.
-bool sameFile(const std::string& a, const std::string& b) {
-  std::error_code ec;
-  return std::filesystem::equivalent(a, b, ec) && !ec;
+std::string directoryOrCurrent(const std::filesystem::path& file) {
+  const std::filesystem::path dir = file.parent_path();
+  return dir.empty() ? std::string(".") : dir.string();
+}
+
+// The first file the run would write over one it reads, as a message; empty
+// when there is none. The .skd goes beside the file the output finally names.
+std::string outputOverwritingInput(const Arguments& args, const std::string& output) {
+  namespace fs = std::filesystem;
+  struct Named {
+    std::string path;
+    std::string what;
+  };
+  const std::string skd = fs::path(resolvedTarget(output)).replace_extension(".skd").string();
+  std::vector<Named> exportOutputs = {{output, "the output"}, {skd, "the output's .skd"}};
+  std::vector<Named> inputs = {{args.scene, "the scene it is exported from"}};
+  std::vector<Named> outputs = exportOutputs;
+  if (!args.writeScene.empty()) {
+    const std::string buffer = (fs::path(directoryOrCurrent(args.writeScene)) / hostimport::bufferNameFor(args.writeScene)).string();
+    outputs.push_back({args.writeScene, "--write-scene"});
+    outputs.push_back({buffer, "--write-scene's buffer"});
+    // What --write-scene writes is read back and exported.
+    for (const Named& out : exportOutputs)
+      for (const Named& in : {Named{args.writeScene, "the scene file of --write-scene"},
+                              Named{buffer, "the buffer of --write-scene"}})
+        if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
+  }
+  for (const Named& out : outputs)
+    for (const Named& in : inputs)
+      if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
+  return {};
 }
 
 std::string defaultOutput(const std::string& scene) {
@@ -210,6 +244,26 @@ std::string defaultOutput(const std::string& scene) {
     if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
   return stem + ".zt2";
 }
+
+// A directory of our own under the system's temporary directory, removed
+// with everything in it when the object goes.
+class TemporaryDirectory {
+ public:
+  explicit TemporaryDirectory(std::string& error) {
+    std::error_code ec;
+    std::string pattern = (std::filesystem::temp_directory_path(ec) / "zt2export-XXXXXX").string();
+    if (!ec && ::mkdtemp(pattern.data())) path_ = pattern;
+    else error = std::strerror(errno);
+  }
+  ~TemporaryDirectory() {
+    std::error_code ec;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
 
 // The exporter reports an export cancelled by errors in its last message,
 // which it always shows.
@@ -282,21 +336,42 @@ int main(int argc, char** argv) {
   }
 
   const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
+  if (const std::string clash = outputOverwritingInput(args, output); !clash.empty()) {
+    std::fprintf(stderr, "zt2export: %s\n", clash.c_str());
+    return kExitFailure;
+  }
+
+  // Textures held inside a model go beside what is written: beside the scene
+  // file of --write-scene, which they belong to, or beside the exported file,
+  // staged there until the export succeeds. A dry run keeps them in a
+  // directory of its own that goes with it.
+  FileStaging embeddedTextures;
+  std::string textureDir;
+  std::unique_ptr<TemporaryDirectory> dryRunTextures;
+  if (!args.writeScene.empty()) {
+    textureDir = directoryOrCurrent(args.writeScene);
+  } else if (!hostimport::isSceneDescription(args.scene)) {
+    std::string error;
+    if (args.check) {
+      dryRunTextures = std::make_unique<TemporaryDirectory>(error);
+      textureDir = dryRunTextures->path();
+    } else {
+      textureDir = embeddedTextures.newFilesDirectory(directoryOrCurrent(resolvedTarget(output)), error);
+    }
+    if (textureDir.empty()) {
+      std::fprintf(stderr, "zt2export: %s: cannot write beside the output: %s\n", output.c_str(), error.c_str());
+      return kExitFailure;
+    }
+  }
+
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
-    // Textures held inside a model go beside what is written.
-    const std::string written = args.writeScene.empty() ? output : args.writeScene;
-    host = hostimport::openScene(args.scene, args.writeScene, std::filesystem::path(written).parent_path().string());
+    host = hostimport::openScene(args.scene, args.writeScene, textureDir);
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
     return kExitFailure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
-    return kExitFailure;
-  }
-
-  if (sameFile(output, args.scene)) {
-    std::fprintf(stderr, "zt2export: %s: the output would overwrite the scene it is exported from\n", output.c_str());
     return kExitFailure;
   }
 
@@ -356,6 +431,7 @@ int main(int argc, char** argv) {
     }
   });
   host->setWritesSuppressed(args.check);
+  host->setTextureCopiesOutsideAllowed(args.copyTexturesOutside);
 
   int result = 0;
   try {
@@ -383,7 +459,16 @@ int main(int argc, char** argv) {
   // The exporter's message boxes all end a run that failed: the file could
   // not be saved, or a window it was asked for could not be shown.
   const bool failed = result == 0 || !host->messageBoxes().empty();
-  const int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
+  int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
+  if (code == kExitOk) {
+    if (const std::string failure = embeddedTextures.commit(); !failure.empty()) {
+      std::fprintf(stderr, "zt2export: cannot save a texture held in the model: %s\n", failure.c_str());
+      code = kExitFailure;
+    }
+  }
+  // _Exit runs no destructor: what was not committed goes here.
+  embeddedTextures.discard();
+  dryRunTextures.reset();
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.

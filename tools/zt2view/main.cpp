@@ -3,6 +3,7 @@
 #include <iostream>
 #include <string>
 
+#include "format/file_replace.h"
 #include "gltf_export.h"
 #include "page.h"
 #include "reader_tree.h"
@@ -47,6 +48,11 @@ int main(int argc, char** argv) {
     return 2;
   }
   if (out.empty()) out = std::filesystem::path(file).replace_extension(".html").string();
+  const std::string skd = std::filesystem::path(file).replace_extension(".skd").string();
+  if (const std::string input = overwrittenInput(out, {file, skd}); !input.empty()) {
+    std::cerr << "zt2view: " << out << ": the page would overwrite " << input << ", which it is made from\n";
+    return 2;
+  }
   try {
     std::vector<std::string> warnings;
     const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(file), warnings);
