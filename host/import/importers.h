@@ -4,6 +4,7 @@
 // the scene file written from it with --write-scene export the same bytes.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,6 +24,12 @@ struct ImportRequest {
   std::string path;         // the model
   std::string bufferName;   // the name the document gives its buffer
   std::string textureDir;   // where textures held inside the model are written
+  bool sceneFile = false;   // the scene becomes files to keep (--write-scene): skins as lists
+};
+
+// What the model reader may take (docs/import.md). Zero: by the model's size.
+struct ImportLimits {
+  std::uint64_t memoryMiB = 0;
 };
 
 ImportedScene import3ds(const ImportRequest& request);
@@ -47,6 +54,6 @@ std::string formatsHelp();
 // receives the textures a model holds inside it. Throws std::exception
 // naming the file on failure.
 std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir);
+                                                 const std::string& textureDir, const ImportLimits& limits = {});
 
 }  // namespace hostimport
