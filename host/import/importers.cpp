@@ -94,34 +94,10 @@ constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
 // Overrides the time limit, in seconds, for tests that must see it strike.
 constexpr const char* kTimeLimitVariable = "ZT2EXPORT_IMPORT_SECONDS";
 
-struct ReaderBounds {
-  double seconds = kMostSeconds;
-  std::uint64_t memory = 0;  // bytes the reader may map beyond what zt2export holds already
-};
-
 std::uint64_t machineMemory() {
   const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
   return pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize)
                                    : UINT64_MAX;
-}
-
-ReaderBounds boundsFor(const ImportRequest& request, const ImportLimits& limits) {
-  std::error_code ec;
-  const std::uintmax_t size = fs::file_size(request.path, ec);
-  const std::uint64_t bytes = ec ? 0 : static_cast<std::uint64_t>(size);
-  ReaderBounds bounds;
-  const double cap = looks3ds(firstBytes(request.path, 6)) ? k3dsSeconds : kMostSeconds;
-  bounds.seconds = std::min(cap, kSecondsFloor + kSecondsPerMiB * static_cast<double>(bytes) / kMiB);
-  if (const char* text = std::getenv(kTimeLimitVariable); text && *text) {
-    char* end = nullptr;
-    const double seconds = std::strtod(text, &end);
-    if (*end == '\0' && seconds > 0 && seconds <= kMostSeconds) bounds.seconds = seconds;
-  }
-  // Past the machine's memory a model cannot be honest; asked for explicitly, the limit is the user's.
-  bounds.memory = limits.memoryMiB > 0
-                      ? limits.memoryMiB * kMiB
-                      : std::min(machineMemory(), kMemoryFloor + kMemoryPerByte * std::min(bytes, UINT64_MAX / 128));
-  return bounds;
 }
 
 // Set in the reader when an allocation failed: what follows is the cap's doing.
@@ -274,7 +250,7 @@ std::string secondsText(double seconds) {
 // text and the buffer, valid during the call).
 template <typename Use>
 auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Use use) {
-  const ReaderBounds bounds = boundsFor(request, limits);
+  const ReaderBounds bounds = readerBounds(request.path, limits);
   const int fd = ::memfd_create("zt2export-model", MFD_CLOEXEC);
   int done[2] = {-1, -1};
   if (fd < 0 || ::pipe2(done, O_CLOEXEC) != 0) {
@@ -318,6 +294,25 @@ auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Us
 }
 
 }  // namespace
+
+ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits) {
+  std::error_code ec;
+  const std::uintmax_t size = fs::file_size(path, ec);
+  const std::uint64_t bytes = ec ? 0 : static_cast<std::uint64_t>(size);
+  ReaderBounds bounds;
+  const double cap = looks3ds(firstBytes(path, 6)) ? k3dsSeconds : kMostSeconds;
+  bounds.seconds = std::min(cap, kSecondsFloor + kSecondsPerMiB * static_cast<double>(bytes) / kMiB);
+  if (const char* text = std::getenv(kTimeLimitVariable); text && *text) {
+    char* end = nullptr;
+    const double seconds = std::strtod(text, &end);
+    if (*end == '\0' && seconds > 0 && seconds <= kMostSeconds) bounds.seconds = seconds;
+  }
+  // Past the machine's memory a model cannot be honest; asked for explicitly, the limit is the user's.
+  bounds.memory = limits.memoryMiB > 0
+                      ? limits.memoryMiB * kMiB
+                      : std::min(machineMemory(), kMemoryFloor + kMemoryPerByte * std::min(bytes, UINT64_MAX / 128));
+  return bounds;
+}
 
 std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
                                                  const std::string& textureDir, const ImportLimits& limits) {

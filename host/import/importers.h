@@ -32,6 +32,15 @@ struct ImportLimits {
   std::uint64_t memoryMiB = 0;
 };
 
+// The bounds the reader of `request` runs under: seconds of wall-clock time,
+// and bytes of address space on top of what zt2export holds when it starts
+// the reader.
+struct ReaderBounds {
+  double seconds = 0;
+  std::uint64_t memory = 0;
+};
+ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits);
+
 ImportedScene import3ds(const ImportRequest& request);
 ImportedScene importAssimp(const ImportRequest& request);
 

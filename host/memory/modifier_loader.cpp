@@ -98,8 +98,9 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
   r.skin.weights.reserve(vertexCount);
   std::size_t at = 0;
   for (std::size_t v = 0; v < vertexCount; ++v) {
+    const std::size_t start = at;
     const auto fail = [&](const std::string& what) {
-      records.fail("vertex " + std::to_string(v) + " (word " + std::to_string(at) + "): " + what);
+      records.fail("vertex " + std::to_string(v) + " (from word " + std::to_string(start) + "): " + what);
     };
     if (at >= view.count) fail("the records end before the vertex");
     const std::uint32_t k = word(at++);
@@ -131,8 +132,7 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
     r.skin.vertices.push_back(vertex);
   }
   if (at != view.count)
-    records.fail("the records hold " + std::to_string(view.count - at) + " words past the last of " +
-                 std::to_string(vertexCount) + " vertices");
+    records.fail("the records hold " + std::to_string(view.count) + " words; the vertices use " + std::to_string(at));
 }
 
 std::unique_ptr<MemoryModifier> readPhysique(const JsonCursor& c, LoadContext& ctx, MemoryNode& node) {
