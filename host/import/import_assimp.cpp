@@ -451,7 +451,10 @@ ImportedScene importAssimp(const ImportRequest& request) {
     throw ImportError(request.path + ": " + reason);
   }
   Converter converter(request, *scene);
-  return converter.convert();
+  ImportedScene converted = converter.convert();
+  // Handing a scene of millions of elements back to the heap only delays the end of the process.
+  if (request.processEnds) importer.GetOrphanedScene();
+  return converted;
 }
 
 std::string formatsHelp() {

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include <fcntl.h>
+#include <malloc.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -131,6 +132,10 @@ void limitReader(const ReaderBounds& bounds) {
     setrlimit(RLIMIT_AS, &limit);
   }
   std::set_new_handler(onAllocationFailure);
+  // Readers free millions of small blocks (a text reader's per-face lists);
+  // without fast bins glibc does not sweep them together before every large
+  // allocation that follows.
+  mallopt(M_MXFAST, 0);
 }
 
 void writeAll(int fd, const void* data, std::size_t size) {
@@ -148,6 +153,28 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
   writeAll(fd, data, static_cast<std::size_t>(size));
 }
 
+// Writes a scene answer through a shared mapping of the memory file, so that
+// its pages are the reader's own memory while it lives, as they are
+// zt2export's once it maps them.
+void writeScene(int fd, const SceneText& scene) {
+  const std::uint64_t textSize = scene.text.size(), bufferSize = scene.buffer.size();
+  const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size();
+  void* mapped = ::ftruncate(fd, static_cast<off_t>(total)) == 0
+                     ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0)
+                     : MAP_FAILED;
+  if (mapped == MAP_FAILED) {
+    memoryExhausted = 1;
+    throw std::bad_alloc();
+  }
+  auto* p = static_cast<unsigned char*>(mapped);
+  *p++ = 'S';
+  std::memcpy(p, &textSize, 8), p += 8;
+  std::memcpy(p, scene.text.data(), scene.text.size()), p += scene.text.size();
+  std::memcpy(p, &bufferSize, 8), p += 8;
+  for (const auto& piece : scene.buffer.pieces()) std::memcpy(p, piece.data(), piece.size()), p += piece.size();
+  ::munmap(mapped, total);
+}
+
 // The reader's answer, in a memory file that the parent maps once the reader
 // says on `done` that it is complete: a status byte ('S' scene, 'E' error,
 // 'M' out of memory), then blocks of a 64-bit length and bytes (the document
@@ -158,14 +185,11 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
   char status = 'S';
   try {
     SceneText scene = toText(importModel(request));
-    writeAll(fd, &status, 1);
-    writeBlock(fd, scene.text.data(), scene.text.size());
-    const std::uint64_t size = scene.buffer.size();
-    writeAll(fd, &size, sizeof size);
-    for (const auto& piece : scene.buffer.pieces()) writeAll(fd, piece.data(), piece.size());
+    writeScene(fd, scene);
   } catch (const std::exception& e) {
     status = memoryExhausted ? 'M' : 'E';
     const std::string message = memoryExhausted ? std::string() : e.what();
+    if (::ftruncate(fd, 0) != 0) _exit(3);
     writeAll(fd, &status, 1);
     writeBlock(fd, message.data(), message.size());
   }
@@ -324,7 +348,7 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
   const ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir,
-                              !writeScene.empty()};
+                              !writeScene.empty(), true};
   return importIsolated(request, limits, [&](std::string_view text, std::span<const unsigned char> buffer) {
     if (!writeScene.empty()) {
       writeSceneFiles(text, buffer, request.bufferName, writeScene);

@@ -25,6 +25,7 @@ struct ImportRequest {
   std::string bufferName;   // the name the document gives its buffer
   std::string textureDir;   // where textures held inside the model are written
   bool sceneFile = false;   // the scene becomes files to keep (--write-scene): skins as lists
+  bool processEnds = false; // read in a process that ends after the answer: nothing need be freed
 };
 
 // What the model reader may take (docs/import.md). Zero: by the model's size.
