@@ -102,16 +102,16 @@ std::uint64_t machineMemory() {
 }
 
 // Set in the reader when an allocation failed: what follows is the cap's doing.
-volatile std::sig_atomic_t memoryExhausted = 0;
+bool memoryExhausted = false;
 
 void onAllocationFailure() {
-  memoryExhausted = 1;
-  std::set_new_handler(nullptr);
+  memoryExhausted = true;
   throw std::bad_alloc();
 }
 
-// The reader's address space: what it holds at the fork (zt2export, the
-// libraries, the exporter module) and the budget on top.
+// Bounds the reader: a timer for its time, and its address space at what it
+// holds at the fork (zt2export, the libraries, the exporter module) with the
+// budget on top.
 void limitReader(const ReaderBounds& bounds) {
   itimerval timer{};
   const double whole = std::floor(bounds.seconds);
@@ -163,7 +163,7 @@ void writeScene(int fd, const SceneText& scene) {
                      ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0)
                      : MAP_FAILED;
   if (mapped == MAP_FAILED) {
-    memoryExhausted = 1;
+    memoryExhausted = true;
     throw std::bad_alloc();
   }
   auto* p = static_cast<unsigned char*>(mapped);
