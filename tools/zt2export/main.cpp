@@ -147,7 +147,15 @@ Arguments parseArguments(int argc, char** argv) {
   single("--module", a.module);
   single("--write-scene", a.writeScene);
   app.add_option("--memory-limit", a.memoryLimitMiB)
-      ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 24))
+      ->check(CLI::Validator(
+          [](const std::string& value) {
+            const bool digits = !value.empty() && value.size() <= 8 &&
+                                value.find_first_not_of("0123456789") == std::string::npos;
+            return digits && std::stoul(value) >= 1 && std::stoul(value) <= (1ul << 24)
+                       ? std::string()
+                       : "expected a whole number of MiB from 1 to 16777216, not \"" + value + "\"";
+          },
+          "MIB"))
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
