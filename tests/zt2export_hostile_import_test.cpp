@@ -48,7 +48,7 @@ TEST(Zt2ExportHostileImport, ReaderBoundsGrowWithTheModel) {
   ::unsetenv("ZT2EXPORT_IMPORT_SECONDS");
   const std::uint64_t machine = std::uint64_t(sysconf(_SC_PHYS_PAGES)) * std::uint64_t(sysconf(_SC_PAGESIZE));
   struct Case {
-    const char* head;
+    std::string head;
     std::uint64_t size;
     std::uint64_t memoryMiB;  // --memory-limit, 0 when not given
     double seconds;
@@ -58,14 +58,14 @@ TEST(Zt2ExportHostileImport, ReaderBoundsGrowWithTheModel) {
       {"v 0 0 0\n", 8, 0, 20, 1024 * kMiB + 64 * 8},
       {"v 0 0 0\n", 10 * kMiB, 0, 40, 1664 * kMiB},
       {"v 0 0 0\n", 10 * kMiB, 300, 40, 300 * kMiB},
-      {"MM\x06\0\0\0", 10 * kMiB, 0, 30, 1664 * kMiB},  // a 3DS main chunk
+      {std::string("MM\x06\0\0\0", 6), 10 * kMiB, 0, 30, 1664 * kMiB},  // a 3DS main chunk
       {"v 0 0 0\n", 400 * kMiB, 0, 600, std::min(machine, 1024 * kMiB + 64 * 400 * kMiB)},
       {"v 0 0 0\n", 400 * kMiB, 1 << 20, 600, std::uint64_t{1} << 40},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.size) + " bytes, limit " + std::to_string(c.memoryMiB));
     TempDir dir;
-    ztx_test::writeText(dir.file("model"), std::string(c.head, 8));
+    ztx_test::writeText(dir.file("model"), c.head);
     fs::resize_file(dir.file("model"), c.size);  // sparse: nothing is written
     const hostimport::ReaderBounds bounds = hostimport::readerBounds(dir.file("model"), {c.memoryMiB});
     EXPECT_NEAR(bounds.seconds, c.seconds, 1e-3);
