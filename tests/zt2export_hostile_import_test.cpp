@@ -143,7 +143,9 @@ TEST(Zt2ExportHostileImport, BinarySkinRecordsAreReadOrRefusedWithTheirPlace) {
   const Case cases[] = {
       {"rigid, blended, bound to none", R"(["A", "B"])", 3, words({0, 1, 2, 0, 1, half, half, 0, 0xFFFFFFFF}), ""},
       {"a bone past the table", R"(["A"])", 1, words({0, 1}), "vertex 0 (from word 0): bone 1 is not in the bone table"},
-      {"records cut short", R"(["A"])", 2, words({0, 0, 0}), "vertex 1 (from word 2): the records end before the vertex"},
+      {"records cut short", R"(["A"])", 2, words({0, 0, 3, 0}), "vertex 1 (from word 2): 3 bones do not fit"},
+      {"a count past the records", R"(["A"])", 2147483647, words({0, 0}),
+       "the records hold 2 words, too few for 2147483647 vertices"},
       {"more bones than words", R"(["A"])", 1, words({3, 0, 0}), "vertex 0 (from word 0): 3 bones do not fit in the records"},
       {"words left over", R"(["A"])", 1, words({0, 0, 0}), "the records hold 3 words; the vertices use 2"},
       {"a weight that is no number", R"(["A"])", 1, words({1, 0, nan}), "vertex 0 (from word 0): weight 0 is not finite"},

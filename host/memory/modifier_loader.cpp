@@ -92,6 +92,10 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
     std::memcpy(&w, view.data + 4 * i, 4);
     return w;
   };
+  // Every vertex takes two words at least: a count beyond that is refused before anything is reserved for it.
+  if (vertexCount > view.count / 2)
+    records.fail("the records hold " + std::to_string(view.count) + " words, too few for " +
+                 std::to_string(vertexCount) + " vertices");
   const std::size_t tableSize = r.table.size();
   r.skin.vertices.reserve(vertexCount);
   r.skin.links.reserve(vertexCount);
