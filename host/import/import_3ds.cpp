@@ -60,7 +60,7 @@ Matrix3 lookAt(const Point3& from, const Point3& to, float roll) {
 }
 
 struct Converter {
-  Converter(const ImportRequest& r, Lib3dsFile* f) : request(r), file(f), builder(r.bufferName) {}
+  Converter(const ImportRequest& r, Lib3dsFile* f) : request(r), file(f), builder(r.bufferName, !r.sceneFile) {}
   const ImportRequest& request;
   Lib3dsFile* file;
   SceneBuilder builder;
@@ -174,7 +174,7 @@ struct Converter {
     json node = {{"name", name}};
     json material = meshMaterial(mesh, name, arrays.materialIds);
     if (!material.is_null()) node["material"] = material;
-    node["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(arrays)}};
+    node["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(std::move(arrays))}};
     return node;
   }
 
@@ -227,7 +227,7 @@ struct Converter {
       }
       out["visibility"] = {{"keys", keys}};
     }
-    out["modifiers"] = mesh ? rigidPhysique(out["id"], mesh->points) : physique();
+    out["modifiers"] = mesh ? builder.rigidPhysique(out["id"].get<std::string>(), mesh->points) : physique();
     json children = json::array();
     for (Lib3dsNode* child = node->childs; child; child = child->next)
       if (child->type == LIB3DS_OBJECT_NODE) children.push_back(objectNode(child));
@@ -388,7 +388,7 @@ struct Converter {
       json node = meshNode(*mesh, name);
       node["id"] = builder.uniqueId(name);
       node["transform"] = fixedTransform(toMatrix(mesh->matrix));
-      node["modifiers"] = rigidPhysique(node["id"], mesh->points);
+      node["modifiers"] = builder.rigidPhysique(node["id"].get<std::string>(), mesh->points);
       nodes.push_back(node);
     }
     for (Lib3dsCamera* c = file->cameras; c; c = c->next) camera(c, nodes);

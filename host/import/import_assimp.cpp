@@ -63,7 +63,7 @@ bool isIdentity(const Matrix3& m) {
 }
 
 struct Converter {
-  Converter(const ImportRequest& r, const aiScene& s) : request(r), scene(s), builder(r.bufferName) {}
+  Converter(const ImportRequest& r, const aiScene& s) : request(r), scene(s), builder(r.bufferName, !r.sceneFile) {}
   const ImportRequest& request;
   const aiScene& scene;
   SceneBuilder builder;
@@ -174,26 +174,44 @@ struct Converter {
     // vertex, and host vertices numbered in order of first appearance.
     std::size_t sourceCount = 0;
     for (unsigned k = 0; k < node.mNumMeshes; ++k) sourceCount += scene.mMeshes[node.mMeshes[k]]->mNumVertices;
+    std::size_t faceCount = 0;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) faceCount += scene.mMeshes[node.mMeshes[k]]->mNumFaces;
+    // Every array at its final size (or a bound of it) from the start: a mesh of millions of
+    // corners then grows no array by copying.
+    a.vertices.reserve(sourceCount * 3);
+    a.faces.reserve(faceCount * 3);
+    a.materialIds.reserve(faceCount);
+    if (anyUv) a.textureVertices.reserve(sourceCount * 3), a.textureFaces.reserve(faceCount * 3);
+    if (anyColour) a.vertexColors.reserve(sourceCount * 3), a.colorFaces.reserve(faceCount * 3);
+    if (allNormals) cornerNormals.reserve(faceCount * 9);
     std::size_t capacity = 16;
     while (capacity < sourceCount * 2) capacity *= 2;
     std::vector<std::uint32_t> table(capacity, UINT32_MAX);
     std::vector<std::uint16_t> slots;  // per face: which of the node's materials
     std::vector<unsigned> usedMaterials;
     std::vector<std::pair<unsigned, unsigned>> firstSource;
+    firstSource.reserve(sourceCount);
     std::uint32_t sourceBase = 0;
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
-      for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        const aiVector3D& p = mesh.mVertices[v];
-        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
-          throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
-                            " is not a finite number");
+      const auto home = [&](const aiVector3D& p) {
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
         const std::uint64_t hash = (std::uint64_t{bits[0]} * 73856093u) ^ (std::uint64_t{bits[1]} * 19349663u) ^
                                    (std::uint64_t{bits[2]} * 83492791u);
-        std::size_t slot = static_cast<std::size_t>(hash ^ (hash >> 29)) & (capacity - 1);
+        return static_cast<std::size_t>(hash ^ (hash >> 29)) & (capacity - 1);
+      };
+      // The table is far larger than the processor's caches and each lookup lands anywhere in it:
+      // the slot of a vertex some way ahead is fetched while this one is looked up.
+      constexpr unsigned kAhead = 16;
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        if (v + kAhead < mesh.mNumVertices) __builtin_prefetch(&table[home(mesh.mVertices[v + kAhead])]);
+        const aiVector3D& p = mesh.mVertices[v];
+        if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
+          throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
+                            " is not a finite number");
+        std::size_t slot = home(p);
         while (table[slot] != UINT32_MAX && std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0)
           slot = (slot + 1) & (capacity - 1);
         if (table[slot] == UINT32_MAX) {
@@ -241,41 +259,39 @@ struct Converter {
       out["material"] = {{"type", "multi"}, {"name", uniqueMaterialName(out["name"].get<std::string>() + " materials")},
                          {"subMaterials", subs}};
     }
-    out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(a)}};
+    out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(std::move(a))}};
     return skin(node, firstSource);
   }
 
   // The skin's vertices, one per host vertex: blended rigid from the bones of
   // the node's meshes; bound to the node itself where no bone holds them.
   json skin(const aiNode& node, const std::vector<std::pair<unsigned, unsigned>>& firstSource) {
+    const std::string& self = idOf.at(&node);
     std::map<std::pair<unsigned, unsigned>, std::vector<std::pair<std::string, float>>> weights;
-    bool any = false;
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       for (unsigned b = 0; b < mesh.mNumBones; ++b) {
         const aiBone& bone = *mesh.mBones[b];
         const auto id = nodeIds.find(bone.mName.C_Str());
         if (id == nodeIds.end()) continue;
-        for (unsigned w = 0; w < bone.mNumWeights; ++w) {
+        for (unsigned w = 0; w < bone.mNumWeights; ++w)
           weights[{k, bone.mWeights[w].mVertexId}].emplace_back(id->second, bone.mWeights[w].mWeight);
-          any = true;
-        }
       }
     }
-    const std::string self = idOf.at(&node);
-    if (!any) return json::array_t(firstSource.size(), self);
-    json vertices = json::array();
+    if (weights.empty()) return builder.rigidPhysique(self, firstSource.size());
+    Skin out;
+    std::vector<std::pair<std::uint32_t, float>> links;
     for (const auto& source : firstSource) {
       const auto it = weights.find(source);
       if (it == weights.end()) {
-        vertices.push_back(self);  // no bone holds it: it moves with its node
+        out.rigid(out.bone(self));  // no bone holds it: it moves with its node
         continue;
       }
-      json bones = json::array(), values = json::array();
-      for (const auto& [bone, weight] : it->second) bones.push_back(bone), values.push_back(weight);
-      vertices.push_back({{"bones", bones}, {"weights", values}});
+      links.clear();
+      for (const auto& [bone, weight] : it->second) links.emplace_back(out.bone(bone), weight);
+      out.blended(links);
     }
-    return vertices;
+    return builder.physique(std::move(out));
   }
 
   // --- animation ---
@@ -345,8 +361,8 @@ struct Converter {
     // Names are made unique (the exporter needs them so): a repeated or empty
     // name takes a number.
     json out = {{"name", idOf.at(&node)}};
-    json skinVertices = json::array();
-    if (node.mNumMeshes > 0) skinVertices = meshNode(node, out);
+    json modifiers = physique();
+    if (node.mNumMeshes > 0) modifiers = meshNode(node, out);
     out["transform"] = transform(node, frame, top);
 
     // A camera or light looks along its own direction in its node's frame;
@@ -388,7 +404,7 @@ struct Converter {
       if (light.mType == aiLightSource_SPOT || light.mType == aiLightSource_DIRECTIONAL)
         aim(light.mPosition, light.mDirection, light.mUp.SquareLength() > 0 ? light.mUp : aiVector3D(0, 1, 0));
     }
-    out["modifiers"] = physique(skinVertices);
+    out["modifiers"] = std::move(modifiers);
     json children = json::array();
     for (unsigned i = 0; i < node.mNumChildren; ++i) children.push_back(convertNode(*node.mChildren[i], frame, false));
     if (!children.empty()) out["children"] = children;
@@ -442,7 +458,10 @@ ImportedScene importAssimp(const ImportRequest& request) {
     throw ImportError(request.path + ": " + reason);
   }
   Converter converter(request, *scene);
-  return converter.convert();
+  ImportedScene converted = converter.convert();
+  // Handing a scene of millions of elements back to the heap only delays the end of the process.
+  if (request.processEnds) importer.GetOrphanedScene();
+  return converted;
 }
 
 std::string formatsHelp() {

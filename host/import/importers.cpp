@@ -6,16 +6,23 @@
 #include <filesystem>
 #include <fstream>
 
+#include <fcntl.h>
+#include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
-
-#include "host/inhouse/sanitized.h"
+#include <cstdlib>
+#include <new>
+#include <span>
 
 namespace hostimport {
 
@@ -51,29 +58,6 @@ std::string bufferNameFor(const std::string& scenePath) {
   return name + ".bin";
 }
 
-namespace {
-
-// A model file may declare more elements than it holds (a count of hundreds of
-// billions in a header of a few bytes), and some readers then reserve and
-// loop for as long as the count says. Capping the address space at the
-// machine's memory makes such a reservation fail at once, as a refused file,
-// while no honest model comes near it. Sanitizer builds reserve vast shadow
-// ranges of their own and are left alone.
-
-void limitMemoryToMachine() {
-#if !defined(ZTX_SANITIZED)
-  const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
-  if (pages <= 0 || pageSize <= 0) return;
-  rlimit limit{};
-  if (getrlimit(RLIMIT_AS, &limit) != 0) return;
-  const auto machine = static_cast<rlim_t>(pages) * static_cast<rlim_t>(pageSize);
-  if (limit.rlim_cur == RLIM_INFINITY || limit.rlim_cur > machine) {
-    limit.rlim_cur = machine;
-    setrlimit(RLIMIT_AS, &limit);
-  }
-#endif
-}
-
 }  // namespace
 
 bool isSceneDescription(const std::string& path) {
@@ -95,17 +79,71 @@ ImportedScene importModel(const ImportRequest& request) {
 namespace {
 
 // lib3ds and assimp are C and C++ readers of decades of formats; damaged
-// files crash some of their paths or send them round a loop for ever. So a
-// model is read in a child process under a time limit, which hands the
-// scene over through a pipe; a reader that dies or overruns is reported like
-// any unreadable file, and zt2export itself never goes down with it.
-constexpr unsigned k3dsSeconds = 30;      // a 3DS file is small by its format's limits
-constexpr unsigned kOtherSeconds = 600;   // the largest models of other formats
+// files crash some of their paths, send them round a loop for ever, or make
+// them reserve what a header declares (a count of billions in a file of a few
+// hundred bytes). So a model is read in a child process, its time and its
+// memory bounded by the file's size, and a reader that dies, overruns or runs
+// out is reported like any unreadable file; zt2export itself never goes down
+// with it. The bounds are generous: the largest honest models read in a
+// small fraction of them (docs/import.md).
+constexpr double kSecondsFloor = 20;
+constexpr double kSecondsPerMiB = 2;
+constexpr double k3dsSeconds = 30;      // a 3DS file is small by its format's limits
+constexpr double kMostSeconds = 600;
+constexpr std::uint64_t kMemoryFloor = std::uint64_t{1} << 30;
+constexpr std::uint64_t kMemoryPerByte = 64;
+constexpr std::uint64_t kMiB = std::uint64_t{1} << 20;
+// Overrides the time limit, in seconds, for tests that must see it strike.
+constexpr const char* kTimeLimitVariable = "ZT2EXPORT_IMPORT_SECONDS";
+
+std::uint64_t machineMemory() {
+  const long pages = sysconf(_SC_PHYS_PAGES), pageSize = sysconf(_SC_PAGESIZE);
+  return pages > 0 && pageSize > 0 ? static_cast<std::uint64_t>(pages) * static_cast<std::uint64_t>(pageSize)
+                                   : UINT64_MAX;
+}
+
+// Set in the reader when an allocation failed: what follows is the cap's doing.
+bool memoryExhausted = false;
+
+void onAllocationFailure() {
+  memoryExhausted = true;
+  throw std::bad_alloc();
+}
+
+// Bounds the reader: a timer for its time, and its address space at what it
+// holds at the fork (zt2export, the libraries, the exporter module) with the
+// budget on top.
+void limitReader(const ReaderBounds& bounds) {
+  itimerval timer{};
+  const double whole = std::floor(bounds.seconds);
+  timer.it_value.tv_sec = static_cast<time_t>(whole);
+  timer.it_value.tv_usec = static_cast<suseconds_t>((bounds.seconds - whole) * 1e6);
+  ::setitimer(ITIMER_REAL, &timer, nullptr);
+  std::uint64_t pages = 0;
+  if (std::FILE* statm = std::fopen("/proc/self/statm", "r")) {
+    unsigned long long size = 0;
+    if (std::fscanf(statm, "%llu", &size) == 1) pages = size;
+    std::fclose(statm);
+  }
+  const auto held = pages * static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+  rlimit limit{};
+  if (pages > 0 && getrlimit(RLIMIT_AS, &limit) == 0) {
+    const rlim_t wanted = static_cast<rlim_t>(std::min<std::uint64_t>(held + bounds.memory, RLIM_INFINITY - 1));
+    if (limit.rlim_max == RLIM_INFINITY || wanted < limit.rlim_max) limit.rlim_cur = wanted;
+    setrlimit(RLIMIT_AS, &limit);
+  }
+  std::set_new_handler(onAllocationFailure);
+  // Readers free millions of small blocks (a text reader's per-face lists);
+  // without fast bins glibc does not sweep them together before every large
+  // allocation that follows.
+  mallopt(M_MXFAST, 0);
+}
 
 void writeAll(int fd, const void* data, std::size_t size) {
   const char* p = static_cast<const char*>(data);
   while (size > 0) {
     const ssize_t n = ::write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
     if (n <= 0) _exit(3);
     p += n, size -= static_cast<std::size_t>(n);
   }
@@ -116,79 +154,193 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
   writeAll(fd, data, static_cast<std::size_t>(size));
 }
 
-[[noreturn]] void childImport(int fd, const ImportRequest& request) {
+// Writes a scene answer through a shared mapping of the memory file, so that
+// its pages are the reader's own memory while it lives, as they are
+// zt2export's once it maps them.
+void writeScene(int fd, const SceneText& scene) {
+  const std::uint64_t textSize = scene.text.size(), bufferSize = scene.buffer.size();
+  const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size();
+  void* mapped = ::ftruncate(fd, static_cast<off_t>(total)) == 0
+                     ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0)
+                     : MAP_FAILED;
+  if (mapped == MAP_FAILED) {
+    memoryExhausted = true;
+    throw std::bad_alloc();
+  }
+  auto* p = static_cast<unsigned char*>(mapped);
+  *p++ = 'S';
+  std::memcpy(p, &textSize, 8), p += 8;
+  std::memcpy(p, scene.text.data(), scene.text.size()), p += scene.text.size();
+  std::memcpy(p, &bufferSize, 8), p += 8;
+  for (const auto& piece : scene.buffer.pieces()) std::memcpy(p, piece.data(), piece.size()), p += piece.size();
+  ::munmap(mapped, total);
+}
+
+// The reader's answer, in a memory file that the parent maps once the reader
+// says on `done` that it is complete: a status byte ('S' scene, 'E' error,
+// 'M' out of memory), then blocks of a 64-bit length and bytes (the document
+// and the buffer, or the message). The parent goes on at once, while the
+// reader's memory is still being handed back to the system.
+[[noreturn]] void childImport(int fd, int done, const ImportRequest& request, const ReaderBounds& bounds) {
+  limitReader(bounds);
   char status = 'S';
   try {
     SceneText scene = toText(importModel(request));
-    writeAll(fd, &status, 1);
-    writeBlock(fd, scene.text.data(), scene.text.size());
-    writeBlock(fd, scene.buffer.data(), scene.buffer.size());
+    writeScene(fd, scene);
   } catch (const std::exception& e) {
-    status = 'E';
-    const std::string message = e.what();
+    status = memoryExhausted ? 'M' : 'E';
+    const std::string message = memoryExhausted ? std::string() : e.what();
+    if (::ftruncate(fd, 0) != 0) _exit(3);
     writeAll(fd, &status, 1);
     writeBlock(fd, message.data(), message.size());
   }
+  writeAll(done, &status, 1);
   _exit(0);
 }
 
-// Takes a block of the child's answer off the front of `bytes`.
-bool takeBlock(const std::string& bytes, std::size_t& at, std::string& out) {
-  std::uint64_t size = 0;
-  if (bytes.size() - at < sizeof size) return false;
-  std::memcpy(&size, bytes.data() + at, sizeof size);
-  at += sizeof size;
-  if (bytes.size() - at < size) return false;
-  out.assign(bytes, at, static_cast<std::size_t>(size));
-  at += static_cast<std::size_t>(size);
-  return true;
+// Waits for the reader's word that its answer is complete; false when it
+// ended without one.
+bool answered(int done) {
+  char status;
+  for (;;) {
+    const ssize_t n = ::read(done, &status, 1);
+    if (n == 1) return true;
+    if (n < 0 && errno == EINTR) continue;
+    return false;
+  }
 }
 
-SceneText importIsolated(const ImportRequest& request) {
-  const unsigned seconds = looks3ds(firstBytes(request.path, 6)) ? k3dsSeconds : kOtherSeconds;
-  int fds[2];
-  if (::pipe(fds) != 0) throw ImportError(request.path + ": cannot start the model reader");
+// Reaps the reader when the answer has been used, or thrown away.
+class Reaper {
+ public:
+  explicit Reaper(pid_t pid) : pid_(pid) {}
+  ~Reaper() { wait(); }
+  int wait() {
+    if (pid_ > 0) {
+      while (::waitpid(pid_, &status_, 0) < 0 && errno == EINTR) {
+      }
+      pid_ = 0;
+    }
+    return status_;
+  }
+
+ private:
+  pid_t pid_;
+  int status_ = 0;
+};
+
+// The memory file of an answer, mapped for reading.
+class Answer {
+ public:
+  explicit Answer(int fd) {
+    struct stat st {};
+    if (::fstat(fd, &st) != 0 || st.st_size <= 0) return;
+    size_ = static_cast<std::size_t>(st.st_size);
+    void* p = ::mmap(nullptr, size_, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    if (p == MAP_FAILED) size_ = 0;
+    else data_ = static_cast<const unsigned char*>(p);
+  }
+  ~Answer() {
+    if (data_) ::munmap(const_cast<unsigned char*>(data_), size_);
+  }
+  Answer(const Answer&) = delete;
+  Answer& operator=(const Answer&) = delete;
+
+  char status() const { return data_ ? static_cast<char>(data_[0]) : '\0'; }
+  // The next block, or false when the answer ends short.
+  bool take(std::span<const unsigned char>& block) {
+    std::uint64_t size = 0;
+    if (size_ - at_ < sizeof size) return false;
+    std::memcpy(&size, data_ + at_, sizeof size);
+    at_ += sizeof size;
+    if (size_ - at_ < size) return false;
+    block = {data_ + at_, static_cast<std::size_t>(size)};
+    at_ += static_cast<std::size_t>(size);
+    return true;
+  }
+
+ private:
+  const unsigned char* data_ = nullptr;
+  std::size_t size_ = 0;
+  std::size_t at_ = 1;
+};
+
+std::string secondsText(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", seconds);
+  return text;
+}
+
+// Reads the model in the child and hands its answer to `use` (the document's
+// text and the buffer, valid during the call).
+template <typename Use>
+auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Use use) {
+  const ReaderBounds bounds = readerBounds(request.path, limits);
+  const int fd = ::memfd_create("zt2export-model", MFD_CLOEXEC);
+  int done[2] = {-1, -1};
+  if (fd < 0 || ::pipe2(done, O_CLOEXEC) != 0) {
+    if (fd >= 0) ::close(fd);
+    throw ImportError(request.path + ": cannot start the model reader");
+  }
   std::fflush(stdout);
   std::fflush(stderr);
   const pid_t pid = ::fork();
-  if (pid < 0) throw ImportError(request.path + ": cannot start the model reader");
   if (pid == 0) {
-    ::close(fds[0]);
-    ::alarm(seconds);
-    childImport(fds[1], request);
+    ::close(done[0]);
+    childImport(fd, done[1], request, bounds);
   }
-  ::close(fds[1]);
-  std::string answer;
-  char chunk[1 << 16];
-  for (ssize_t n; (n = ::read(fds[0], chunk, sizeof chunk)) != 0;) {
-    if (n < 0 && errno == EINTR) continue;
-    if (n < 0) break;
-    answer.append(chunk, static_cast<std::size_t>(n));
+  ::close(done[1]);
+  Reaper reaper(pid);
+  const bool complete = pid > 0 && answered(done[0]);
+  ::close(done[0]);
+  if (pid < 0) {
+    ::close(fd);
+    throw ImportError(request.path + ": cannot start the model reader");
   }
-  ::close(fds[0]);
-  int status = 0;
-  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-  }
+  const int status = complete ? 0 : reaper.wait();
+  Answer answer(fd);
+  ::close(fd);
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM)
-    throw ImportError(request.path + ": reading the model took more than " + std::to_string(seconds) +
+    throw ImportError(request.path + ": reading the model took more than " + secondsText(bounds.seconds) +
                       " s; the file is probably damaged");
   if (WIFSIGNALED(status))
     throw ImportError(request.path + ": the model reader failed on this file (" + strsignal(WTERMSIG(status)) +
                       "); the file is probably damaged");
-  std::size_t at = 1;
-  std::string text, buffer;
-  if (answer.empty() || !(WIFEXITED(status) && WEXITSTATUS(status) == 0))
+  if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0))
     throw ImportError(request.path + ": the model reader stopped without an answer");
-  if (answer[0] == 'E' && takeBlock(answer, at, text)) throw ImportError(text);
-  if (answer[0] != 'S' || !takeBlock(answer, at, text) || !takeBlock(answer, at, buffer))
+  if (answer.status() == 'M')
+    throw ImportError(request.path + ": reading the model needs more memory than the limit of " +
+                      std::to_string(bounds.memory / kMiB) + " MiB; raise it with --memory-limit");
+  std::span<const unsigned char> text, buffer;
+  if (answer.status() == 'E' && answer.take(text)) throw ImportError(std::string(text.begin(), text.end()));
+  if (answer.status() != 'S' || !answer.take(text) || !answer.take(buffer))
     throw ImportError(request.path + ": the model reader stopped without an answer");
-  return {std::move(text), std::vector<unsigned char>(buffer.begin(), buffer.end()), request.bufferName};
+  return use(std::string_view(reinterpret_cast<const char*>(text.data()), text.size()), buffer);
 }
 
 }  // namespace
 
+ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits) {
+  std::error_code ec;
+  const std::uintmax_t size = fs::file_size(path, ec);
+  const std::uint64_t bytes = ec ? 0 : static_cast<std::uint64_t>(size);
+  ReaderBounds bounds;
+  const double cap = looks3ds(firstBytes(path, 6)) ? k3dsSeconds : kMostSeconds;
+  bounds.seconds = std::min(cap, kSecondsFloor + kSecondsPerMiB * static_cast<double>(bytes) / kMiB);
+  if (const char* text = std::getenv(kTimeLimitVariable); text && *text) {
+    char* end = nullptr;
+    const double seconds = std::strtod(text, &end);
+    if (*end == '\0' && seconds > 0 && seconds <= kMostSeconds) bounds.seconds = seconds;
+  }
+  // Past the machine's memory a model cannot be honest; asked for explicitly, the limit is the user's.
+  bounds.memory = limits.memoryMiB > 0
+                      ? limits.memoryMiB * kMiB
+                      : std::min(machineMemory(), kMemoryFloor + kMemoryPerByte * std::min(bytes, UINT64_MAX / 128));
+  return bounds;
+}
+
 std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir) {
+                                                 const std::string& textureDir, const ImportLimits& limits) {
   if (isSceneDescription(path)) {
     if (!writeScene.empty())
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
@@ -196,15 +348,17 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
   }
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
-  limitMemoryToMachine();
-  SceneText scene = importIsolated({path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir});
-  if (!writeScene.empty()) {
-    writeSceneFiles(scene, writeScene);
-    return hostmodel::loadScene(writeScene);
-  }
-  // Relative paths of an imported scene are the model's own.
-  return hostmodel::loadSceneFromString(scene.text, fs::path(path).parent_path().string(), path,
-                                        {{scene.bufferName, std::move(scene.buffer)}});
+  const ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir,
+                              !writeScene.empty(), true};
+  return importIsolated(request, limits, [&](std::string_view text, std::span<const unsigned char> buffer) {
+    if (!writeScene.empty()) {
+      writeSceneFiles(text, buffer, request.bufferName, writeScene);
+      return hostmodel::loadScene(writeScene);
+    }
+    // Relative paths of an imported scene are the model's own.
+    return hostmodel::loadSceneFromString(text, fs::path(path).parent_path().string(), path,
+                                          {{request.bufferName, buffer}});
+  });
 }
 
 }  // namespace hostimport

@@ -4,6 +4,7 @@
 // the scene file written from it with --write-scene export the same bytes.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -23,7 +24,23 @@ struct ImportRequest {
   std::string path;         // the model
   std::string bufferName;   // the name the document gives its buffer
   std::string textureDir;   // where textures held inside the model are written
+  bool sceneFile = false;   // the scene becomes files to keep (--write-scene): skins as lists
+  bool processEnds = false; // read in a process that ends after the answer: nothing need be freed
 };
+
+// What the model reader may take (docs/import.md). Zero: by the model's size.
+struct ImportLimits {
+  std::uint64_t memoryMiB = 0;
+};
+
+// The bounds the reader of `request` runs under: seconds of wall-clock time,
+// and bytes of address space on top of what zt2export holds when it starts
+// the reader.
+struct ReaderBounds {
+  double seconds = 0;
+  std::uint64_t memory = 0;
+};
+ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits);
 
 ImportedScene import3ds(const ImportRequest& request);
 ImportedScene importAssimp(const ImportRequest& request);
@@ -51,6 +68,6 @@ std::string bufferNameFor(const std::string& scenePath);
 // receives the textures a model holds inside it. Throws std::exception
 // naming the file on failure.
 std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir);
+                                                 const std::string& textureDir, const ImportLimits& limits = {});
 
 }  // namespace hostimport

@@ -17,26 +17,84 @@ using nlohmann::json;
 static_assert(std::endian::native == std::endian::little, "buffer arrays are written as they lie in memory");
 
 template <typename T>
-json SceneBuilder::append(const std::vector<T>& values, std::size_t perElement) {
-  const std::size_t offset = scene_.buffer.size();
-  scene_.buffer.resize(offset + values.size() * sizeof(T));
-  if (!values.empty()) std::memcpy(scene_.buffer.data() + offset, values.data(), values.size() * sizeof(T));
-  return {{"buffer", scene_.bufferName}, {"byteOffset", offset}, {"count", values.size() / perElement}};
+json SceneBuilder::append(std::vector<T>&& values, std::size_t perElement) {
+  const std::size_t count = values.size() / perElement;
+  const std::size_t offset = scene_.buffer.append(std::move(values));
+  return {{"buffer", scene_.bufferName}, {"byteOffset", offset}, {"count", count}};
 }
 
-json SceneBuilder::mesh(const MeshArrays& m) {
-  json out = {{"vertices", append(m.vertices, 3)}, {"faces", append(m.faces, 3)}};
-  if (!m.smoothingGroups.empty()) out["smoothingGroups"] = append(m.smoothingGroups, 1);
-  if (!m.materialIds.empty()) out["materialIds"] = append(m.materialIds, 1);
+json SceneBuilder::mesh(MeshArrays&& m) {
+  json out = {{"vertices", append(std::move(m.vertices), 3)}, {"faces", append(std::move(m.faces), 3)}};
+  if (!m.smoothingGroups.empty()) out["smoothingGroups"] = append(std::move(m.smoothingGroups), 1);
+  if (!m.materialIds.empty()) out["materialIds"] = append(std::move(m.materialIds), 1);
   if (!m.textureVertices.empty() && !m.textureFaces.empty()) {
-    out["textureVertices"] = append(m.textureVertices, 3);
-    out["textureFaces"] = append(m.textureFaces, 3);
+    out["textureVertices"] = append(std::move(m.textureVertices), 3);
+    out["textureFaces"] = append(std::move(m.textureFaces), 3);
   }
   if (!m.vertexColors.empty() && !m.colorFaces.empty()) {
-    out["vertexColors"] = append(m.vertexColors, 3);
-    out["colorFaces"] = append(m.colorFaces, 3);
+    out["vertexColors"] = append(std::move(m.vertexColors), 3);
+    out["colorFaces"] = append(std::move(m.colorFaces), 3);
   }
   return out;
+}
+
+std::uint32_t Skin::bone(const std::string& id) {
+  const auto [it, added] = boneIndex_.emplace(id, static_cast<std::uint32_t>(bones_.size()));
+  if (added) bones_.push_back(id);
+  return it->second;
+}
+
+void Skin::rigid(std::uint32_t bone) {
+  records_.insert(records_.end(), {0u, bone});
+  ++vertexCount_;
+}
+
+void Skin::blended(const std::vector<std::pair<std::uint32_t, float>>& links) {
+  records_.push_back(static_cast<std::uint32_t>(links.size()));
+  for (const auto& link : links) records_.push_back(link.first);
+  for (const auto& link : links) records_.push_back(std::bit_cast<std::uint32_t>(link.second));
+  ++vertexCount_;
+}
+
+json SceneBuilder::physique(Skin&& skin) {
+  if (skin.vertexCount() == 0) return hostimport::physique();
+  json p = {{"type", "physique"}};
+  if (skinsInBuffer_) {
+    p["vertices"] = {{"bones", skin.bones()},
+                     {"count", skin.vertexCount()},
+                     {"records", append(skin.takeRecords(), 1)}};
+    return json::array({p});
+  }
+  // The list form: a bone id per rigid vertex, bones and weights per blended one.
+  json vertices = json::array();
+  const std::vector<std::uint32_t>& words = skin.records();
+  for (std::size_t at = 0; at < words.size();) {
+    const std::uint32_t k = words[at++];
+    if (k == 0) {
+      vertices.push_back(skin.bones()[words[at++]]);
+      continue;
+    }
+    json bones = json::array(), weights = json::array();
+    for (std::uint32_t i = 0; i < k; ++i) {
+      bones.push_back(skin.bones()[words[at + i]]);
+      weights.push_back(std::bit_cast<float>(words[at + k + i]));
+    }
+    at += 2 * std::size_t{k};
+    vertices.push_back({{"bones", bones}, {"weights", weights}});
+  }
+  p["vertices"] = std::move(vertices);
+  return json::array({p});
+}
+
+json SceneBuilder::rigidPhysique(const std::string& nodeId, std::size_t vertexCount) {
+  if (!skinsInBuffer_) {
+    if (vertexCount == 0) return hostimport::physique();
+    return json::array({{{"type", "physique"}, {"vertices", json::array_t(vertexCount, nodeId)}}});
+  }
+  Skin skin;
+  const std::uint32_t self = skin.bone(nodeId);
+  for (std::size_t i = 0; i < vertexCount; ++i) skin.rigid(self);
+  return physique(std::move(skin));
 }
 
 std::string SceneBuilder::uniqueId(const std::string& name) {
@@ -109,15 +167,7 @@ json fixedTransform(const Matrix3& m) {
   return {{"matrix", rows}};
 }
 
-json physique(json vertices) {
-  json p = {{"type", "physique"}};
-  if (!vertices.empty()) p["vertices"] = std::move(vertices);
-  return json::array({p});
-}
-
-json rigidPhysique(const std::string& nodeId, std::size_t vertexCount) {
-  return physique(json::array_t(vertexCount, nodeId));
-}
+json physique() { return json::array({{{"type", "physique"}}}); }
 
 SceneText toText(ImportedScene&& scene) {
   return {scene.document.dump(1, ' ', false, json::error_handler_t::replace) + "\n", std::move(scene.buffer),
@@ -148,12 +198,11 @@ void writeSafely(const std::filesystem::path& path, const char* data, std::size_
 
 }  // namespace
 
-void writeSceneFiles(const SceneText& scene, const std::string& jsonPath) {
+void writeSceneFiles(std::string_view text, std::span<const unsigned char> buffer, const std::string& bufferName,
+                     const std::string& jsonPath) {
   const std::filesystem::path path(jsonPath);
-  const std::string& text = scene.text;
   // The buffer first: a scene file is never left naming a buffer that is not there.
-  writeSafely(path.parent_path() / scene.bufferName, reinterpret_cast<const char*>(scene.buffer.data()),
-              scene.buffer.size());
+  writeSafely(path.parent_path() / bufferName, reinterpret_cast<const char*>(buffer.data()), buffer.size());
   writeSafely(path, text.data(), text.size());
 }
 

@@ -6,17 +6,45 @@
 
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <memory>
 #include <set>
+#include <span>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "host/max_types.h"
 
 namespace hostimport {
 
+// A buffer as the arrays appended to it, in order: each array is moved in
+// whole and written out from where it lies, never copied into one block.
+class SceneBuffer {
+ public:
+  // Appends `values` and answers the byte offset where they start.
+  template <typename T>
+  std::size_t append(std::vector<T>&& values) {
+    const std::size_t offset = size_;
+    auto owned = std::make_shared<const std::vector<T>>(std::move(values));
+    const std::size_t bytes = owned->size() * sizeof(T);
+    if (bytes > 0) pieces_.push_back({reinterpret_cast<const unsigned char*>(owned->data()), bytes});
+    owners_.push_back(std::move(owned));
+    size_ += bytes;
+    return offset;
+  }
+  std::size_t size() const { return size_; }
+  const std::vector<std::span<const unsigned char>>& pieces() const { return pieces_; }
+
+ private:
+  std::vector<std::shared_ptr<const void>> owners_;
+  std::vector<std::span<const unsigned char>> pieces_;
+  std::size_t size_ = 0;
+};
+
 struct ImportedScene {
   nlohmann::json document;
-  std::vector<unsigned char> buffer;  // the arrays that `document` refers to as `bufferName`
+  SceneBuffer buffer;  // the arrays that `document` refers to as `bufferName`
   std::string bufferName;
 };
 
@@ -32,13 +60,44 @@ struct MeshArrays {
   std::vector<std::uint32_t> colorFaces;
 };
 
-// Appends arrays to the buffer and hands out the references to them.
+// The skin of one mesh as importers build it: a table of bones (node ids)
+// and per vertex one bone (rigid) or bones with weights (rigid blended),
+// kept as the words of the skin's binary form (docs/scene-format.md).
+class Skin {
+ public:
+  // The place of node `id` in the bone table, added when new.
+  std::uint32_t bone(const std::string& id);
+  void rigid(std::uint32_t bone);
+  void blended(const std::vector<std::pair<std::uint32_t, float>>& links);
+
+  std::size_t vertexCount() const { return vertexCount_; }
+  const std::vector<std::string>& bones() const { return bones_; }
+  const std::vector<std::uint32_t>& records() const { return records_; }
+  std::vector<std::uint32_t> takeRecords() { return std::move(records_); }
+
+ private:
+  std::vector<std::string> bones_;
+  std::unordered_map<std::string, std::uint32_t> boneIndex_;
+  std::vector<std::uint32_t> records_;
+  std::size_t vertexCount_ = 0;
+};
+
+// Appends arrays to the buffer and hands out the references to them. Skins
+// go to the buffer too, unless the scene is meant as a file to keep
+// (--write-scene): there they stay lists in the document, as people write them.
 class SceneBuilder {
  public:
-  explicit SceneBuilder(std::string bufferName) { scene_.bufferName = std::move(bufferName); }
+  SceneBuilder(std::string bufferName, bool skinsInBuffer) : skinsInBuffer_(skinsInBuffer) {
+    scene_.bufferName = std::move(bufferName);
+  }
+
+  // The "modifiers" member of a node: one Physique modifier with `skin`.
+  nlohmann::json physique(Skin&& skin);
+  // ... whose vertices are all bound rigidly to the node `nodeId` itself.
+  nlohmann::json rigidPhysique(const std::string& nodeId, std::size_t vertexCount);
 
   // The "mesh" member of a mesh object; empty optional arrays are left out.
-  nlohmann::json mesh(const MeshArrays& m);
+  nlohmann::json mesh(MeshArrays&& m);
 
   // A name unique among those handed out so far: a repeated name takes "#2",
   // "#3", an empty one is "Node". Imported nodes use it as name and id, since
@@ -49,9 +108,10 @@ class SceneBuilder {
 
  private:
   template <typename T>
-  nlohmann::json append(const std::vector<T>& values, std::size_t perElement);
+  nlohmann::json append(std::vector<T>&& values, std::size_t perElement);
   ImportedScene scene_;
   std::set<std::string> ids_;
+  bool skinsInBuffer_;
 };
 
 // Text as the scene file holds it: valid UTF-8. Bytes that are not (names in
@@ -74,24 +134,22 @@ nlohmann::json point(const Point3& p);
 nlohmann::json quat(const Quat& q);
 
 // The skin modifier every imported node carries, since skinning is on by
-// default and asks every examined node for one; `vertices` are its weights.
-nlohmann::json physique(nlohmann::json vertices = nlohmann::json::array());
-// The skin of a mesh that no bones deform: each of its vertices bound rigidly
-// to its own node `nodeId`, so that it simply moves with the node.
-nlohmann::json rigidPhysique(const std::string& nodeId, std::size_t vertexCount);
+// default and asks every examined node for one; this one has no vertices.
+nlohmann::json physique();
 
 // A scene as it goes to the loader or to disk: the document as text, and the
 // buffer under the name the document gives it.
 struct SceneText {
   std::string text;
-  std::vector<unsigned char> buffer;
+  SceneBuffer buffer;
   std::string bufferName;
 };
 SceneText toText(ImportedScene&& scene);
 
-// Writes the text as OUT (a .json file) and the buffer beside it under its
-// name, each by a temporary file and a rename. Throws std::runtime_error
-// naming the file on failure.
-void writeSceneFiles(const SceneText& scene, const std::string& jsonPath);
+// Writes `text` as OUT (a .json file) and `buffer` beside it as
+// `bufferName`, each by a temporary file and a rename. Throws
+// std::runtime_error naming the file on failure.
+void writeSceneFiles(std::string_view text, std::span<const unsigned char> buffer, const std::string& bufferName,
+                     const std::string& jsonPath);
 
 }  // namespace hostimport

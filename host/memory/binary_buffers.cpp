@@ -14,18 +14,15 @@ std::string BufferFiles::key(const std::string& name) const {
   return path.lexically_normal().string();
 }
 
-void BufferFiles::supply(const std::string& name, std::vector<unsigned char> bytes) {
-  files_[key(name)] = std::move(bytes);
-}
+void BufferFiles::supply(const std::string& name, std::span<const unsigned char> bytes) { files_[key(name)] = bytes; }
 
-const std::vector<unsigned char>& BufferFiles::file(const std::string& name, const JsonCursor& where) {
+std::span<const unsigned char> BufferFiles::file(const std::string& name, const JsonCursor& where) {
   const std::string key = this->key(name);
-  const std::filesystem::path path = key;
   if (const auto it = files_.find(key); it != files_.end()) return it->second;
 
-  auto bytes = readRegularFile<std::vector<unsigned char>>(
-      path.string(), "buffer file", [&](const std::string& message) { where.fail("\"" + name + "\": " + message); });
-  return files_.emplace(key, std::move(bytes)).first->second;
+  read_.push_back(readRegularFile<std::vector<unsigned char>>(
+      key, "buffer file", [&](const std::string& message) { where.fail("\"" + name + "\": " + message); }));
+  return files_.emplace(key, read_.back()).first->second;
 }
 
 BufferView BufferFiles::view(const JsonCursor& where, std::size_t elementSize) {
@@ -37,7 +34,7 @@ BufferView BufferFiles::view(const JsonCursor& where, std::size_t elementSize) {
       static_cast<std::size_t>(offsetMember ? offsetMember->asInteger(0, std::numeric_limits<long long>::max()) : 0);
   const auto count = static_cast<std::size_t>(where["count"].asInteger(0, std::numeric_limits<int>::max()));
 
-  const std::vector<unsigned char>& bytes = file(name, bufferName);
+  const std::span<const unsigned char> bytes = file(name, bufferName);
   const bool fits = offset <= bytes.size() && count <= (bytes.size() - offset) / elementSize;
   if (!fits) {
     where.fail("buffer \"" + name + "\" holds " + std::to_string(bytes.size()) + " bytes, too few for " +

@@ -1,10 +1,12 @@
 // Side files of raw little-endian arrays that a scene refers to, so that big
 // meshes load without going through JSON text. Each file is read once, whole,
-// with a single read; arrays are then copied out of it with memcpy.
+// with a single read; arrays are then copied out of it with memcpy. Bytes
+// supplied in memory are read where they lie.
 #pragma once
 
 #include <cstddef>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,13 +30,15 @@ class BufferFiles {
 
   // Makes `bytes` the content of the buffer file `name` (resolved as a
   // reference would be), so that a scene built in memory never goes to disk.
-  void supply(const std::string& name, std::vector<unsigned char> bytes);
+  // The bytes are not copied: they must outlive every view of them.
+  void supply(const std::string& name, std::span<const unsigned char> bytes);
 
  private:
   std::string key(const std::string& name) const;
-  const std::vector<unsigned char>& file(const std::string& name, const JsonCursor& where);
+  std::span<const unsigned char> file(const std::string& name, const JsonCursor& where);
   std::string baseDir_;
-  std::map<std::string, std::vector<unsigned char>> files_;
+  std::map<std::string, std::span<const unsigned char>> files_;
+  std::vector<std::vector<unsigned char>> read_;  // the files read from disk, which the views show
 };
 
 // True when `c` is a buffer reference rather than an inline array.

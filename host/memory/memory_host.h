@@ -8,7 +8,9 @@
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/interface.h"
@@ -121,9 +123,10 @@ std::unique_ptr<MemoryHost> loadScene(const std::string& path);
 std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
                                                 const std::string& sourceName = "<scene>");
 // The same, with buffer files given in memory under the names the document
-// uses for them (a scene that an importer built).
-using BufferBytes = std::map<std::string, std::vector<unsigned char>>;
-std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
-                                                const std::string& sourceName, BufferBytes buffers);
+// uses for them (a scene that an importer built). The bytes are read in
+// place; they must stay until the load returns.
+using BufferViews = std::map<std::string, std::span<const unsigned char>>;
+std::unique_ptr<MemoryHost> loadSceneFromString(std::string_view json, const std::string& baseDir,
+                                                const std::string& sourceName, const BufferViews& buffers);
 
 }  // namespace hostmodel

@@ -6,6 +6,7 @@
 // that they were made.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <unordered_map>
 #include <vector>
@@ -15,24 +16,36 @@
 namespace hostmodel {
 
 struct PhysiqueVertex {
-  enum class Kind { Missing, Rigid, Blended, Other };
+  enum class Kind : std::uint8_t { Missing, Rigid, Blended, Other };
   Kind kind = Kind::Missing;
-  int otherType = 0;           // the type reported by a vertex of kind Other
-  std::vector<INode*> bones;   // one for Rigid, any number for Blended
-  std::vector<float> weights;  // parallel to bones for Blended
   // Every second request for this vertex's interface (the 2nd, 4th, ...) answers none.
   bool secondRequestFails = false;
+  int otherType = 0;  // the type reported by a vertex of kind Other
   int requests = 0;
+  // The vertex's links in the skin's `links` and `weights`: one for Rigid
+  // (none for a rigid vertex bound to no node), any number for Blended.
+  std::uint32_t first = 0, count = 0;
+};
+
+// The skin of one context, flat: a mesh of a million vertices is a few
+// arrays, not a million small ones. Links name bones by their place in
+// `bones`, the table of distinct bones, which the loader fills once every
+// node exists.
+struct PhysiqueSkin {
+  std::vector<PhysiqueVertex> vertices;
+  std::vector<std::uint32_t> links;  // index into `bones`
+  std::vector<float> weights;        // parallel to `links` (1 for a rigid link)
+  std::vector<INode*> bones;
 };
 
 class MemoryPhysiqueContext : public IPhyContextExport {
  public:
-  explicit MemoryPhysiqueContext(std::vector<PhysiqueVertex> vertices);
+  explicit MemoryPhysiqueContext(PhysiqueSkin skin);
   ~MemoryPhysiqueContext() override;
 
   void ConvertToRigid(bool flag) override { convertToRigid_ = flag; }
   void AllowBlending(bool flag) override { allowBlending_ = flag; }
-  int GetNumberVertices() override { return static_cast<int>(vertices_.size()); }
+  int GetNumberVertices() override { return static_cast<int>(skin_.vertices.size()); }
   // A fresh interface per call, owned by this context until released; none
   // for a missing vertex, an index out of range, or the second request of a
   // vertex whose second request fails.
@@ -44,12 +57,15 @@ class MemoryPhysiqueContext : public IPhyContextExport {
   bool blendingAllowed() const { return allowBlending_; }
   // Interfaces handed out and not released yet.
   int outstandingVertexInterfaces() const { return static_cast<int>(handedOut_.size()); }
-  // The loader fills in the bones once every node exists.
-  std::vector<PhysiqueVertex>& vertices() { return vertices_; }
+  // The loader fills in the bone table once every node exists.
+  std::vector<INode*>& bones() { return skin_.bones; }
+  const PhysiqueSkin& skin() const { return skin_; }
 
  private:
-  std::vector<PhysiqueVertex> vertices_;
-  std::unordered_map<const IPhyVertexExport*, std::unique_ptr<IPhyVertexExport>> handedOut_;
+  using HandedOut = std::unordered_map<const IPhyVertexExport*, std::unique_ptr<IPhyVertexExport>>;
+  PhysiqueSkin skin_;
+  HandedOut handedOut_;
+  std::vector<HandedOut::node_type> released_;  // kept to be handed out again
   bool convertToRigid_ = false;
   bool allowBlending_ = false;
 };

@@ -100,7 +100,7 @@ void resolveBones(LoadContext& ctx) {
     if (std::next(first) != last)
       throw SceneLoadError(placeMessage(ctx.scene.sourceName, p.path,
                                         "several nodes go by \"" + p.nodeId + "\"; give them distinct \"id\" members"));
-    p.context->vertices()[p.vertex].bones[p.slot] = first->second;
+    p.context->bones()[p.index] = first->second;
   }
 }
 
@@ -235,15 +235,15 @@ class CheckedDocumentParser {
 
 std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
                                                 const std::string& sourceName) {
-  return loadSceneFromString(json, baseDir, sourceName, {});
+  return loadSceneFromString(std::string_view(json), baseDir, sourceName, {});
 }
 
-std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const std::string& baseDir,
-                                                const std::string& sourceName, BufferBytes buffers) {
+std::unique_ptr<MemoryHost> loadSceneFromString(std::string_view json, const std::string& baseDir,
+                                                const std::string& sourceName, const BufferViews& buffers) {
   nlohmann::json document;
   try {
     CheckedDocumentParser parser(document, sourceName);
-    nlohmann::json::sax_parse(json, &parser);
+    nlohmann::json::sax_parse(json.begin(), json.end(), &parser);
   } catch (const nlohmann::json::parse_error& e) {
     throw SceneLoadError(sourceName + ": malformed JSON " + parseErrorDetail(e.what()));
   } catch (const nlohmann::json::exception& e) {
@@ -254,7 +254,7 @@ std::unique_ptr<MemoryHost> loadSceneFromString(const std::string& json, const s
   auto impl = std::make_unique<MemoryHost::Impl>();
   impl->sourceName = sourceName;
   LoadContext ctx(*impl, baseDir);
-  for (auto& [name, bytes] : buffers) ctx.buffers.supply(name, std::move(bytes));
+  for (const auto& [name, bytes] : buffers) ctx.buffers.supply(name, bytes);
   readDocument(JsonCursor(document, "", sourceName), ctx);
   return std::make_unique<MemoryHost>(std::move(impl));
 }

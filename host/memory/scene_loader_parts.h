@@ -15,11 +15,11 @@
 
 namespace hostmodel {
 
-// A bone named by node id in a skin vertex, resolved once every node exists.
+// An entry of a skin's bone table, named by node id and resolved once every
+// node exists; `path` is the place of its first use.
 struct PendingBone {
   MemoryPhysiqueContext* context = nullptr;
-  std::size_t vertex = 0;
-  std::size_t slot = 0;
+  std::size_t index = 0;
   std::string nodeId;
   std::string path;
 };

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
 #include <cerrno>
 #include <cstdlib>
@@ -38,6 +39,7 @@ struct Arguments {
   std::string configDir;
   std::string module;
   std::string writeScene;
+  std::uint64_t memoryLimitMiB = 0;  // 0: by the model's size
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
   bool check = false;
@@ -53,7 +55,8 @@ void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
-               "                 [--copy-textures-outside] [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "                 [--memory-limit MIB] [--copy-textures-outside]\n"
+               "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
 }
@@ -102,6 +105,8 @@ void printHelp() {
       "  --version              print the module's description and the exporter's version\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"
+      "  --memory-limit MIB     the memory a model's reader may take, in MiB; default: 1024\n"
+      "                         plus 64 times the model's size (at most the machine's memory)\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -137,7 +142,7 @@ Arguments parseArguments(int argc, char** argv) {
   // What each option with a value expects, for the message when it is missing.
   const std::vector<std::pair<std::string, std::string>> needs = {
       {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
-      {"--module", "a file name"},  {"--write-scene", "a file name"},
+      {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--memory-limit", "a size in MiB"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -147,6 +152,17 @@ Arguments parseArguments(int argc, char** argv) {
   single("--config-dir", a.configDir);
   single("--module", a.module);
   single("--write-scene", a.writeScene);
+  app.add_option("--memory-limit", a.memoryLimitMiB)
+      ->check(CLI::Validator(
+          [](const std::string& value) {
+            const bool digits = !value.empty() && value.size() <= 8 &&
+                                value.find_first_not_of("0123456789") == std::string::npos;
+            return digits && std::stoul(value) >= 1 && std::stoul(value) <= (1ul << 24)
+                       ? std::string()
+                       : "expected a whole number of MiB from 1 to 16777216, not \"" + value + "\"";
+          },
+          "MIB"))
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
   app.add_flag("--version", a.version);
@@ -366,7 +382,7 @@ int main(int argc, char** argv) {
 
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
-    host = hostimport::openScene(args.scene, args.writeScene, textureDir);
+    host = hostimport::openScene(args.scene, args.writeScene, textureDir, {args.memoryLimitMiB});
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
     return kExitFailure;
