@@ -7,6 +7,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "host/import/scene_builder.h"
 #include "host/memory/memory_host.h"
@@ -23,6 +24,16 @@ struct ImportRequest {
   std::string path;         // the model
   std::string bufferName;   // the name the document gives its buffer
   std::string textureDir;   // where textures held inside the model are written
+  std::vector<std::string> texturePaths;  // searched for images after the model's folders
+  bool dropMissingTextures = false;       // leave a map whose image is missing out, with a warning
+};
+
+// How zt2export opens its SCENE argument (openScene).
+struct OpenOptions {
+  std::string writeScene;                 // --write-scene, or empty
+  std::string textureDir;                 // where textures held inside a model are written
+  std::vector<std::string> texturePaths;  // --texture-path, in order
+  bool dropMissingTextures = false;       // --missing-textures drop
 };
 
 ImportedScene import3ds(const ImportRequest& request);
@@ -44,9 +55,9 @@ std::string formatsHelp();
 // What zt2export does with its SCENE argument: loads a scene file, or imports
 // a model; with `writeScene` set, writes what was imported (or loaded) there
 // as a scene file with its buffer beside it, and loads that. `textureDir`
-// receives the textures a model holds inside it. Throws std::exception
+// receives the textures a model holds inside it; the texture paths are
+// searched for images, by the import and by the host. Throws std::exception
 // naming the file on failure.
-std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir);
+std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const OpenOptions& options);
 
 }  // namespace hostimport

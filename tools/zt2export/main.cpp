@@ -4,11 +4,14 @@
 // --dialog asks for the options dialog.
 #include <malloc.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <sstream>
@@ -36,6 +39,8 @@ struct Arguments {
   std::string module;
   std::string writeScene;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
+  std::vector<std::string> texturePaths;
+  bool dropMissingTextures = false;
   bool saveOptions = false;
   bool check = false;
   bool quiet = false;
@@ -49,6 +54,7 @@ void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
+               "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
@@ -96,6 +102,11 @@ void printHelp() {
       "  --version              print the module's description and the exporter's version\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"
+      "  --texture-path DIR     a folder searched for texture images after the model's (or\n"
+      "                         scene's) own folders; may be repeated (docs/import.md)\n"
+      "  --missing-textures error|drop  what a model's map whose image is nowhere to be\n"
+      "                         found does: the export fails (error, the default) or the map is\n"
+      "                         left out with a warning (drop)\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -131,7 +142,8 @@ Arguments parseArguments(int argc, char** argv) {
   // What each option with a value expects, for the message when it is missing.
   const std::vector<std::pair<std::string, std::string>> needs = {
       {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
-      {"--module", "a file name"},  {"--write-scene", "a file name"},
+      {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--texture-path", "a directory"},
+      {"--missing-textures", "error or drop"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -143,6 +155,9 @@ Arguments parseArguments(int argc, char** argv) {
   single("--write-scene", a.writeScene);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
+  app.add_option("--texture-path", a.texturePaths)->allow_extra_args(false);
+  std::string missingTextures = "error";
+  single("--missing-textures", missingTextures);
   app.add_flag("--version", a.version);
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
@@ -167,14 +182,34 @@ Arguments parseArguments(int argc, char** argv) {
     printHelp();
     std::exit(kExitOk);
   }
-  for (const std::string& extra : app.remaining()) {
+  const std::vector<std::string> extras = app.remaining();
+  for (const std::string& assignment : assignments) {
+    const std::size_t eq = assignment.find('=');
+    if (eq == std::string::npos || eq == 0) {
+      // "--set sampleRate 15" leaves the value as a word of its own.
+      for (int i = 1; eq == std::string::npos && i + 2 < argc; ++i)
+        if (std::string(argv[i]) == "--set" && argv[i + 1] == assignment && argv[i + 2][0] != '-')
+          usageError("--set " + assignment + " " + argv[i + 2] + ": the field and its value are one word joined by " +
+                     "'=': --set " + assignment + "=" + argv[i + 2]);
+      usageError("--set " + assignment + ": expected FIELD=VALUE, as in --set sampleRate=15");
+    }
+    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+  }
+  for (const std::string& extra : extras) {
     if (!extra.empty() && extra[0] == '-') usageError("unknown option " + extra);
     usageError("more than one scene given (" + a.scene + ", " + extra + ")");
   }
-  for (const std::string& assignment : assignments) {
-    const std::size_t eq = assignment.find('=');
-    if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
-    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+  if (missingTextures != "error" && missingTextures != "drop")
+    usageError("--missing-textures " + missingTextures + ": expected error or drop");
+  a.dropMissingTextures = missingTextures == "drop";
+  // The exporter writes ZT2 bytes whatever the name says; a model's extension
+  // on them would fool every program that opens the file.
+  if (!a.output.empty()) {
+    std::string ext = std::filesystem::path(a.output).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext != ".zt2")
+      usageError("-o " + a.output + ": the output is a ZT2 scene file and its name must end in .zt2 (as in -o " +
+                 std::filesystem::path(a.output).replace_extension(".zt2").string() + ")");
   }
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
   if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
@@ -209,6 +244,19 @@ std::string defaultOutput(const std::string& scene) {
   for (const char* suffix : {".json", ".scene"})
     if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
   return stem + ".zt2";
+}
+
+// Whether files can be made in the folder `file` goes into; `why` gets the
+// system's reason when not.
+bool folderWritable(const std::string& file, std::string& why) {
+  const std::filesystem::path parent = std::filesystem::path(file).parent_path();
+  const std::string folder = parent.empty() ? "." : parent.string();
+  struct stat info {};
+  int error = ::stat(folder.c_str(), &info) != 0 ? errno : !S_ISDIR(info.st_mode) ? ENOTDIR : 0;
+  if (error == 0 && ::access(folder.c_str(), W_OK | X_OK) != 0) error = errno;
+  if (error == 0) return true;
+  why = folder + ": " + std::strerror(error);
+  return false;
 }
 
 // The exporter reports an export cancelled by errors in its last message,
@@ -282,11 +330,26 @@ int main(int argc, char** argv) {
   }
 
   const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
+  // A run that cannot save must say so before anything is written: an
+  // import writes a model's own textures beside the output, the exporter
+  // makes its texture folder.
+  for (const std::string& target : {output, args.writeScene}) {
+    std::string why;
+    if (!target.empty() && !folderWritable(target, why)) {
+      std::fprintf(stderr, "zt2export: cannot write %s: %s\n", target.c_str(), why.c_str());
+      return kExitFailure;
+    }
+  }
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
     // Textures held inside a model go beside what is written.
     const std::string written = args.writeScene.empty() ? output : args.writeScene;
-    host = hostimport::openScene(args.scene, args.writeScene, std::filesystem::path(written).parent_path().string());
+    hostimport::OpenOptions open;
+    open.writeScene = args.writeScene;
+    open.textureDir = std::filesystem::path(written).parent_path().string();
+    open.texturePaths = args.texturePaths;
+    open.dropMissingTextures = args.dropMissingTextures;
+    host = hostimport::openScene(args.scene, open);
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
     return kExitFailure;
@@ -349,6 +412,11 @@ int main(int argc, char** argv) {
 
   host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
+    // By the exporter's rules a mesh's faces are written in the groups of
+    // their materials; without materials there are none, which surprises.
+    if (!record.exportMaterials && record.exportGeometry)
+      std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
+                           "in the groups of their materials)\n");
     if (args.saveOptions) record.saveOnClose = true;
     if (args.check) {
       record.saveOnClose = false;
@@ -379,6 +447,10 @@ int main(int argc, char** argv) {
       if (c != '\r') shown += c;
     std::fputs(shown.c_str(), stdout);
   }
+  if (args.check && host->exportInfoTexts().empty()) std::puts("Export Info\nno messages");
+  // What the host knows of images the exporter could not open, or found
+  // under another name: the exporter's own message names the image only.
+  for (const std::string& note : host->textureNotes()) std::fprintf(stderr, "zt2export: %s\n", note.c_str());
 
   // The exporter's message boxes all end a run that failed: the file could
   // not be saved, or a window it was asked for could not be shown.
