@@ -7,6 +7,7 @@
 #include <assimp/scene.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -446,24 +447,26 @@ namespace {
 // after them, in brackets, for a report to its makers.
 std::string plainReason(const std::string& library) {
   static const std::pair<const char*, const char*> kinds[] = {
-      {"No suitable reader", "the file is in no format the import library reads"},
-      {"Unable to open file", "the file cannot be opened"},
-      {"No meshes remaining", "the model holds only points or lines, which have no surface to export"},
+      {"no suitable reader", "the file is in no format the import library reads"},
+      {"unable to open file", "the file cannot be opened"},
+      {"no meshes remaining", "the model holds only points or lines, which have no surface to export"},
       {"contains no faces", "a mesh of the model has no faces (points only), so there is no surface to export"},
       {"contains no vertices", "a mesh of the model has no vertices"},
       {"has no corresponding node", "a light or camera of the model is attached to no node"},
       {"scene-graph is nullptr", "the model's node tree is damaged"},
-      {"malformed XML", "the file's XML is malformed"},
-      {"XML parse error", "the file's XML is malformed"},
-      {"End of file", "the file ends before its data does (it may be cut short)"},
-      {"File is empty", "the file is empty"},
+      {"malformed xml", "the file's XML is malformed"},
+      {"xml parse error", "the file's XML is malformed"},
+      {"end of file", "the file ends before its data does (it may be cut short)"},
+      {"file is empty", "the file is empty"},
       {"too small", "the file is too short to be a model of its format"},
-      {"Cannot parse string", "a number in the file cannot be read"},
-      {"Validation failed", "the model is inconsistent"},
+      {"cannot parse string", "a number in the file cannot be read"},
+      {"validation failed", "the model is inconsistent"},
   };
   std::string words = "the import library cannot read the model";
+  std::string lowered = library;
+  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   for (const auto& [marker, plain] : kinds)
-    if (library.find(marker) != std::string::npos) {
+    if (lowered.find(marker) != std::string::npos) {
       words = plain;
       break;
     }

@@ -99,8 +99,12 @@ bool readWithFallback(const std::string& path, bool infoOnly, int& width, int& h
 bool fallbackDecoderLoaded() { return fallbackLoaded; }
 
 bool imageInfo(const std::string& path, int& width, int& height) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) return false;  // nothing for any decoder to read
   int channels = 0;
-  if (stbi_info(path.c_str(), &width, &height, &channels) != 0) return true;
+  const bool known = stbi_info_from_file(file, &width, &height, &channels) != 0;
+  std::fclose(file);
+  if (known) return true;
   std::string why;
   return readWithFallback(path, true, width, height, why, nullptr);
 }
