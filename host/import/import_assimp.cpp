@@ -504,6 +504,34 @@ void clampKeysToClips(aiScene& scene, const std::string& model) {
   }
 }
 
+void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
+  names.insert(node.mName.C_Str());
+  for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
+}
+
+// A light or camera that no node carries has no place in the scene, and a
+// second one of a name cannot be told from the first by the node it hangs
+// on; the library's validation refuses the whole file for either. It is
+// left out, with a warning, and the rest of the model is exported.
+template <typename Item>
+void dropUnplaced(Item** items, unsigned& count, const std::set<std::string>& nodes, const char* kind,
+                  const std::string& model) {
+  unsigned kept = 0;
+  std::set<std::string> seen;
+  for (unsigned i = 0; i < count; ++i) {
+    const std::string name = items[i]->mName.C_Str();
+    const char* why = !nodes.count(name) ? "is attached to no node" : seen.count(name) ? "repeats the name of another" : nullptr;
+    if (why == nullptr) {
+      seen.insert(name);
+      items[kept++] = items[i];
+      continue;
+    }
+    std::fprintf(stderr, "WARNING: %s: %s \"%s\" %s; it is left out\n", model.c_str(), kind, utf8(name).c_str(), why);
+    delete items[i];
+  }
+  count = kept;
+}
+
 }  // namespace
 
 ImportedScene importAssimp(const ImportRequest& request) {
@@ -513,13 +541,20 @@ ImportedScene importAssimp(const ImportRequest& request) {
   // Read first, mend what the library's validation would refuse although a
   // scene can be made of it, then validate and triangulate.
   const aiScene* read = importer.ReadFile(request.path, 0);
-  if (!read || !read->mRootNode) refuse(importer.GetErrorString());
+  if (!read) refuse(importer.GetErrorString());
+  if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
   aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
   clampKeysToClips(scene, request.path);
+  std::set<std::string> nodeNames;
+  collectNodeNames(*scene.mRootNode, nodeNames);
+  dropUnplaced(scene.mLights, scene.mNumLights, nodeNames, "light", request.path);
+  dropUnplaced(scene.mCameras, scene.mNumCameras, nodeNames, "camera", request.path);
+  std::fflush(stderr);
   // A skeleton with its clips and no mesh (games ship animations apart from
   // their characters), or a file of lights or cameras: its nodes, keys and
-  // objects are exported. The library marks such scenes incomplete.
-  if (scene.mNumMeshes == 0) {
+  // objects are exported. Such scenes are marked incomplete, as some of the
+  // library's readers mark them already, which its validation accepts.
+  if (scene.mNumMeshes == 0 && !(scene.mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
     if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0)
       throw ImportError(request.path + ": the model holds no mesh, animation, camera or light: nothing to export");
     scene.mFlags |= AI_SCENE_FLAGS_INCOMPLETE;

@@ -75,7 +75,11 @@ void MemoryBitmapManager::noteFailure(const std::string& name, const std::string
     note("ERROR: texture \"" + name + "\" not found: " + describeSearch(name, search_.find(name)));
     return;
   }
-  note("ERROR: texture \"" + name + "\": \"" + path + "\" cannot be read (" + why + ")");
+  // The decoders give their reasons as "stb_image: ...; OpenImageIO: ...";
+  // any other reason is the system's, from opening the file.
+  const bool opened = why.rfind("stb_image: ", 0) == 0;
+  note("ERROR: texture \"" + name + "\": \"" + path + "\" " +
+       (opened ? "is no image that can be decoded (" : "cannot be opened (") + why + ")");
 }
 
 BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
