@@ -94,14 +94,10 @@ TextureLookup TextureSearch::find(const std::string& name) const {
   std::string portable = name;
   std::replace(portable.begin(), portable.end(), '\\', '/');
   const fs::path given(portable);
+  // The name resolves as the host resolves it, relative to the base folder
+  // as that was given, so that messages show paths as the user wrote them.
   const fs::path base = baseDir_.empty() ? fs::path(".") : fs::path(baseDir_);
-  fs::path direct = given.is_absolute() ? given : base / given;
-  {
-    std::error_code ec;
-    const fs::path a = fs::absolute(direct, ec);
-    if (!ec) direct = a;
-  }
-  direct = direct.lexically_normal();
+  const fs::path direct = (given.is_absolute() || baseDir_.empty() ? given : base / given).lexically_normal();
   result.path = direct.string();
   if (portable.empty()) return result;
   std::error_code ec;

@@ -19,7 +19,7 @@ struct TextureLookup {
     Missing,
   };
   Outcome outcome = Outcome::Missing;
-  std::string path;                  // the file taken, absolute; the name as it resolves when missing
+  std::string path;                  // the file taken (absolute when found by a search); when missing, the name as it resolves
   std::vector<std::string> folders;  // the folders searched, in order
 };
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -416,9 +417,11 @@ int main(int argc, char** argv) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     // By the exporter's rules a mesh's faces are written in the groups of
     // their materials; without materials there are none, which surprises.
-    if (!record.exportMaterials && record.exportGeometry)
+    if (!record.exportMaterials && record.exportGeometry) {
+      progress.clear();
       std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
                            "in the groups of their materials)\n");
+    }
     if (args.saveOptions) record.saveOnClose = true;
     if (args.check) {
       record.saveOnClose = false;
