@@ -113,7 +113,7 @@ bool decodeImage(const std::string& path, int& width, int& height, std::string& 
   // Tell a file that cannot be opened from one that cannot be decoded.
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
-    why = std::strerror(errno);
+    why = std::string("cannot be opened (") + std::strerror(errno) + ")";
     return false;
   }
   int channels = 0;
@@ -130,7 +130,7 @@ bool decodeImage(const std::string& path, int& width, int& height, std::string& 
   const std::string stbReason = stbi_failure_reason() ? stbi_failure_reason() : "unknown";
   std::string other;
   if (readWithFallback(path, false, width, height, other, pixels)) return true;
-  why = "stb_image: " + stbReason + "; OpenImageIO: " + other;
+  why = "is no image that can be decoded (stb_image: " + stbReason + "; OpenImageIO: " + other + ")";
   return false;
 }
 

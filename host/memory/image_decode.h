@@ -19,9 +19,10 @@ struct ImagePixels {
 bool imageInfo(const std::string& path, int& width, int& height);
 
 // Decodes the whole image, not just its header, so that a file cut short or
-// damaged past its header fails here. On failure `why` tells whether the
-// file could not be opened (the system's reason) or not decoded (each
-// decoder's reason). `pixels` receives the image when given.
+// damaged past its header fails here. On failure `why` completes a sentence
+// about the file: "cannot be opened (the system's reason)" or "is no image
+// that can be decoded (each decoder's reason)". `pixels` receives the image
+// when given.
 bool decodeImage(const std::string& path, int& width, int& height, std::string& why, ImagePixels* pixels = nullptr);
 
 // The image as PNG bytes (deterministic: the same pixels give the same bytes).

@@ -67,19 +67,15 @@ void MemoryBitmapManager::note(const std::string& line) {
   if (noted_.insert(line).second) notes_.push_back(line);
 }
 
-// Says whether the image was missing (and where it was looked for), could
-// not be read, or could not be decoded.
+// Says that the image is missing, and where it was looked for, or why the
+// file found cannot be used (`why` completes "PATH ...").
 void MemoryBitmapManager::noteFailure(const std::string& name, const std::string& path, const std::string& why) {
   std::error_code ec;
   if (!std::filesystem::exists(path, ec)) {
     note("ERROR: texture \"" + name + "\" not found: " + describeSearch(name, search_.find(name)));
     return;
   }
-  // The decoders give their reasons as "stb_image: ...; OpenImageIO: ...";
-  // any other reason is the system's, from opening the file.
-  const bool opened = why.rfind("stb_image: ", 0) == 0;
-  note("ERROR: texture \"" + name + "\": \"" + path + "\" " +
-       (opened ? "is no image that can be decoded (" : "cannot be opened (") + why + ")");
+  note("ERROR: texture \"" + name + "\": \"" + path + "\" " + why);
 }
 
 BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
@@ -107,7 +103,7 @@ Bitmap* MemoryBitmapManager::Load(BitmapInfo* bi, BMMRES* status) {
     std::vector<std::string> entries;
     const int entry = bi->CurrentFrame() - bi->First();
     if (!readImageList(path, entries) || entry < 0 || entry >= static_cast<int>(entries.size())) {
-      if (entries.empty()) noteFailure(bi->Name(), path, "no image list could be read from it");
+      if (entries.empty()) noteFailure(bi->Name(), path, "is an image list that names no image");
       if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
       return nullptr;
     }
@@ -116,7 +112,7 @@ Bitmap* MemoryBitmapManager::Load(BitmapInfo* bi, BMMRES* status) {
   }
   BitmapInfo loaded(path);
   int width = 0, height = 0;
-  std::string why = "an image list cannot name another";
+  std::string why = "is an image list, which a list cannot name";
   if (isImageList(path) || !decodeImage(path, width, height, why)) {
     noteFailure(listEntry ? path : bi->Name(), path, why);
     if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
