@@ -128,6 +128,28 @@ TEST(ImportPartial, KeysPastTheClipAreClampedWithAWarning) {
   EXPECT_EQ(ztx_test::readBytes(dir.file("over.zt2")), ztx_test::readBytes(dir.file("fits.zt2")));
 }
 
+// A light that no node carries (the library's validation refuses the file
+// for it) is left out with a warning; the mesh beside it exports.
+TEST(ImportPartial, LightWithoutNodeIsLeftOut) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("lone.ogex"), R"(GeometryNode $node1 {
+  Name {string {"Box"}}
+  ObjectRef {ref {$geometry1}}
+}
+LightObject $light1 (type = "point") { Color (attrib = "light") {float[3] {{1, 1, 1}}} }
+GeometryObject $geometry1 {
+  Mesh (primitive = "triangles") {
+    VertexArray (attrib = "position") {float[3] {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}}
+    IndexArray {unsigned_int32[3] {{0, 1, 2}}}
+  }
+}
+)");
+  const auto r = runExport(exportArgs(dir, "lone.ogex", "lone.zt2"));
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(r.err, "WARNING: " + dir.file("lone.ogex") + ": light \"light1\" is attached to no node; it is left out\n");
+  EXPECT_EQ(ztx_test::objectNames(ztx_test::dumpJson(dir.file("lone.zt2"))), std::vector<std::string>{"Box"});
+}
+
 // Models that cannot be used: the message names the model, says what is
 // wrong in plain words, and gives the library's own text in brackets.
 TEST(ImportPartial, RefusedModelsAreExplainedInPlainWords) {

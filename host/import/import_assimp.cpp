@@ -514,7 +514,7 @@ void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
 // on; the library's validation refuses the whole file for either. It is
 // left out, with a warning, and the rest of the model is exported.
 template <typename Item>
-void dropUnplaced(Item** items, unsigned& count, const std::set<std::string>& nodes, const char* kind,
+void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& nodes, const char* kind,
                   const std::string& model) {
   unsigned kept = 0;
   std::set<std::string> seen;
@@ -530,6 +530,11 @@ void dropUnplaced(Item** items, unsigned& count, const std::set<std::string>& no
     delete items[i];
   }
   count = kept;
+  // The validation wants no array where there is nothing in it.
+  if (count == 0) {
+    delete[] items;
+    items = nullptr;
+  }
 }
 
 }  // namespace
