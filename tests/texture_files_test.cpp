@@ -162,10 +162,16 @@ TEST(TextureFiles, ModelsFindTheirImagesAsArtistsLeaveThem) {
     for (const std::string& a : c.args) args.push_back(place(a));
     const auto r = runExport(args);
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
-    if (!c.copied.empty()) EXPECT_TRUE(fs::exists(dir.file("out/" + c.copied))) << r.out << r.err;
+    if (!c.copied.empty()) {
+      EXPECT_TRUE(fs::exists(dir.file("out/" + c.copied))) << r.out << r.err;
+    }
     EXPECT_NE(r.err.find(place(c.err)), std::string::npos) << r.err;
-    if (c.err.empty()) EXPECT_EQ(r.err.find("WARNING"), std::string::npos) << r.err;
-    if (c.exitCode == 1) EXPECT_NE(r.out.find("ERROR: Couldn't open texture"), std::string::npos) << r.out;
+    if (c.err.empty()) {
+      EXPECT_EQ(r.err.find("WARNING"), std::string::npos) << r.err;
+    }
+    if (c.exitCode == 1) {
+      EXPECT_NE(r.out.find("ERROR: Couldn't open texture"), std::string::npos) << r.out;
+    }
   }
 }
 
