@@ -184,28 +184,35 @@ SceneText importIsolated(const ImportRequest& request) {
 
 }  // namespace
 
-std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const OpenOptions& options) {
+namespace {
+
+std::unique_ptr<hostmodel::MemoryHost> loadOrImport(const std::string& path, const OpenOptions& options) {
   const std::string& writeScene = options.writeScene;
-  std::unique_ptr<hostmodel::MemoryHost> host;
   if (isSceneDescription(path)) {
     if (!writeScene.empty())
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
-    host = hostmodel::loadScene(path);
-  } else {
-    std::error_code ec;
-    if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
-    limitMemoryToMachine();
-    SceneText scene = importIsolated({path, bufferNameFor(writeScene.empty() ? path : writeScene),
-                                      options.textureDir, options.texturePaths, options.dropMissingTextures});
-    if (!writeScene.empty()) {
-      writeSceneFiles(scene, writeScene);
-      host = hostmodel::loadScene(writeScene);
-    } else {
-      // Relative paths of an imported scene are the model's own.
-      host = hostmodel::loadSceneFromString(scene.text, fs::path(path).parent_path().string(), path,
-                                            {{scene.bufferName, std::move(scene.buffer)}});
-    }
+    return hostmodel::loadScene(path);
   }
+  std::error_code ec;
+  if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
+  limitMemoryToMachine();
+  SceneText scene = importIsolated({path, bufferNameFor(writeScene.empty() ? path : writeScene), options.textureDir,
+                                    options.texturePaths, options.dropMissingTextures});
+  if (!writeScene.empty()) {
+    writeSceneFiles(scene, writeScene);
+    return hostmodel::loadScene(writeScene);
+  }
+  // Relative paths of an imported scene are the model's own.
+  return hostmodel::loadSceneFromString(scene.text, fs::path(path).parent_path().string(), path,
+                                        {{scene.bufferName, std::move(scene.buffer)}});
+}
+
+}  // namespace
+
+std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const OpenOptions& options) {
+  std::unique_ptr<hostmodel::MemoryHost> host = loadOrImport(path, options);
+  // The bitmap manager searches them too, for names the import kept as
+  // missing and for names a scene file gives.
   host->addTexturePaths(options.texturePaths);
   return host;
 }
