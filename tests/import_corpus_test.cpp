@@ -142,6 +142,10 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
                           "--config-dir", again.file("config"), "--quiet", "--missing-textures", "drop"});
         EXPECT_TRUE(d.exitCode == 0 || d.exitCode == 1) << d.out << d.err;
         exportedWithoutThem += d.exitCode == 0;
+        if (d.exitCode == 0) {
+          const ztx_test::RunResult v = ztx_test::runDump({"--validate", again.file("out.zt2")});
+          EXPECT_EQ(v.exitCode, 0) << v.out << v.err;
+        }
       }
     } else {
       ++exported;
