@@ -29,14 +29,14 @@ extern "C" __attribute__((visibility("default"))) int ztx_images_read(const char
   try {
     auto in = OIIO::ImageInput::open(path);
     if (!in) return fail(why, whyLength, OIIO::geterror());
-    const OIIO::ImageSpec& spec = in->spec();
-    if (spec.width <= 0 || spec.height <= 0 || spec.nchannels <= 0)
+    const OIIO::ImageSpec& image = in->spec();
+    if (image.width <= 0 || image.height <= 0 || image.nchannels <= 0)
       return fail(why, whyLength, "the image has no pixels");
-    *width = spec.width;
-    *height = spec.height;
-    *channels = spec.nchannels < 4 ? spec.nchannels : 4;
+    *width = image.width;
+    *height = image.height;
+    *channels = image.nchannels < 4 ? image.nchannels : 4;
     if (infoOnly) return 0;
-    const auto count = static_cast<unsigned long long>(spec.width) * static_cast<unsigned long long>(spec.height) *
+    const auto count = static_cast<unsigned long long>(image.width) * static_cast<unsigned long long>(image.height) *
                        static_cast<unsigned long long>(*channels);
     if (count > (1ull << 31)) return fail(why, whyLength, "the image is too large");
     auto* bytes = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(count)));
