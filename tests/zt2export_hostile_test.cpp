@@ -74,7 +74,11 @@ TEST(Zt2ExportHostile, OutputsThatCannotBeWrittenAreRefusedAndKept) {
     const char* message;
   };
   const Case cases[] = {
-      {"the scene itself", [](const TempDir& d) { return d.file("scene.json"); },
+      // Under a name that ends in .zt2, as -o requires.
+      {"the scene itself", [](const TempDir& d) {
+         fs::create_symlink(d.file("scene.json"), d.file("scene.zt2"));
+         return d.file("scene.zt2");
+       },
        "the output would overwrite the scene it is exported from"},
       {"a FIFO", [](const TempDir& d) { ::mkfifo(d.file("out.zt2").c_str(), 0644); return d.file("out.zt2"); },
        "cannot save: not a regular file"},

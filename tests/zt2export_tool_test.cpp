@@ -83,6 +83,12 @@ TEST(Zt2Export, RefusedRunsExitWithTheirStatusAndWriteNothing) {
                                                              {"name": "A", "id": "A2", "object": {"type": "helper"}}]})");
   auto unsaved = plain(dir);
   unsaved[2] = dir.file("no-such-dir/out.zt2");
+  ztx_test::writeText(dir.file("a-file"), "");
+  auto intoFile = plain(dir);
+  intoFile[2] = dir.file("a-file/out.zt2");
+  auto modelName = plain(dir);
+  modelName[2] = dir.file("out.obj");
+  auto sceneAside = plain(dir, {"--write-scene", dir.file("no-such-dir/s.scene.json")});
   // arguments, exit status, what standard error holds (standard output when the status is 1)
   const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
       {{}, 2, ""},
@@ -95,7 +101,16 @@ TEST(Zt2Export, RefusedRunsExitWithTheirStatusAndWriteNothing) {
       // Every --set is checked before anything runs.
       {plain(dir, {"--set", "sampleRate=0", "--save-options"}), 2, "sampleRate must be between 1 and 500"},
       {plain(dir, {"--set", "sampelRate=15", "--save-options"}), 2, "did you mean 'sampleRate'"},
-      {unsaved, 2, "Unable to write to " + unsaved[2]},
+      // The output's folder is checked before anything is read or written.
+      {unsaved, 2, "cannot write " + unsaved[2] + ": " + dir.file("no-such-dir") + ": No such file or directory"},
+      {intoFile, 2, "cannot write " + intoFile[2] + ": " + dir.file("a-file") + ": Not a directory"},
+      {sceneAside, 2, ": No such file or directory"},
+      {modelName, 2, "-o " + modelName[2] + ": the output is a ZT2 scene file and its name must end in .zt2 (as in -o " +
+                         dir.file("out.zt2") + ")"},
+      {{"scene.json", "--set", "sampleRate", "15"}, 2,
+       "--set sampleRate 15: the field and its value are one word joined by '=': --set sampleRate=15"},
+      {{"--set", "sampleRate", "15", "scene.json"}, 2, "--set sampleRate=15"},
+      {{"scene.json", "--missing-textures", "ignore"}, 2, "--missing-textures ignore: expected error or drop"},
       {plain(dir, {}, "clash.json"), 1,
        "Export Info\nERROR: Two objects have a same name: A\nExport process canceled due to error(s) encountered.\n"},
   };
@@ -112,4 +127,26 @@ TEST(Zt2Export, RefusedRunsExitWithTheirStatusAndWriteNothing) {
   EXPECT_EQ(help.exitCode, 0);
   EXPECT_NE(help.out.find("--save-options"), std::string::npos);
   EXPECT_NE(help.out.find("sampleRate"), std::string::npos);
+}
+
+// What the command line adds to the exporter's own messages: --check prints
+// the info log, "no messages" when the run is clean, and materials switched
+// off with geometry on are noted, since the meshes then carry no faces.
+TEST(Zt2Export, CheckPrintsTheLogAndMaterialsOffIsNoted) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kTwoHelpers);
+  const std::string note = "note: exportMaterials is off, so meshes carry no geometry";
+  // extra arguments, standard output, whether the note is on standard error
+  const std::tuple<std::vector<std::string>, std::string, bool> cases[] = {
+      {{"--check"}, "Export Info\nno messages\n", true},
+      {{"--check", "--set", "exportGeometry=0"}, "Export Info\nno messages\n", false},
+      {{}, "", true},
+  };
+  for (const auto& [more, out, noted] : cases) {
+    SCOPED_TRACE(testing::PrintToString(more));
+    const auto r = runExport(plain(dir, more));
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.out, out);
+    EXPECT_EQ(r.err.find(note) != std::string::npos, noted) << r.err;
+  }
 }

@@ -11,6 +11,7 @@ packages=(
   libcli11-dev                       # command lines of the tools
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
   libstb-dev                         # image decoding of the host model
+  libopenimageio-dev                 # the image formats stb does not read (DDS, TIFF, EXR, SGI, ...)
   qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
   xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
   lib3ds-dev libassimp-dev           # model front ends of zt2export

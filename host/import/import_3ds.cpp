@@ -77,9 +77,13 @@ struct Converter {
 
   // --- materials ---
 
-  json texmap(const Lib3dsTextureMap& map, const std::string& name) {
-    const std::string file = resolveTexture(std::filesystem::path(request.path).parent_path(), text(map.name));
-    return {{"type", "ztTexture"}, {"name", name}, {"params", {{"mapFileName", file}}}};
+  ModelTextures textures{request.path, request.texturePaths, request.dropMissingTextures};
+
+  // None when the map is left out (texture_files.h).
+  json texmap(const Lib3dsTextureMap& map, const std::string& material, const std::string& name) {
+    const auto file = textures.find(material, text(map.name));
+    if (!file) return nullptr;
+    return {{"type", "ztTexture"}, {"name", name}, {"params", {{"mapFileName", *file}}}};
   }
 
   std::set<std::string> materialNames;
@@ -95,13 +99,13 @@ struct Converter {
                        {"specular", colour(m->specular)}};
       json params = {{"plainLayerMode", 1}};
       json maps = json::array();
-      if (m->texture1_map.name[0]) {
-        maps.push_back(texmap(m->texture1_map, name + " diffuse"));
+      if (json d = m->texture1_map.name[0] ? texmap(m->texture1_map, name, name + " diffuse") : json(); !d.is_null()) {
+        maps.push_back(std::move(d));
         params["layer1Flag"] = 1;
       }
-      if (m->opacity_map.name[0]) {
+      if (json o = m->opacity_map.name[0] ? texmap(m->opacity_map, name, name + " opacity") : json(); !o.is_null()) {
         while (maps.size() < 4) maps.push_back(nullptr);
-        maps.push_back(texmap(m->opacity_map, name + " opacity"));
+        maps.push_back(std::move(o));
         params["layer5Flag"] = 1;
         params["diffuseMode"] = 1;  // copying the diffuse layer would hide the mask
       }

@@ -7,10 +7,13 @@
 #include <assimp/scene.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 
 #include "host/import/importers.h"
@@ -86,9 +89,12 @@ struct Converter {
 
   // --- textures and materials ---
 
-  std::string texturePath(const aiString& reference) {
+  ModelTextures textures{request.path, request.texturePaths, request.dropMissingTextures};
+
+  // None when the map is left out (texture_files.h).
+  std::optional<std::string> texturePath(const std::string& material, const aiString& reference) {
     const auto [embedded, index] = scene.GetEmbeddedTextureAndIndex(reference.C_Str());
-    if (!embedded) return resolveTexture(std::filesystem::path(request.path).parent_path(), reference.C_Str());
+    if (!embedded) return textures.find(material, reference.C_Str());
     const std::string stem = std::filesystem::path(request.path).stem().string() + "_texture" + std::to_string(index);
     if (embedded->mHeight == 0) {
       std::string hint = embedded->achFormatHint;
@@ -112,11 +118,15 @@ struct Converter {
     return writeEmbeddedTexture(request.textureDir, stem + ".tga", tga.data(), tga.size());
   }
 
-  json texmap(const aiMaterial& m, std::initializer_list<aiTextureType> types, const std::string& name) {
+  json texmap(const aiMaterial& m, std::initializer_list<aiTextureType> types, const std::string& material,
+              const std::string& name) {
     for (aiTextureType type : types) {
       aiString path;
-      if (m.GetTextureCount(type) > 0 && m.GetTexture(type, 0, &path) == AI_SUCCESS && path.length > 0)
-        return {{"type", "ztTexture"}, {"name", name}, {"params", {{"mapFileName", texturePath(path)}}}};
+      if (m.GetTextureCount(type) > 0 && m.GetTexture(type, 0, &path) == AI_SUCCESS && path.length > 0) {
+        const auto file = texturePath(material, path);
+        if (!file) return nullptr;
+        return {{"type", "ztTexture"}, {"name", name}, {"params", {{"mapFileName", *file}}}};
+      }
     }
     return nullptr;
   }
@@ -138,11 +148,11 @@ struct Converter {
                        {"diffuse", colour(diffuse)}, {"specular", colour(specular)}};
       json params = {{"plainLayerMode", 1}};
       json maps = json::array();
-      if (json d = texmap(m, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR}, name + " diffuse"); !d.is_null()) {
+      if (json d = texmap(m, {aiTextureType_DIFFUSE, aiTextureType_BASE_COLOR}, name, name + " diffuse"); !d.is_null()) {
         maps.push_back(d);
         params["layer1Flag"] = 1;
       }
-      if (json o = texmap(m, {aiTextureType_OPACITY}, name + " opacity"); !o.is_null()) {
+      if (json o = texmap(m, {aiTextureType_OPACITY}, name, name + " opacity"); !o.is_null()) {
         while (maps.size() < 4) maps.push_back(nullptr);
         maps.push_back(o);
         params["layer5Flag"] = 1;
@@ -447,17 +457,134 @@ struct Converter {
 
 }  // namespace
 
+namespace {
+
+// The import library's reasons in words a user follows; its own text goes
+// after them, in brackets, for a report to its makers.
+std::string plainReason(const std::string& library) {
+  static const std::pair<const char*, const char*> kinds[] = {
+      {"no suitable reader", "the file is in no format the import library reads"},
+      {"unable to open file", "the file cannot be opened"},
+      {"no meshes remaining", "the model holds only points or lines, which have no surface to export"},
+      {"contains no faces", "a mesh of the model has no faces (points only), so there is no surface to export"},
+      {"contains no vertices", "a mesh of the model has no vertices"},
+      {"has no corresponding node", "a light or camera of the model is attached to no node"},
+      {"scene-graph is nullptr", "the model's node tree is damaged"},
+      {"malformed xml", "the file's XML is malformed"},
+      {"xml parse error", "the file's XML is malformed"},
+      {"end of file", "the file ends before its data does (it may be cut short)"},
+      {"file is empty", "the file is empty"},
+      {"too small", "the file is too short to be a model of its format"},
+      {"cannot parse string", "a number in the file cannot be read"},
+      {"validation failed", "the model is inconsistent"},
+  };
+  std::string words = "the import library cannot read the model";
+  std::string lowered = library;
+  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (const auto& [marker, plain] : kinds)
+    if (lowered.find(marker) != std::string::npos) {
+      words = plain;
+      break;
+    }
+  return library.empty() ? words : words + " (import library: " + library + ")";
+}
+
+// Keys past the end of their clip are refused by the library's validation,
+// yet some exporters write them routinely (a B3D clip's last key one frame
+// past its length): they are moved onto the end, with a warning. A key that
+// then shares its time with the one before it gives way to it.
+void clampKeysToClips(aiScene& scene, const std::string& model) {
+  for (unsigned a = 0; a < scene.mNumAnimations; ++a) {
+    aiAnimation& anim = *scene.mAnimations[a];
+    if (!(anim.mDuration > 0)) continue;
+    unsigned moved = 0;
+    double latest = anim.mDuration;
+    auto clamp = [&](auto* keys, unsigned count) {
+      for (unsigned k = 0; k < count; ++k)
+        if (keys[k].mTime > anim.mDuration) latest = std::max(latest, keys[k].mTime), keys[k].mTime = anim.mDuration, ++moved;
+    };
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) {
+      aiNodeAnim& channel = *anim.mChannels[c];
+      clamp(channel.mPositionKeys, channel.mNumPositionKeys);
+      clamp(channel.mRotationKeys, channel.mNumRotationKeys);
+      clamp(channel.mScalingKeys, channel.mNumScalingKeys);
+    }
+    if (moved == 0) continue;
+    const std::string clip = anim.mName.length ? "clip \"" + utf8(anim.mName.C_Str()) + "\"" : "the animation";
+    std::fprintf(stderr,
+                 "WARNING: %s: %u key%s of %s lie%s past its end (up to tick %g of a clip %g ticks long); moved onto "
+                 "its end\n",
+                 model.c_str(), moved, moved == 1 ? "" : "s", clip.c_str(), moved == 1 ? "s" : "", latest,
+                 anim.mDuration);
+    std::fflush(stderr);
+  }
+}
+
+void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
+  names.insert(node.mName.C_Str());
+  for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
+}
+
+// A light or camera that no node carries has no place in the scene, and a
+// second one of a name cannot be told from the first by the node it hangs
+// on; the library's validation refuses the whole file for either. It is
+// left out, with a warning, and the rest of the model is exported.
+template <typename Item>
+void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& nodes, const char* kind,
+                  const std::string& model) {
+  unsigned kept = 0;
+  std::set<std::string> seen;
+  for (unsigned i = 0; i < count; ++i) {
+    const std::string name = items[i]->mName.C_Str();
+    const char* why = !nodes.count(name) ? "is attached to no node" : seen.count(name) ? "repeats the name of another" : nullptr;
+    if (why == nullptr) {
+      seen.insert(name);
+      items[kept++] = items[i];
+      continue;
+    }
+    std::fprintf(stderr, "WARNING: %s: %s \"%s\" %s; it is left out\n", model.c_str(), kind, utf8(name).c_str(), why);
+    delete items[i];
+  }
+  count = kept;
+  // The validation wants no array where there is nothing in it.
+  if (count == 0) {
+    delete[] items;
+    items = nullptr;
+  }
+}
+
+}  // namespace
+
 ImportedScene importAssimp(const ImportRequest& request) {
   Assimp::Importer importer;
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
-  const aiScene* scene = importer.ReadFile(
-      request.path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);
-  if (!scene || !scene->mRootNode) {
-    std::string reason = importer.GetErrorString();
-    if (reason.empty()) reason = "the file cannot be read";
-    throw ImportError(request.path + ": " + reason);
+  auto refuse = [&](const std::string& library) { throw ImportError(request.path + ": " + plainReason(library)); };
+  // Read first, mend what the library's validation would refuse although a
+  // scene can be made of it, then validate and triangulate.
+  const aiScene* read = importer.ReadFile(request.path, 0);
+  if (!read) refuse(importer.GetErrorString());
+  if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
+  aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
+  clampKeysToClips(scene, request.path);
+  std::set<std::string> nodeNames;
+  collectNodeNames(*scene.mRootNode, nodeNames);
+  dropUnplaced(scene.mLights, scene.mNumLights, nodeNames, "light", request.path);
+  dropUnplaced(scene.mCameras, scene.mNumCameras, nodeNames, "camera", request.path);
+  std::fflush(stderr);
+  // A skeleton with its clips and no mesh (games ship animations apart from
+  // their characters), or a file of lights or cameras: its nodes, keys and
+  // objects are exported. Such scenes are marked incomplete, as some of the
+  // library's readers mark them already, which its validation accepts.
+  if (scene.mNumMeshes == 0 && !(scene.mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
+    if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0)
+      throw ImportError(request.path + ": the model holds no mesh, animation, camera or light: nothing to export");
+    scene.mFlags |= AI_SCENE_FLAGS_INCOMPLETE;
   }
-  Converter converter(request, *scene);
+  if (!importer.ApplyPostProcessing(aiProcess_ValidateDataStructure)) refuse(importer.GetErrorString());
+  if (importer.GetScene()->mNumMeshes > 0 &&
+      !importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType))
+    refuse(importer.GetErrorString());
+  Converter converter(request, *importer.GetScene());
   ImportedScene converted = converter.convert();
   // Handing a scene of millions of elements back to the heap only delays the end of the process.
   if (request.processEnds) importer.GetOrphanedScene();

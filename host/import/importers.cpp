@@ -339,8 +339,10 @@ ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits) {
   return bounds;
 }
 
-std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir, const ImportLimits& limits) {
+namespace {
+
+std::unique_ptr<hostmodel::MemoryHost> loadOrImport(const std::string& path, const OpenOptions& options) {
+  const std::string& writeScene = options.writeScene;
   if (isSceneDescription(path)) {
     if (!writeScene.empty())
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
@@ -348,9 +350,9 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
   }
   std::error_code ec;
   if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
-  const ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir,
-                              !writeScene.empty(), true};
-  return importIsolated(request, limits, [&](std::string_view text, std::span<const unsigned char> buffer) {
+  const ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), options.textureDir,
+                              !writeScene.empty(), true, options.texturePaths, options.dropMissingTextures};
+  return importIsolated(request, options.limits, [&](std::string_view text, std::span<const unsigned char> buffer) {
     if (!writeScene.empty()) {
       writeSceneFiles(text, buffer, request.bufferName, writeScene);
       return hostmodel::loadScene(writeScene);
@@ -359,6 +361,16 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
     return hostmodel::loadSceneFromString(text, fs::path(path).parent_path().string(), path,
                                           {{request.bufferName, buffer}});
   });
+}
+
+}  // namespace
+
+std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const OpenOptions& options) {
+  std::unique_ptr<hostmodel::MemoryHost> host = loadOrImport(path, options);
+  // The bitmap manager searches them too, for names the import kept as
+  // missing and for names a scene file gives.
+  host->addTexturePaths(options.texturePaths);
+  return host;
 }
 
 }  // namespace hostimport

@@ -8,6 +8,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "host/import/scene_builder.h"
 #include "host/memory/memory_host.h"
@@ -26,6 +27,8 @@ struct ImportRequest {
   std::string textureDir;   // where textures held inside the model are written
   bool sceneFile = false;   // the scene becomes files to keep (--write-scene): skins as lists
   bool processEnds = false; // read in a process that ends after the answer: nothing need be freed
+  std::vector<std::string> texturePaths;  // searched for images after the model's folders
+  bool dropMissingTextures = false;       // leave a map whose image is missing out, with a warning
 };
 
 // What the model reader may take (docs/import.md). Zero: by the model's size.
@@ -41,6 +44,15 @@ struct ReaderBounds {
   std::uint64_t memory = 0;
 };
 ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits);
+
+// How zt2export opens its SCENE argument (openScene).
+struct OpenOptions {
+  std::string writeScene;                 // --write-scene, or empty
+  std::string textureDir;                 // where textures held inside a model are written
+  std::vector<std::string> texturePaths;  // --texture-path, in order
+  bool dropMissingTextures = false;       // --missing-textures drop
+  ImportLimits limits;                    // --memory-limit
+};
 
 ImportedScene import3ds(const ImportRequest& request);
 ImportedScene importAssimp(const ImportRequest& request);
@@ -65,9 +77,9 @@ std::string bufferNameFor(const std::string& scenePath);
 // What zt2export does with its SCENE argument: loads a scene file, or imports
 // a model; with `writeScene` set, writes what was imported (or loaded) there
 // as a scene file with its buffer beside it, and loads that. `textureDir`
-// receives the textures a model holds inside it. Throws std::exception
+// receives the textures a model holds inside it; the texture paths are
+// searched for images, by the import and by the host. Throws std::exception
 // naming the file on failure.
-std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const std::string& writeScene,
-                                                 const std::string& textureDir, const ImportLimits& limits = {});
+std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const OpenOptions& options);
 
 }  // namespace hostimport

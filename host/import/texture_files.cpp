@@ -1,7 +1,6 @@
 #include "host/import/texture_files.h"
 
-#include <algorithm>
-#include <cctype>
+#include <cstdio>
 #include <fstream>
 #include <stdexcept>
 
@@ -11,32 +10,45 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
+// Names that readers of the import library give a map that has no file of
+// its own: a placeholder for a skin the model does not name, or a texture
+// that a program computes.
+bool isStandIn(const std::string& name) {
+  return name.rfind("$texture_dummy", 0) == 0 || name.rfind("Procedural,", 0) == 0;
 }
 
 }  // namespace
 
-std::string resolveTexture(const fs::path& modelDir, const std::string& name) {
-  std::string portable = name;
-  std::replace(portable.begin(), portable.end(), '\\', '/');
-  const fs::path given(portable);
-  // A model named without a folder lies in the current directory.
-  const fs::path dirOfModel = modelDir.empty() ? fs::path(".") : modelDir;
-  const fs::path direct = fs::absolute(given.is_absolute() ? given : dirOfModel / given).lexically_normal();
-  std::error_code ec;
-  if (fs::is_regular_file(direct, ec)) return direct.string();
-  // Old models often carry paths of the machine they were made on: try the
-  // bare file name beside the model too.
-  const std::string wanted = lower(given.filename().string());
-  for (const fs::path& dir : {direct.parent_path(), fs::absolute(dirOfModel).lexically_normal()}) {
-    std::vector<fs::path> matches;
-    for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
-      if (lower(it->path().filename().string()) == wanted) matches.push_back(it->path());
-    if (!matches.empty()) return std::min_element(matches.begin(), matches.end())->string();
+ModelTextures::ModelTextures(const std::string& modelPath, std::vector<std::string> texturePaths, bool dropMissing)
+    : modelPath_(modelPath),
+      search_(fs::absolute(fs::path(modelPath)).parent_path().lexically_normal().string(), std::move(texturePaths)),
+      dropMissing_(dropMissing) {}
+
+void ModelTextures::warn(const std::string& material, const std::string& text) const {
+  std::fprintf(stderr, "WARNING: %s: material \"%s\": %s\n", modelPath_.c_str(), material.c_str(), text.c_str());
+  std::fflush(stderr);
+}
+
+std::optional<std::string> ModelTextures::find(const std::string& material, const std::string& name) {
+  if (isStandIn(name)) {
+    warn(material, "\"" + name + "\" names no image file; the map is left out");
+    return std::nullopt;
   }
-  return direct.string();
+  const hostmodel::TextureLookup found = search_.find(name);
+  switch (found.outcome) {
+    case hostmodel::TextureLookup::Outcome::Exact:
+      return found.path;
+    case hostmodel::TextureLookup::Outcome::OtherExtension:
+      warn(material, "texture \"" + name + "\" not found; \"" + found.path +
+                         "\", the same name with another extension, is taken instead");
+      return found.path;
+    case hostmodel::TextureLookup::Outcome::Missing:
+      break;
+  }
+  if (!dropMissing_) return found.path;
+  warn(material, "texture \"" + name + "\" not found (" + hostmodel::describeSearch(name, found) +
+                     "); the map is left out");
+  return std::nullopt;
 }
 
 std::string writeEmbeddedTexture(const fs::path& dir, const std::string& fileName, const unsigned char* bytes,

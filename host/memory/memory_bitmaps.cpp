@@ -1,9 +1,9 @@
 #include "host/memory/memory_bitmaps.h"
 
-#include <stb/stb_image.h>
-
 #include <filesystem>
 #include <fstream>
+
+#include "host/memory/image_decode.h"
 
 namespace hostmodel {
 namespace {
@@ -31,16 +31,6 @@ std::string trimmed(const std::string& line) {
   return line.substr(first, last - first + 1);
 }
 
-// Decodes the whole image, not just its header: a file cut short or damaged
-// past its header must fail here, as it fails in the host.
-bool decodes(const std::string& path, int& width, int& height) {
-  int channels = 0;
-  unsigned char* pixels = stbi_load(path.c_str(), &width, &height, &channels, 0);
-  if (pixels == nullptr) return false;
-  stbi_image_free(pixels);
-  return true;
-}
-
 }  // namespace
 
 bool isImageList(const std::string& name) {
@@ -64,9 +54,28 @@ bool readImageList(const std::string& path, std::vector<std::string>& entries) {
   return !in.bad();
 }
 
-std::string MemoryBitmapManager::resolve(const std::string& name) const {
-  if (name.empty() || baseDir_.empty() || std::filesystem::path(name).is_absolute()) return name;
-  return (std::filesystem::path(baseDir_) / name).lexically_normal().string();
+std::string MemoryBitmapManager::resolve(const std::string& name) {
+  if (name.empty()) return name;
+  const TextureLookup found = search_.find(name);
+  if (found.outcome == TextureLookup::Outcome::OtherExtension)
+    note("WARNING: texture \"" + name + "\" not found; \"" + found.path +
+         "\", the same name with another extension, is taken instead");
+  return found.path;
+}
+
+void MemoryBitmapManager::note(const std::string& line) {
+  if (noted_.insert(line).second) notes_.push_back(line);
+}
+
+// Says that the image is missing, and where it was looked for, or why the
+// file found cannot be used (`why` completes "PATH ...").
+void MemoryBitmapManager::noteFailure(const std::string& name, const std::string& path, const std::string& why) {
+  std::error_code ec;
+  if (!std::filesystem::exists(path, ec)) {
+    note("ERROR: texture \"" + name + "\" not found: " + describeSearch(name, search_.find(name)));
+    return;
+  }
+  note("ERROR: texture \"" + name + "\": \"" + path + "\" " + why);
 }
 
 BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
@@ -78,8 +87,8 @@ BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
     bi->SetLastFrame(static_cast<int>(entries.size()) - 1);
     return BMMRES_SUCCESS;
   }
-  int width = 0, height = 0, channels = 0;
-  if (stbi_info(path.c_str(), &width, &height, &channels) == 0) return BMMRES_ERRORTAKENCARE;
+  int width = 0, height = 0;
+  if (!imageInfo(path, width, height)) return BMMRES_ERRORTAKENCARE;
   bi->SetFirstFrame(0);
   bi->SetLastFrame(0);
   bi->SetWidth(width);
@@ -89,18 +98,23 @@ BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
 
 Bitmap* MemoryBitmapManager::Load(BitmapInfo* bi, BMMRES* status) {
   std::string path = resolve(bi->Name());
+  bool listEntry = false;
   if (isImageList(path)) {
     std::vector<std::string> entries;
     const int entry = bi->CurrentFrame() - bi->First();
     if (!readImageList(path, entries) || entry < 0 || entry >= static_cast<int>(entries.size())) {
+      if (entries.empty()) noteFailure(bi->Name(), path, "is an image list that names no image");
       if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
       return nullptr;
     }
     path = entries[static_cast<std::size_t>(entry)];
+    listEntry = true;
   }
   BitmapInfo loaded(path);
   int width = 0, height = 0;
-  if (isImageList(path) || !decodes(path, width, height)) {
+  std::string why = "is an image list, which a list cannot name";
+  if (isImageList(path) || !decodeImage(path, width, height, why)) {
+    noteFailure(listEntry ? path : bi->Name(), path, why);
     if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
     return nullptr;
   }

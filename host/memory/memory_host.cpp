@@ -72,6 +72,12 @@ INode* MemoryHost::GetRootNode() { return &impl_->root; }
 Interval MemoryHost::GetAnimRange() { return impl_->animRange; }
 BitmapManager* MemoryHost::GetBitmapManager() { return &impl_->bitmapManager; }
 int MemoryHost::outstandingBitmaps() const { return impl_->bitmapManager.outstandingBitmaps(); }
+void MemoryHost::addTexturePaths(const std::vector<std::string>& dirs) {
+  std::vector<std::string> all = impl_->bitmapManager.searchDirs();
+  all.insert(all.end(), dirs.begin(), dirs.end());
+  impl_->bitmapManager.setSearchDirs(std::move(all));
+}
+const std::vector<std::string>& MemoryHost::textureNotes() const { return impl_->bitmapManager.notes(); }
 
 std::string MemoryHost::GetDir(int which) { return which == APP_PLUGCFG_DIR ? impl_->configDir : std::string(); }
 int MemoryHost::GetFrameRate() { return impl_->frameRate; }

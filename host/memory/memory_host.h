@@ -101,6 +101,10 @@ class MemoryHost : public Interface {
   BitmapManager* GetBitmapManager() override;
   // Bitmaps loaded and not released yet.
   int outstandingBitmaps() const;
+  // Folders searched for images after those the scene names (--texture-path).
+  void addTexturePaths(const std::vector<std::string>& dirs);
+  // The bitmap manager's warnings and errors about images (memory_bitmaps.h).
+  const std::vector<std::string>& textureNotes() const;
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;

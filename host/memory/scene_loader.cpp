@@ -106,7 +106,7 @@ void resolveBones(LoadContext& ctx) {
 
 void readDocument(const JsonCursor& doc, LoadContext& ctx) {
   doc.expectMembers({"version", "frameRate", "animationRange", "ambientColor", "backgroundColor", "configDir",
-                     "rootTransform", "texmaps", "materials", "objects", "nodes"});
+                     "texturePaths", "rootTransform", "texmaps", "materials", "objects", "nodes"});
   if (const auto v = doc.find("version")) {
     if (v->asInt() != kFormatVersion) v->fail("unsupported version; this host reads version 1");
   }
@@ -129,6 +129,14 @@ void readDocument(const JsonCursor& doc, LoadContext& ctx) {
   if (const auto m = doc.find("ambientColor")) scene.ambient = readColorTrack(*m, ctx);
   if (const auto m = doc.find("backgroundColor")) scene.background = readColorTrack(*m, ctx);
   if (const auto m = doc.find("configDir")) scene.configDir = ctx.resolvePath(m->asString());
+  if (const auto m = doc.find("texturePaths")) {
+    std::vector<std::string> dirs;
+    for (const JsonCursor& dir : m->elements()) {
+      if (dir.asString().empty()) dir.fail("a folder cannot be empty");
+      dirs.push_back(ctx.resolvePath(dir.asString()));
+    }
+    scene.bitmapManager.setSearchDirs(std::move(dirs));
+  }
   if (const auto m = doc.find("rootTransform")) scene.root.setTransform(readTransform(*m, ctx));
 
   if (const auto m = doc.find("texmaps")) readTexmaps(*m, ctx);

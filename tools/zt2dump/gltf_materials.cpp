@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "gltf_builder.h"
+#include "gltf_images.h"
 
 namespace zt2dump::gltf {
 
@@ -36,7 +37,7 @@ int addTexture(Builder& b, const std::string& material, const DecodedChunk& text
   std::ifstream in(path, std::ios::binary);
   std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   if (!in.good() && !in.eof()) bytes.clear();
-  const std::string mime = mimeTypeOf(bytes);
+  const std::string mime = browserImage(path, bytes, mimeTypeOf(bytes));
   if (mime.empty()) {
     b.warn("material \"" + material + "\": texture \"" + path +
            (bytes.empty() ? "\" not found" : "\" is neither PNG nor JPEG") + "; no base colour texture");

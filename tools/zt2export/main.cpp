@@ -4,9 +4,11 @@
 // --dialog asks for the options dialog.
 #include <malloc.h>
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cctype>
 #include <cstdint>
 #include <cstdio>
 #include <cerrno>
@@ -41,6 +43,8 @@ struct Arguments {
   std::string writeScene;
   std::uint64_t memoryLimitMiB = 0;  // 0: by the model's size
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
+  std::vector<std::string> texturePaths;
+  bool dropMissingTextures = false;
   bool saveOptions = false;
   bool check = false;
   bool quiet = false;
@@ -56,6 +60,7 @@ void printUsage(std::FILE* to) {
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
                "                 [--memory-limit MIB] [--copy-textures-outside]\n"
+               "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
@@ -81,8 +86,8 @@ void printHelp() {
       "per-vertex skin file (.skd) beside it when skinning is on.\n"
       "\n"
       "Options:\n"
-      "  -o, --output OUT.zt2   the file to write; default: the scene's name with .zt2, in the\n"
-      "                         current directory\n"
+      "  -o, --output OUT.zt2   the file to write (its name ends in .zt2); default: the scene's\n"
+      "                         name with .zt2, in the current directory\n"
       "  --config-dir DIR       where ZTExport.cfg and ZTExportAdditional.cfg are read (and\n"
       "                         ZTExport.cfg written); default: $XDG_CONFIG_HOME/ztexport or\n"
       "                         ~/.config/ztexport, created when missing\n"
@@ -95,6 +100,7 @@ void printHelp() {
       "                         with OK would (with the --set changes)\n"
       "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
       "                         no texture copy, no ZTExport.cfg) and print every message\n"
+      "                         (\"no messages\" when there is none)\n"
       "  --dialog               show the options dialog before the export, as the host does\n"
       "                         unless prompts are suppressed; Cancel ends the run with nothing\n"
       "                         written, OK saves ZTExport.cfg. The \"Export Info\" window shows\n"
@@ -107,17 +113,23 @@ void printHelp() {
       "                         its arrays in OUT.bin beside it, then export that file\n"
       "  --memory-limit MIB     the memory a model's reader may take, in MiB; default: 1024\n"
       "                         plus 64 times the model's size (at most the machine's memory)\n"
+      "  --texture-path DIR     a folder searched for texture images after the model's (or\n"
+      "                         scene's) own folders; may be repeated (docs/import.md)\n"
+      "  --missing-textures error|drop  what a model's map whose image is nowhere to be\n"
+      "                         found does: the export fails (error, the default) or the map is\n"
+      "                         left out with a warning (drop)\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
       "\n"
       "Output: the \"Export Info\" text on standard output when the exporter shows it (on errors,\n"
-      "or when dumpInfo is set and there is something to tell); message boxes on standard error.\n"
+      "or when dumpInfo is set and there is something to tell); message boxes, warnings of the\n"
+      "import and what the host knows of images it could not open on standard error.\n"
       "\n"
       "Exit status: 0 the run ended normally (file written, or nothing to write); 1 the export\n"
-      "was cancelled because of errors in the scene; 2 the file could not be saved, the scene\n"
-      "could not be read, the module could not be loaded, a window was asked for without a\n"
-      "display, or the command line is wrong.\n"
+      "was cancelled because of errors in the scene; 2 the file could not be saved (or its\n"
+      "folder is missing or not writable), the scene could not be read, the module could not\n"
+      "be loaded, a window was asked for without a display, or the command line is wrong.\n"
       "\n"
       "Model formats (by content, then extension):\n%s"
       "\n"
@@ -143,6 +155,8 @@ Arguments parseArguments(int argc, char** argv) {
   const std::vector<std::pair<std::string, std::string>> needs = {
       {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
       {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--memory-limit", "a size in MiB"},
+      {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--texture-path", "a directory"},
+      {"--missing-textures", "error or drop"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -165,6 +179,9 @@ Arguments parseArguments(int argc, char** argv) {
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
+  app.add_option("--texture-path", a.texturePaths)->allow_extra_args(false);
+  std::string missingTextures = "error";
+  single("--missing-textures", missingTextures);
   app.add_flag("--version", a.version);
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
@@ -190,14 +207,34 @@ Arguments parseArguments(int argc, char** argv) {
     printHelp();
     std::exit(kExitOk);
   }
-  for (const std::string& extra : app.remaining()) {
+  const std::vector<std::string> extras = app.remaining();
+  for (const std::string& assignment : assignments) {
+    const std::size_t eq = assignment.find('=');
+    if (eq == std::string::npos || eq == 0) {
+      // "--set sampleRate 15" leaves the value as a word of its own.
+      for (int i = 1; eq == std::string::npos && i + 2 < argc; ++i)
+        if (std::string(argv[i]) == "--set" && argv[i + 1] == assignment && argv[i + 2][0] != '-')
+          usageError("--set " + assignment + " " + argv[i + 2] + ": the field and its value are one word joined by " +
+                     "'=': --set " + assignment + "=" + argv[i + 2]);
+      usageError("--set " + assignment + ": expected FIELD=VALUE, as in --set sampleRate=15");
+    }
+    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+  }
+  for (const std::string& extra : extras) {
     if (!extra.empty() && extra[0] == '-') usageError("unknown option " + extra);
     usageError("more than one scene given (" + a.scene + ", " + extra + ")");
   }
-  for (const std::string& assignment : assignments) {
-    const std::size_t eq = assignment.find('=');
-    if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
-    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+  if (missingTextures != "error" && missingTextures != "drop")
+    usageError("--missing-textures " + missingTextures + ": expected error or drop");
+  a.dropMissingTextures = missingTextures == "drop";
+  // The exporter writes ZT2 bytes whatever the name says; a model's extension
+  // on them would fool every program that opens the file.
+  if (!a.output.empty()) {
+    std::string ext = std::filesystem::path(a.output).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext != ".zt2")
+      usageError("-o " + a.output + ": the output is a ZT2 scene file and its name must end in .zt2 (as in -o " +
+                 std::filesystem::path(a.output).replace_extension(".zt2").string() + ")");
   }
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
   if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
@@ -280,6 +317,18 @@ class TemporaryDirectory {
  private:
   std::string path_;
 };
+// Whether files can be made in the folder `file` goes into; `why` gets the
+// system's reason when not.
+bool folderWritable(const std::string& file, std::string& why) {
+  const std::filesystem::path parent = std::filesystem::path(file).parent_path();
+  const std::string folder = parent.empty() ? "." : parent.string();
+  struct stat info {};
+  int error = ::stat(folder.c_str(), &info) != 0 ? errno : !S_ISDIR(info.st_mode) ? ENOTDIR : 0;
+  if (error == 0 && ::access(folder.c_str(), W_OK | X_OK) != 0) error = errno;
+  if (error == 0) return true;
+  why = folder + ": " + std::strerror(error);
+  return false;
+}
 
 // The exporter reports an export cancelled by errors in its last message,
 // which it always shows.
@@ -357,6 +406,17 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
+  // A run that cannot save must say so before anything is written: an
+  // import writes a model's own textures beside the output, the exporter
+  // makes its texture folder.
+  for (const std::string& target : {output, args.writeScene}) {
+    std::string why;
+    if (!target.empty() && !folderWritable(target, why)) {
+      std::fprintf(stderr, "zt2export: cannot write %s: %s\n", target.c_str(), why.c_str());
+      return kExitFailure;
+    }
+  }
+
   // Textures held inside a model go beside what is written: beside the scene
   // file of --write-scene, which they belong to, or beside the exported file,
   // staged there until the export succeeds. A dry run keeps them in a
@@ -382,7 +442,13 @@ int main(int argc, char** argv) {
 
   std::unique_ptr<hostmodel::MemoryHost> host;
   try {
-    host = hostimport::openScene(args.scene, args.writeScene, textureDir, {args.memoryLimitMiB});
+    hostimport::OpenOptions open;
+    open.writeScene = args.writeScene;
+    open.textureDir = textureDir;
+    open.texturePaths = args.texturePaths;
+    open.dropMissingTextures = args.dropMissingTextures;
+    open.limits.memoryMiB = args.memoryLimitMiB;
+    host = hostimport::openScene(args.scene, open);
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
     return kExitFailure;
@@ -440,6 +506,13 @@ int main(int argc, char** argv) {
 
   host->setOptionsEditor([&](OptionsDialog& record) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
+    // By the exporter's rules a mesh's faces are written in the groups of
+    // their materials; without materials there are none, which surprises.
+    if (!record.exportMaterials && record.exportGeometry) {
+      progress.clear();
+      std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
+                           "in the groups of their materials)\n");
+    }
     if (args.saveOptions) record.saveOnClose = true;
     if (args.check) {
       record.saveOnClose = false;
@@ -471,6 +544,10 @@ int main(int argc, char** argv) {
       if (c != '\r') shown += c;
     std::fputs(shown.c_str(), stdout);
   }
+  if (args.check && host->exportInfoTexts().empty()) std::puts("Export Info\nno messages");
+  // What the host knows of images the exporter could not open, or found
+  // under another name: the exporter's own message names the image only.
+  for (const std::string& note : host->textureNotes()) std::fprintf(stderr, "zt2export: %s\n", note.c_str());
 
   // The exporter's message boxes all end a run that failed: the file could
   // not be saved, or a window it was asked for could not be shown.

@@ -1,0 +1,176 @@
+// Models the import library reads only in part: a skeleton with its clip and
+// no mesh, keys past the end of their clip, and the words a user reads when a
+// model cannot be used at all. The files are written here, by hand.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "support/scene_export.h"
+
+using ztx_test::runExport;
+using ztx_test::TempDir;
+
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+// A DirectX skeleton: Root with Bone below it, Bone moving up over 20 ticks.
+const char* kSkeletonX = R"(xof 0303txt 0032
+Frame Root {
+ FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0;; }
+ Frame Bone {
+  FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,1.0,0.0,1.0;; }
+ }
+}
+AnimationSet Walk {
+ Animation {
+  { Bone }
+  AnimationKey { 2; 3; 0;3;0.0,1.0,0.0;;, 10;3;0.0,2.0,0.0;;, 20;3;0.0,3.0,0.0;;; }
+ }
+}
+)";
+
+// B3D chunks: a tag and the length of what follows.
+Bytes chunk(const char* tag, const Bytes& body) {
+  Bytes b(tag, tag + 4);
+  const auto n = static_cast<std::uint32_t>(body.size());
+  for (int i = 0; i < 4; ++i) b.push_back(static_cast<unsigned char>(n >> (8 * i)));
+  b.insert(b.end(), body.begin(), body.end());
+  return b;
+}
+template <typename T>
+void put(Bytes& b, T v) {
+  unsigned char raw[sizeof v];
+  std::memcpy(raw, &v, sizeof v);
+  b.insert(b.end(), raw, raw + sizeof v);
+}
+Bytes node(const std::string& name, float y, const Bytes& inside) {
+  Bytes b(name.begin(), name.end());
+  b.push_back(0);
+  for (float v : {0.0f, y, 0.0f, 1.0f, 1.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f}) put(b, v);
+  b.insert(b.end(), inside.begin(), inside.end());
+  return chunk("NODE", b);
+}
+// Position keys at frames 1, 5 and `last`, on a clip of 10 frames.
+Bytes b3d(int last) {
+  auto keys = [](std::vector<std::pair<int, float>> list) {
+    Bytes b;
+    put(b, std::int32_t{1});
+    for (const auto& [frame, y] : list) put(b, std::int32_t{frame}), put(b, 0.0f), put(b, y), put(b, 0.0f);
+    return chunk("KEYS", b);
+  };
+  Bytes vertices, triangles, anim, version;
+  for (std::int32_t v : {0, 0, 0}) put(vertices, v);
+  for (float v : {0.0f, 0.0f, 0.0f, 1.0f, 0.0f, 0.0f, 0.0f, 1.0f, 0.0f}) put(vertices, v);
+  for (std::int32_t v : {-1, 0, 1, 2}) put(triangles, v);
+  Bytes mesh;
+  put(mesh, std::int32_t{-1});
+  for (const Bytes& part : {chunk("VRTS", vertices), chunk("TRIS", triangles)}) mesh.insert(mesh.end(), part.begin(), part.end());
+  put(anim, std::int32_t{0}), put(anim, std::int32_t{10}), put(anim, 30.0f);
+  Bytes root = chunk("MESH", mesh);
+  for (const Bytes& part : {keys({{1, 0.0f}, {last, 1.0f}}), chunk("ANIM", anim),
+                            node("Bone", 1, keys({{1, 1.0f}, {5, 2.0f}, {last, 3.0f}}))})
+    root.insert(root.end(), part.begin(), part.end());
+  put(version, std::int32_t{1});
+  Bytes file = node("Root", 0, root);
+  file.insert(file.begin(), version.begin(), version.end());
+  return chunk("BB3D", file);
+}
+
+std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, const std::string& out) {
+  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config"), "--quiet"};
+}
+
+}  // namespace
+
+// A skeleton and its clip without a mesh, which the library's validation
+// refuses ("aiScene::mNumMeshes is 0"), exports its nodes and keys.
+TEST(ImportPartial, SkeletonWithoutMeshExportsItsKeys) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("walk.x"), kSkeletonX);
+  const auto r = runExport(exportArgs(dir, "walk.x", "walk.zt2"));
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(r.err, "");
+  const auto file = ztx_test::dumpJson(dir.file("walk.zt2"));
+  int animated = 0;
+  for (const auto& c : ztx_test::topChunks(file)) {
+    if (c["name"] != "TransformAnimationChunk") continue;
+    ++animated;
+    EXPECT_EQ(c["children"][0]["fields"]["name"], "Bone");
+    // Below Root, in the source's own frame: from 1 up towards 3 (the last
+    // sample falls just before the clip's last key).
+    const auto& keys = c["fields"]["keys"];
+    ASSERT_EQ(keys.size(), 2u) << c.dump();
+    EXPECT_NEAR(keys[0]["transform"][3][1].get<double>(), 1.0, 1e-5);
+    EXPECT_NEAR(keys[1]["transform"][3][1].get<double>(), 1.0 + 2.0 * 23 / 24, 1e-4);
+  }
+  EXPECT_EQ(animated, 1);
+}
+
+// Keys one frame past their clip's end are moved onto it with a warning: the
+// file exports the same bytes as one whose keys end on the clip's last frame.
+TEST(ImportPartial, KeysPastTheClipAreClampedWithAWarning) {
+  TempDir dir;
+  ztx_test::writeBytes(dir.file("fits.b3d"), b3d(10));
+  ztx_test::writeBytes(dir.file("over.b3d"), b3d(11));
+  const auto fits = runExport(exportArgs(dir, "fits.b3d", "fits.zt2"));
+  ASSERT_EQ(fits.exitCode, 0) << fits.out << fits.err;
+  EXPECT_EQ(fits.err, "");
+  const auto over = runExport(exportArgs(dir, "over.b3d", "over.zt2"));
+  ASSERT_EQ(over.exitCode, 0) << over.out << over.err;
+  EXPECT_EQ(over.err, "WARNING: " + dir.file("over.b3d") +
+                          ": 2 keys of the animation lie past its end (up to tick 11 of a clip 10 ticks long); moved "
+                          "onto its end\n");
+  EXPECT_EQ(ztx_test::readBytes(dir.file("over.zt2")), ztx_test::readBytes(dir.file("fits.zt2")));
+}
+
+// A light that no node carries (the library's validation refuses the file
+// for it) is left out with a warning; the mesh beside it exports.
+TEST(ImportPartial, LightWithoutNodeIsLeftOut) {
+  TempDir dir;
+  ztx_test::writeText(dir.file("lone.ogex"), R"(GeometryNode $node1 {
+  Name {string {"Box"}}
+  ObjectRef {ref {$geometry1}}
+}
+LightObject $light1 (type = "point") { Color (attrib = "light") {float[3] {{1, 1, 1}}} }
+GeometryObject $geometry1 {
+  Mesh (primitive = "triangles") {
+    VertexArray (attrib = "position") {float[3] {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}}
+    IndexArray {unsigned_int32[3] {{0, 1, 2}}}
+  }
+}
+)");
+  const auto r = runExport(exportArgs(dir, "lone.ogex", "lone.zt2"));
+  ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_EQ(r.err, "WARNING: " + dir.file("lone.ogex") + ": light \"light1\" is attached to no node; it is left out\n");
+  EXPECT_EQ(ztx_test::objectNames(ztx_test::dumpJson(dir.file("lone.zt2"))), std::vector<std::string>{"Box"});
+}
+
+// Models that cannot be used: the message names the model, says what is
+// wrong in plain words, and gives the library's own text in brackets.
+TEST(ImportPartial, RefusedModelsAreExplainedInPlainWords) {
+  const std::tuple<const char*, const char*, std::string> cases[] = {
+      {"points.obj", "v 0 0 0\nv 1 0 0\np 1\np 2\n",
+       ": the model holds only points or lines, which have no surface to export (import library: No meshes remaining)"},
+      {"empty.x", "xof 0303txt 0032\nFrame Root {\n FrameTransformMatrix { 1.0,0.0,0.0,0.0,0.0,1.0,0.0,0.0,0.0,0.0,"
+                  "1.0,0.0,0.0,0.0,0.0,1.0;; }\n}\n",
+       ": the model holds no mesh, animation, camera or light: nothing to export\n"},
+      {"bad.dae", "<?xml version=\"1.0\"?>\n<COLLADA><asset>",
+       ": the file's XML is malformed (import library: "},
+      {"cut.x", "xof 0303txt 0032\nFrame {", ": the file ends before its data does (it may be cut short) "
+                                            "(import library: Line 1: Unexpected end of file"},
+  };
+  for (const auto& [name, text, message] : cases) {
+    SCOPED_TRACE(name);
+    TempDir dir;
+    ztx_test::writeText(dir.file(name), text);
+    const auto r = runExport(exportArgs(dir, name, "out.zt2"));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find("zt2export: " + dir.file(name) + message), std::string::npos) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(dir.file("out.zt2")));
+  }
+}
