@@ -241,8 +241,76 @@ struct Converter {
       out["material"] = {{"type", "multi"}, {"name", uniqueMaterialName(out["name"].get<std::string>() + " materials")},
                          {"subMaterials", subs}};
     }
+    poseAtStart(node, a.vertices, firstSource);
     out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(a)}};
     return skin(node, firstSource);
+  }
+
+  // A node's transform at the animation's start: its keys there, or its
+  // own transform when it has none.
+  aiMatrix4x4 localAtStart(const aiNode& node) const {
+    const auto channel = channels.find(node.mName.C_Str());
+    if (channel == channels.end()) return node.mTransformation;
+    const aiNodeAnim& anim = *channel->second;
+    aiVector3D scale(1, 1, 1), position;
+    aiQuaternion rotation;
+    node.mTransformation.Decompose(scale, rotation, position);
+    // Keys before the first hold its value, as the host's tracks do.
+    auto at = [](const auto* keys, unsigned count, auto fallback) {
+      if (count == 0) return fallback;
+      unsigned k = 0;
+      while (k + 1 < count && keys[k + 1].mTime <= 0) ++k;
+      return keys[k].mValue;
+    };
+    position = at(anim.mPositionKeys, anim.mNumPositionKeys, position);
+    rotation = at(anim.mRotationKeys, anim.mNumRotationKeys, rotation);
+    scale = at(anim.mScalingKeys, anim.mNumScalingKeys, scale);
+    return aiMatrix4x4(scale, rotation.Normalize(), position);
+  }
+
+  aiMatrix4x4 globalAtStart(const aiNode* node) const {
+    aiMatrix4x4 m;
+    for (; node; node = node->mParent) m = localAtStart(*node) * m;
+    return m;
+  }
+
+  // The host knows no bind pose of its own: its skin binds the mesh in the
+  // pose the scene has at the animation's start, as an evaluated skinned mesh
+  // would stand there. So a skinned mesh's vertices are put where its bones
+  // hold them at the start (offset matrices, then the bones' transforms at
+  // the start, blended by weight), back in the mesh node's space. Vertices no
+  // bone holds stay as they are.
+  void poseAtStart(const aiNode& node, std::vector<float>& vertices,
+                   const std::vector<std::pair<unsigned, unsigned>>& firstSource) const {
+    std::map<std::pair<unsigned, unsigned>, std::vector<std::pair<aiMatrix4x4, float>>> moves;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        const aiNode* boneNode = scene.mRootNode->FindNode(bone.mName);
+        if (!boneNode) continue;
+        const aiMatrix4x4 move = globalAtStart(boneNode) * bone.mOffsetMatrix;
+        for (unsigned w = 0; w < bone.mNumWeights; ++w)
+          moves[{k, bone.mWeights[w].mVertexId}].emplace_back(move, bone.mWeights[w].mWeight);
+      }
+    }
+    if (moves.empty()) return;
+    const aiMatrix4x4 back = globalAtStart(&node).Inverse();
+    for (std::size_t v = 0; v < firstSource.size(); ++v) {
+      const auto it = moves.find(firstSource[v]);
+      if (it == moves.end()) continue;
+      float* p = &vertices[3 * v];
+      const aiVector3D source(p[0], p[1], p[2]);
+      aiVector3D sum;
+      float total = 0;
+      for (const auto& [move, weight] : it->second) {
+        sum += (move * source) * weight;
+        total += weight;
+      }
+      if (!(total > 0)) continue;
+      const aiVector3D posed = back * (sum / total);
+      p[0] = posed.x, p[1] = posed.y, p[2] = posed.z;
+    }
   }
 
   // The skin's vertices, one per host vertex: blended rigid from the bones of
