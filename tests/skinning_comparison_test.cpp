@@ -574,6 +574,79 @@ TEST(SkinningFlag, AClothOfBonesUnderAPoleWavesAsTheImportLibrarysOwnGltf) {
   EXPECT_EQ(m.nodes[static_cast<std::size_t>(byName.at("top4"))].extras.Get("type").Get<std::string>(), "bone");
 }
 
+// Bones without objects, worked out by hand: "Arm" (no object) stands at host
+// (0, 0, 2) and turns half round about x over the second; "Hand" (no object)
+// hangs 3 above it and turns half round about x as well, so it ends upright;
+// the quad "Sleeve", a child of Arm, has two corners on each. The file names
+// the bones' parents only in their keys. A half turn maps (x, y, z) to
+// (x, -y, -z) whichever way it goes; host (x, y, z) is glTF's (x, z, -y).
+struct HandCase {
+  const char* name;
+  const char* retainHierarchies;
+  const char* binding;  // the physique vertices of the four corners
+  bool skinned;
+  std::vector<Vec3> atEnd;  // the corners in glTF after the turn
+};
+
+void PrintTo(const HandCase& c, std::ostream* os) { *os << c.name; }
+
+class SkinningByHand : public testing::TestWithParam<HandCase> {};
+
+TEST_P(SkinningByHand, CornersFollowTheirBonesAsWorkedOut) {
+  const HandCase& c = GetParam();
+  ztx_test::TempDir dir;
+  ztx_test::writeText(dir.file("arm.scene.json"), std::string(R"({"version": 1, "frameRate": 30, "animationRange": [0, 30],
+    "materials": [{"id": "red", "type": "ztMaterial", "name": "Red", "diffuse": [1, 0, 0], "params": {"plainLayerMode": 1}}],
+    "objects": [{"id": "quad", "type": "mesh", "mesh": {"vertices": [1, 0, 1, 1, 1, 3, 2, 1, 3, 2, 0, 1],
+                 "faces": [0, 1, 2, 0, 2, 3], "smoothingGroups": [1, 1]}}],
+    "nodes": [
+      {"name": "Arm", "modifiers": [{"type": "physique"}], "transform": {"position": [0, 0, 2],
+       "rotation": {"keys": [{"frame": 0, "value": {"eulerDegrees": [0, 0, 0]}}, {"frame": 30, "value": {"eulerDegrees": [180, 0, 0]}}]}},
+       "children": [{"name": "Hand", "modifiers": [{"type": "physique"}], "transform": {"position": [0, 0, 3],
+         "rotation": {"keys": [{"frame": 0, "value": {"eulerDegrees": [0, 0, 0]}}, {"frame": 30, "value": {"eulerDegrees": [180, 0, 0]}}]}}},
+        {"name": "Sleeve", "object": "quad", "material": "red", "modifiers": [{"type": "physique", "vertices": )") +
+                                                   c.binding + "}]}]}]}");
+  const auto e = ztx_test::runExport({dir.file("arm.scene.json"), "-o", dir.file("arm.zt2"), "--config-dir",
+                                      dir.file("config"), "--quiet", "--set", "decreaseEndFrameByOne=0", "--set",
+                                      std::string("retainHierarchies=") + c.retainHierarchies});
+  ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
+  const auto d = ztx_test::runDump({dir.file("arm.zt2"), "--gltf", dir.file("arm.glb")});
+  ASSERT_EQ(d.exitCode, 0) << d.err;
+  EXPECT_EQ(d.err, "");
+  const tinygltf::Model m = readGlb(dir.file("arm.glb"));
+  EXPECT_EQ(m.skins.size(), c.skinned ? 1u : 0u);
+  // Keys relative to the parent make a child; world keys stay at the root.
+  int arm = -1, hand = -1;
+  for (std::size_t i = 0; i < m.nodes.size(); ++i) {
+    if (m.nodes[i].name == "Arm") arm = static_cast<int>(i);
+    if (m.nodes[i].name == "Hand") hand = static_cast<int>(i);
+  }
+  ASSERT_GE(arm, 0);
+  ASSERT_GE(hand, 0);
+  const auto& armChildren = m.nodes[static_cast<std::size_t>(arm)].children;
+  const bool child = std::find(armChildren.begin(), armChildren.end(), hand) != armChildren.end();
+  EXPECT_EQ(child, std::string(c.retainHierarchies) == "1");
+  EXPECT_EQ(m.nodes[static_cast<std::size_t>(hand)].extras.Get("parentName").Get<std::string>(), "Arm");
+
+  const GltfPose pose(m);
+  const std::vector<Vec3> atStart{{1, 3, 0}, {1, 5, -1}, {2, 5, -1}, {2, 3, 0}};
+  for (const auto& [time, want] : {std::pair{0.0, atStart}, std::pair{1.0, c.atEnd}}) {
+    const auto got = pose.vertices(time);
+    EXPECT_LT(std::max(farthestFromNearest(got, want, 1), farthestFromNearest(want, got, 1)), 1e-4) << "at " << time << " s";
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Bones, SkinningByHand,
+    testing::Values(HandCase{"Hierarchy", "1", R"(["Arm", "Hand", "Hand", "Arm"])", true,
+                             {{1, 1, 0}, {1, -1, -1}, {2, -1, -1}, {2, 1, 0}}},
+                    HandCase{"WorldKeys", "0", R"(["Arm", "Hand", "Hand", "Arm"])", true,
+                             {{1, 1, 0}, {1, -1, -1}, {2, -1, -1}, {2, 1, 0}}},
+                    // Bound to its own node only: a plain mesh, which moves with Arm whole.
+                    HandCase{"PlainMesh", "1", R"(["Sleeve", "Sleeve", "Sleeve", "Sleeve"])", false,
+                             {{1, 1, 0}, {1, -1, 1}, {2, -1, 1}, {2, 1, 0}}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 INSTANTIATE_TEST_SUITE_P(Assimp, SkinningCorpus, testing::ValuesIn(directories()), [](const auto& info) {
   std::string name;
   for (char c : info.param) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
