@@ -21,27 +21,31 @@ function el(tag, props = {}, ...children) {
 }
 
 // One row per node, parents first and children indented under them; roots
-// in the order of the file.
+// in the order of the file. The parent shown is the file's; a node the file
+// puts at the root but glTF had to hang elsewhere (a skin's joints gathered
+// under one node) shows that node.
 function fillNodeTree(json) {
   const list = document.getElementById('node-tree');
   const nodes = json.nodes || [];
   const roots = (json.scenes && json.scenes[0] && json.scenes[0].nodes) || nodes.map((_, i) => i);
-  const row = (i, depth) => {
+  const row = (i, depth, parent) => {
     const n = nodes[i];
     const x = n.extras || {};
     const keys = x.transformKeyCount !== undefined ? `${x.transformKeyCount} / ${x.visibilityKeyCount}` : '-';
+    const parentName = x.parentName || (parent !== undefined ? nodes[parent].name : '');
     const tr = el('tr', { className: 'node' },
       el('td', { className: 'name', textContent: n.name }),
       el('td', { textContent: x.type || '' }),
-      el('td', { textContent: x.parentName || '' }),
+      el('td', { className: 'parent', textContent: parentName }),
       el('td', { className: 'props', textContent: (x.userProperties || '').replace(/\r?\n/g, '; ') }),
       el('td', { className: 'keys', textContent: keys }));
     tr.dataset.node = n.name;
+    if (parent !== undefined) tr.dataset.treeParent = nodes[parent].name;
     tr.firstChild.style.paddingLeft = `${0.3 + depth * 1.1}em`;
     list.append(tr);
-    for (const c of n.children || []) row(c, depth + 1);
+    for (const c of n.children || []) row(c, depth + 1, i);
   };
-  for (const r of roots) row(r, 0);
+  for (const r of roots) row(r, 0, undefined);
 }
 
 function colourText(c) {
