@@ -181,11 +181,15 @@ struct Converter {
     std::vector<unsigned> usedMaterials;
     std::vector<std::pair<unsigned, unsigned>> firstSource;
     std::uint32_t sourceBase = 0;
+    // Welded where the skin binds them, not where the file stores them: some
+    // formats keep each bone's vertices in that bone's space, where vertices
+    // of different bones coincide.
+    const std::vector<std::vector<aiVector3D>> posed = posedAtStart(node);
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
       for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        const aiVector3D& p = mesh.mVertices[v];
+        const aiVector3D& p = posed[k][v];
         if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
           throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
                             " is not a finite number");
@@ -241,7 +245,6 @@ struct Converter {
       out["material"] = {{"type", "multi"}, {"name", uniqueMaterialName(out["name"].get<std::string>() + " materials")},
                          {"subMaterials", subs}};
     }
-    poseAtStart(node, a.vertices, firstSource);
     out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(a)}};
     return skin(node, firstSource);
   }
@@ -268,49 +271,50 @@ struct Converter {
     return aiMatrix4x4(scale, rotation.Normalize(), position);
   }
 
+  // Up the tree as the nodes' children lists give it, which is how the host
+  // tree is built: a reader may set a node's mParent otherwise (the HL1 MDL
+  // one keeps the bones' own chain there while listing them side by side).
   aiMatrix4x4 globalAtStart(const aiNode* node) const {
     aiMatrix4x4 m;
-    for (; node; node = node->mParent) m = localAtStart(*node) * m;
+    while (node) {
+      m = localAtStart(*node) * m;
+      const auto parent = parentOf.find(node);
+      node = parent == parentOf.end() ? nullptr : parent->second;
+    }
     return m;
   }
 
   // The host knows no bind pose of its own: its skin binds the mesh in the
   // pose the scene has at the animation's start, as an evaluated skinned mesh
-  // would stand there. So a skinned mesh's vertices are put where its bones
-  // hold them at the start (offset matrices, then the bones' transforms at
-  // the start, blended by weight), back in the mesh node's space. Vertices no
-  // bone holds stay as they are.
-  void poseAtStart(const aiNode& node, std::vector<float>& vertices,
-                   const std::vector<std::pair<unsigned, unsigned>>& firstSource) const {
-    std::map<std::pair<unsigned, unsigned>, std::vector<std::pair<aiMatrix4x4, float>>> moves;
+  // would stand there. So each skinned vertex of the node's meshes is put
+  // where its bones hold it at the start (offset matrices, then the bones'
+  // transforms at the start, blended by weight), back in the mesh node's
+  // space. Vertices no bone holds stay as they are.
+  std::vector<std::vector<aiVector3D>> posedAtStart(const aiNode& node) const {
+    std::vector<std::vector<aiVector3D>> out;
+    const aiMatrix4x4 back = globalAtStart(&node).Inverse();
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      std::vector<aiVector3D> sum(mesh.mNumVertices);
+      std::vector<float> total(mesh.mNumVertices, 0.0f);
       for (unsigned b = 0; b < mesh.mNumBones; ++b) {
         const aiBone& bone = *mesh.mBones[b];
         const aiNode* boneNode = scene.mRootNode->FindNode(bone.mName);
         if (!boneNode) continue;
         const aiMatrix4x4 move = globalAtStart(boneNode) * bone.mOffsetMatrix;
-        for (unsigned w = 0; w < bone.mNumWeights; ++w)
-          moves[{k, bone.mWeights[w].mVertexId}].emplace_back(move, bone.mWeights[w].mWeight);
+        for (unsigned w = 0; w < bone.mNumWeights; ++w) {
+          const aiVertexWeight& vw = bone.mWeights[w];
+          if (vw.mVertexId >= mesh.mNumVertices) continue;
+          sum[vw.mVertexId] += (move * mesh.mVertices[vw.mVertexId]) * vw.mWeight;
+          total[vw.mVertexId] += vw.mWeight;
+        }
       }
+      std::vector<aiVector3D> posed(mesh.mVertices, mesh.mVertices + mesh.mNumVertices);
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v)
+        if (total[v] > 0) posed[v] = back * (sum[v] / total[v]);
+      out.push_back(std::move(posed));
     }
-    if (moves.empty()) return;
-    const aiMatrix4x4 back = globalAtStart(&node).Inverse();
-    for (std::size_t v = 0; v < firstSource.size(); ++v) {
-      const auto it = moves.find(firstSource[v]);
-      if (it == moves.end()) continue;
-      float* p = &vertices[3 * v];
-      const aiVector3D source(p[0], p[1], p[2]);
-      aiVector3D sum;
-      float total = 0;
-      for (const auto& [move, weight] : it->second) {
-        sum += (move * source) * weight;
-        total += weight;
-      }
-      if (!(total > 0)) continue;
-      const aiVector3D posed = back * (sum / total);
-      p[0] = posed.x, p[1] = posed.y, p[2] = posed.z;
-    }
+    return out;
   }
 
   // The skin's vertices, one per host vertex: blended rigid from the bones of
@@ -405,9 +409,13 @@ struct Converter {
     const std::string id = builder.uniqueId(utf8(node.mName.C_Str()));
     nodeIds.emplace(node.mName.C_Str(), id);
     idOf[&node] = id;
-    for (unsigned i = 0; i < node.mNumChildren; ++i) nameNodes(*node.mChildren[i]);
+    for (unsigned i = 0; i < node.mNumChildren; ++i) {
+      parentOf[node.mChildren[i]] = &node;
+      nameNodes(*node.mChildren[i]);
+    }
   }
   std::map<const aiNode*, std::string> idOf;
+  std::map<const aiNode*, const aiNode*> parentOf;
 
   json convertNode(const aiNode& node, const Matrix3& frame, bool top) {
     // Names are made unique (the exporter needs them so): a repeated or empty
