@@ -1,15 +1,17 @@
 // Skinned, animated models turned into glTF twice: through zt2export and
 // zt2dump --gltf, and by the import library's own exporter (`assimp export`)
-// straight from the model. Both .glb files are posed at several times by a
-// small glTF skinning evaluator and the skinned vertex positions compared:
-// every vertex of either within 1% of the model's size of a vertex of the
-// other. The import turns the model's Y-up frame onto the host's Z-up one and
-// the glTF conversion turns it back, so both files stand in the model's own
-// frame and are compared as they are, without any fitting.
+// straight from the model, or, where it cannot write one, its scene of the
+// model. Both are posed at five times (a small glTF skinning evaluator) and
+// the skinned vertex positions compared: every vertex of either within 1% of
+// the model's size of a vertex of the other. The import turns the model's
+// Y-up frame onto the host's Z-up one and the glTF conversion turns it back,
+// so both stand in the model's own frame and are compared as they are,
+// without any fitting (docs/gltf.md, the skinning comparison).
 //
 // The models are the skinned, animated ones of the corpus
-// (tests/data/skinned-animated.txt), one test per directory, and a flag made
-// here: a cloth hung from a chain of bones under a pole, waving.
+// (tests/data/skinned-animated.txt), one test per directory; a flag made
+// here, a cloth hung from chains of bones under a pole, waving; and bones
+// without objects worked out by hand.
 #include <gtest/gtest.h>
 
 #include <algorithm>
