@@ -396,7 +396,10 @@ double distance(const Vec3& a, const Vec3& b) {
 // through a grid of cells of side `cell`.
 double farthestFromNearest(const std::vector<Vec3>& from, const std::vector<Vec3>& to, double cell) {
   auto key = [&](long long x, long long y, long long z) { return (x * 73856093LL) ^ (y * 19349663LL) ^ (z * 83492791LL); };
-  auto cellOf = [&](double v) { return static_cast<long long>(std::floor(v / cell)); };
+  auto cellOf = [&](double v) {
+    const double c = std::floor(v / cell);
+    return std::isfinite(c) ? static_cast<long long>(std::clamp(c, -1e9, 1e9)) : 0LL;
+  };
   std::unordered_multimap<long long, std::size_t> grid;
   for (std::size_t i = 0; i < to.size(); ++i) grid.emplace(key(cellOf(to[i][0]), cellOf(to[i][1]), cellOf(to[i][2])), i);
   double worst = 0;
@@ -427,8 +430,7 @@ double diagonal(const std::vector<Vec3>& points) {
 struct Outcome {
   enum Kind { Compared, RefusedByExport, NotReadByAssimp } kind = Compared;
   bool againstScene = false;  // the library could not write glTF: compared with its scene
-  double deviation = 0;  // the largest, as a fraction of the model's size
-  bool onlyOneMesh = false;  // of several skinned meshes, the one of the .skd compared
+  double deviation = 0;       // the largest, as a fraction of the model's size
   double motion = 0;         // how far the import library's vertices move over the span, as a fraction
   std::string detail;
 };
@@ -486,7 +488,7 @@ Outcome compareModel(const std::string& model) {
   const auto oursSkinned = skinned(ours);
   if (theirsSkinned.size() > 1 && oursSkinned.size() == 1) {
     only = oursSkinned[0];
-    o.onlyOneMesh = true;
+    o.detail = "mesh \"" + only + "\" of " + std::to_string(theirsSkinned.size()) + " skinned ones: ";
   }
   const auto start = theirsVertices(0, only);
   const double size = diagonal(start);
