@@ -445,6 +445,7 @@ Outcome compareModel(const std::string& model) {
   if (e.exitCode != 0 || !fs::exists(dir.file("ours.zt2"))) {
     o.kind = Outcome::RefusedByExport;
     o.detail = "zt2export ended with " + std::to_string(e.exitCode) + ": " + e.out + e.err;
+    std::replace(o.detail.begin(), o.detail.end(), '\n', ' ');
     return o;
   }
   const auto d = ztx_test::runDump({dir.file("ours.zt2"), "--gltf", dir.file("ours.glb")});
