@@ -41,7 +41,7 @@ function fillNodeTree(json) {
       el('td', { className: 'keys', textContent: keys }));
     tr.dataset.node = n.name;
     if (parent !== undefined) tr.dataset.treeParent = nodes[parent].name;
-    tr.firstChild.style.paddingLeft = `${0.3 + depth * 1.1}em`;
+    tr.firstChild.style.paddingLeft = `${0.3 + depth * 0.7}em`;
     list.append(tr);
     for (const c of n.children || []) row(c, depth + 1, i);
   };
@@ -144,7 +144,7 @@ async function main() {
   const size = frame(camera, controls, gltf.scene);
   // A ground grid of a round size a little larger than the scene.
   const gridSize = 10 ** Math.ceil(Math.log10(size * 1.5));
-  scene.add(new THREE.GridHelper(gridSize, 20, 0x888888, 0x555555));
+  scene.add(new THREE.GridHelper(gridSize, 40, 0x888888, 0x555555));
   // Nodes without geometry show as small axes, so that helpers and bones can
   // be found: a fortieth of the scene's size whatever the node's own scale.
   const axes = [];
