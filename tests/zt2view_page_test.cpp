@@ -2,13 +2,15 @@
 // tools/zt2view/web/page_check.mjs (Playwright): it loads without console
 // error or network request, lists every exported node, and scrubbing moves
 // the animated nodes (the example's and a hand-built one's) and hides the
-// example's blinking one. Skipped, with a message, only where node is missing.
+// example's blinking one; the node table shows every parent, a skinned flag's
+// bones among them. Skipped, with a message, only where node is missing.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
 #include <nlohmann/json.hpp>
 
+#include "support/flag_model.h"
 #include "support/hand_built_scene.h"
 #include "support/test_support.h"
 
@@ -68,7 +70,7 @@ TEST_F(PageTest, ExampleLoadsListsEveryNodeAndPlays) {
   EXPECT_EQ(nodes, "Props,Lamp,Character,CharacterCopy,Camera01,Spot01,Sun,Marker");
   // Character walks from frame 0 to 30; Marker's visibility is 0 at frame
   // 15, half a second at 30 samples per second.
-  const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--animated", "Character", "--hidden",
+  const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--parents", "Lamp=Props", "--animated", "Character", "--hidden",
                             "Marker@0.5", "--screenshot", dir.file("shot.png")});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("\"Character\" moved"), std::string::npos) << r.out;
@@ -84,6 +86,20 @@ TEST_F(PageTest, ScrubbingMovesTheAnimatedNode) {
   const auto r = checkPage({dir.file("scene.html"), "--nodes", "Root,Box", "--animated", "Box"});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("\"Box\" moved"), std::string::npos) << r.out;
+}
+
+// The flag's bones have keys but no object chunk: each shows under its
+// parent, and its cloth's edge moves.
+TEST_F(PageTest, SkinnedFlagShowsItsBonesUnderTheirParents) {
+  ztx_test::writeFlag(dir.path().string());
+  const auto e = ztx_test::runExport({dir.file("flag.md5mesh"), "-o", dir.file("flag.zt2"), "--config-dir",
+                                      dir.file("config"), "--quiet"});
+  ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
+  const auto v = ztx_test::run(kZt2view, {dir.file("flag.zt2"), "-o", dir.file("flag.html")});
+  ASSERT_EQ(v.exitCode, 0) << v.err;
+  const auto r = checkPage({dir.file("flag.html"), "--nodes", "origin,pole,top1,top4,bottom4", "--parents",
+                            "pole=origin,top1=pole,top4=top3,bottom1=pole,bottom4=bottom3", "--animated", "top4,bottom4"});
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
 }
 
 TEST_F(PageTest, BadInputWritesNoPage) {

@@ -7,10 +7,14 @@ build="${1:-build}"
 cmake --build "$build" --target window_shots
 xvfb-run -a -s "-screen 0 1280x1024x24" "$build/window_shots" docs
 
-# The preview page of the example, in headless chromium (no display needed).
+# The preview page of the example, and of a skinned, animated character of the model corpus half a
+# second into its walk, in headless chromium (no display needed).
 cmake --build "$build" --target zt2export zt2view
 out="$(mktemp -d)"
 trap 'rm -rf "$out"' EXIT
 "$build/zt2export" examples/example.scene.json -o "$out/example.zt2" --config-dir "$out/config" --quiet
 "$build/zt2view" "$out/example.zt2" -o "$out/example.html"
 node tools/zt2view/web/page_check.mjs "$out/example.html" --screenshot docs/zt2view-example.png
+"$build/zt2export" /usr/share/assimp/models/X/Testwuson.X -o "$out/Testwuson.zt2" --config-dir "$out/config" --quiet
+"$build/zt2view" "$out/Testwuson.zt2" -o "$out/Testwuson.html"
+node tools/zt2view/web/page_check.mjs "$out/Testwuson.html" --screenshot docs/zt2view-skinned.png --at 0.5

@@ -9,7 +9,7 @@ packages=(
   libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libcli11-dev                       # command lines of the tools
-  libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark
+  libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark; the skinning comparison
   libstb-dev                         # image decoding of the host model
   libopenimageio-dev                 # the image formats stb does not read (DDS, TIFF, EXR, SGI, ...)
   qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests

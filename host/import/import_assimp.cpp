@@ -202,9 +202,15 @@ struct Converter {
     std::vector<std::pair<unsigned, unsigned>> firstSource;
     firstSource.reserve(sourceCount);
     std::uint32_t sourceBase = 0;
+    // Welded where the skin binds them, not where the file stores them: some
+    // formats keep each bone's vertices in that bone's space, where vertices
+    // of different bones coincide.
+    const std::vector<std::vector<aiVector3D>> posed = posedAtStart(node);
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
+      // Meshes without bones are welded where the file stores them.
+      const aiVector3D* source = posed[k].empty() ? mesh.mVertices : posed[k].data();
       const auto home = [&](const aiVector3D& p) {
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
@@ -216,8 +222,8 @@ struct Converter {
       // the slot of a vertex some way ahead is fetched while this one is looked up.
       constexpr unsigned kAhead = 16;
       for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
-        if (v + kAhead < mesh.mNumVertices) __builtin_prefetch(&table[home(mesh.mVertices[v + kAhead])]);
-        const aiVector3D& p = mesh.mVertices[v];
+        if (v + kAhead < mesh.mNumVertices) __builtin_prefetch(&table[home(source[v + kAhead])]);
+        const aiVector3D& p = source[v];
         if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
           throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
                             " is not a finite number");
@@ -271,6 +277,78 @@ struct Converter {
     }
     out["object"] = {{"type", "mesh"}, {"mesh", builder.mesh(std::move(a))}};
     return skin(node, firstSource);
+  }
+
+  // A node's transform at the animation's start: its keys there, or its
+  // own transform when it has none.
+  aiMatrix4x4 localAtStart(const aiNode& node) const {
+    const auto channel = channels.find(node.mName.C_Str());
+    if (channel == channels.end()) return node.mTransformation;
+    const aiNodeAnim& anim = *channel->second;
+    aiVector3D scale(1, 1, 1), position;
+    aiQuaternion rotation;
+    node.mTransformation.Decompose(scale, rotation, position);
+    // Keys before the first hold its value, as the host's tracks do.
+    auto at = [](const auto* keys, unsigned count, auto fallback) {
+      if (count == 0) return fallback;
+      unsigned k = 0;
+      while (k + 1 < count && keys[k + 1].mTime <= 0) ++k;
+      return keys[k].mValue;
+    };
+    position = at(anim.mPositionKeys, anim.mNumPositionKeys, position);
+    rotation = at(anim.mRotationKeys, anim.mNumRotationKeys, rotation);
+    scale = at(anim.mScalingKeys, anim.mNumScalingKeys, scale);
+    return aiMatrix4x4(scale, rotation.Normalize(), position);
+  }
+
+  // Up the tree as the nodes' children lists give it, which is how the host
+  // tree is built: a reader may set a node's mParent otherwise (the HL1 MDL
+  // one keeps the bones' own chain there while listing them side by side).
+  aiMatrix4x4 globalAtStart(const aiNode* node) const {
+    aiMatrix4x4 m;
+    while (node) {
+      m = localAtStart(*node) * m;
+      const auto parent = parentOf.find(node);
+      node = parent == parentOf.end() ? nullptr : parent->second;
+    }
+    return m;
+  }
+
+  // The host knows no bind pose of its own: its skin binds the mesh in the
+  // pose the scene has at the animation's start, as an evaluated skinned mesh
+  // would stand there. So each skinned vertex of the node's meshes is put
+  // where its bones hold it at the start (offset matrices, then the bones'
+  // transforms at the start, blended by weight), back in the mesh node's
+  // space. Vertices no bone holds stay as they are.
+  std::vector<std::vector<aiVector3D>> posedAtStart(const aiNode& node) const {
+    std::vector<std::vector<aiVector3D>> out;
+    const aiMatrix4x4 back = globalAtStart(&node).Inverse();
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      if (mesh.mNumBones == 0) {
+        out.emplace_back();  // nothing moves it: the file's own vertices serve
+        continue;
+      }
+      std::vector<aiVector3D> sum(mesh.mNumVertices);
+      std::vector<float> total(mesh.mNumVertices, 0.0f);
+      for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        const aiNode* boneNode = scene.mRootNode->FindNode(bone.mName);
+        if (!boneNode) continue;
+        const aiMatrix4x4 move = globalAtStart(boneNode) * bone.mOffsetMatrix;
+        for (unsigned w = 0; w < bone.mNumWeights; ++w) {
+          const aiVertexWeight& vw = bone.mWeights[w];
+          if (vw.mVertexId >= mesh.mNumVertices) continue;
+          sum[vw.mVertexId] += (move * mesh.mVertices[vw.mVertexId]) * vw.mWeight;
+          total[vw.mVertexId] += vw.mWeight;
+        }
+      }
+      std::vector<aiVector3D> posed(mesh.mVertices, mesh.mVertices + mesh.mNumVertices);
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v)
+        if (total[v] > 0) posed[v] = back * (sum[v] / total[v]);
+      out.push_back(std::move(posed));
+    }
+    return out;
   }
 
   // The skin's vertices, one per host vertex: blended rigid from the bones of
@@ -363,9 +441,13 @@ struct Converter {
     const std::string id = builder.uniqueId(utf8(node.mName.C_Str()));
     nodeIds.emplace(node.mName.C_Str(), id);
     idOf[&node] = id;
-    for (unsigned i = 0; i < node.mNumChildren; ++i) nameNodes(*node.mChildren[i]);
+    for (unsigned i = 0; i < node.mNumChildren; ++i) {
+      parentOf[node.mChildren[i]] = &node;
+      nameNodes(*node.mChildren[i]);
+    }
   }
   std::map<const aiNode*, std::string> idOf;
+  std::map<const aiNode*, const aiNode*> parentOf;
 
   json convertNode(const aiNode& node, const Matrix3& frame, bool top) {
     // Names are made unique (the exporter needs them so): a repeated or empty

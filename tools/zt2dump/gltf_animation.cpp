@@ -70,7 +70,7 @@ void addAnimations(Builder& b, const DecodedFile& scene) {
     if (!header) continue;
     const std::string name = header->at("name").get<std::string>();
     const std::string where = "animation of \"" + name + "\" at offset " + std::to_string(c.offset);
-    auto node = b.nodeByName.find(name);
+    const auto node = b.nodeByName.find(name);
     const double rate = header->at("sampleRate").get<double>();
     const Json& keysJson = c.at("keys");
     const Json& visJson = c.at("visibilityKeys");
@@ -81,14 +81,7 @@ void addAnimations(Builder& b, const DecodedFile& scene) {
     std::vector<Key> keys;
     for (const Json& k : keysJson)
       keys.push_back({k.at("sample").get<std::uint32_t>(), decompose(fileMatrixToGltf(k.at("transform")))});
-    if (node == b.nodeByName.end()) {
-      // A node animated without an object chunk (the exporter writes none for
-      // a camera's or a light's target) gets an empty node at the root, where
-      // its first key puts it, to carry its keys. Keys are relative to the
-      // node's parent, which is not in the file: the root is the likeliest.
-      b.addRootNode(name, "animated", fileMatrixToGltf(keysJson.front().at("transform")));
-      node = b.nodeByName.find(name);
-    }
+    if (node == b.nodeByName.end()) continue;  // addNodes made one for every track with keys
     std::vector<std::pair<std::uint32_t, double>> visibility;
     bool hides = false;
     for (const Json& k : visJson) {

@@ -62,8 +62,9 @@ class Builder {
   // carry no texture coordinates.
   std::map<int, int> untexturedMaterial;
   Mat4 nodeGlobal(int node) const;
-  // A node that the file names but holds no object for, placed at the root
-  // with the local matrix `local`, with extras of type `type`; its index.
+  // A node that the file holds no object chunk for, with the local matrix
+  // `local` and extras of type `type`, at the root until a parent takes it;
+  // its index.
   int addRootNode(const std::string& name, const std::string& type, const Mat4& local = Mat4::identity());
 
   // Accessors over data appended to the buffer. `components` is 1, 2, 3, 4

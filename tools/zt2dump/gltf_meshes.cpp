@@ -136,9 +136,11 @@ int buildMesh(Builder& b, const std::string& nodeName, const MeshSource& src, co
   return static_cast<int>(b.model.meshes.size() - 1);
 }
 
-// The .skd's influences for a mesh of `vertexCount` vertices, or nothing
-// with a warning when they do not fit.
-std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t vertexCount) {
+// The .skd's influences for the mesh of node `meshNode`, or nothing: with a
+// warning when they do not fit, silently when every vertex follows only the
+// mesh's own node (the importer binds a mesh without bones so), which makes a
+// plain mesh.
+std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t vertexCount, int meshNode) {
   const Json& bones = vd.at("boneNames");
   const Json& start = vd.at("influenceStart");
   const Json& count = vd.at("influenceCount");
@@ -149,6 +151,12 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
            std::to_string(vertexCount) + " mesh vertices); no skin");
     return std::nullopt;
   }
+  const std::string& meshName = b.model.nodes[static_cast<std::size_t>(meshNode)].name;
+  const bool onlyItsOwnNode = std::all_of(bone.begin(), bone.end(), [&](const Json& j) {
+    const long long k = j.get<long long>();
+    return k >= 0 && static_cast<std::size_t>(k) < bones.size() && bones[static_cast<std::size_t>(k)] == meshName;
+  });
+  if (onlyItsOwnNode) return std::nullopt;
   SkinData s;
   for (const Json& name : bones) {
     const std::string boneName = name.get<std::string>();
@@ -156,7 +164,16 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
     // A bone that was not exported (a hidden one, say) still needs a joint:
     // one at the root, in place, so that the mesh shows in its bind pose.
     s.joints.push_back(it != b.nodeByName.end() ? it->second : b.addRootNode(boneName, "bone"));
+    // A node known by its keys alone is, here, a bone.
+    tinygltf::Value::Object& extras = b.model.nodes[static_cast<std::size_t>(s.joints.back())].extras.Get<tinygltf::Value::Object>();
+    if (extras["type"].Get<std::string>() == "animated") extras["type"] = tinygltf::Value(std::string("bone"));
   }
+  // The joint of the vertices no bone holds: the mesh's own node, with which they move.
+  auto ownJoint = [&]() -> std::uint16_t {
+    auto it = std::find(s.joints.begin(), s.joints.end(), meshNode);
+    if (it == s.joints.end()) it = s.joints.insert(s.joints.end(), meshNode);
+    return static_cast<std::uint16_t>(it - s.joints.begin());
+  };
   s.vertices.resize(vertexCount);
   for (std::size_t v = 0; v < vertexCount; ++v) {
     std::vector<Influence> list;
@@ -165,13 +182,12 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
       if (i < 0 || static_cast<std::size_t>(i) >= bone.size()) break;
       const long long j = bone[static_cast<std::size_t>(i)].get<long long>();
       const float w = float(number(weight[static_cast<std::size_t>(i)]));
-      if (j < 0 || static_cast<std::size_t>(j) >= s.joints.size() || !(w > 0)) continue;
+      if (j < 0 || static_cast<std::size_t>(j) >= bones.size() || !(w > 0)) continue;
       list.push_back({static_cast<std::uint16_t>(j), w});
     }
     std::stable_sort(list.begin(), list.end(), [](const Influence& a, const Influence& c) { return a.weight > c.weight; });
     if (list.size() > 4) list.resize(4);
-    // A vertex without influence follows bone 0, so every vertex has weight 1.
-    if (list.empty()) list.push_back({0, 1.0f});
+    if (list.empty()) list.push_back({ownJoint(), 1.0f});
     float sum = 0;
     for (const Influence& in : list) sum += in.weight;
     std::array<Influence, 4> out{};
@@ -263,7 +279,7 @@ void addMeshes(Builder& b, const DecodedFile& scene, const DecodedFile* vertexDa
     if (!src.vertices || !src.faces) continue;  // a mesh without geometry is a node only
     const SkinData* skinFor = nullptr;
     if (vd && name == skinnedNode) {
-      skin = readSkin(b, *vd, src.vertices->at("vertexCount").get<std::size_t>());
+      skin = readSkin(b, *vd, src.vertices->at("vertexCount").get<std::size_t>(), node->second);
       if (skin) skinFor = &*skin;
     }
     const int mesh = buildMesh(b, name, src, skinFor);

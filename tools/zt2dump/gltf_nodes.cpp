@@ -79,7 +79,11 @@ void addLight(Builder& b, tinygltf::Node& node, const DecodedChunk& c, const cha
 
 void addNodes(Builder& b, const DecodedFile& scene) {
   std::vector<std::string> parentNames;
-  std::vector<bool> hasParent;
+  std::vector<bool> relative;  // whether the node's transform is relative to its parent
+  // A file written without hierarchies gives world transforms and keys; only
+  // an object chunk tells (a parent named, hasParent false), and without one
+  // the exporter's default, hierarchies kept, is taken.
+  bool hierarchies = true;
   for (const DecodedChunk& c : scene.chunks) {
     const ObjectKind* kind = objectKindOf(c);
     if (!kind) continue;
@@ -113,16 +117,34 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     b.nodeLocal.push_back(local);
     b.nodeParent.push_back(-1);
     parentNames.push_back(object->at("parentName").get<std::string>());
-    hasParent.push_back(object->at("hasParent").get<bool>());
+    relative.push_back(object->at("hasParent").get<bool>());
+    if (!parentNames.back().empty() && !relative.back()) hierarchies = false;
+  }
+  // The exporter animates every node it walks but writes no object chunk for
+  // a node without an object (a bone, a group) or for a camera's or light's
+  // target: their keys make the node, placed where the first key puts it,
+  // under the parent the keys name.
+  for (const DecodedChunk& c : scene.chunks) {
+    if (!isKind(c, chunk_kind::kTransformAnimation)) continue;
+    const DecodedChunk* header = childOfKind(c, chunk_kind::kAnimationHeader);
+    const Json& keys = c.at("keys");
+    if (!header || keys.empty()) continue;
+    const std::string name = header->at("name").get<std::string>();
+    if (b.nodeByName.count(name)) continue;
+    b.addRootNode(name, "animated", fileMatrixToGltf(keys.front().at("transform")));
+    const std::string parent = c.at("parentName").get<std::string>();
+    b.model.nodes.back().extras.Get<tinygltf::Value::Object>()["parentName"] = tinygltf::Value(parent);
+    parentNames.push_back(parent);
+    relative.push_back(hierarchies);
   }
   // Only a transform relative to its parent makes a child; a node whose
   // transform is a world one stays at the root, its file parent in extras.
-  for (std::size_t i = 0; i < b.model.nodes.size(); ++i) {
-    if (!hasParent[i] || parentNames[i].empty()) continue;
+  for (std::size_t i = 0; i < parentNames.size(); ++i) {
+    if (!relative[i] || parentNames[i].empty()) continue;
     const auto p = b.nodeByName.find(parentNames[i]);
     if (p == b.nodeByName.end()) {
       b.warn("node \"" + b.model.nodes[i].name + "\" names parent \"" + parentNames[i] +
-             "\", which is not in the file; placed at the root");
+             "\", which has neither an object nor keys in the file; placed at the root");
       continue;
     }
     // A cycle cannot come from pre-order writing, but a damaged file may hold one.

@@ -48,7 +48,7 @@ h2 { font-size: 13px; margin: 14px 0 4px; color: #9ab; text-transform: uppercase
 table { border-collapse: collapse; width: 100%; }
 th, td { text-align: left; padding: 2px 6px 2px 0.3em; border-bottom: 1px solid #333a44; vertical-align: top; }
 th { color: #9ab; font-weight: normal; }
-td.name { font-weight: 600; overflow-wrap: anywhere; }
+td.name { font-weight: 600; overflow-wrap: break-word; }
 td.props { color: #bcb; font-family: monospace; }
 td.keys { text-align: right; white-space: nowrap; }
 ul { margin: 0; padding-left: 0; list-style: none; }

@@ -1,9 +1,12 @@
 // Drives a zt2view page in headless Debian chromium and checks it:
-//   node page_check.mjs PAGE.html --nodes A,B,... [--animated NODE,...] [--hidden NODE@SECONDS,...]
-//                       [--screenshot OUT.png]
-// The page must load with no console error and list every node named; with
+//   node page_check.mjs PAGE.html --nodes A,B,... [--parents NODE=PARENT,...] [--animated NODE,...]
+//                       [--hidden NODE@SECONDS,...] [--screenshot OUT.png [--at SECONDS]]
+// The page must load with no console error and list every node named, every
+// row under another showing a parent; with --parents, NODE's row must show
+// PARENT and stand under PARENT's row; with
 // --animated, scrubbing from the start to the end must move each NODE; with
-// --hidden, NODE must show at the start and have world scale 0 at SECONDS.
+// --hidden, NODE must show at the start and have world scale 0 at SECONDS;
+// --at takes the screenshot at that time of the animation.
 // Exit 0 when every check holds, 1 when one fails, 2 when the browser cannot
 // be run.
 import fs from 'node:fs';
@@ -24,7 +27,9 @@ const hidden = (option('--hidden') || '').split(',').filter(Boolean).map((h) => 
   const at = h.lastIndexOf('@');
   return { node: h.slice(0, at), time: Number(h.slice(at + 1)) };
 });
+const parents = (option('--parents') || '').split(',').filter(Boolean).map((p) => p.split('='));
 const screenshot = option('--screenshot');
+const shotTime = option('--at');
 const browserPath = process.env.ZTX_CHROMIUM || '/usr/bin/chromium';
 
 if (!fs.existsSync(browserPath)) {
@@ -58,8 +63,16 @@ try {
   await tab.goto(pathToFileURL(path.resolve(page)).href);
   await tab.waitForSelector('body[data-ready="true"]', { timeout: 60000 });
 
-  const listed = await tab.$$eval('#node-tree tr', (rows) => rows.map((r) => r.dataset.node));
+  const rows = await tab.$$eval('#node-tree tr', (trs) => trs.map((r) => ({
+    node: r.dataset.node, treeParent: r.dataset.treeParent, parent: r.querySelector('td.parent').textContent })));
+  const listed = rows.map((r) => r.node);
   for (const n of nodes) if (!listed.includes(n)) failures.push(`node tree lacks "${n}" (lists ${listed.join(', ')})`);
+  for (const r of rows) if (r.treeParent && !r.parent) failures.push(`"${r.node}" stands under "${r.treeParent}" but shows no parent`);
+  for (const [node, parent] of parents) {
+    const r = rows.find((x) => x.node === node);
+    if (!r) failures.push(`node tree lacks "${node}"`);
+    else if (r.parent !== parent || r.treeParent !== parent) failures.push(`"${node}" shows parent "${r.parent}" and stands under "${r.treeParent}", not "${parent}"`);
+  }
 
   if (animated.length > 0 || hidden.length > 0) {
     const duration = await tab.evaluate(() => window.zt2view.duration);
@@ -96,6 +109,12 @@ try {
     }
   }
   if (screenshot) {
+    if (shotTime !== undefined) {
+      await tab.$eval('#scrub', (s, v) => {
+        s.value = String(v);
+        s.dispatchEvent(new Event('input', { bubbles: true }));
+      }, Number(shotTime));
+    }
     await tab.waitForTimeout(500);  // a few frames after the last change
     await tab.screenshot({ path: screenshot });
   }

@@ -21,27 +21,31 @@ function el(tag, props = {}, ...children) {
 }
 
 // One row per node, parents first and children indented under them; roots
-// in the order of the file.
+// in the order of the file. The parent shown is the file's; a node the file
+// puts at the root but glTF had to hang elsewhere (a skin's joints gathered
+// under one node) shows that node.
 function fillNodeTree(json) {
   const list = document.getElementById('node-tree');
   const nodes = json.nodes || [];
   const roots = (json.scenes && json.scenes[0] && json.scenes[0].nodes) || nodes.map((_, i) => i);
-  const row = (i, depth) => {
+  const row = (i, depth, parent) => {
     const n = nodes[i];
     const x = n.extras || {};
     const keys = x.transformKeyCount !== undefined ? `${x.transformKeyCount} / ${x.visibilityKeyCount}` : '-';
+    const parentName = x.parentName || (parent !== undefined ? nodes[parent].name : '');
     const tr = el('tr', { className: 'node' },
       el('td', { className: 'name', textContent: n.name }),
       el('td', { textContent: x.type || '' }),
-      el('td', { textContent: x.parentName || '' }),
+      el('td', { className: 'parent', textContent: parentName }),
       el('td', { className: 'props', textContent: (x.userProperties || '').replace(/\r?\n/g, '; ') }),
       el('td', { className: 'keys', textContent: keys }));
     tr.dataset.node = n.name;
-    tr.firstChild.style.paddingLeft = `${0.3 + depth * 1.1}em`;
+    if (parent !== undefined) tr.dataset.treeParent = nodes[parent].name;
+    tr.firstChild.style.paddingLeft = `${0.3 + depth * 0.7}em`;
     list.append(tr);
-    for (const c of n.children || []) row(c, depth + 1);
+    for (const c of n.children || []) row(c, depth + 1, i);
   };
-  for (const r of roots) row(r, 0);
+  for (const r of roots) row(r, 0, undefined);
 }
 
 function colourText(c) {
@@ -66,8 +70,17 @@ function fillMaterials(json) {
   }
 }
 
-// Frames the meshes; lights and cameras often stand far off.
+// Frames the meshes; lights and cameras often stand far off. A skinned mesh
+// stands where its bones put it, not where its node is: its box comes from
+// the skinned vertices. Returns the size framed.
 function frame(camera, controls, object) {
+  object.updateMatrixWorld(true);
+  object.traverse((o) => {
+    if (o.isSkinnedMesh) {
+      o.skeleton.update();
+      o.computeBoundingBox();
+    }
+  });
   const box = new THREE.Box3();
   object.traverse((o) => {
     if (o.isMesh) box.expandByObject(o);
@@ -82,6 +95,7 @@ function frame(camera, controls, object) {
   camera.updateProjectionMatrix();
   controls.target.copy(centre);
   controls.update();
+  return size;
 }
 
 async function main() {
@@ -107,13 +121,6 @@ async function main() {
   camera.add(eyeLight);
   scene.add(camera);
   scene.add(gltf.scene);
-  // Nodes without geometry show as small axes, so that helpers and bones can be found.
-  gltf.scene.traverse((o) => {
-    if (!o.isMesh && !o.isSkinnedMesh && o.userData && o.userData.type && o.userData.type !== 'mesh') {
-      o.add(new THREE.AxesHelper(0.5));
-    }
-  });
-  scene.add(new THREE.GridHelper(40, 40, 0x888888, 0x555555));
 
   // The file keeps two of a vertex colour's three components, so vertex
   // colours are shown only on request; the materials' colours come first.
@@ -134,7 +141,22 @@ async function main() {
     }
   });
   const controls = new OrbitControls(camera, renderer.domElement);
-  frame(camera, controls, gltf.scene);
+  const size = frame(camera, controls, gltf.scene);
+  // A ground grid of a round size a little larger than the scene.
+  const gridSize = 10 ** Math.ceil(Math.log10(size * 1.5));
+  scene.add(new THREE.GridHelper(gridSize, 40, 0x888888, 0x555555));
+  // Nodes without geometry show as small axes, so that helpers and bones can
+  // be found: a fortieth of the scene's size whatever the node's own scale.
+  const axes = [];
+  gltf.scene.traverse((o) => {
+    if (!o.isMesh && !o.isSkinnedMesh && o.userData && o.userData.type && o.userData.type !== 'mesh') axes.push(o);
+  });
+  for (const o of axes) {
+    const helper = new THREE.AxesHelper(1);
+    const scale = o.getWorldScale(new THREE.Vector3());
+    helper.scale.set(...scale.toArray().map((v) => (Math.abs(v) > 1e-9 ? size / 40 / v : 1)));
+    o.add(helper);
+  }
 
   const mixer = new THREE.AnimationMixer(gltf.scene);
   const clip = gltf.animations[0];
