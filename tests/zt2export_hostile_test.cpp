@@ -170,7 +170,10 @@ TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   const auto made = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
   ASSERT_EQ(made.exitCode, 0) << made.err;
   fs::create_symlink("out.skd", dir.file("skin.glb"));
-  fs::create_hard_link(dir.file("crate.3ds"), dir.file("crate.html"));
+  // Scene files must be named .zt2: links of that name reach the other outputs.
+  fs::create_symlink("m.json", dir.file("m-json.zt2"));
+  fs::create_symlink("m.bin", dir.file("m-bin.zt2"));
+  fs::create_hard_link(dir.file("crate.3ds"), dir.file("crate.zt2"));
   struct Case {
     std::string program;
     std::vector<std::string> args;
@@ -180,12 +183,12 @@ TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   const Case cases[] = {
       {ZTX_ZT2EXPORT, {model, "--write-scene", model, "--config-dir", cfg},
        model + ": --write-scene would overwrite the scene it is exported from"},
-      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m.json"), "--config-dir", cfg},
-       dir.file("m.json") + ": the output would overwrite the scene file of --write-scene"},
-      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m.bin"), "--config-dir", cfg},
-       dir.file("m.bin") + ": the output would overwrite the buffer of --write-scene"},
-      {ZTX_ZT2EXPORT, {model, "-o", dir.file("crate.html"), "--config-dir", cfg},
-       dir.file("crate.html") + ": the output would overwrite the scene it is exported from"},
+      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m-json.zt2"), "--config-dir", cfg},
+       dir.file("m-json.zt2") + ": the output would overwrite the scene file of --write-scene"},
+      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m-bin.zt2"), "--config-dir", cfg},
+       dir.file("m-bin.zt2") + ": the output would overwrite the buffer of --write-scene"},
+      {ZTX_ZT2EXPORT, {model, "-o", dir.file("crate.zt2"), "--config-dir", cfg},
+       dir.file("crate.zt2") + ": the output would overwrite the scene it is exported from"},
       {ZTX_ZT2DUMP, {dir.file("out.zt2"), "--gltf", dir.file("out.zt2")},
        dir.file("out.zt2") + ": the output would overwrite " + dir.file("out.zt2") + ", which it is made from"},
       {ZTX_ZT2DUMP, {dir.file("out.zt2"), "--gltf", dir.file("skin.glb")},

@@ -58,8 +58,6 @@ std::string bufferNameFor(const std::string& scenePath) {
   return name + ".bin";
 }
 
-}  // namespace
-
 bool isSceneDescription(const std::string& path) {
   if (lowerExtension(path) == ".json") return true;
   const std::string head = firstBytes(path, 64);
