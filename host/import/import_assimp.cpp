@@ -2,6 +2,7 @@
 // normals per corner; both are converted here (docs/import.md): the Y-up frame
 // is turned onto the host's Z-up frame at the top of the tree, and smoothing
 // groups are derived from the normals.
+#include <assimp/DefaultIOSystem.h>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -16,6 +17,7 @@
 #include "host/import/importers.h"
 #include "host/import/smoothing_from_normals.h"
 #include "host/import/texture_files.h"
+#include "host/memory/file_reads.h"
 #include "host/memory/rotation_math.h"
 
 namespace hostimport {
@@ -429,10 +431,22 @@ struct Converter {
   }
 };
 
+// Formats of several files (OBJ and its .mtl, glTF and its .bin) are opened
+// by the reader itself: it tells which through the files it opens.
+class RecordingIOSystem : public Assimp::DefaultIOSystem {
+ public:
+  Assimp::IOStream* Open(const char* file, const char* mode) override {
+    Assimp::IOStream* stream = DefaultIOSystem::Open(file, mode);
+    if (stream != nullptr && mode != nullptr && mode[0] == 'r') hostmodel::noteFileRead(file);
+    return stream;
+  }
+};
+
 }  // namespace
 
 ImportedScene importAssimp(const ImportRequest& request) {
   Assimp::Importer importer;
+  importer.SetIOHandler(new RecordingIOSystem);  // the importer owns it
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
   const aiScene* scene = importer.ReadFile(
       request.path, aiProcess_Triangulate | aiProcess_SortByPType | aiProcess_ValidateDataStructure);

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -16,6 +17,7 @@
 #include <cstdio>
 
 #include "host/inhouse/sanitized.h"
+#include "host/memory/file_reads.h"
 
 namespace hostimport {
 
@@ -113,6 +115,18 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
   writeAll(fd, data, static_cast<std::size_t>(size));
 }
 
+// Paths end with a NUL, the one byte no path holds.
+std::string joinedPaths(const std::vector<std::string>& paths) {
+  std::string out;
+  for (const std::string& path : paths) out.append(path).push_back('\0');
+  return out;
+}
+
+void notePaths(const std::string& paths, void (*note)(const std::string&)) {
+  for (std::size_t at = 0, end; (end = paths.find('\0', at)) != std::string::npos; at = end + 1)
+    note(paths.substr(at, end - at));
+}
+
 [[noreturn]] void childImport(int fd, const ImportRequest& request) {
   char status = 'S';
   try {
@@ -120,6 +134,10 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
     writeAll(fd, &status, 1);
     writeBlock(fd, scene.text.data(), scene.text.size());
     writeBlock(fd, scene.buffer.data(), scene.buffer.size());
+    // The child's record of the files it read and wrote dies with it.
+    const std::string files = joinedPaths(hostmodel::filesRead()), made = joinedPaths(hostmodel::filesWritten());
+    writeBlock(fd, files.data(), files.size());
+    writeBlock(fd, made.data(), made.size());
   } catch (const std::exception& e) {
     status = 'E';
     const std::string message = e.what();
@@ -173,12 +191,15 @@ SceneText importIsolated(const ImportRequest& request) {
     throw ImportError(request.path + ": the model reader failed on this file (" + strsignal(WTERMSIG(status)) +
                       "); the file is probably damaged");
   std::size_t at = 1;
-  std::string text, buffer;
+  std::string text, buffer, files, made;
   if (answer.empty() || !(WIFEXITED(status) && WEXITSTATUS(status) == 0))
     throw ImportError(request.path + ": the model reader stopped without an answer");
   if (answer[0] == 'E' && takeBlock(answer, at, text)) throw ImportError(text);
-  if (answer[0] != 'S' || !takeBlock(answer, at, text) || !takeBlock(answer, at, buffer))
+  if (answer[0] != 'S' || !takeBlock(answer, at, text) || !takeBlock(answer, at, buffer) ||
+      !takeBlock(answer, at, files) || !takeBlock(answer, at, made))
     throw ImportError(request.path + ": the model reader stopped without an answer");
+  notePaths(files, hostmodel::noteFileRead);
+  notePaths(made, hostmodel::noteFileWritten);
   return {std::move(text), std::vector<unsigned char>(buffer.begin(), buffer.end()), request.bufferName};
 }
 
@@ -197,6 +218,8 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
   SceneText scene = importIsolated({path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir});
   if (!writeScene.empty()) {
     writeSceneFiles(scene, writeScene);
+    hostmodel::noteFileWritten(writeScene);
+    hostmodel::noteFileWritten((fs::path(writeScene).parent_path() / scene.bufferName).string());
     return hostmodel::loadScene(writeScene);
   }
   // Relative paths of an imported scene are the model's own.

@@ -1,5 +1,7 @@
 #include "host/memory/memory_bitmaps.h"
 
+#include "host/memory/file_reads.h"
+
 #include <stb/stb_image.h>
 
 #include <filesystem>
@@ -38,6 +40,7 @@ bool decodes(const std::string& path, int& width, int& height) {
   unsigned char* pixels = stbi_load(path.c_str(), &width, &height, &channels, 0);
   if (pixels == nullptr) return false;
   stbi_image_free(pixels);
+  noteFileRead(path);
   return true;
 }
 
@@ -52,6 +55,7 @@ bool isImageList(const std::string& name) {
 bool readImageList(const std::string& path, std::vector<std::string>& entries) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return false;
+  noteFileRead(path);
   const std::filesystem::path dir = std::filesystem::path(path).parent_path();
   entries.clear();
   std::string line;
@@ -80,6 +84,7 @@ BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
   }
   int width = 0, height = 0, channels = 0;
   if (stbi_info(path.c_str(), &width, &height, &channels) == 0) return BMMRES_ERRORTAKENCARE;
+  noteFileRead(path);
   bi->SetFirstFrame(0);
   bi->SetLastFrame(0);
   bi->SetWidth(width);

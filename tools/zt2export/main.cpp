@@ -20,6 +20,8 @@
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
+#include "tools/zt2export/batch_command.h"
+#include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
 #include "ui/display_probe.h"
 
@@ -35,6 +37,7 @@ struct Arguments {
   std::string configDir;
   std::string module;
   std::string writeScene;
+  std::string depfile;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   bool saveOptions = false;
   bool check = false;
@@ -49,7 +52,10 @@ void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
-               "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
+               "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
+               "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
+               "                 [--module PATH] [--quiet]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
 }
@@ -96,6 +102,11 @@ void printHelp() {
       "  --version              print the module's description and the exporter's version\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"
+      "  --depfile OUT.d        after a successful export, write a make rule naming the files\n"
+      "                         written and every file read (scene, buffers, model, images,\n"
+      "                         image lists, ZTExport.cfg, ZTExportAdditional.cfg)\n"
+      "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
+      "                         zt2export --batch --help tells more\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -132,6 +143,7 @@ Arguments parseArguments(int argc, char** argv) {
   const std::vector<std::pair<std::string, std::string>> needs = {
       {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
       {"--module", "a file name"},  {"--write-scene", "a file name"},
+      {"--depfile", "a file name"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -141,6 +153,7 @@ Arguments parseArguments(int argc, char** argv) {
   single("--config-dir", a.configDir);
   single("--module", a.module);
   single("--write-scene", a.writeScene);
+  single("--depfile", a.depfile);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
   app.add_flag("--version", a.version);
@@ -254,6 +267,10 @@ int main(int argc, char** argv) {
   mallopt(M_MMAP_THRESHOLD, 1 << 30);
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
+  // A whole tree: each file runs through this same program in a process of its own.
+  if (ztbatch::isBatchCommand(argc, argv)) return ztbatch::batchCommand(argc, argv);
+
+  const long long startedAt = zt2export::nowNanoseconds();
   const Arguments args = parseArguments(argc, argv);
 
   if (args.dialog || args.about) {
@@ -383,7 +400,14 @@ int main(int argc, char** argv) {
   // The exporter's message boxes all end a run that failed: the file could
   // not be saved, or a window it was asked for could not be shown.
   const bool failed = result == 0 || !host->messageBoxes().empty();
-  const int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
+  int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
+  if (code == kExitOk && !args.check && !args.depfile.empty()) {
+    const std::string why = zt2export::writeDepfile(args.depfile, zt2export::exportFiles(output, configDir, startedAt));
+    if (!why.empty()) {
+      std::fprintf(stderr, "zt2export: %s: cannot write the dependency file: %s\n", args.depfile.c_str(), why.c_str());
+      code = kExitFailure;
+    }
+  }
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.
