@@ -20,7 +20,7 @@
 
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
-#include "format/file_replace.h"
+#include "batch/small_file.h"
 
 extern char** environ;
 
@@ -398,14 +398,14 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
     result.bytes += sizeOf(target);
   }
   std::sort(result.outputs.begin(), result.outputs.end());
+  result.seconds = monotonicSeconds() - process.startedAt;
 
   const nlohmann::json stamp = {{"exporter", version},
                                 {"options", effectiveOptions(request)},
                                 {"dependencies", dependencies},
                                 {"outputs", result.outputs}};
   const std::string text = stamp.dump(1) + "\n";
-  if (const std::string why = replaceFileContents(stampPath(request, result.output), {{text.data(), text.size()}});
-      !why.empty())
+  if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
     result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
   discardExport(process);
   return result;

@@ -27,8 +27,9 @@ struct ExportFiles {
 };
 ExportFiles exportFiles(const std::string& output, const std::string& configDir, long long startedAt);
 
-// Writes the rule to `depfile` through a temporary and a rename; an empty
-// string on success, otherwise the reason.
+// Writes the rule to `depfile` through a temporary and a rename (not flushed
+// to the disk: a build tool reads it at once); an empty string on success,
+// otherwise the reason.
 std::string writeDepfile(const std::string& depfile, const ExportFiles& files);
 
 // Now, as exportFiles() compares it with a file's change time.
