@@ -87,9 +87,12 @@ volatile std::sig_atomic_t stopSignal = 0;
 int wakeFd = -1;
 
 void onStop(int signal) {
+  const int savedErrno = errno;
   stopSignal = signal;
   const char byte = 1;
-  if (wakeFd >= 0) [[maybe_unused]] const ssize_t n = ::write(wakeFd, &byte, 1);
+  // A full pipe wakes the wait as well, so a failed write needs nothing.
+  if (wakeFd >= 0 && ::write(wakeFd, &byte, 1) < 0) errno = savedErrno;
+  errno = savedErrno;
 }
 
 class StopSignals {

@@ -2,7 +2,13 @@
 // zt2export runs over the same tree, in the same run, and the cost of a
 // second batch run over the unchanged tree against the first.
 //
-//   batch_bench [--scenes=N] [--large=N] [--jobs=N] [--grid=N] [--rounds=N]
+//   batch_bench [--scenes=N] [--large=N] [--jobs=N] [--grid=N] [--rounds=N] [--dir=PATH]
+//
+// The tree is made under --dir (default: the temporary directory). Every
+// save flushes its file to the disk, and one disk's journal takes those
+// flushes one after the other: on a disk, the exports' flushes rather than
+// the processors bound how many run at once. A directory in memory
+// (--dir=/dev/shm) shows what the batch does with the processors.
 //
 // The tree holds N small scenes (the bundled example, each beside the
 // example's textures) and `large` scenes of one grid mesh of 2 x grid x grid
@@ -67,7 +73,7 @@ double secondsOf(const std::vector<std::string>& argv, double* processor = nullp
   if (processor != nullptr) *processor = processorSeconds() - processorBefore;
   if (status != 0) {
     std::fprintf(stderr, "batch_bench: %s ... exited with %d\n", argv[0].c_str(), status);
-    std::exit(1);
+    std::exit(1);  // the tree stays, with the loop's messages in loop.log
   }
   return seconds;
 }
@@ -90,7 +96,10 @@ int main(int argc, char** argv) {
   const long scenes = option(argc, argv, "scenes", 1000), large = option(argc, argv, "large", 20);
   const long jobs = option(argc, argv, "jobs", 2), grid = option(argc, argv, "grid", 150);
   const long rounds = std::max(1L, option(argc, argv, "rounds", 3));
-  const fs::path root = fs::temp_directory_path() / ("ztx-batch-bench-" + std::to_string(::getpid()));
+  fs::path base = fs::temp_directory_path();
+  for (int i = 1; i < argc; ++i)
+    if (std::string(argv[i]).rfind("--dir=", 0) == 0) base = argv[i] + 6;
+  const fs::path root = base / ("ztx-batch-bench-" + std::to_string(::getpid()));
   const fs::path src = root / "src";
   fs::create_directories(src);
   fs::copy(ZTX_SOURCE_DIR "/examples/textures", src / "textures");
@@ -108,9 +117,11 @@ int main(int argc, char** argv) {
   const std::string config = (root / "config").string();
 
   // The loop a user writes today: one zt2export per file, one after another.
+  const std::string log = (root / "loop.log").string();
   const std::string loop = "for f in '" + src.string() + "'/*.scene.json; do b=$(basename \"$f\" .scene.json); '" +
                            ZTX_ZT2EXPORT "' \"$f\" -o '" + (root / "loop").string() +
-                           "'/\"$b\".zt2 --config-dir '" + config + "' --quiet || exit 1; done";
+                           "'/\"$b\".zt2 --config-dir '" + config + "' --quiet >/dev/null 2>>'" + log +
+                           "' || { echo \"$f failed\" >>'" + log + "'; exit 1; }; done";
   const std::vector<std::string> batch = {ZTX_ZT2EXPORT, "--batch",      src.string(),          "-o",
                                           (root / "batch").string(),    "--config-dir", config, "-j",
                                           std::to_string(jobs),         "--quiet"};
@@ -132,7 +143,8 @@ int main(int argc, char** argv) {
   const double loopSeconds = median(loops), firstSeconds = median(firsts), secondSeconds = median(seconds);
 
   const double files = static_cast<double>(scenes + large);
-  std::printf("tree: %ld small scenes, %ld scenes of %ld triangles\n", scenes, large, 2 * grid * grid);
+  std::printf("tree: %ld small scenes, %ld scenes of %ld triangles, in %s\n", scenes, large, 2 * grid * grid,
+              base.c_str());
   std::printf("shell loop of single runs   %8.2f s  %7.1f ms/file\n", loopSeconds, loopSeconds / files * 1e3);
   std::printf("--batch -j %ld (first run)   %8.2f s  %7.1f ms/file\n", jobs, firstSeconds, firstSeconds / files * 1e3);
   std::printf("--batch -j %ld (up to date)  %8.2f s  %7.1f ms/file\n", jobs, secondSeconds,
