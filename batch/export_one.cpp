@@ -139,6 +139,20 @@ std::uint64_t sizeOf(const fs::path& path) {
   return ec ? 0 : static_cast<std::uint64_t>(size);
 }
 
+// True when both files hold the same bytes.
+bool sameContent(const fs::path& a, const fs::path& b) {
+  std::error_code ec1, ec2;
+  if (fs::file_size(a, ec1) != fs::file_size(b, ec2) || ec1 || ec2) return false;
+  std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
+  char bx[1 << 16], by[1 << 16];
+  while (x && y) {
+    x.read(bx, sizeof bx);
+    y.read(by, sizeof by);
+    if (x.gcount() != y.gcount() || std::memcmp(bx, by, static_cast<std::size_t>(x.gcount())) != 0) return false;
+  }
+  return !x.bad() && !y.bad() && x.eof() && y.eof();
+}
+
 std::string selfProgram() {
   std::error_code ec;
   const fs::path self = fs::read_symlink("/proc/self/exe", ec);
@@ -387,7 +401,13 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   for (const std::string& name : written) {
     const fs::path target = fs::path(request.outputDir) / name;
     fs::create_directories(target.parent_path(), ec);
-    fs::rename(tree / name, target, ec);
+    // A file that is there with the same bytes (a texture several scenes
+    // copy) stays: replacing it by a rename has the file system write the
+    // new copy out before its next flush, which every export makes.
+    if (sameContent(tree / name, target))
+      fs::remove(tree / name, ec);
+    else
+      fs::rename(tree / name, target, ec);
     if (ec) {
       result.status = Status::Failed;
       result.messages.push_back(target.string() + ": cannot put the file in place: " + ec.message());

@@ -241,19 +241,30 @@ BatchResult runBatch(const BatchRequest& request) {
     for (const ExportProcess& p : running) names.push_back(p.input);
     return names;
   };
-  while (!stopSignal && (!pending.empty() || !running.empty())) {
+  auto finish = [&](ExportProcess& process, int status, bool timedOut) {
+    const std::size_t index = std::stoul(fs::path(process.work).filename().string());
+    result.files[index] = finishExport(r, process, status, timedOut, version, hashes);
+    ++exportsDone;
+    report(result.files[index]);
+  };
+  auto fillPlaces = [&] {
     while (!stopSignal && running.size() < r.jobs && !pending.empty()) {
       const std::size_t index = pending.front();
       pending.pop_front();
       ExportProcess process = startExport(r, inputs[index], (workRoot / std::to_string(index)).string());
-      if (process.pid < 0) {
-        result.files[index] = finishExport(r, process, 0, false, version, hashes);
-        ++exportsDone;
-        report(result.files[index]);
-        continue;
-      }
-      running.push_back(std::move(process));
+      if (process.pid < 0)
+        finish(process, 0, false);
+      else
+        running.push_back(std::move(process));
     }
+  };
+  struct Ended {
+    ExportProcess process;
+    int status;
+    bool timedOut;
+  };
+  while (!stopSignal && (!pending.empty() || !running.empty())) {
+    fillPlaces();
     progress.show(done, failed, exportsDone, exportsTotal - exportsDone, currentNames());
     if (running.empty()) continue;
 
@@ -272,27 +283,29 @@ BatchResult runBatch(const BatchRequest& request) {
     const int timeoutMs = everyPidfd ? static_cast<int>(nearest * 1000) + 1 : 2;
     ::poll(waits.data(), waits.size(), timeoutMs);
 
+    std::vector<Ended> ended;
     for (std::size_t k = 0; k < running.size();) {
       ExportProcess& p = running[k];
       int status = 0;
-      pid_t ended = ::waitpid(p.pid, &status, WNOHANG);
+      pid_t pid = ::waitpid(p.pid, &status, WNOHANG);
       bool timedOut = false;
-      if (ended == 0 && monotonicSeconds() >= p.startedAt + r.timeoutSeconds) {
+      if (pid == 0 && monotonicSeconds() >= p.startedAt + r.timeoutSeconds) {
         killExport(p);
-        while ((ended = ::waitpid(p.pid, &status, 0)) < 0 && errno == EINTR) {
+        while ((pid = ::waitpid(p.pid, &status, 0)) < 0 && errno == EINTR) {
         }
         timedOut = true;
       }
-      if (ended == 0) {
+      if (pid == 0) {
         ++k;
         continue;
       }
-      const std::size_t index = std::stoul(fs::path(p.work).filename().string());
-      result.files[index] = finishExport(r, p, status, timedOut, version, hashes);
-      ++exportsDone;
-      report(result.files[index]);
+      ended.push_back({std::move(p), status, timedOut});
       running.erase(running.begin() + static_cast<std::ptrdiff_t>(k));
     }
+    // The next exports start before the ended ones are put in place, so the
+    // places do not stand idle while files are moved and stamped.
+    fillPlaces();
+    for (Ended& e : ended) finish(e.process, e.status, e.timedOut);
   }
 
   if (stopSignal) {
