@@ -26,7 +26,8 @@ struct BatchRequest {
   std::string configDir;              // empty: zt2export's own default
   std::vector<std::string> sets;      // "FIELD=VALUE", handed to every export in order
   std::string module;                 // empty: zt2export's own default
-  std::string exporter;               // the zt2export program; empty: this very program
+  std::string exporter;               // the zt2export program; empty: this very program, so a
+                                      // caller that is not zt2export names it
   bool progress = false;              // a progress line on standard error
 };
 
