@@ -17,6 +17,7 @@ packages=(
   lib3ds-dev libassimp-dev           # model front ends of zt2export
   assimp-testmodels                  # the model corpus of the tests
   libtinygltf-dev                    # zt2dump --gltf
+  libssl-dev                         # content hashes of zt2export --batch's stamps
   nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
   clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
 )

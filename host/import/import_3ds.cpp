@@ -21,6 +21,7 @@
 
 #include "host/import/importers.h"
 #include "host/import/texture_files.h"
+#include "host/memory/file_reads.h"
 
 namespace hostimport {
 
@@ -467,6 +468,7 @@ ImportedScene import3ds(const ImportRequest& request) {
     unsigned char block[1 << 16];
     for (std::size_t n; (n = std::fread(block, 1, sizeof block, f)) > 0;) bytes.insert(bytes.end(), block, block + n);
     std::fclose(f);
+    hostmodel::noteFileRead(request.path);
   }
   if (bytes.size() < 6 || bytes[0] != 0x4d || bytes[1] != 0x4d) throw ImportError(request.path + ": not a 3DS file");
   // lib3ds reads a file that ends early as far as it goes and says nothing:

@@ -2,6 +2,7 @@
 // normals per corner; both are converted here (docs/import.md): the Y-up frame
 // is turned onto the host's Z-up frame at the top of the tree, and smoothing
 // groups are derived from the normals.
+#include <assimp/DefaultIOSystem.h>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -19,6 +20,7 @@
 #include "host/import/importers.h"
 #include "host/import/smoothing_from_normals.h"
 #include "host/import/texture_files.h"
+#include "host/memory/file_reads.h"
 #include "host/memory/rotation_math.h"
 
 namespace hostimport {
@@ -537,6 +539,17 @@ struct Converter {
   }
 };
 
+// Formats of several files (OBJ and its .mtl, glTF and its .bin) are opened
+// by the reader itself: it tells which through the files it opens.
+class RecordingIOSystem : public Assimp::DefaultIOSystem {
+ public:
+  Assimp::IOStream* Open(const char* file, const char* mode) override {
+    Assimp::IOStream* stream = DefaultIOSystem::Open(file, mode);
+    if (stream != nullptr && mode != nullptr && mode[0] == 'r') hostmodel::noteFileRead(file);
+    return stream;
+  }
+};
+
 }  // namespace
 
 namespace {
@@ -639,6 +652,7 @@ void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& n
 
 ImportedScene importAssimp(const ImportRequest& request) {
   Assimp::Importer importer;
+  importer.SetIOHandler(new RecordingIOSystem);  // the importer owns it
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
   auto refuse = [&](const std::string& library) { throw ImportError(request.path + ": " + plainReason(library)); };
   // Read first, mend what the library's validation would refuse although a

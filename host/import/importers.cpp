@@ -5,6 +5,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <vector>
 
 #include <fcntl.h>
 #include <malloc.h>
@@ -23,6 +24,8 @@
 #include <cstdlib>
 #include <new>
 #include <span>
+
+#include "host/memory/file_reads.h"
 
 namespace hostimport {
 
@@ -152,12 +155,25 @@ void writeBlock(int fd, const void* data, std::uint64_t size) {
   writeAll(fd, data, static_cast<std::size_t>(size));
 }
 
+// Paths end with a NUL, the one byte no path holds.
+std::string joinedPaths(const std::vector<std::string>& paths) {
+  std::string out;
+  for (const std::string& path : paths) out.append(path).push_back('\0');
+  return out;
+}
+
+void notePaths(const std::string& paths, void (*note)(const std::string&)) {
+  for (std::size_t at = 0, end; (end = paths.find('\0', at)) != std::string::npos; at = end + 1)
+    note(paths.substr(at, end - at));
+}
+
 // Writes a scene answer through a shared mapping of the memory file, so that
 // its pages are the reader's own memory while it lives, as they are
 // zt2export's once it maps them.
-void writeScene(int fd, const SceneText& scene) {
+void writeScene(int fd, const SceneText& scene, const std::string& files, const std::string& made) {
   const std::uint64_t textSize = scene.text.size(), bufferSize = scene.buffer.size();
-  const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size();
+  const std::uint64_t filesSize = files.size(), madeSize = made.size();
+  const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size() + 8 + files.size() + 8 + made.size();
   void* mapped = ::ftruncate(fd, static_cast<off_t>(total)) == 0
                      ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0)
                      : MAP_FAILED;
@@ -171,20 +187,25 @@ void writeScene(int fd, const SceneText& scene) {
   std::memcpy(p, scene.text.data(), scene.text.size()), p += scene.text.size();
   std::memcpy(p, &bufferSize, 8), p += 8;
   for (const auto& piece : scene.buffer.pieces()) std::memcpy(p, piece.data(), piece.size()), p += piece.size();
+  std::memcpy(p, &filesSize, 8), p += 8;
+  std::memcpy(p, files.data(), files.size()), p += files.size();
+  std::memcpy(p, &madeSize, 8), p += 8;
+  std::memcpy(p, made.data(), made.size()), p += made.size();
   ::munmap(mapped, total);
 }
 
 // The reader's answer, in a memory file that the parent maps once the reader
 // says on `done` that it is complete: a status byte ('S' scene, 'E' error,
 // 'M' out of memory), then blocks of a 64-bit length and bytes (the document
-// and the buffer, or the message). The parent goes on at once, while the
+// and the buffer, then the files it read and wrote, or the message). The parent goes on at once, while the
 // reader's memory is still being handed back to the system.
 [[noreturn]] void childImport(int fd, int done, const ImportRequest& request, const ReaderBounds& bounds) {
   limitReader(bounds);
   char status = 'S';
   try {
     SceneText scene = toText(importModel(request));
-    writeScene(fd, scene);
+    // The reader's record of the files it read and wrote dies with it.
+    writeScene(fd, scene, joinedPaths(hostmodel::filesRead()), joinedPaths(hostmodel::filesWritten()));
   } catch (const std::exception& e) {
     status = memoryExhausted ? 'M' : 'E';
     const std::string message = memoryExhausted ? std::string() : e.what();
@@ -309,10 +330,13 @@ auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Us
   if (answer.status() == 'M')
     throw ImportError(request.path + ": reading the model needs more memory than the limit of " +
                       std::to_string(bounds.memory / kMiB) + " MiB; raise it with --memory-limit");
-  std::span<const unsigned char> text, buffer;
+  std::span<const unsigned char> text, buffer, files, made;
   if (answer.status() == 'E' && answer.take(text)) throw ImportError(std::string(text.begin(), text.end()));
-  if (answer.status() != 'S' || !answer.take(text) || !answer.take(buffer))
+  if (answer.status() != 'S' || !answer.take(text) || !answer.take(buffer) || !answer.take(files) ||
+      !answer.take(made))
     throw ImportError(request.path + ": the model reader stopped without an answer");
+  notePaths(std::string(files.begin(), files.end()), hostmodel::noteFileRead);
+  notePaths(std::string(made.begin(), made.end()), hostmodel::noteFileWritten);
   return use(std::string_view(reinterpret_cast<const char*>(text.data()), text.size()), buffer);
 }
 
@@ -353,6 +377,8 @@ std::unique_ptr<hostmodel::MemoryHost> loadOrImport(const std::string& path, con
   return importIsolated(request, options.limits, [&](std::string_view text, std::span<const unsigned char> buffer) {
     if (!writeScene.empty()) {
       writeSceneFiles(text, buffer, request.bufferName, writeScene);
+      hostmodel::noteFileWritten(writeScene);
+      hostmodel::noteFileWritten((fs::path(writeScene).parent_path() / request.bufferName).string());
       return hostmodel::loadScene(writeScene);
     }
     // Relative paths of an imported scene are the model's own.

@@ -4,6 +4,8 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "host/memory/file_reads.h"
+
 namespace hostimport {
 
 namespace fs = std::filesystem;
@@ -68,6 +70,7 @@ std::string writeEmbeddedTexture(const fs::path& dir, const std::string& fileNam
   std::error_code ec;
   fs::rename(temporary, path, ec);
   if (ec) throw std::runtime_error(path.string() + ": cannot write the embedded texture");
+  hostmodel::noteFileWritten(path.string());
   return path.string();
 }
 

@@ -1,5 +1,7 @@
 #include "host/memory/memory_bitmaps.h"
 
+#include "host/memory/file_reads.h"
+
 #include <filesystem>
 #include <fstream>
 
@@ -42,6 +44,7 @@ bool isImageList(const std::string& name) {
 bool readImageList(const std::string& path, std::vector<std::string>& entries) {
   std::ifstream in(path, std::ios::binary);
   if (!in) return false;
+  noteFileRead(path);
   const std::filesystem::path dir = std::filesystem::path(path).parent_path();
   entries.clear();
   std::string line;
@@ -89,6 +92,7 @@ BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
   }
   int width = 0, height = 0;
   if (!imageInfo(path, width, height)) return BMMRES_ERRORTAKENCARE;
+  noteFileRead(path);
   bi->SetFirstFrame(0);
   bi->SetLastFrame(0);
   bi->SetWidth(width);
@@ -118,6 +122,7 @@ Bitmap* MemoryBitmapManager::Load(BitmapInfo* bi, BMMRES* status) {
     if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
     return nullptr;
   }
+  noteFileRead(path);
   loaded.SetWidth(width);
   loaded.SetHeight(height);
   if (status != nullptr) *status = BMMRES_SUCCESS;

@@ -7,6 +7,8 @@
 #include <new>
 #include <string>
 
+#include "host/memory/file_reads.h"
+
 namespace hostmodel {
 
 class RegularFile {
@@ -44,6 +46,7 @@ Container readRegularFile(const std::string& path, const char* what, Fail fail) 
     fail("out of memory for the " + std::to_string(file.size()) + " bytes of the " + what);
   }
   if (!bytes.empty() && !file.readAll(bytes.data())) fail(std::string("cannot read the ") + what + ": " + file.reason());
+  noteFileRead(path);
   return bytes;
 }
 

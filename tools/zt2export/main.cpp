@@ -26,6 +26,8 @@
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
+#include "tools/zt2export/batch_command.h"
+#include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
 #include "ui/display_probe.h"
 
@@ -42,6 +44,7 @@ struct Arguments {
   std::string module;
   std::string writeScene;
   std::uint64_t memoryLimitMiB = 0;  // 0: by the model's size
+  std::string depfile;
   std::vector<std::pair<std::string, std::string>> sets;  // field, value
   std::vector<std::string> texturePaths;
   bool dropMissingTextures = false;
@@ -61,7 +64,10 @@ void printUsage(std::FILE* to) {
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
                "                 [--memory-limit MIB] [--copy-textures-outside]\n"
                "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
-               "                 [--dialog] [--module PATH] [--quiet] [--verbose]\n"
+               "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
+               "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
+               "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
+               "                 [--module PATH] [--quiet]\n"
                "       zt2export --version | --about [--module PATH]\n"
                "       zt2export --help\n");
 }
@@ -118,6 +124,11 @@ void printHelp() {
       "  --missing-textures error|drop  what a model's map whose image is nowhere to be\n"
       "                         found does: the export fails (error, the default) or the map is\n"
       "                         left out with a warning (drop)\n"
+      "  --depfile OUT.d        after a successful export, write a make rule naming the files\n"
+      "                         written and every file read (scene, buffers, model, images,\n"
+      "                         image lists, ZTExport.cfg, ZTExportAdditional.cfg)\n"
+      "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
+      "                         zt2export --batch --help tells more\n"
       "  --quiet                no progress display\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
@@ -157,6 +168,7 @@ Arguments parseArguments(int argc, char** argv) {
       {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--memory-limit", "a size in MiB"},
       {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--texture-path", "a directory"},
       {"--missing-textures", "error or drop"},
+      {"--depfile", "a file name"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -177,6 +189,7 @@ Arguments parseArguments(int argc, char** argv) {
           },
           "MIB"))
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  single("--depfile", a.depfile);
   std::vector<std::string> assignments;
   app.add_option("--set", assignments)->allow_extra_args(false);
   app.add_option("--texture-path", a.texturePaths)->allow_extra_args(false);
@@ -373,6 +386,10 @@ int main(int argc, char** argv) {
   mallopt(M_MMAP_THRESHOLD, 1 << 30);
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
 
+  // A whole tree: each file runs through this same program in a process of its own.
+  if (ztbatch::isBatchCommand(argc, argv)) return ztbatch::batchCommand(argc, argv);
+
+  const long long startedAt = zt2export::nowNanoseconds();
   const Arguments args = parseArguments(argc, argv);
 
   if (args.dialog || args.about) {
@@ -556,6 +573,13 @@ int main(int argc, char** argv) {
   if (code == kExitOk) {
     if (const std::string failure = embeddedTextures.commit(); !failure.empty()) {
       std::fprintf(stderr, "zt2export: cannot save a texture held in the model: %s\n", failure.c_str());
+      code = kExitFailure;
+    }
+  }
+  if (code == kExitOk && !args.check && !args.depfile.empty()) {
+    const std::string why = zt2export::writeDepfile(args.depfile, zt2export::exportFiles(output, configDir, startedAt));
+    if (!why.empty()) {
+      std::fprintf(stderr, "zt2export: %s: cannot write the dependency file: %s\n", args.depfile.c_str(), why.c_str());
       code = kExitFailure;
     }
   }

@@ -1,0 +1,46 @@
+// What the parts of the batch share and callers need not see: the names it
+// writes and one export's process from its start to its commit.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+
+#include "batch/batch.h"
+
+namespace ztbatch {
+
+inline constexpr const char* kManifestName = "ztexport-manifest.json";
+inline constexpr const char* kStampSuffix = ".stamp";
+// Work directories of running batches in the output directory: the prefix,
+// then the batch's process id.
+inline constexpr const char* kWorkPrefix = ".ztexport-work.";
+
+// The request with every path absolute and the exporter program named.
+BatchRequest normalized(const BatchRequest& request);
+
+struct ExportProcess {
+  std::string input;
+  std::string output;     // relative to the output directory
+  std::string work;       // private to this export; its "tree" mirrors the output directory
+  pid_t pid = -1;         // also the id of the process group it leads
+  int pidfd = -1;         // readable once the process ended; -1 where the system has none
+  double startedAt = 0;   // monotonic seconds
+  std::string startError; // why no process could be started
+};
+
+double monotonicSeconds();
+
+// Starts `zt2export` for one input of a normalized request, writing into `work`.
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work);
+// Kills the export and every process it started.
+void killExport(const ExportProcess& process);
+// Reads what the ended export (its wait status) wrote and said, moves its
+// files into the output directory and stamps them; removes the work
+// directory. `timedOut` when it was killed for its time limit.
+FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
+                        const std::string& version, HashCache& hashes);
+// Drops the work directory of an export that was killed.
+void discardExport(ExportProcess& process);
+
+}  // namespace ztbatch

@@ -1,0 +1,462 @@
+// One export in a process of its own, its commit into the output directory,
+// and the stamp that tells a later run it is up to date.
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <sstream>
+
+#include "batch/batch.h"
+#include "batch/batch_internal.h"
+#include "batch/small_file.h"
+
+extern char** environ;
+
+namespace ztbatch {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string readFile(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+std::string hex(const unsigned char* bytes, unsigned size) {
+  static const char digits[] = "0123456789abcdef";
+  std::string out;
+  for (unsigned i = 0; i < size; ++i) out += digits[bytes[i] >> 4], out += digits[bytes[i] & 15];
+  return out;
+}
+
+std::string sha256Of(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return {};
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1;
+  char block[1 << 16];
+  while (ok) {
+    const ssize_t n = ::read(fd, block, sizeof block);
+    if (n == 0) break;
+    if (n < 0 && errno == EINTR) continue;
+    ok = n > 0 && EVP_DigestUpdate(context, block, static_cast<std::size_t>(n)) == 1;
+  }
+  ::close(fd);
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  ok = ok && EVP_DigestFinal_ex(context, digest, &size) == 1;
+  EVP_MD_CTX_free(context);
+  return ok ? hex(digest, size) : std::string();
+}
+
+// The prerequisites of a make rule as zt2export --depfile writes it.
+std::vector<std::string> prerequisitesOf(const std::string& rule) {
+  std::vector<std::string> words;
+  std::string word;
+  bool any = false, afterColon = false;
+  auto endWord = [&] {
+    if (any && afterColon) words.push_back(word);
+    word.clear();
+    any = false;
+  };
+  for (std::size_t i = 0; i < rule.size();) {
+    const char c = rule[i];
+    if (c == '\\') {
+      std::size_t n = 0;
+      while (i + n < rule.size() && rule[i + n] == '\\') ++n;
+      const char next = i + n < rule.size() ? rule[i + n] : '\0';
+      if (n == 1 && next == '\n') {  // a continued line
+        endWord();
+        i += 2;
+        continue;
+      }
+      if (next == ' ' || next == '#') {
+        word.append(n / 2, '\\');
+        if (n % 2 == 1) word += next, i += 1;
+        any = true;
+        i += n;
+        continue;
+      }
+      word.append(n, '\\'), any = true, i += n;
+      continue;
+    }
+    if (c == '$' && i + 1 < rule.size() && rule[i + 1] == '$') {
+      word += '$', any = true, i += 2;
+      continue;
+    }
+    if (c == ' ' || c == '\t' || c == '\n') {
+      endWord();
+      ++i;
+      continue;
+    }
+    if (c == ':' && !afterColon && (i + 1 == rule.size() || rule[i + 1] == ' ' || rule[i + 1] == '\n')) {
+      endWord();
+      afterColon = true;
+      ++i;
+      continue;
+    }
+    word += c, any = true, ++i;
+  }
+  endWord();
+  return words;
+}
+
+// The lines a run printed, blank lines and the window's title left out;
+// paths into the work directory read as the places the files went to.
+void collectMessages(const std::string& text, const std::string& workTree, const std::string& outputDir,
+                     std::vector<std::string>& messages) {
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (line.empty() || line == "Export Info") continue;
+    for (std::size_t at; (at = line.find(workTree)) != std::string::npos;) line.replace(at, workTree.size(), outputDir);
+    messages.push_back(line);
+  }
+}
+
+std::string stampPath(const BatchRequest& request, const std::string& output) {
+  return (fs::path(request.outputDir) / (output + kStampSuffix)).string();
+}
+
+std::uint64_t sizeOf(const fs::path& path) {
+  std::error_code ec;
+  const auto size = fs::file_size(path, ec);
+  return ec ? 0 : static_cast<std::uint64_t>(size);
+}
+
+// True when both files hold the same bytes.
+bool sameContent(const fs::path& a, const fs::path& b) {
+  std::error_code ec1, ec2;
+  if (fs::file_size(a, ec1) != fs::file_size(b, ec2) || ec1 || ec2) return false;
+  std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
+  char bx[1 << 16], by[1 << 16];
+  while (x && y) {
+    x.read(bx, sizeof bx);
+    y.read(by, sizeof by);
+    if (x.gcount() != y.gcount() || std::memcmp(bx, by, static_cast<std::size_t>(x.gcount())) != 0) return false;
+  }
+  return !x.bad() && !y.bad() && x.eof() && y.eof();
+}
+
+std::string selfProgram() {
+  std::error_code ec;
+  const fs::path self = fs::read_symlink("/proc/self/exe", ec);
+  return ec ? std::string("/proc/self/exe") : self.string();
+}
+
+}  // namespace
+
+std::string HashCache::hashOf(const std::string& path) {
+  {
+    const std::lock_guard<std::mutex> hold(lock_);
+    if (const auto it = hashes_.find(path); it != hashes_.end()) return it->second;
+  }
+  std::string hash = sha256Of(path);
+  const std::lock_guard<std::mutex> hold(lock_);
+  return hashes_.emplace(path, std::move(hash)).first->second;
+}
+
+double monotonicSeconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
+}
+
+BatchRequest normalized(const BatchRequest& request) {
+  BatchRequest r = request;
+  auto absolute = [](std::string& path) {
+    if (!path.empty()) path = fs::absolute(path).lexically_normal().string();
+    if (path.size() > 1 && path.back() == '/') path.pop_back();
+  };
+  absolute(r.sourceDir);
+  absolute(r.outputDir);
+  absolute(r.configDir);
+  absolute(r.module);
+  r.exporter = r.exporter.empty() ? selfProgram() : fs::absolute(r.exporter).string();
+  if (r.jobs == 0) {
+    cpu_set_t cpus;
+    CPU_ZERO(&cpus);
+    r.jobs = ::sched_getaffinity(0, sizeof cpus, &cpus) == 0 ? static_cast<unsigned>(CPU_COUNT(&cpus)) : 1;
+    if (r.jobs == 0) r.jobs = 1;
+  }
+  return r;
+}
+
+std::vector<std::string> effectiveOptions(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  std::vector<std::string> options;
+  if (!r.configDir.empty()) options.insert(options.end(), {"--config-dir", r.configDir});
+  if (!r.module.empty()) options.insert(options.end(), {"--module", r.module});
+  for (const std::string& set : r.sets) options.insert(options.end(), {"--set", set});
+  return options;
+}
+
+std::string exporterVersion(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  std::vector<std::string> args = {r.exporter, "--version"};
+  if (!r.module.empty()) args.insert(args.end(), {"--module", r.module});
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) throw BatchError(std::string("cannot run the exporter: ") + std::strerror(errno));
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, fds[1], 1);
+  pid_t pid = -1;
+  const int rc = ::posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  ::close(fds[1]);
+  std::string text;
+  char block[4096];
+  for (ssize_t n; rc == 0 && (n = ::read(fds[0], block, sizeof block)) != 0;) {
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) break;
+    text.append(block, static_cast<std::size_t>(n));
+  }
+  ::close(fds[0]);
+  if (rc != 0) throw BatchError(r.exporter + ": cannot run the exporter: " + std::strerror(rc));
+  int status = 0;
+  while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || text.empty())
+    throw BatchError(r.exporter + ": the exporter cannot be used (" + r.exporter + " --version failed)");
+  while (!text.empty() && text.back() == '\n') text.pop_back();
+  return text;
+}
+
+bool isUpToDate(const BatchRequest& request, const std::string& input, const std::string& version,
+                HashCache& hashes, FileResult* result) {
+  const BatchRequest r = normalized(request);
+  const std::string output = outputFor(r.sourceDir, input);
+  nlohmann::json stamp;
+  try {
+    stamp = nlohmann::json::parse(readFile(stampPath(r, output)));
+    if (stamp.at("exporter").get<std::string>() != version) return false;
+    if (stamp.at("options").get<std::vector<std::string>>() != effectiveOptions(r)) return false;
+    std::vector<std::string> outputs;
+    std::uint64_t bytes = 0;
+    for (const auto& name : stamp.at("outputs")) {
+      const fs::path path = fs::path(r.outputDir) / name.get<std::string>();
+      std::error_code ec;
+      if (!fs::is_regular_file(path, ec)) return false;
+      outputs.push_back(name.get<std::string>());
+      bytes += sizeOf(path);
+    }
+    for (const auto& dependency : stamp.at("dependencies")) {
+      const std::string hash = hashes.hashOf(dependency.at("path").get<std::string>());
+      if (hash.empty() || hash != dependency.at("sha256").get<std::string>()) return false;
+    }
+    if (result != nullptr) {
+      result->input = input;
+      result->output = output;
+      result->outputs = std::move(outputs);
+      result->bytes = bytes;
+      result->status = Status::UpToDate;
+    }
+    return true;
+  } catch (const std::exception&) {
+    // No stamp, or not one of ours: export again.
+    return false;
+  }
+}
+
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work) {
+  ExportProcess process;
+  process.input = input;
+  process.output = outputFor(request.sourceDir, input);
+  process.work = work;
+  process.startedAt = monotonicSeconds();
+  const fs::path tree = fs::path(work) / "tree";
+  std::error_code ec;
+  fs::remove_all(work, ec);
+  // zt2export writes into a directory that is there; textures go beside the scene file.
+  fs::create_directories((tree / process.output).parent_path(), ec);
+  if (ec) {
+    process.startError = work + ": cannot create the work directory: " + ec.message();
+    return process;
+  }
+  std::vector<std::string> args = {request.exporter, (fs::path(request.sourceDir) / input).string(),
+                                   "-o", (tree / process.output).string(),
+                                   "--depfile", (fs::path(work) / "deps.d").string(), "--quiet"};
+  for (const std::string& option : effectiveOptions(request)) args.push_back(option);
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+  const std::string out = (fs::path(work) / "stdout.txt").string(), err = (fs::path(work) / "stderr.txt").string();
+  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  // A group of its own: the time limit and an interruption end the export
+  // together with the model reader it may have started, and a Ctrl-C on the
+  // terminal reaches the batch alone, which then ends the exports in order.
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  sigset_t none, fatal;
+  sigemptyset(&none);
+  sigemptyset(&fatal);
+  for (int s : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&fatal, s);
+  posix_spawnattr_setsigmask(&attributes, &none);
+  posix_spawnattr_setsigdefault(&attributes, &fatal);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  const int rc = ::posix_spawn(&process.pid, argv[0], &actions, &attributes, argv.data(), environ);
+  posix_spawnattr_destroy(&attributes);
+  posix_spawn_file_actions_destroy(&actions);
+  if (rc != 0) {
+    process.pid = -1;
+    process.startError = request.exporter + ": cannot start the export: " + std::strerror(rc);
+    return process;
+  }
+  process.pidfd = static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0));
+  return process;
+}
+
+void killExport(const ExportProcess& process) {
+  if (process.pid > 0) ::kill(-process.pid, SIGKILL);
+}
+
+void discardExport(ExportProcess& process) {
+  if (process.pidfd >= 0) ::close(process.pidfd);
+  process.pidfd = -1;
+  std::error_code ec;
+  fs::remove_all(process.work, ec);
+}
+
+FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
+                        const std::string& version, HashCache& hashes) {
+  FileResult result;
+  result.input = process.input;
+  result.output = process.output;
+  const fs::path work(process.work), tree = work / "tree";
+  const std::string treePrefix = tree.string() + "/", outputPrefix = request.outputDir + "/";
+  if (!process.startError.empty()) {
+    result.status = Status::Failed;
+    result.messages.push_back(process.startError);
+    discardExport(process);
+    return result;
+  }
+  collectMessages(readFile(work / "stdout.txt"), treePrefix, outputPrefix, result.messages);
+  collectMessages(readFile(work / "stderr.txt"), treePrefix, outputPrefix, result.messages);
+  result.seconds = monotonicSeconds() - process.startedAt;
+
+  if (timedOut) {
+    result.status = Status::TimedOut;
+    char limit[64];
+    std::snprintf(limit, sizeof limit, "%g", request.timeoutSeconds);
+    result.messages.push_back("the export took more than " + std::string(limit) + " s and was stopped");
+  } else if (WIFSIGNALED(waitStatus)) {
+    result.status = Status::Failed;
+    result.messages.push_back(std::string("the export ended with signal ") + std::to_string(WTERMSIG(waitStatus)) +
+                              " (" + strsignal(WTERMSIG(waitStatus)) + ")");
+  } else if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 1) {
+    result.status = Status::Cancelled;
+  } else if (!WIFEXITED(waitStatus) || WEXITSTATUS(waitStatus) != 0) {
+    result.status = Status::Failed;
+  } else {
+    result.status = Status::Exported;
+  }
+  if (result.status != Status::Exported) {
+    discardExport(process);
+    return result;
+  }
+
+  // Every file the export read, with its content now.
+  nlohmann::json dependencies = nlohmann::json::array();
+  const std::string rule = readFile(work / "deps.d");
+  for (const std::string& path : prerequisitesOf(rule)) {
+    const std::string hash = hashes.hashOf(path);
+    if (!hash.empty()) dependencies.push_back({{"path", path}, {"sha256", hash}});
+  }
+
+  // What was written, the scene file last, so that a reader that sees the
+  // scene file also sees its skin file and textures.
+  std::vector<std::string> written;
+  std::error_code ec;
+  for (fs::recursive_directory_iterator it(tree, ec), end; !ec && it != end; it.increment(ec))
+    if (it->is_regular_file()) written.push_back(it->path().lexically_relative(tree).generic_string());
+  std::sort(written.begin(), written.end(), [&](const std::string& a, const std::string& b) {
+    return std::make_pair(a == result.output, a) < std::make_pair(b == result.output, b);
+  });
+  // A stamp of the files about to be replaced would vouch for a mixture.
+  fs::remove(stampPath(request, result.output), ec);
+  for (const std::string& name : written) {
+    const fs::path target = fs::path(request.outputDir) / name;
+    fs::create_directories(target.parent_path(), ec);
+    // A file that is there with the same bytes (a texture several scenes
+    // copy) stays: replacing it by a rename has the file system write the
+    // new copy out before its next flush, which every export makes.
+    if (sameContent(tree / name, target))
+      fs::remove(tree / name, ec);
+    else
+      fs::rename(tree / name, target, ec);
+    if (ec) {
+      result.status = Status::Failed;
+      result.messages.push_back(target.string() + ": cannot put the file in place: " + ec.message());
+      discardExport(process);
+      return result;
+    }
+    result.outputs.push_back(name);
+    result.bytes += sizeOf(target);
+  }
+  std::sort(result.outputs.begin(), result.outputs.end());
+  result.seconds = monotonicSeconds() - process.startedAt;
+
+  const nlohmann::json stamp = {{"exporter", version},
+                                {"options", effectiveOptions(request)},
+                                {"dependencies", dependencies},
+                                {"outputs", result.outputs}};
+  const std::string text = stamp.dump(1) + "\n";
+  if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
+    result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
+  discardExport(process);
+  return result;
+}
+
+FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& version,
+                     HashCache& hashes, const std::string& workDir) {
+  const BatchRequest r = normalized(request);
+  ExportProcess process = startExport(r, input, fs::absolute(workDir).string());
+  int status = 0;
+  bool timedOut = false;
+  if (process.pid > 0) {
+    const double deadline = process.startedAt + r.timeoutSeconds;
+    for (;;) {
+      const pid_t done = ::waitpid(process.pid, &status, WNOHANG);
+      if (done == process.pid) break;
+      if (done < 0 && errno != EINTR) break;
+      const double left = deadline - monotonicSeconds();
+      if (left <= 0 && !timedOut) {
+        timedOut = true;
+        killExport(process);
+      }
+      if (process.pidfd >= 0) {
+        pollfd wait{process.pidfd, POLLIN, 0};
+        ::poll(&wait, 1, timedOut ? 100 : static_cast<int>(std::min(left, 1.0) * 1000) + 1);
+      } else {
+        ::usleep(2000);
+      }
+    }
+  }
+  return finishExport(r, process, status, timedOut, version, hashes);
+}
+
+}  // namespace ztbatch

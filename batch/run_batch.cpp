@@ -1,0 +1,340 @@
+// The whole run: up-to-date checks, up to `jobs` exports at once, the
+// progress line, interruption, and the manifest.
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "batch/batch.h"
+#include "batch/batch_internal.h"
+#include "format/file_replace.h"
+
+namespace ztbatch {
+
+namespace fs = std::filesystem;
+
+const char* statusName(Status status) {
+  switch (status) {
+    case Status::Exported: return "exported";
+    case Status::UpToDate: return "up to date";
+    case Status::Cancelled: return "cancelled";
+    case Status::Failed: return "failed";
+    case Status::TimedOut: return "timed out";
+    case Status::Interrupted: return "interrupted";
+  }
+  return "failed";
+}
+
+int exitStatusOf(const BatchResult& result) {
+  if (result.interrupted) return 128 + result.signal;
+  for (const FileResult& file : result.files)
+    if (file.status != Status::Exported && file.status != Status::UpToDate) return 1;
+  return 0;
+}
+
+std::string manifestText(const BatchRequest& request, const std::string& version, const BatchResult& result) {
+  const BatchRequest r = normalized(request);
+  nlohmann::ordered_json counts = nlohmann::ordered_json::object();
+  for (Status s : {Status::Exported, Status::UpToDate, Status::Cancelled, Status::Failed, Status::TimedOut,
+                   Status::Interrupted})
+    counts[statusName(s)] = std::count_if(result.files.begin(), result.files.end(),
+                                          [&](const FileResult& f) { return f.status == s; });
+  nlohmann::ordered_json files = nlohmann::ordered_json::array();
+  for (const FileResult& f : result.files)
+    files.push_back({{"input", f.input},
+                     {"outputs", f.outputs},
+                     {"status", statusName(f.status)},
+                     {"messages", f.messages},
+                     {"seconds", f.seconds},
+                     {"bytes", f.bytes}});
+  const nlohmann::ordered_json manifest = {{"source", r.sourceDir},
+                                           {"output", r.outputDir},
+                                           {"exporter", version},
+                                           {"options", effectiveOptions(r)},
+                                           {"interrupted", result.interrupted},
+                                           {"exitStatus", exitStatusOf(result)},
+                                           {"seconds", result.seconds},
+                                           {"counts", counts},
+                                           {"files", files}};
+  return manifest.dump(2) + "\n";
+}
+
+void writeManifest(const BatchRequest& request, const std::string& version, const BatchResult& result) {
+  const std::string path = (fs::path(normalized(request).outputDir) / kManifestName).string();
+  const std::string text = manifestText(request, version, result);
+  if (const std::string why = replaceFileContents(path, {{text.data(), text.size()}}); !why.empty())
+    throw BatchError(path + ": cannot write the manifest: " + why);
+}
+
+namespace {
+
+// The signal that asked the run to stop, and a pipe that wakes the wait.
+volatile std::sig_atomic_t stopSignal = 0;
+int wakeFd = -1;
+
+void onStop(int signal) {
+  const int savedErrno = errno;
+  stopSignal = signal;
+  const char byte = 1;
+  // A full pipe wakes the wait as well, so a failed write needs nothing.
+  if (wakeFd >= 0 && ::write(wakeFd, &byte, 1) < 0) errno = savedErrno;
+  errno = savedErrno;
+}
+
+class StopSignals {
+ public:
+  StopSignals() {
+    stopSignal = 0;
+    if (::pipe2(fds_, O_CLOEXEC | O_NONBLOCK) != 0) fds_[0] = fds_[1] = -1;
+    wakeFd = fds_[1];
+    struct sigaction action {};
+    action.sa_handler = onStop;
+    sigemptyset(&action.sa_mask);
+    for (std::size_t i = 0; i < kSignals.size(); ++i) ::sigaction(kSignals[i], &action, &previous_[i]);
+  }
+  ~StopSignals() {
+    for (std::size_t i = 0; i < kSignals.size(); ++i) ::sigaction(kSignals[i], &previous_[i], nullptr);
+    wakeFd = -1;
+    for (int fd : fds_)
+      if (fd >= 0) ::close(fd);
+  }
+  int readEnd() const { return fds_[0]; }
+
+ private:
+  static constexpr std::array<int, 3> kSignals = {SIGINT, SIGTERM, SIGHUP};
+  int fds_[2] = {-1, -1};
+  std::array<struct sigaction, 3> previous_{};
+};
+
+// "done/total, failures, time left, the files being exported" on one line.
+class Progress {
+ public:
+  Progress(bool enabled, std::size_t total) : enabled_(enabled), total_(total), started_(monotonicSeconds()) {}
+  void show(std::size_t done, std::size_t failed, std::size_t exportsDone, std::size_t exportsLeft,
+            const std::vector<std::string>& current) {
+    if (!enabled_) return;
+    const double now = monotonicSeconds();
+    if (now - lastShown_ < 0.2 && done != total_) return;
+    lastShown_ = now;
+    std::string line = std::to_string(done) + "/" + std::to_string(total_) + "  " + std::to_string(failed) + " failed";
+    if (exportsDone > 0 && exportsLeft > 0) {
+      const auto left = static_cast<long>((now - started_) / static_cast<double>(exportsDone) *
+                                          static_cast<double>(exportsLeft) + 0.5);
+      char text[32];
+      std::snprintf(text, sizeof text, "  %ld:%02ld left", left / 60, left % 60);
+      line += text;
+    }
+    for (const std::string& name : current) line += "  " + name;
+    winsize size{};
+    const std::size_t width = ::ioctl(2, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col - 1 : 79;
+    if (line.size() > width) line.resize(width);
+    std::fprintf(stderr, "\r\033[K%s", line.c_str());
+    std::fflush(stderr);
+    shown_ = true;
+  }
+  void clear() {
+    if (!shown_) return;
+    std::fprintf(stderr, "\r\033[K");
+    std::fflush(stderr);
+    shown_ = false;
+  }
+  // Starts the clock of the time left when the exports begin.
+  void restart() { started_ = monotonicSeconds(); }
+
+ private:
+  bool enabled_;
+  std::size_t total_;
+  double started_;
+  double lastShown_ = -1;
+  bool shown_ = false;
+};
+
+// Work directories that a batch killed outright left behind.
+void removeStaleWork(const fs::path& outputDir) {
+  std::error_code ec;
+  for (fs::directory_iterator it(outputDir, ec), end; !ec && it != end; it.increment(ec)) {
+    const std::string name = it->path().filename().string();
+    if (name.rfind(kWorkPrefix, 0) != 0) continue;
+    const long pid = std::strtol(name.c_str() + std::strlen(kWorkPrefix), nullptr, 10);
+    if (pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH)) continue;
+    std::error_code ignored;
+    fs::remove_all(it->path(), ignored);
+  }
+}
+
+bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToDate; }
+
+}  // namespace
+
+BatchResult runBatch(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  const double started = monotonicSeconds();
+  std::error_code ec;
+  if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
+    throw BatchError(request.outputDir + ": not a directory");
+  if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
+    throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
+  const std::vector<std::string> inputs = findInputs(r);
+  const std::string version = exporterVersion(r);
+  fs::create_directories(r.outputDir, ec);
+  if (!fs::is_directory(r.outputDir, ec)) throw BatchError(request.outputDir + ": cannot create the directory");
+  removeStaleWork(r.outputDir);
+
+  BatchResult result;
+  result.files.resize(inputs.size());
+  StopSignals signals;
+  Progress progress(r.progress, inputs.size());
+  HashCache hashes;
+  std::size_t done = 0, failed = 0;
+  auto report = [&](const FileResult& file) {
+    ++done;
+    if (!failedStatus(file.status)) return;
+    ++failed;
+    progress.clear();
+    std::fprintf(stderr, "zt2export: %s: %s\n", file.input.c_str(), statusName(file.status));
+  };
+
+  // Two inputs that would write one file: the first in order keeps it.
+  std::deque<std::size_t> pending;
+  std::map<std::string, std::string> writers;
+  for (std::size_t i = 0; i < inputs.size() && !stopSignal; ++i) {
+    FileResult& file = result.files[i];
+    file.input = inputs[i];
+    file.output = outputFor(r.sourceDir, inputs[i]);
+    if (const auto [it, first] = writers.emplace(file.output, inputs[i]); !first) {
+      file.status = Status::Failed;
+      file.messages.push_back(file.output + " is written by " + it->second + " already");
+      report(file);
+      continue;
+    }
+    const double checkStarted = monotonicSeconds();
+    if (!r.force && isUpToDate(r, inputs[i], version, hashes, &file)) {
+      file.seconds = monotonicSeconds() - checkStarted;
+      report(file);
+      progress.show(done, failed, 0, 0, {});
+      continue;
+    }
+    pending.push_back(i);
+  }
+
+  const fs::path workRoot = fs::path(r.outputDir) / (kWorkPrefix + std::to_string(::getpid()));
+  std::vector<ExportProcess> running;
+  const std::size_t exportsTotal = pending.size();
+  std::size_t exportsDone = 0;
+  progress.restart();
+  auto currentNames = [&] {
+    std::vector<std::string> names;
+    for (const ExportProcess& p : running) names.push_back(p.input);
+    return names;
+  };
+  auto finish = [&](ExportProcess& process, int status, bool timedOut) {
+    const std::size_t index = std::stoul(fs::path(process.work).filename().string());
+    result.files[index] = finishExport(r, process, status, timedOut, version, hashes);
+    ++exportsDone;
+    report(result.files[index]);
+  };
+  auto fillPlaces = [&] {
+    while (!stopSignal && running.size() < r.jobs && !pending.empty()) {
+      const std::size_t index = pending.front();
+      pending.pop_front();
+      ExportProcess process = startExport(r, inputs[index], (workRoot / std::to_string(index)).string());
+      if (process.pid < 0)
+        finish(process, 0, false);
+      else
+        running.push_back(std::move(process));
+    }
+  };
+  struct Ended {
+    ExportProcess process;
+    int status;
+    bool timedOut;
+  };
+  while (!stopSignal && (!pending.empty() || !running.empty())) {
+    fillPlaces();
+    progress.show(done, failed, exportsDone, exportsTotal - exportsDone, currentNames());
+    if (running.empty()) continue;
+
+    // Wait for an export to end, a time limit to pass, a stop, or the next
+    // refresh of the progress line.
+    double nearest = 0.25;
+    for (const ExportProcess& p : running)
+      nearest = std::min(nearest, std::max(0.0, p.startedAt + r.timeoutSeconds - monotonicSeconds()));
+    std::vector<pollfd> waits;
+    bool everyPidfd = true;
+    for (const ExportProcess& p : running) {
+      if (p.pidfd >= 0) waits.push_back({p.pidfd, POLLIN, 0});
+      everyPidfd = everyPidfd && p.pidfd >= 0;
+    }
+    if (signals.readEnd() >= 0) waits.push_back({signals.readEnd(), POLLIN, 0});
+    const int timeoutMs = everyPidfd ? static_cast<int>(nearest * 1000) + 1 : 2;
+    ::poll(waits.data(), waits.size(), timeoutMs);
+
+    std::vector<Ended> ended;
+    for (std::size_t k = 0; k < running.size();) {
+      ExportProcess& p = running[k];
+      int status = 0;
+      pid_t pid = ::waitpid(p.pid, &status, WNOHANG);
+      bool timedOut = false;
+      if (pid == 0 && monotonicSeconds() >= p.startedAt + r.timeoutSeconds) {
+        killExport(p);
+        while ((pid = ::waitpid(p.pid, &status, 0)) < 0 && errno == EINTR) {
+        }
+        timedOut = true;
+      }
+      if (pid == 0) {
+        ++k;
+        continue;
+      }
+      ended.push_back({std::move(p), status, timedOut});
+      running.erase(running.begin() + static_cast<std::ptrdiff_t>(k));
+    }
+    // The next exports start before the ended ones are put in place, so the
+    // places do not stand idle while files are moved and stamped.
+    fillPlaces();
+    for (Ended& e : ended) finish(e.process, e.status, e.timedOut);
+  }
+
+  if (stopSignal) {
+    result.interrupted = true;
+    result.signal = stopSignal;
+    for (ExportProcess& p : running) {
+      killExport(p);
+      int status = 0;
+      while (::waitpid(p.pid, &status, 0) < 0 && errno == EINTR) {
+      }
+      const std::size_t index = std::stoul(fs::path(p.work).filename().string());
+      result.files[index].status = Status::Interrupted;
+      result.files[index].seconds = monotonicSeconds() - p.startedAt;
+      discardExport(p);
+    }
+    for (std::size_t index : pending) result.files[index].status = Status::Interrupted;
+    for (FileResult& file : result.files)
+      if (file.input.empty()) file.status = Status::Interrupted;  // not even looked at
+    for (std::size_t i = 0; i < inputs.size(); ++i) {
+      result.files[i].input = inputs[i];
+      if (result.files[i].output.empty()) result.files[i].output = outputFor(r.sourceDir, inputs[i]);
+    }
+  }
+  fs::remove_all(workRoot, ec);
+  progress.clear();
+  result.seconds = monotonicSeconds() - started;
+  result.exitStatus = exitStatusOf(result);
+  writeManifest(r, version, result);
+  return result;
+}
+
+}  // namespace ztbatch

@@ -1,0 +1,304 @@
+// zt2export --batch and --depfile over small generated trees: the same bytes
+// as single exports whatever the number of jobs, stamps that skip what has
+// not changed, failures reported without stopping the rest, an interrupted
+// run, and the dependency file read by Ninja.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+#include "support/test_support.h"
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using ztx_test::readBytes;
+using ztx_test::readText;
+using ztx_test::runExport;
+using ztx_test::TempDir;
+using ztx_test::writeText;
+
+namespace {
+
+// The example and its textures, the same scene one folder down, the 3DS crate;
+// with `bad`, a scene naming a missing image and a model cut short.
+void makeTree(const fs::path& src, bool bad) {
+  fs::create_directories(src / "sub");
+  fs::copy(ztx_test::sourcePath("examples/textures"), src / "textures");
+  fs::copy_file(ztx_test::sourcePath("examples/example.scene.json"), src / "example.scene.json");
+  fs::copy_file(ztx_test::sourcePath("examples/crate.3ds"), src / "crate.3ds");
+  const std::string example = readText(ztx_test::sourcePath("examples/example.scene.json"));
+  std::string other = example;
+  for (std::size_t at; (at = other.find("\"textures/")) != std::string::npos;) other.replace(at, 1, "\"../");
+  writeText((src / "sub" / "other.scene.json").string(), other);
+  writeText((src / "textures" / "notes.txt").string(), "not an input");
+  if (!bad) return;
+  std::string missing = example;
+  missing.replace(missing.find("textures/skin.png"), 17, "textures/none.png");
+  writeText((src / "sub" / "missing.json").string(), missing);
+  writeText((src / "broken.3ds").string(), std::string("MM\x00\x10\x00\x00", 6) + "short");
+}
+
+std::vector<std::string> batchArgs(const fs::path& src, const fs::path& out, const fs::path& config,
+                                   std::vector<std::string> more = {}) {
+  std::vector<std::string> args = {"--batch", src.string(), "-o", out.string(), "--config-dir", config.string()};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+// Every file under `dir` but the manifest, by relative path.
+std::map<std::string, std::vector<unsigned char>> filesUnder(const fs::path& dir) {
+  std::map<std::string, std::vector<unsigned char>> files;
+  for (const auto& entry : fs::recursive_directory_iterator(dir))
+    if (entry.is_regular_file() && entry.path().filename() != "ztexport-manifest.json")
+      files[entry.path().lexically_relative(dir).string()] = readBytes(entry.path().string());
+  return files;
+}
+
+std::map<std::string, std::string> statuses(const fs::path& out) {
+  std::map<std::string, std::string> s;
+  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  for (const json& f : manifest["files"]) s[f["input"]] = f["status"];
+  return s;
+}
+
+}  // namespace
+
+TEST(Batch, SerialAndParallelRunsWriteWhatSingleExportsWriteAndReportFailures) {
+  TempDir dir;
+  makeTree(dir.path() / "src", true);
+  const fs::path config = dir.path() / "config";
+  const auto serial = runExport(batchArgs(dir.path() / "src", dir.path() / "serial", config, {"-j", "1"}));
+  const auto parallel = runExport(batchArgs(dir.path() / "src", dir.path() / "parallel", config, {"-j", "2"}));
+  EXPECT_EQ(serial.exitCode, 1) << serial.err;
+  EXPECT_EQ(parallel.exitCode, 1) << parallel.err;
+  EXPECT_EQ(filesUnder(dir.path() / "serial"), filesUnder(dir.path() / "parallel"));
+
+  const std::map<std::string, std::string> expected = {{"broken.3ds", "failed"},
+                                                       {"crate.3ds", "exported"},
+                                                       {"example.scene.json", "exported"},
+                                                       {"sub/missing.json", "cancelled"},
+                                                       {"sub/other.scene.json", "exported"}};
+  EXPECT_EQ(statuses(dir.path() / "parallel"), expected);
+  const json manifest = json::parse(readText((dir.path() / "parallel" / "ztexport-manifest.json").string()));
+  EXPECT_EQ(manifest["exitStatus"], 1);
+  EXPECT_EQ(manifest["counts"]["exported"], 3);
+  for (const json& f : manifest["files"]) {
+    const std::string messages = f["messages"].dump();
+    if (f["input"] == "broken.3ds") {
+      EXPECT_NE(messages.find("broken.3ds: cut short"), std::string::npos) << messages;
+    }
+    if (f["input"] == "sub/missing.json") {
+      EXPECT_NE(messages.find("ERROR: Couldn't open texture"), std::string::npos) << messages;
+    }
+    if (f["input"] == "crate.3ds") {
+      EXPECT_EQ(f["outputs"], json({"cloth.png", "crate.skd", "crate.zt2"}));
+      EXPECT_EQ(f["bytes"].get<std::uint64_t>(), fs::file_size(dir.path() / "parallel" / "crate.zt2") +
+                                                      fs::file_size(dir.path() / "parallel" / "crate.skd") +
+                                                      fs::file_size(dir.path() / "parallel" / "cloth.png"));
+    }
+  }
+  EXPECT_FALSE(fs::exists(dir.path() / "parallel" / "sub" / "missing.zt2"));
+  EXPECT_FALSE(fs::exists(dir.path() / "parallel" / "broken.zt2"));
+
+  // Each file alone, into a folder of its own, gives the same bytes.
+  for (const auto& [input, output] : std::vector<std::pair<std::string, std::string>>{
+           {"example.scene.json", "example"}, {"sub/other.scene.json", "sub/other"}, {"crate.3ds", "crate"}}) {
+    const fs::path alone = dir.path() / "alone" / output;
+    fs::create_directories(alone.parent_path());
+    const auto r = runExport({(dir.path() / "src" / input).string(), "-o", alone.string() + ".zt2", "--config-dir",
+                              config.string(), "--quiet"});
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    for (const char* ext : {".zt2", ".skd"})
+      EXPECT_EQ(readBytes(alone.string() + ext), readBytes((dir.path() / "parallel" / output).string() + ext))
+          << output << ext;
+  }
+
+  // Command lines that cannot run: status 2, nothing written.
+  for (const auto& [args, message] : std::vector<std::pair<std::vector<std::string>, std::string>>{
+           {{"--batch", (dir.path() / "src").string()}, "needs an output directory"},
+           {batchArgs(dir.path() / "src", dir.path() / "bad", config, {"--set", "noSuchField=1"}), "noSuchField"},
+           {batchArgs(dir.path() / "src", dir.path() / "bad", config, {"--timeout", "0"}), "--timeout"},
+           {batchArgs(dir.path() / "none", dir.path() / "bad", config), "not a directory"}}) {
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, 2) << message;
+    EXPECT_NE(r.err.find(message), std::string::npos) << r.err;
+  }
+  EXPECT_FALSE(fs::exists(dir.path() / "bad"));
+}
+
+TEST(Batch, ASecondRunExportsNothingAndATouchedTextureReExportsOnlyItsUsers) {
+  TempDir dir;
+  const fs::path src = dir.path() / "src", out = dir.path() / "out", config = dir.path() / "config";
+  makeTree(src, false);
+  ASSERT_EQ(runExport(batchArgs(src, out, config)).exitCode, 0);
+  const auto before = filesUnder(out);
+
+  const auto second = runExport(batchArgs(src, out, config));
+  EXPECT_EQ(second.exitCode, 0) << second.err;
+  for (const auto& [input, status] : statuses(out)) EXPECT_EQ(status, "up to date") << input;
+  EXPECT_EQ(filesUnder(out), before);
+
+  // wave2.png is a frame of the example's image list, which the crate does not use.
+  std::vector<unsigned char> wave = readBytes((src / "textures" / "wave2.png").string());
+  wave.push_back(0);
+  ztx_test::writeBytes((src / "textures" / "wave2.png").string(), wave);
+  ASSERT_EQ(runExport(batchArgs(src, out, config)).exitCode, 0);
+  const std::map<std::string, std::string> expected = {
+      {"crate.3ds", "up to date"}, {"example.scene.json", "exported"}, {"sub/other.scene.json", "exported"}};
+  EXPECT_EQ(statuses(out), expected);
+  EXPECT_EQ(readBytes((out / "wave2.png").string()), wave);
+  EXPECT_EQ(readBytes((out / "sub" / "wave2.png").string()), wave);
+
+  // Other options make every output stale; --force redoes what is current.
+  EXPECT_EQ(runExport(batchArgs(src, out, config, {"--set", "exportAnimation=0"})).exitCode, 0);
+  for (const auto& [input, status] : statuses(out)) EXPECT_EQ(status, "exported") << input;
+  EXPECT_EQ(runExport(batchArgs(src, out, config, {"--set", "exportAnimation=0", "--force"})).exitCode, 0);
+  for (const auto& [input, status] : statuses(out)) EXPECT_EQ(status, "exported") << input;
+}
+
+// A scene whose export never ends: the image it names is a FIFO that no one
+// writes, and opening it waits for a writer.
+void addHangingScene(const fs::path& src, const std::string& name) {
+  std::string scene = readText(ztx_test::sourcePath("examples/example.scene.json"));
+  scene.replace(scene.find("textures/skin.png"), 17, "textures/pipe.png");
+  writeText((src / name).string(), scene);
+  ASSERT_EQ(::mkfifo((src / "textures" / "pipe.png").c_str(), 0600), 0);
+}
+
+TEST(Batch, AnExportPastItsTimeLimitIsStoppedAndReported) {
+  TempDir dir;
+  const fs::path src = dir.path() / "src", out = dir.path() / "out";
+  fs::create_directories(src / "textures");
+  addHangingScene(src, "hang.json");
+  const auto r = runExport(batchArgs(src, out, dir.path() / "config", {"--timeout", "1"}));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_EQ(statuses(out), (std::map<std::string, std::string>{{"hang.json", "timed out"}}));
+  EXPECT_NE(r.err.find("hang.json: timed out"), std::string::npos) << r.err;
+  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  EXPECT_EQ(manifest["files"][0]["messages"], json({"the export took more than 1 s and was stopped"}));
+  EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 1);  // the manifest alone
+}
+
+TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
+  TempDir dir;
+  const fs::path src = dir.path() / "src", out = dir.path() / "out", config = dir.path() / "config";
+  makeTree(src, false);
+  // The hanging scene comes first and holds one of the two places to the end,
+  // so the run is still going whenever the signal comes, in the middle of
+  // whichever export the other place has reached.
+  addHangingScene(src, "a-hang.json");
+  for (int i = 0; i < 40; ++i)
+    fs::copy_file(src / "example.scene.json", src / ("copy" + std::to_string(i) + ".scene.json"));
+  const fs::path reference = dir.path() / "reference";
+  fs::create_directories(reference);
+  ASSERT_EQ(runExport({(src / "example.scene.json").string(), "-o", (reference / "example.zt2").string(),
+                       "--config-dir", config.string(), "--quiet"})
+                .exitCode,
+            0);
+
+  std::vector<std::string> args = batchArgs(src, out, config, {"-j", "2"});
+  args.insert(args.begin(), ZTX_ZT2EXPORT);
+  std::vector<char*> argv;
+  for (std::string& a : args) argv.push_back(a.data());
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
+  pid_t pid = -1;
+  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
+  posix_spawn_file_actions_destroy(&actions);
+  // Once the second export has its work directory, two are under way.
+  const fs::path work = out / (".ztexport-work." + std::to_string(pid)) / "1";
+  for (int i = 0; i < 20000 && !fs::exists(work); ++i) std::this_thread::sleep_for(std::chrono::microseconds(500));
+  ::kill(pid, SIGINT);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  ASSERT_TRUE(WIFEXITED(status));
+  EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+
+  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  EXPECT_TRUE(manifest["interrupted"].get<bool>());
+  EXPECT_EQ(manifest["exitStatus"], 130);
+  ASSERT_EQ(manifest["files"].size(), 44u);
+  EXPECT_EQ(manifest["files"][0]["input"], "a-hang.json");
+  EXPECT_EQ(manifest["files"][0]["status"], "interrupted");
+  // What is there is whole: every scene file stamped, each one the same as
+  // the example's; nothing of the interrupted exports.
+  std::size_t exported = 0;
+  for (const json& f : manifest["files"]) {
+    const fs::path zt2 = out / fs::path(f["input"].get<std::string>()).replace_extension("").replace_extension(".zt2");
+    if (f["status"] == "exported") {
+      ++exported;
+      EXPECT_TRUE(fs::exists(zt2.string() + ".stamp")) << zt2;
+      if (f["input"].get<std::string>().rfind("copy", 0) == 0) {
+        EXPECT_EQ(readBytes(zt2.string()), readBytes((reference / "example.zt2").string())) << zt2;
+      }
+    } else {
+      EXPECT_EQ(f["status"], "interrupted");
+      EXPECT_FALSE(fs::exists(zt2)) << zt2;
+    }
+  }
+  EXPECT_EQ(manifest["counts"]["exported"].get<std::size_t>(), exported);
+  // Temporaries and work directories are the only names that start with a dot.
+  for (const auto& entry : fs::recursive_directory_iterator(out))
+    EXPECT_NE(entry.path().filename().string()[0], '.') << entry.path();
+}
+
+TEST(Batch, TheDependencyFileNamesOutputsAndEveryFileReadAndDrivesNinja) {
+  TempDir dir;
+  // A space in every path, which make and Ninja need escaped.
+  const fs::path root = dir.path() / "my scenes";
+  makeTree(root / "src", false);
+  const fs::path config = root / "config", out = root / "out";
+  fs::create_directories(out);
+  ASSERT_EQ(runExport({(root / "src" / "crate.3ds").string(), "-o", (out / "crate.zt2").string(), "--config-dir",
+                       config.string(), "--quiet", "--save-options"})
+                .exitCode,
+            0);
+  writeText((config / "ZTExportAdditional.cfg").string(), "");
+  const auto r = runExport({(root / "src" / "crate.3ds").string(), "-o", (out / "crate.zt2").string(), "--config-dir",
+                            config.string(), "--quiet", "--depfile", (out / "crate.d").string()});
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  auto escaped = [](const fs::path& p) {
+    std::string s = p.string();
+    for (std::size_t at = 0; (at = s.find(' ', at)) != std::string::npos; at += 2) s.insert(at, "\\");
+    return s;
+  };
+  EXPECT_EQ(readText((out / "crate.d").string()),
+            escaped(out / "crate.zt2") + " " + escaped(out / "crate.skd") + ": \\\n  " +
+                escaped(config / "ZTExport.cfg") + " \\\n  " + escaped(config / "ZTExportAdditional.cfg") +
+                " \\\n  " + escaped(root / "src" / "crate.3ds") + " \\\n  " +
+                escaped(root / "src" / "textures" / "cloth.png") + "\n");
+
+  // A folder converted by Ninja: touching one image rebuilds its users only.
+  const std::string ninja = "/usr/bin/ninja";
+  if (!fs::exists(ninja)) GTEST_SKIP() << "ninja is not installed";
+  writeText((root / "build.ninja").string(),
+            "rule zt2\n"
+            "  command = " ZTX_ZT2EXPORT " $in -o $out --config-dir config --depfile $out.d --quiet\n"
+            "  depfile = $out.d\n"
+            "  deps = gcc\n"
+            "build out/example.zt2: zt2 src/example.scene.json\n"
+            "build out/crate.zt2: zt2 src/crate.3ds\n");
+  fs::remove(out / "crate.zt2");
+  const auto first = ztx_test::run(ninja, {"-C", root.string()});
+  ASSERT_EQ(first.exitCode, 0) << first.out << first.err;
+  EXPECT_NE(first.out.find("[2/2]"), std::string::npos) << first.out;
+  EXPECT_NE(ztx_test::run(ninja, {"-C", root.string()}).out.find("no work to do"), std::string::npos);
+  std::vector<unsigned char> skin = readBytes((root / "src" / "textures" / "skin.png").string());
+  skin.push_back(0);
+  ztx_test::writeBytes((root / "src" / "textures" / "skin.png").string(), skin);
+  const auto again = ztx_test::run(ninja, {"-C", root.string(), "-d", "explain"});
+  EXPECT_NE(again.out.find("[1/1]"), std::string::npos) << again.out << again.err;
+  EXPECT_NE(again.err.find("skin.png"), std::string::npos) << again.err;
+  EXPECT_EQ(again.out.find("crate"), std::string::npos) << again.out;
+}

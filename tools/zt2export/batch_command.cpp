@@ -1,0 +1,135 @@
+#include "tools/zt2export/batch_command.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "batch/batch.h"
+#include "options/option_fields.h"
+
+namespace ztbatch {
+
+namespace {
+
+constexpr int kUsageError = 2;
+
+void printBatchUsage(std::FILE* to) {
+  std::fprintf(to,
+               "Usage: zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
+               "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
+               "                 [--module PATH] [--quiet]\n");
+}
+
+void printBatchHelp() {
+  printBatchUsage(stdout);
+  std::printf(
+      "\n"
+      "Exports every scene-description file and every model under SRC_DIR into the same relative\n"
+      "place under OUT_DIR, each in a process of its own, and writes OUT_DIR/ztexport-manifest.json.\n"
+      "An output whose stamp (OUT.zt2.stamp) matches the content of every file it was made from,\n"
+      "the options and the exporter's version is left as it is.\n"
+      "\n"
+      "Options:\n"
+      "  -o, --output OUT_DIR   where the outputs go (created when missing)\n"
+      "  -j, --jobs N           exports at once; default: the number of processors\n"
+      "  --include GLOB         export the files the pattern takes; may be repeated; default:\n"
+      "                         *.json and *.EXT for every model format zt2export --help lists.\n"
+      "                         A pattern with a '/' is matched against the path under SRC_DIR,\n"
+      "                         one without against the file name; case is not minded\n"
+      "  --exclude GLOB         leave out the files the pattern takes; may be repeated\n"
+      "  --force                export every file, up to date or not\n"
+      "  --timeout S            seconds one file may take before its export is stopped (600)\n"
+      "  --config-dir DIR, --set FIELD=VALUE, --module PATH   as for one export, for every file\n"
+      "  --quiet                no progress line\n"
+      "\n"
+      "Exit status: 0 every file exported or up to date; 1 any cancelled because of errors in\n"
+      "the scene, failed or timed out; 2 the command line is wrong or the run cannot start;\n"
+      "128 + the signal when interrupted (Ctrl-C: 130).\n");
+}
+
+[[noreturn]] void usageError(const std::string& message) {
+  std::fprintf(stderr, "zt2export: %s\n", message.c_str());
+  printBatchUsage(stderr);
+  std::exit(kUsageError);
+}
+
+}  // namespace
+
+bool isBatchCommand(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i)
+    if (std::strcmp(argv[i], "--batch") == 0 || std::strncmp(argv[i], "--batch=", 8) == 0) return true;
+  return false;
+}
+
+int batchCommand(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i)
+    if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
+      printBatchHelp();
+      return 0;
+    }
+  BatchRequest request;
+  CLI::App app{"", "zt2export"};
+  app.set_help_flag();
+  bool quiet = false;
+  int jobs = 0;
+  app.add_option("--batch", request.sourceDir);
+  auto single = [&](const char* names, std::string& target) {
+    app.add_option(names, target)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  };
+  single("-o,--output", request.outputDir);
+  single("--config-dir", request.configDir);
+  single("--module", request.module);
+  app.add_option("-j,--jobs", jobs)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_option("--timeout", request.timeoutSeconds)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_option("--include", request.include)->allow_extra_args(false);
+  app.add_option("--exclude", request.exclude)->allow_extra_args(false);
+  app.add_option("--set", request.sets)->allow_extra_args(false);
+  app.add_flag("--force", request.force);
+  app.add_flag("--quiet", quiet);
+  app.allow_extras();
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    usageError(e.what());
+  }
+  for (const std::string& extra : app.remaining()) {
+    if (!extra.empty() && extra[0] == '-') usageError("--batch: unknown option " + extra);
+    usageError("--batch: unexpected argument " + extra);
+  }
+  if (request.sourceDir.empty()) usageError("--batch needs a source directory");
+  if (request.outputDir.empty()) usageError("--batch needs an output directory (-o OUT_DIR)");
+  if (jobs < 0) usageError("-j needs a number of exports of 1 or more");
+  if (!(request.timeoutSeconds > 0)) usageError("--timeout needs a number of seconds above 0");
+  request.jobs = static_cast<unsigned>(jobs);
+  // Fields and the form of values are checked once here; limits that hang on
+  // a scene's frame range are checked by each export.
+  const FrameLimits anyScene{0, 1 << 30};
+  for (const std::string& assignment : request.sets) {
+    const std::size_t eq = assignment.find('=');
+    if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
+    OptionEdit edit;
+    std::string error;
+    if (!parseOptionEdit(assignment.substr(0, eq), assignment.substr(eq + 1), anyScene, edit, error))
+      usageError(error);
+  }
+  request.progress = !quiet && ::isatty(2);
+
+  try {
+    const BatchResult result = runBatch(request);
+    std::size_t exported = 0, upToDate = 0, other = 0;
+    for (const FileResult& file : result.files)
+      (file.status == Status::Exported ? exported : file.status == Status::UpToDate ? upToDate : other) += 1;
+    std::fprintf(stderr, "zt2export: %zu exported, %zu up to date, %zu not exported%s; see %s/ztexport-manifest.json\n",
+                 exported, upToDate, other, result.interrupted ? " (interrupted)" : "", request.outputDir.c_str());
+    return result.exitStatus;
+  } catch (const BatchError& e) {
+    std::fprintf(stderr, "zt2export: %s\n", e.what());
+    return kUsageError;
+  }
+}
+
+}  // namespace ztbatch

@@ -1,0 +1,71 @@
+#include "tools/zt2export/depfile.h"
+
+#include <sys/stat.h>
+
+#include <ctime>
+#include <filesystem>
+
+#include "batch/small_file.h"
+#include "host/memory/file_reads.h"
+#include "options/apply_options.h"
+#include "options/options_dialog.h"
+
+namespace zt2export {
+
+namespace fs = std::filesystem;
+
+std::string makeWord(const std::string& path) {
+  std::string out;
+  for (std::size_t i = 0; i < path.size(); ++i) {
+    const char c = path[i];
+    if (c == ' ' || c == '#') {
+      // Backslashes just before an escaped character are themselves escaped.
+      for (std::size_t j = i; j > 0 && path[j - 1] == '\\'; --j) out += '\\';
+      out += '\\';
+    }
+    if (c == '$') out += '$';
+    out += c;
+  }
+  return out;
+}
+
+std::string dependencyRule(const std::vector<std::string>& targets, const std::vector<std::string>& prerequisites) {
+  std::string rule;
+  for (const std::string& target : targets) rule += (rule.empty() ? "" : " ") + makeWord(target);
+  rule += ":";
+  for (const std::string& p : prerequisites) rule += " \\\n  " + makeWord(p);
+  return rule + "\n";
+}
+
+long long nowNanoseconds() {
+  timespec now{};
+  // The coarse clock is the one file systems stamp changes with: a file written
+  // just after a reading of the fine clock can carry an earlier time.
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  return now.tv_sec * 1000000000LL + now.tv_nsec;
+}
+
+ExportFiles exportFiles(const std::string& output, const std::string& configDir, long long startedAt) {
+  ExportFiles files;
+  files.targets.push_back(output);
+  const std::string skin = fs::path(output).replace_extension(".skd").string();
+  // A skin file left by an earlier run with other options is not this run's output.
+  struct stat st {};
+  if (::stat(skin.c_str(), &st) == 0 && st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec >= startedAt)
+    files.targets.push_back(skin);
+  for (const std::string& made : hostmodel::filesWritten()) files.targets.push_back(made);
+  for (const char* name : {kOptionsFileName, kAdditionalConfigFileName}) {
+    const std::string path = (fs::path(configDir) / name).lexically_normal().string();
+    std::error_code ec;
+    if (fs::is_regular_file(path, ec)) files.prerequisites.push_back(path);
+  }
+  for (const std::string& read : hostmodel::filesRead()) files.prerequisites.push_back(read);
+  return files;
+}
+
+std::string writeDepfile(const std::string& depfile, const ExportFiles& files) {
+  const std::string rule = dependencyRule(files.targets, files.prerequisites);
+  return ztbatch::writeSmallFile(depfile, rule);
+}
+
+}  // namespace zt2export
