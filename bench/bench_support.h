@@ -14,9 +14,9 @@
 
 namespace bench {
 
-// Runs a program with its output discarded, with `extraEnv` ("NAME=value")
-// added to this process's environment; its exit status, or -1.
-inline int runQuietly(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {}) {
+// Starts a program with its output discarded, with `extraEnv` ("NAME=value")
+// added to this process's environment; its process id, or -1.
+inline pid_t spawnQuietly(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {}) {
   std::vector<char*> args;
   for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
   args.push_back(nullptr);
@@ -31,7 +31,13 @@ inline int runQuietly(const std::vector<std::string>& argv, const std::vector<st
   pid_t pid;
   const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), env.data());
   posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return -1;
+  return rc == 0 ? pid : -1;
+}
+
+// Runs a program as spawnQuietly starts it; its exit status, or -1.
+inline int runQuietly(const std::vector<std::string>& argv, const std::vector<std::string>& extraEnv = {}) {
+  const pid_t pid = spawnQuietly(argv, extraEnv);
+  if (pid < 0) return -1;
   int status = 0;
   ::waitpid(pid, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;

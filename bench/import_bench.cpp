@@ -90,18 +90,9 @@ long residentKiB(pid_t pid) {
 // Runs a program with its output discarded; with `sample`, adds up the
 // resident sizes of its process tree every millisecond until it ends.
 Measured runMeasured(const std::vector<std::string>& argv, bool sample) {
-  std::vector<char*> args;
-  for (const std::string& a : argv) args.push_back(const_cast<char*>(a.c_str()));
-  args.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid;
   Measured m;
-  const int rc = posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (rc != 0) return m;
+  const pid_t pid = bench::spawnQuietly(argv);
+  if (pid < 0) return m;
   int status = 0;
   rusage usage{};
   for (;;) {

@@ -15,6 +15,7 @@
 #include "format/memory_file.h"
 #include "format/object_record.h"
 #include "support/hand_built_scene.h"
+#include "support/glb_reading.h"
 #include "support/test_support.h"
 
 namespace {
@@ -32,16 +33,6 @@ void expectValid(const std::vector<std::string>& files) {
   args.insert(args.end(), files.begin(), files.end());
   const auto r = ztx_test::run("/usr/bin/env", args);
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
-}
-
-tinygltf::Model readGlb(const std::string& path) {
-  tinygltf::TinyGLTF loader;
-  tinygltf::Model model;
-  std::string err, warn;
-  const auto bytes = ztx_test::readBytes(path);
-  EXPECT_TRUE(loader.LoadBinaryFromMemory(&model, &err, &warn, bytes.data(), static_cast<unsigned>(bytes.size())))
-      << err;
-  return model;
 }
 
 std::map<std::string, int> nodesByName(const tinygltf::Model& m) {
@@ -88,7 +79,7 @@ TEST_F(GltfExample, SameFileGivesSameBytesAndPassesTheValidator) {
 }
 
 TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
-  const tinygltf::Model m = readGlb(dir_->file("example.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir_->file("example.glb"));
   auto byName = nodesByName(m);
   // Every exported node, plus the three bones the skin needs (hidden, so not exported).
   for (const char* name : {"Props", "Lamp", "Character", "CharacterCopy", "Camera01", "Spot01", "Sun", "Marker",
@@ -141,7 +132,7 @@ TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
 }
 
 TEST_F(GltfExample, MeshGroupsSkinAndSharedMesh) {
-  const tinygltf::Model m = readGlb(dir_->file("example.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir_->file("example.glb"));
   auto byName = nodesByName(m);
   const tinygltf::Node& character = m.nodes[byName["Character"]];
   const tinygltf::Node& copy = m.nodes[byName["CharacterCopy"]];
@@ -224,7 +215,7 @@ TEST_F(GltfExample, DamagedFilesNeverCrash) {
       EXPECT_FALSE(fs::exists(glb));
       continue;
     }
-    readGlb(glb);
+    ztx_test::readGlb(glb);
     written.push_back(glb);
   }
   ASSERT_FALSE(written.empty());
@@ -246,7 +237,7 @@ TEST(GltfHandBuilt, MaterialsTextureAndAnimation) {
   d = ztx_test::runDump({dir.file("scene.zt2"), "--gltf", dir.file("scene.glb")});
   ASSERT_EQ(d.exitCode, 0) << d.err;
   EXPECT_EQ(d.err, "");
-  const tinygltf::Model m = readGlb(dir.file("scene.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir.file("scene.glb"));
   auto byName = nodesByName(m);
 
   // Rows (1,0,0), (0,0,1), (0,-1,0) at (1,3,2) in the file: a turn of -90
@@ -327,7 +318,7 @@ TEST(GltfLimits, GroupOfEveryIndexGets32BitIndices) {
 
   const auto d = ztx_test::runDump({dir.file("grid.zt2"), "--gltf", dir.file("grid.glb")});
   ASSERT_EQ(d.exitCode, 0) << d.err;
-  const tinygltf::Model m = readGlb(dir.file("grid.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir.file("grid.glb"));
   const tinygltf::Accessor& ia = m.accessors[m.meshes.at(0).primitives.at(0).indices];
   EXPECT_EQ(ia.componentType, TINYGLTF_COMPONENT_TYPE_UNSIGNED_INT);
   EXPECT_EQ(ia.count, indices.size());

@@ -31,6 +31,7 @@
 #include <tiny_gltf.h>
 
 #include "support/flag_model.h"
+#include "support/glb_reading.h"
 #include "support/test_support.h"
 
 namespace {
@@ -378,16 +379,6 @@ class ScenePose {
   const aiScene* scene_;
 };
 
-tinygltf::Model readGlb(const std::string& path) {
-  tinygltf::TinyGLTF loader;
-  tinygltf::Model model;
-  std::string err, warn;
-  const auto bytes = ztx_test::readBytes(path);
-  EXPECT_TRUE(loader.LoadBinaryFromMemory(&model, &err, &warn, bytes.data(), static_cast<unsigned>(bytes.size())))
-      << path << ": " << err;
-  return model;
-}
-
 double distance(const Vec3& a, const Vec3& b) {
   return std::sqrt((a[0] - b[0]) * (a[0] - b[0]) + (a[1] - b[1]) * (a[1] - b[1]) + (a[2] - b[2]) * (a[2] - b[2]));
 }
@@ -453,13 +444,13 @@ Outcome compareModel(const std::string& model) {
   // -lbw: the import library keeps each vertex's four strongest bones, as
   // glTF and we do; by itself it keeps four others of a vertex of more.
   const auto a = ztx_test::run(ZTX_TIMEOUT, {"60", "assimp", "export", model, dir.file("theirs.glb"), "-lbw"});
-  const tinygltf::Model ours = readGlb(dir.file("ours.glb"));
+  const tinygltf::Model ours = ztx_test::readGlb(dir.file("ours.glb"));
   const GltfPose oursPose(ours);
   std::optional<tinygltf::Model> theirsGltf;
   std::optional<GltfPose> theirsGltfPose;
   std::optional<ScenePose> theirsScene;
   if (a.exitCode == 0 && fs::exists(dir.file("theirs.glb"))) {
-    theirsGltf = readGlb(dir.file("theirs.glb"));
+    theirsGltf = ztx_test::readGlb(dir.file("theirs.glb"));
     theirsGltfPose.emplace(*theirsGltf);
   } else {
     theirsScene.emplace(model);
@@ -612,7 +603,7 @@ TEST(SkinningFlag, AClothOfBonesUnderAPoleWavesAsTheImportLibrarysOwnGltf) {
                                       dir.file("config"), "--quiet"});
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   ASSERT_EQ(ztx_test::runDump({dir.file("flag.zt2"), "--gltf", dir.file("flag.glb")}).exitCode, 0);
-  const tinygltf::Model m = readGlb(dir.file("flag.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir.file("flag.glb"));
   std::map<int, int> parent;
   std::map<std::string, int> byName;
   for (std::size_t i = 0; i < m.nodes.size(); ++i) {
@@ -667,7 +658,7 @@ TEST_P(SkinningByHand, CornersFollowTheirBonesAsWorkedOut) {
   const auto d = ztx_test::runDump({dir.file("arm.zt2"), "--gltf", dir.file("arm.glb")});
   ASSERT_EQ(d.exitCode, 0) << d.err;
   EXPECT_EQ(d.err, "");
-  const tinygltf::Model m = readGlb(dir.file("arm.glb"));
+  const tinygltf::Model m = ztx_test::readGlb(dir.file("arm.glb"));
   EXPECT_EQ(m.skins.size(), c.skinned ? 1u : 0u);
   // Keys relative to the parent make a child; world keys stay at the root.
   int arm = -1, hand = -1;
