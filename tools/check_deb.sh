@@ -54,6 +54,26 @@ check "installed zt2export exports the example" \
 dump_and_validate() { /usr/bin/zt2dump "$1" >/dev/null && /usr/bin/zt2dump --validate "$1"; }
 check "installed zt2dump reads and validates the export" dump_and_validate "$work/out/example.zt2"
 
+# The reader library as another project finds it under /usr, with no path given.
+consumer_prints() {  # consumer_prints PROGRAM: what the consumer must print for the example
+  local out
+  out="$("$1" "$work/out/example.zt2")" || return 1
+  [ "$out" = "8 nodes, 2 meshes, 24 vertices" ] || { echo "printed: $out"; return 1; }
+}
+consumer_by_find_package() {
+  cmake -S "$repo/tests/install/consumer" -B "$work/consumer" && cmake --build "$work/consumer" &&
+    consumer_prints "$work/consumer/consumer"
+}
+consumer_by_pkg_config() {
+  local flags
+  flags="$(pkg-config --cflags --libs ztexport)" || return 1
+  # shellcheck disable=SC2086  # the flags are words
+  c++ -std=c++17 "$repo/tests/install/consumer/main.cpp" $flags -o "$work/consumer_pc" &&
+    consumer_prints "$work/consumer_pc"
+}
+check "a consumer links the reader through find_package(ZTExport)" consumer_by_find_package
+check "a consumer links the reader through pkg-config" consumer_by_pkg_config
+
 # A DDS texture goes to the OpenImageIO module, which the installed tools
 # must find in /usr/lib/ztexport (no copy lies beside them in /usr/bin).
 if [ -f /usr/lib/ztexport/ZTExportImages.so ]; then
