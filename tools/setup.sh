@@ -20,6 +20,7 @@ packages=(
   libssl-dev                         # content hashes of zt2export --batch's stamps
   nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
   clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
+  dpkg-dev file                      # cpack -G DEB: dpkg-shlibdeps finds the package's dependencies
 )
 
 missing=()

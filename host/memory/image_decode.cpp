@@ -24,14 +24,23 @@ struct Fallback {
 };
 
 // The module sits beside the program (or library) this code is linked into;
-// in a build tree, programs in sub-folders find it in the build folder.
+// installed, the program is in bin/ and the module in lib/ztexport/ with the
+// exporter module; in a build tree, programs in sub-folders find it in the
+// build folder.
 std::vector<std::string> moduleCandidates() {
   std::vector<std::string> out;
   Dl_info info{};
   if (::dladdr(reinterpret_cast<void*>(&moduleCandidates), &info) != 0 && info.dli_fname != nullptr) {
     std::error_code ec;
     const auto self = std::filesystem::canonical(info.dli_fname, ec);
-    if (!ec) out.push_back((self.parent_path() / kImageModuleName).string());
+    if (!ec) {
+      out.push_back((self.parent_path() / kImageModuleName).string());
+#ifdef ZTX_INSTALL_LIBDIR
+      out.push_back((self.parent_path() / ".." / ZTX_INSTALL_LIBDIR / "ztexport" / kImageModuleName)
+                        .lexically_normal()
+                        .string());
+#endif
+    }
   }
 #ifdef ZTX_IMAGE_MODULE_BUILD_DIR
   out.push_back(std::string(ZTX_IMAGE_MODULE_BUILD_DIR) + "/" + kImageModuleName);

@@ -1,0 +1,127 @@
+#!/usr/bin/env bash
+# Installs the Debian package (`cpack -G DEB` in the build folder), uses what it
+# installed as a user would, from outside the source tree, then removes it.
+# Usage: tools/check_deb.sh [PACKAGE.deb]   (default: build/ztexport_*_amd64.deb)
+# Installing needs root (or sudo). Ends with "deb: N passed, M failed"; exit status 1 on
+# any failure.
+set -uo pipefail
+repo="$(cd "$(dirname "$0")/.." && pwd)"
+
+deb="${1:-}"
+if [ -z "$deb" ]; then
+  debs=("$repo"/build/ztexport_*_amd64.deb)
+  if [ ${#debs[@]} -ne 1 ] || [ ! -f "${debs[0]}" ]; then
+    echo "check_deb: expected one build/ztexport_*_amd64.deb; run cpack -G DEB in build/" >&2
+    exit 2
+  fi
+  deb="${debs[0]}"
+fi
+deb="$(cd "$(dirname "$deb")" && pwd)/$(basename "$deb")"
+
+passed=0
+failed=0
+check() {  # check NAME COMMAND...: runs the command, counts and prints the outcome
+  local name="$1"
+  shift
+  if "$@" >"$work/out.log" 2>&1; then
+    passed=$((passed + 1))
+    echo "deb: PASS $name"
+  else
+    failed=$((failed + 1))
+    echo "deb: FAIL $name"
+    sed 's/^/    /' "$work/out.log" | tail -n 20
+  fi
+}
+
+work="$(mktemp -d)"
+trap 'rm -rf "$work"' EXIT
+# Everything below runs from a folder outside the source tree and without
+# PYTHONPATH, so that only what the package installed can be found.
+cd "$work" || exit 2
+unset PYTHONPATH
+export DEBIAN_FRONTEND=noninteractive
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "check_deb: need root (or sudo) to install the package" >&2; exit 2; }
+  as_root=(sudo)
+fi
+
+check "apt-get install $(basename "$deb")" "${as_root[@]}" apt-get install -y -q "$deb"
+
+mkdir -p config out
+check "installed zt2export exports the example" \
+  /usr/bin/zt2export "$repo/examples/example.scene.json" -o "$work/out/example.zt2" --config-dir "$work/config" --quiet
+dump_and_validate() { /usr/bin/zt2dump "$1" >/dev/null && /usr/bin/zt2dump --validate "$1"; }
+check "installed zt2dump reads and validates the export" dump_and_validate "$work/out/example.zt2"
+
+# The reader library as another project finds it under /usr, with no path given.
+consumer_prints() {  # consumer_prints PROGRAM: what the consumer must print for the example
+  local out
+  out="$("$1" "$work/out/example.zt2")" || return 1
+  [ "$out" = "8 nodes, 2 meshes, 24 vertices" ] || { echo "printed: $out"; return 1; }
+}
+consumer_by_find_package() {
+  cmake -S "$repo/tests/install/consumer" -B "$work/consumer" && cmake --build "$work/consumer" &&
+    consumer_prints "$work/consumer/consumer"
+}
+consumer_by_pkg_config() {
+  local flags
+  flags="$(pkg-config --cflags --libs ztexport)" || return 1
+  # shellcheck disable=SC2086  # the flags are words
+  c++ -std=c++17 "$repo/tests/install/consumer/main.cpp" $flags -o "$work/consumer_pc" &&
+    consumer_prints "$work/consumer_pc"
+}
+check "a consumer links the reader through find_package(ZTExport)" consumer_by_find_package
+check "a consumer links the reader through pkg-config" consumer_by_pkg_config
+
+# A DDS texture goes to the OpenImageIO module, which the installed tools
+# must find in /usr/lib/ztexport (no copy lies beside them in /usr/bin).
+if [ -f /usr/lib/ztexport/ZTExportImages.so ]; then
+  dds_loads_installed_module() {
+    cp -r "$repo/examples" "$work/dds"
+    /usr/bin/python3 - "$work/dds" <<'EOF' || return 1
+import struct, sys
+folder = sys.argv[1]
+# Uncompressed 2x2 BGRA: a format stb_image does not read.
+header = struct.pack("<4sIIIIIII44x", b"DDS ", 124, 0x100F, 2, 2, 8, 0, 1)
+header += struct.pack("<8I", 32, 0x41, 0, 32, 0xFF0000, 0xFF00, 0xFF, 0xFF000000)
+header += struct.pack("<I16x", 0x1000)
+with open(folder + "/textures/skin.dds", "wb") as f:
+    f.write(header + bytes([90, 90, 90, 255] * 4))
+with open(folder + "/example.scene.json") as f:
+    scene = f.read().replace("textures/skin.png", "textures/skin.dds")
+with open(folder + "/example.scene.json", "w") as f:
+    f.write(scene)
+EOF
+    /usr/bin/zt2export "$work/dds/example.scene.json" -o "$work/dds/out.zt2" --config-dir "$work/config" --quiet || return 1
+    LD_DEBUG=files /usr/bin/zt2dump --gltf "$work/dds/out.glb" "$work/dds/out.zt2" 2>"$work/ld.log" || return 1
+    grep -q 'file=/usr/lib/ztexport/ZTExportImages.so ' "$work/ld.log" || { echo "ZTExportImages.so not loaded from /usr/lib/ztexport"; return 1; }
+  }
+  check "a DDS texture loads /usr/lib/ztexport/ZTExportImages.so" dds_loads_installed_module
+else
+  echo "deb: the package holds no ZTExportImages.so (built without OpenImageIO): image module check skipped"
+fi
+
+# The windows library needs a display to show anything; that it loads with
+# the libraries the package depends on is what can be checked here.
+if [ -f /usr/lib/ztexport/ZTExportUI.so ]; then
+  check "/usr/lib/ztexport/ZTExportUI.so loads" \
+    /usr/bin/python3 -c 'import ctypes; ctypes.CDLL("/usr/lib/ztexport/ZTExportUI.so")'
+fi
+
+if dpkg -L ztexport 2>/dev/null | grep -qx /usr/lib/python3/dist-packages/ztexport; then
+  check "python3 -c 'import ztexport' without PYTHONPATH" \
+    /usr/bin/python3 -c 'import ztexport, sys; sys.exit(0 if ztexport.__file__.startswith("/usr/lib/python3/dist-packages/ztexport/") else "imported from " + ztexport.__file__)'
+else
+  echo "deb: the package holds no /usr/lib/python3/dist-packages/ztexport: python import check skipped"
+fi
+
+check "apt-get remove ztexport" "${as_root[@]}" apt-get remove -y -q ztexport
+check "nothing of the package is left" \
+  bash -c '! [ -e /usr/bin/zt2export ] && ! [ -e /usr/bin/zt2dump ] && ! [ -e /usr/lib/ztexport ] && ! dpkg -s ztexport 2>/dev/null | grep -q "^Status: install ok"'
+
+# Removing keeps dpkg's record of the package (its maintainer scripts); purge it too.
+"${as_root[@]}" dpkg --purge ztexport >/dev/null 2>&1 || true
+
+echo "deb: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]
