@@ -16,6 +16,7 @@
 #include <cstdio>
 
 #include "host/inhouse/sanitized.h"
+#include "host/memory/regular_file.h"
 
 namespace hostimport {
 
@@ -29,11 +30,16 @@ std::string lowerExtension(const std::string& path) {
   return ext;
 }
 
+// Nothing of a file that is not a regular one: the first read of a FIFO
+// would wait for a writer that may never come.
 std::string firstBytes(const std::string& path, std::size_t n) {
-  std::ifstream in(path, std::ios::binary);
+  const hostmodel::RegularFile file(path);
+  if (!file.ok()) return {};
   std::string bytes(n, '\0');
-  in.read(bytes.data(), static_cast<std::streamsize>(n));
-  bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  ssize_t got;
+  while ((got = ::read(file.descriptor(), bytes.data(), n)) < 0 && errno == EINTR) {
+  }
+  bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
   return bytes;
 }
 
@@ -191,8 +197,8 @@ std::unique_ptr<hostmodel::MemoryHost> openScene(const std::string& path, const 
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
     return hostmodel::loadScene(path);
   }
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
+  if (const hostmodel::RegularFile file(path); !file.ok())
+    throw ImportError(path + ": cannot open the file: " + file.reason());
   limitMemoryToMachine();
   SceneText scene = importIsolated({path, bufferNameFor(writeScene.empty() ? path : writeScene), textureDir});
   if (!writeScene.empty()) {

@@ -1,9 +1,12 @@
 #include "host/memory/memory_bitmaps.h"
 
 #include <stb/stb_image.h>
+#include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
-#include <fstream>
+
+#include "host/memory/regular_file.h"
 
 namespace hostmodel {
 namespace {
@@ -24,21 +27,26 @@ class MemoryBitmap : public Bitmap {
   int& outstanding_;
 };
 
-std::string trimmed(const std::string& line) {
-  const std::size_t first = line.find_first_not_of(" \t\r");
-  if (first == std::string::npos) return {};
-  const std::size_t last = line.find_last_not_of(" \t\r");
-  return line.substr(first, last - first + 1);
+std::string trimmed(const std::string& text, std::size_t begin, std::size_t end) {
+  const char* blank = " \t\r";
+  const std::size_t first = text.find_first_not_of(blank, begin);
+  if (first == std::string::npos || first >= end) return {};
+  const std::size_t last = text.find_last_not_of(blank, end - 1);
+  return text.substr(first, last - first + 1);
 }
 
-// Decodes the whole image, not just its header: a file cut short or damaged
-// past its header must fail here, as it fails in the host.
-bool decodes(const std::string& path, int& width, int& height) {
-  int channels = 0;
-  unsigned char* pixels = stbi_load(path.c_str(), &width, &height, &channels, 0);
-  if (pixels == nullptr) return false;
-  stbi_image_free(pixels);
-  return true;
+// A stdio stream of its own over the open file, for stb's readers.
+std::FILE* streamOf(const RegularFile& file) {
+  const int copy = ::dup(file.descriptor());
+  if (copy < 0) return nullptr;
+  std::FILE* stream = ::fdopen(copy, "rb");
+  if (stream == nullptr) ::close(copy);
+  return stream;
+}
+
+std::string undecodable() {
+  const char* why = stbi_failure_reason();
+  return std::string("not an image that can be decoded") + (why ? std::string(" (") + why + ")" : std::string());
 }
 
 }  // namespace
@@ -49,19 +57,83 @@ bool isImageList(const std::string& name) {
   return ext == ".ifl";
 }
 
-bool readImageList(const std::string& path, std::vector<std::string>& entries) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return false;
-  const std::filesystem::path dir = std::filesystem::path(path).parent_path();
+bool readImageList(const std::string& path, std::vector<std::string>& entries, std::string* reason) {
   entries.clear();
-  std::string line;
-  while (std::getline(in, line)) {
-    const std::string entry = trimmed(line);
+  RegularFile file(path);
+  std::string text(file.ok() ? file.size() : 0, '\0');
+  if (!file.ok() || (!text.empty() && !file.readAll(text.data()))) {
+    if (reason) *reason = file.reason();
+    return false;
+  }
+  const std::filesystem::path dir = std::filesystem::path(path).parent_path();
+  for (std::size_t begin = 0; begin < text.size();) {
+    std::size_t end = text.find('\n', begin);
+    if (end == std::string::npos) end = text.size();
+    const std::string entry = trimmed(text, begin, end);
+    begin = end + 1;
     if (entry.empty() || entry.front() == ';') continue;
     const std::filesystem::path p(entry);
     entries.push_back(p.is_absolute() || dir.empty() ? entry : (dir / p).lexically_normal().string());
   }
-  return !in.bad();
+  return true;
+}
+
+MemoryBitmapManager::Stamp MemoryBitmapManager::stampOf(const struct stat& st) {
+  return {st.st_dev, st.st_ino, st.st_size, st.st_mtim.tv_sec * 1000000000LL + st.st_mtim.tv_nsec,
+          st.st_ctim.tv_sec * 1000000000LL + st.st_ctim.tv_nsec};
+}
+
+void MemoryBitmapManager::noteProblem(const std::string& path, const std::string& what) {
+  if (troubledFiles_.insert(path).second) problems_.push_back(path + ": " + what);
+}
+
+const std::vector<std::string>* MemoryBitmapManager::imageList(const std::string& path) {
+  // A list met again is looked at, not opened, while it stays the same file.
+  struct stat status {};
+  if (list_.path == path && regularFileStatus(path, status).empty() && list_.stamp == stampOf(status))
+    return &list_.entries;
+  RegularFile file(path);
+  list_ = {};
+  std::string reason;
+  if (!file.ok() || !readImageList(path, list_.entries, &reason)) {
+    noteProblem(path, "cannot read the image list: " + (file.ok() ? reason : file.reason()));
+    list_ = {};
+    return nullptr;
+  }
+  list_.path = path;
+  list_.stamp = stampOf(file.status());
+  return &list_.entries;
+}
+
+// Decodes the whole image, not just its header: a file cut short or damaged
+// past its header must fail here, as it fails in the host.
+bool MemoryBitmapManager::decode(const std::string& path, int& width, int& height) {
+  const auto known = decoded_.find(path);
+  if (known != decoded_.end()) {
+    struct stat status {};
+    if (regularFileStatus(path, status).empty() && known->second.stamp == stampOf(status)) {
+      width = known->second.width;
+      height = known->second.height;
+      return true;
+    }
+  }
+  RegularFile file(path);
+  if (!file.ok()) {
+    noteProblem(path, "cannot read the image: " + file.reason());
+    return false;
+  }
+  const Stamp stamp = stampOf(file.status());
+  std::FILE* stream = streamOf(file);
+  int channels = 0;
+  unsigned char* pixels = stream ? stbi_load_from_file(stream, &width, &height, &channels, 0) : nullptr;
+  if (stream) std::fclose(stream);
+  if (pixels == nullptr) {
+    noteProblem(path, "cannot read the image: " + undecodable());
+    return false;
+  }
+  stbi_image_free(pixels);
+  decoded_[path] = {stamp, width, height};
+  return true;
 }
 
 std::string MemoryBitmapManager::resolve(const std::string& name) const {
@@ -72,14 +144,18 @@ std::string MemoryBitmapManager::resolve(const std::string& name) const {
 BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
   const std::string path = resolve(bi->Name());
   if (isImageList(path)) {
-    std::vector<std::string> entries;
-    if (!readImageList(path, entries) || entries.empty()) return BMMRES_ERRORTAKENCARE;
+    const std::vector<std::string>* entries = imageList(path);
+    if (entries == nullptr || entries->empty()) return BMMRES_ERRORTAKENCARE;
     bi->SetFirstFrame(0);
-    bi->SetLastFrame(static_cast<int>(entries.size()) - 1);
+    bi->SetLastFrame(static_cast<int>(entries->size()) - 1);
     return BMMRES_SUCCESS;
   }
+  RegularFile file(path);
+  std::FILE* stream = file.ok() ? streamOf(file) : nullptr;
   int width = 0, height = 0, channels = 0;
-  if (stbi_info(path.c_str(), &width, &height, &channels) == 0) return BMMRES_ERRORTAKENCARE;
+  const bool described = stream && stbi_info_from_file(stream, &width, &height, &channels) != 0;
+  if (stream) std::fclose(stream);
+  if (!described) return BMMRES_ERRORTAKENCARE;
   bi->SetFirstFrame(0);
   bi->SetLastFrame(0);
   bi->SetWidth(width);
@@ -89,21 +165,25 @@ BMMRES MemoryBitmapManager::GetImageInfo(BitmapInfo* bi) {
 
 Bitmap* MemoryBitmapManager::Load(BitmapInfo* bi, BMMRES* status) {
   std::string path = resolve(bi->Name());
-  if (isImageList(path)) {
-    std::vector<std::string> entries;
-    const int entry = bi->CurrentFrame() - bi->First();
-    if (!readImageList(path, entries) || entry < 0 || entry >= static_cast<int>(entries.size())) {
-      if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
-      return nullptr;
-    }
-    path = entries[static_cast<std::size_t>(entry)];
-  }
-  BitmapInfo loaded(path);
-  int width = 0, height = 0;
-  if (isImageList(path) || !decodes(path, width, height)) {
+  const auto fail = [status] {
     if (status != nullptr) *status = BMMRES_ERRORTAKENCARE;
     return nullptr;
+  };
+  if (isImageList(path)) {
+    const std::vector<std::string>* entries = imageList(path);
+    const int entry = bi->CurrentFrame() - bi->First();
+    if (entries != nullptr && entries->empty()) noteProblem(path, "cannot read the image list: it names no image");
+    if (entries == nullptr || entry < 0 || entry >= static_cast<int>(entries->size())) return fail();
+    path = (*entries)[static_cast<std::size_t>(entry)];
+    // A list is not an image: a list naming a list has no frame to give.
+    if (isImageList(path)) {
+      noteProblem(path, "cannot read the image: an image list inside an image list");
+      return fail();
+    }
   }
+  int width = 0, height = 0;
+  if (!decode(path, width, height)) return fail();
+  BitmapInfo loaded(path);
   loaded.SetWidth(width);
   loaded.SetHeight(height);
   if (status != nullptr) *status = BMMRES_SUCCESS;

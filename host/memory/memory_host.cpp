@@ -70,6 +70,7 @@ INode* MemoryHost::GetRootNode() { return &impl_->root; }
 Interval MemoryHost::GetAnimRange() { return impl_->animRange; }
 BitmapManager* MemoryHost::GetBitmapManager() { return &impl_->bitmapManager; }
 int MemoryHost::outstandingBitmaps() const { return impl_->bitmapManager.outstandingBitmaps(); }
+const std::vector<std::string>& MemoryHost::imageProblems() const { return impl_->bitmapManager.problems(); }
 
 std::string MemoryHost::GetDir(int which) { return which == APP_PLUGCFG_DIR ? impl_->configDir : std::string(); }
 int MemoryHost::GetFrameRate() { return impl_->frameRate; }

@@ -97,6 +97,8 @@ class MemoryHost : public Interface {
   BitmapManager* GetBitmapManager() override;
   // Bitmaps loaded and not released yet.
   int outstandingBitmaps() const;
+  // Why images failed to load, once per file ("PATH: cannot read the image: REASON").
+  const std::vector<std::string>& imageProblems() const;
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;
