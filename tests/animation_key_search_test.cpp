@@ -107,7 +107,7 @@ void compareMany(int tracks, std::uint64_t seed, bool longRuns, const Make& make
 
 TEST(KeySearch, ScalarKeysAreTheRulesKeys) {
   compareMany<float>(
-      1500, 1, true,
+      800, 1, true,
       [](Rng& rng, int kind, int n, double tol) {
         const std::vector<double> v = track(rng, kind, n, tol);
         return std::vector<float>(v.begin(), v.end());
@@ -119,7 +119,7 @@ TEST(KeySearch, ScalarKeysAreTheRulesKeys) {
 TEST(KeySearch, ColourKeysAreTheRulesKeys) {
   // The tolerance is a fraction of 255; alpha changes on its own and takes no part.
   compareMany<SampleColor>(
-      800, 2, true,
+      400, 2, true,
       [](Rng& rng, int kind, int n, double tol) {
         std::vector<SampleColor> out(static_cast<std::size_t>(n));
         for (int c = 0; c < 4; ++c) {
@@ -136,11 +136,13 @@ TEST(KeySearch, ColourKeysAreTheRulesKeys) {
 
 TEST(KeySearch, MatrixKeysAreTheRulesKeysInEveryMode) {
   // Each element its own track; the translation and the axes have tolerances of their own.
-  for (const auto& [mode, scaling] : {std::pair{FrameInterpolation::None, false},
-                                      std::pair{FrameInterpolation::Normalized, true},
-                                      std::pair{FrameInterpolation::Orthonormalized, false}}) {
+  for (const auto& [modeOfCase, scalingOfCase] : {std::pair{FrameInterpolation::None, false},
+                                                  std::pair{FrameInterpolation::Normalized, true},
+                                                  std::pair{FrameInterpolation::Orthonormalized, false}}) {
+    const FrameInterpolation mode = modeOfCase;  // lambdas below capture it
+    const bool scaling = scalingOfCase;
     SCOPED_TRACE(static_cast<int>(mode));
-    const int tracks = mode == FrameInterpolation::None ? 700 : 40;
+    const int tracks = mode == FrameInterpolation::None ? 400 : 30;
     compareMany<SampleMatrix>(
         tracks, 3 + static_cast<int>(mode), mode == FrameInterpolation::None,
         [](Rng& rng, int kind, int n, double tol) {
