@@ -1,17 +1,22 @@
 #include "animation/key_reduction.h"
 
+#include <algorithm>
+#include <array>
 #include <cassert>
 #include <cmath>
+#include <limits>
 
 namespace {
 
-// The one reduction loop. `estimate(a, b, ta, tq, tb)` interpolates the
-// candidate at sample tq between entry a at ta and entry b at tb.
+// The one reduction loop, as the rule reads. `estimate(a, b, ta, tq, tb)`
+// interpolates the candidate at sample tq between entry a at ta and entry b
+// at tb.
 //
 // For each candidate q every entry i since the last kept key is tried as the
 // left end of the interpolation, so a long run that interpolates well costs
 // time quadratic in its length; recordSample has already removed exact
-// repeats, which keeps still objects cheap.
+// repeats, which keeps still objects cheap. BoundedSearch below gives the
+// same keys without trying every entry where the estimates are linear.
 template <typename T, typename Estimate, typename Tolerance>
 KeySeries<T> reduce(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance) {
   KeySeries<T> out;
@@ -58,6 +63,317 @@ SampleColor estimateColor(const SampleColor& a, const SampleColor& b, int ta, in
   SampleColor e = a;  // alpha is carried, not interpolated
   for (int c = 0; c < 3; ++c) e[c] = (a[c] * wa + b[c] * wb) * inverse;
   return e;
+}
+
+// --- the bounded search ---
+//
+// For a linear estimate the rule has a plain geometric meaning. With
+// w(t) = (tr - tq) / (tr - t), the estimate of candidate q from entry i is
+// value[r] + (value[i] - value[r]) * w(ti), so its error is
+//
+//   f(ti, value[i]) = value[r] - value[q] + (value[i] - value[r]) * w(ti),
+//
+// and |f| <= tolerance holds exactly for the points (t, v) of a wedge with its
+// tip at entry r: a convex region. A group of entries lies in a band about
+// the chord through its first and last entry (residuals lo..hi), a
+// parallelogram; when its four corners lie in the wedge, with a margin that
+// covers every rounding of the rule's own arithmetic and of this one, no
+// entry of the group can exceed the tolerance, and none need be tried. Only
+// groups the bound cannot clear are split, down to groups of eight tried entry
+// by entry with the rule's own estimate and test. The answer for each
+// candidate is therefore the rule's: a key exactly where trying every entry
+// finds one that exceeds.
+//
+// The entries since the last key are kept as one band about a chord drawn
+// anew each time the run doubles (a straight move stays in it whatever its
+// length, so each candidate costs the same), and, only once that band cannot
+// clear a candidate, as aligned groups of 8, 16, 32... entries, each band
+// built once from its two halves.
+
+// Unit roundoff of the arithmetic that computes an estimate.
+template <typename Scalar>
+constexpr double kRoundoff = std::numeric_limits<Scalar>::epsilon() / 2;
+
+template <int N>
+struct Band {
+  std::size_t first = 0, last = 0;  // the entries it holds
+  std::size_t anchor = 0;           // the chord runs from `first` through `anchor`
+  bool finite = true;               // a NaN or an infinity: no bound is trusted
+  std::array<double, N> lo{}, hi{};  // residuals about the chord, lo <= 0 <= hi
+  std::array<double, N> largest{};  // the largest magnitude of a value in the band
+  std::array<double, N> error{};    // how far rounding may have moved lo and hi
+};
+
+// `component(value, c)` gives component c as a double; `limits[c]` is the
+// tolerance of component c, exactly as the tolerance compares it; `Scalar` is
+// the type the estimate is computed in.
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+class BoundedSearch {
+ public:
+  BoundedSearch(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
+                const std::array<double, N>& limits, const Component& component)
+      : in_(in), estimate_(estimate), tolerance_(tolerance), limits_(limits), component_(component) {
+    // A component that holds one finite value over the whole series is
+    // estimated as that value up to a few roundings of it: where those stay
+    // within its tolerance, no entry can exceed through it, and the bounds
+    // leave it out (the nine axis elements of a node that only moves).
+    std::array<bool, N> standing;
+    standing.fill(!in_.values.empty());
+    // One pass over the series for all components, stopping once all move.
+    for (std::size_t k = 1, left = N; left > 0 && k < in_.size(); ++k)
+      for (int c = 0; c < N; ++c)
+        if (standing[c] && !(value(k, c) == value(0, c))) standing[c] = false, --left;
+    for (int c = 0; c < N; ++c) {
+      const double v = standing[c] ? value(0, c) : 0.0, limit = limits_[c];
+      if (!(standing[c] && std::isfinite(v) &&
+            64 * (kRoundoff<Scalar> + kRoundoff<double>) * (std::fabs(v) + std::fabs(limit)) <= limit))
+        moving_.push_back(c);
+    }
+  }
+
+  KeySeries<T> run() {
+    KeySeries<T> out;
+    const std::size_t n = in_.size();
+#ifndef NDEBUG
+    assert(in_.indices.size() == n);
+    for (std::size_t k = 1; k < n; ++k) assert(in_.indices[k - 1] < in_.indices[k]);
+#endif
+    if (n == 0) return out;
+    const auto keep = [&](std::size_t k) {
+      out.values.push_back(in_.values[k]);
+      out.indices.push_back(in_.indices[k]);
+    };
+    keep(0);
+    startRun(0);
+    for (std::size_t q = 1, r = 2; r < n; q = r, ++r) {
+      const bool kept = (q == p_ + 1 && in_.indices[q] - in_.indices[p_] != 1) || anyExceeds(q, r);
+      if (kept) {
+        keep(q);
+        startRun(q);
+      } else if (q - p_ >= kShortRun) {
+        grow(runBand_, q);  // needed from the next candidate on
+      }
+    }
+    if (!sameValue(in_.values[n - 1], out.values.back()) && in_.indices[n - 1] != out.indices.back()) keep(n - 1);
+    return out;
+  }
+
+ private:
+  static constexpr int kGroupLevel = 3;  // groups of 8 entries are tried entry by entry
+  static constexpr std::size_t kShortRun = 8;  // runs this short are tried entry by entry, without a band
+
+  double value(std::size_t k, int c) const { return component_(in_.values[k], c); }
+  double time(std::size_t k) const { return in_.indices[k]; }
+
+  bool exceeds(std::size_t i, std::size_t q, std::size_t r) const {
+    return tolerance_.exceeds(in_.values[q],
+                              estimate_(in_.values[i], in_.values[r], in_.indices[i], in_.indices[q], in_.indices[r]));
+  }
+  bool anyExceedsEntryByEntry(std::size_t from, std::size_t to, std::size_t q, std::size_t r) const {
+    for (std::size_t i = from; i < to; ++i)
+      if (exceeds(i, q, r)) return true;
+    return false;
+  }
+
+  void startRun(std::size_t p) {
+    p_ = p;
+    runBand_ = single(p);
+    for (auto& level : groups_) level.clear();
+  }
+
+  Band<N> single(std::size_t k) const {
+    Band<N> b;
+    b.first = b.last = b.anchor = k;
+    for (const int c : moving_) {
+      const double v = value(k, c);
+      b.finite = b.finite && std::isfinite(v);
+      b.largest[c] = std::fabs(v);
+    }
+    return b;
+  }
+
+  // The chord's value at entry k (the chord from band.first through band.anchor).
+  double chordAt(const Band<N>& b, int c, std::size_t k) const {
+    const double va = value(b.first, c);
+    return va + (value(b.anchor, c) - va) * ((time(k) - time(b.first)) / (time(b.anchor) - time(b.first)));
+  }
+  // What computing chordAt(b, c, k) and a residual there may be off by.
+  double chordError(const Band<N>& b, int c, std::size_t k) const {
+    const double va = value(b.first, c);
+    const double ratio = (time(k) - time(b.first)) / (time(b.anchor) - time(b.first));
+    return residualError(std::fabs(va) + std::fabs(value(b.anchor, c) - va) * ratio + std::fabs(value(k, c)));
+  }
+
+  // A residual costs a few roundings of the values it is made of; each shift
+  // of a band one more of its bounds.
+  static double residualError(double magnitude) { return 8 * kRoundoff<double> * magnitude; }
+
+  // Moves the band's end to entry k, the entry after its last one: the old
+  // residuals move with the difference of the two chords, which is 0 at the
+  // first entry and the old last entry's new residual at the old last entry.
+  void extend(Band<N>& b, std::size_t k) const {
+    const std::size_t previous = b.last;
+    b.last = b.anchor = k;
+    for (const int c : moving_) {
+      const double v = value(k, c);
+      b.finite = b.finite && std::isfinite(v);
+      b.largest[c] = std::max(b.largest[c], std::fabs(v));
+      const double e = value(previous, c) - chordAt(b, c, previous);
+      b.lo[c] += std::min(0.0, e);
+      b.hi[c] += std::max(0.0, e);
+      b.error[c] += residualError(3 * b.largest[c] + std::fabs(b.lo[c]) + std::fabs(b.hi[c]));
+    }
+  }
+
+  // The run's band takes entry k, the entry after its last one. Its chord
+  // stays, so the residual of each entry is its own and no slack piles up
+  // (rounding noise on a straight move stays noise); it is drawn anew, to
+  // the newest entry, each time the run has doubled since it was drawn, which
+  // costs a pass over the run that often: linear in all.
+  void grow(Band<N>& b, std::size_t k) const {
+    b.last = k;
+    if (k - b.first >= 2 * (b.anchor - b.first)) {
+      b.anchor = k;
+      b.finite = true;
+      b.lo.fill(0.0);
+      b.hi.fill(0.0);
+      b.largest.fill(0.0);
+      b.error.fill(0.0);
+      for (std::size_t i = b.first; i <= k; ++i) takeResidual(b, i);
+    } else {
+      takeResidual(b, k);
+    }
+  }
+
+  void takeResidual(Band<N>& b, std::size_t i) const {
+    for (const int c : moving_) {
+      const double v = value(i, c);
+      b.finite = b.finite && std::isfinite(v);
+      b.largest[c] = std::max(b.largest[c], std::fabs(v));
+      if (b.anchor == b.first) continue;
+      const double e = v - chordAt(b, c, i);
+      b.lo[c] = std::min(b.lo[c], e);
+      b.hi[c] = std::max(b.hi[c], e);
+      b.error[c] = std::max(b.error[c], chordError(b, c, i));
+    }
+  }
+
+  // Two adjacent bands as one, about the chord over both.
+  Band<N> merge(const Band<N>& left, const Band<N>& right) const {
+    Band<N> b;
+    b.first = left.first;
+    b.last = b.anchor = right.last;
+    b.finite = left.finite && right.finite;
+    for (const int c : moving_) {
+      b.largest[c] = std::max(left.largest[c], right.largest[c]);
+      const double eLeft = value(left.last, c) - chordAt(b, c, left.last);
+      const double eRight = value(right.first, c) - chordAt(b, c, right.first);
+      b.lo[c] = std::min(left.lo[c] + std::min(0.0, eLeft), right.lo[c] + std::min(0.0, eRight));
+      b.hi[c] = std::max(left.hi[c] + std::max(0.0, eLeft), right.hi[c] + std::max(0.0, eRight));
+      b.error[c] = std::max(left.error[c], right.error[c]) +
+                   residualError(3 * b.largest[c] + std::fabs(b.lo[c]) + std::fabs(b.hi[c]));
+    }
+    return b;
+  }
+
+  // The aligned group j of 2^level entries from the run's first entry.
+  Band<N> group(int level, std::size_t j) {
+    if (groups_.size() <= static_cast<std::size_t>(level)) groups_.resize(static_cast<std::size_t>(level) + 1);
+    auto& built = groups_[static_cast<std::size_t>(level)];
+    if (j < built.size() && built[j].ready) return built[j].band;
+    Band<N> b;
+    if (level == kGroupLevel) {
+      const std::size_t first = p_ + (j << level);
+      b = single(first);
+      for (std::size_t k = first + 1; k < first + (std::size_t{1} << level); ++k) extend(b, k);
+    } else {
+      b = merge(group(level - 1, 2 * j), group(level - 1, 2 * j + 1));
+    }
+    if (built.size() <= j) built.resize(j + 1);
+    built[j] = {b, true};
+    return b;
+  }
+
+  // Whether no entry of band b can exceed the tolerance for candidate q
+  // estimated with entry r: the band's four corners lie in the wedge, by more
+  // than any rounding can move them.
+  bool clears(const Band<N>& b, std::size_t q, std::size_t r) const {
+    if (!b.finite) return false;
+    const double tq = time(q), tr = time(r);
+    const double wFirst = (tr - tq) / (tr - time(b.first));
+    const double wLast = (tr - tq) / (tr - time(b.last));
+    for (const int c : moving_) {
+      const double vq = value(q, c), vr = value(r, c), va = value(b.first, c);
+      // The band's far side: on the chord, which may run on past its anchor.
+      const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
+      const double lo = b.lo[c], hi = b.hi[c];
+      const double magnitude = std::fabs(vq) + std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(lo) +
+                               std::fabs(hi);
+      // This bound's own rounding, and the rule's: its estimate and difference
+      // are rounded in `Scalar` from values of at most this size.
+      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
+                            32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(vr) + std::fabs(vq) +
+                                                      std::fabs(limits_[c]));
+      const double allowed = limits_[c] - margin;
+      const double base = vr - vq;
+      const double corners[4] = {base + (va + lo - vr) * wFirst, base + (va + hi - vr) * wFirst,
+                                 base + (vb + lo - vr) * wLast, base + (vb + hi - vr) * wLast};
+      // Written so that a NaN anywhere clears nothing.
+      for (double f : corners)
+        if (!(std::fabs(f) <= allowed)) return false;
+    }
+    return true;
+  }
+
+  bool groupExceeds(int level, std::size_t j, std::size_t q, std::size_t r) {
+    const Band<N> b = group(level, j);
+    if (clears(b, q, r)) return false;
+    if (level == kGroupLevel) return anyExceedsEntryByEntry(b.first, b.last + 1, q, r);
+    return groupExceeds(level - 1, 2 * j, q, r) || groupExceeds(level - 1, 2 * j + 1, q, r);
+  }
+
+  // Whether some entry from the last key up to q - 1 estimates candidate q,
+  // with entry r, beyond the tolerance.
+  bool anyExceeds(std::size_t q, std::size_t r) {
+    // The last key first, as the rule tries it: where the track bends, it is
+    // the entry that decides at once.
+    if (exceeds(p_, q, r)) return true;
+    const std::size_t count = q - p_;
+    if (count <= kShortRun) return anyExceedsEntryByEntry(p_ + 1, q, q, r);
+    if (clears(runBand_, q, r)) return false;
+    std::size_t offset = 0;
+    for (int level = std::numeric_limits<std::size_t>::digits - 1; level >= 0; --level) {
+      const std::size_t size = std::size_t{1} << level;
+      if ((count & size) == 0) continue;
+      const bool found = level < kGroupLevel ? anyExceedsEntryByEntry(p_ + offset, p_ + offset + size, q, r)
+                                             : groupExceeds(level, offset >> level, q, r);
+      if (found) return true;
+      offset += size;
+    }
+    return false;
+  }
+
+  struct Built {
+    Band<N> band;
+    bool ready = false;
+  };
+
+  const KeySeries<T>& in_;
+  const Estimate& estimate_;
+  const Tolerance& tolerance_;
+  const std::array<double, N> limits_;
+  const Component& component_;
+  std::size_t p_ = 0;         // the last kept entry
+  Band<N> runBand_;           // the entries from p_ on
+  std::vector<std::vector<Built>> groups_;  // by level, from p_
+  std::vector<int> moving_;  // the components the bounds look at
+};
+
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+KeySeries<T> reduceBounded(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
+                           const std::array<double, N>& limits, const Component& component) {
+  return BoundedSearch<T, N, Scalar, Estimate, Tolerance, Component>(in, estimate, tolerance, limits, component)
+      .run();
 }
 
 using Row = std::array<double, 3>;
@@ -202,14 +518,42 @@ void orthonormalizeAxes(SampleMatrix& m) {
 }
 
 KeySeries<float> reduceKeys(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance) {
-  return reduce(recorded, estimateScalar, tolerance);
+  const auto component = [](float v, int) { return double(v); };
+  return reduceBounded<float, 1, float>(recorded, estimateScalar, tolerance, {double(tolerance.threshold)},
+                                        component);
 }
 
 KeySeries<SampleColor> reduceKeys(const KeySeries<SampleColor>& recorded, const ColorKeyTolerance& tolerance) {
-  return reduce(recorded, estimateColor, tolerance);
+  const double limit = tolerance.threshold * 255.0;  // as the tolerance compares
+  const auto component = [](const SampleColor& v, int c) { return double(v[static_cast<std::size_t>(c)]); };
+  return reduceBounded<SampleColor, 3, float>(recorded, estimateColor, tolerance, {limit, limit, limit}, component);
 }
 
 KeySeries<SampleMatrix> reduceKeys(const KeySeries<SampleMatrix>& recorded, const MatrixKeyTolerance& tolerance,
                                    FrameInterpolation mode, bool maintainMatrixScaling) {
+  const MatrixEstimate estimate(mode, maintainMatrixScaling);
+  // Normalised axes and kept lengths are not linear in the blend: no band
+  // bounds them, and every entry is tried.
+  if (mode != FrameInterpolation::None || maintainMatrixScaling) return reduce(recorded, estimate, tolerance);
+  std::array<double, 12> limits;
+  for (int c = 0; c < 12; ++c) limits[static_cast<std::size_t>(c)] = c < 9 ? tolerance.rotationDelta : tolerance.positionDelta;
+  const auto component = [](const SampleMatrix& m, int c) {
+    return m[static_cast<std::size_t>(c / 3)][static_cast<std::size_t>(c % 3)];
+  };
+  return reduceBounded<SampleMatrix, 12, double>(recorded, estimate, tolerance, limits, component);
+}
+
+KeySeries<float> reduceKeysEntryByEntry(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance) {
+  return reduce(recorded, estimateScalar, tolerance);
+}
+
+KeySeries<SampleColor> reduceKeysEntryByEntry(const KeySeries<SampleColor>& recorded,
+                                              const ColorKeyTolerance& tolerance) {
+  return reduce(recorded, estimateColor, tolerance);
+}
+
+KeySeries<SampleMatrix> reduceKeysEntryByEntry(const KeySeries<SampleMatrix>& recorded,
+                                               const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
+                                               bool maintainMatrixScaling) {
   return reduce(recorded, MatrixEstimate(mode, maintainMatrixScaling), tolerance);
 }

@@ -121,6 +121,19 @@ float largestKeyError(const KeySeries<float>& recorded, const KeySeries<float>& 
 // Red, green and blue on the 0..255 scale; alpha takes no part, as in the test.
 float largestKeyError(const KeySeries<SampleColor>& recorded, const KeySeries<SampleColor>& keys, int numSamples);
 
+// The same keys found as the rule reads: for each candidate, every entry since
+// the last key is tried. reduceKeys finds them without trying every entry
+// where the estimate is linear (scalars, colours, matrices without a
+// frame-to-frame mode), so a straight move costs time in proportion to its
+// length; this is the reference it is held to, and quadratic in a run that
+// interpolates well.
+KeySeries<float> reduceKeysEntryByEntry(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance);
+KeySeries<SampleColor> reduceKeysEntryByEntry(const KeySeries<SampleColor>& recorded,
+                                              const ColorKeyTolerance& tolerance);
+KeySeries<SampleMatrix> reduceKeysEntryByEntry(const KeySeries<SampleMatrix>& recorded,
+                                               const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
+                                               bool maintainMatrixScaling);
+
 // Modified Gram-Schmidt over the axis rows 0, 1, 2 in that order; the
 // translation row is untouched. A row that comes out of zero length stays
 // zero (see key_reduction.cpp).

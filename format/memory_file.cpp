@@ -1,5 +1,6 @@
 #include "format/memory_file.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cassert>
@@ -73,7 +74,11 @@ void T_MemoryFile::closeChunk() {
 
 void T_MemoryFile::reserveMore(std::size_t bytes) {
   try {
-    if (buffer_.capacity() - buffer_.size() < bytes) buffer_.reserve(buffer_.size() + bytes);
+    // Room is claimed in proportion to what is there: a file of many small
+    // meshes, each asking for its own bytes, would otherwise move the whole
+    // buffer at every mesh.
+    if (buffer_.capacity() - buffer_.size() < bytes)
+      buffer_.reserve(std::max(buffer_.size() + bytes, buffer_.capacity() + buffer_.capacity() / 2));
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   } catch (const std::length_error&) {

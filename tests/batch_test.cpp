@@ -165,24 +165,25 @@ TEST(Batch, ASecondRunExportsNothingAndATouchedTextureReExportsOnlyItsUsers) {
   for (const auto& [input, status] : statuses(out)) EXPECT_EQ(status, "exported") << input;
 }
 
-// A scene whose export never ends: the image it names is a FIFO that no one
-// writes, and opening it waits for a writer.
+// A model whose export outlasts any test: ASCII PLY that declares thirty
+// million vertices and holds two, which the import library searches for
+// (about a second per million) until the reader's own limit.
 void addHangingScene(const fs::path& src, const std::string& name) {
-  std::string scene = readText(ztx_test::sourcePath("examples/example.scene.json"));
-  scene.replace(scene.find("textures/skin.png"), 17, "textures/pipe.png");
-  writeText((src / name).string(), scene);
-  ASSERT_EQ(::mkfifo((src / "textures" / "pipe.png").c_str(), 0600), 0);
+  writeText((src / name).string(),
+            "ply\nformat ascii 1.0\nelement vertex 30000000\nproperty float32 x\nproperty float32 y\n"
+            "property float32 z\nelement face 1\nproperty list uint8 int32 vertex_index\nend_header\n"
+            "0 0 0\n0 0 1\n");
 }
 
 TEST(Batch, AnExportPastItsTimeLimitIsStoppedAndReported) {
   TempDir dir;
   const fs::path src = dir.path() / "src", out = dir.path() / "out";
   fs::create_directories(src / "textures");
-  addHangingScene(src, "hang.json");
+  addHangingScene(src, "hang.ply");
   const auto r = runExport(batchArgs(src, out, dir.path() / "config", {"--timeout", "1"}));
   EXPECT_EQ(r.exitCode, 1) << r.err;
-  EXPECT_EQ(statuses(out), (std::map<std::string, std::string>{{"hang.json", "timed out"}}));
-  EXPECT_NE(r.err.find("hang.json: timed out"), std::string::npos) << r.err;
+  EXPECT_EQ(statuses(out), (std::map<std::string, std::string>{{"hang.ply", "timed out"}}));
+  EXPECT_NE(r.err.find("hang.ply: timed out"), std::string::npos) << r.err;
   const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
   EXPECT_EQ(manifest["files"][0]["messages"], json({"the export took more than 1 s and was stopped"}));
   EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 1);  // the manifest alone
@@ -195,7 +196,7 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
   // The hanging scene comes first and holds one of the two places to the end,
   // so the run is still going whenever the signal comes, in the middle of
   // whichever export the other place has reached.
-  addHangingScene(src, "a-hang.json");
+  addHangingScene(src, "a-hang.ply");
   for (int i = 0; i < 40; ++i)
     fs::copy_file(src / "example.scene.json", src / ("copy" + std::to_string(i) + ".scene.json"));
   const fs::path reference = dir.path() / "reference";
@@ -229,7 +230,7 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
   EXPECT_TRUE(manifest["interrupted"].get<bool>());
   EXPECT_EQ(manifest["exitStatus"], 130);
   ASSERT_EQ(manifest["files"].size(), 44u);
-  EXPECT_EQ(manifest["files"][0]["input"], "a-hang.json");
+  EXPECT_EQ(manifest["files"][0]["input"], "a-hang.ply");
   EXPECT_EQ(manifest["files"][0]["status"], "interrupted");
   // What is there is whole: every scene file stamped, each one the same as
   // the example's; nothing of the interrupted exports.

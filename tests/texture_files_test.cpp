@@ -131,7 +131,7 @@ TEST(TextureFiles, ModelsFindTheirImagesAsArtistsLeaveThem) {
        "the same name with another extension, is taken instead"},
       {"the name itself before another extension", "wood.png", {"model/wood.tga", "elsewhere/wood.png"},
        {"--texture-path", "@/elsewhere"}, 1, "",
-       "ERROR: texture \"@/model/wood.png\": \"@/model/wood.png\" is no image that can be decoded (stb_image: "},
+       "@/model/wood.png: cannot read the image: it is no image that can be decoded (stb_image: "},
       {"--texture-path", "wood.tga", {"elsewhere/wood.tga"}, {"--texture-path", "@/nowhere", "--texture-path",
        "@/elsewhere"}, 0, "wood.tga", ""},
       {"missing", "gone.tga", {}, {"--texture-path", "@/nowhere"}, 1, "",

@@ -26,6 +26,7 @@
 #include <span>
 
 #include "host/memory/file_reads.h"
+#include "host/memory/regular_file.h"
 
 namespace hostimport {
 
@@ -39,11 +40,16 @@ std::string lowerExtension(const std::string& path) {
   return ext;
 }
 
+// Nothing of a file that is not a regular one: the first read of a FIFO
+// would wait for a writer that may never come.
 std::string firstBytes(const std::string& path, std::size_t n) {
-  std::ifstream in(path, std::ios::binary);
+  const hostmodel::RegularFile file(path);
+  if (!file.ok()) return {};
   std::string bytes(n, '\0');
-  in.read(bytes.data(), static_cast<std::streamsize>(n));
-  bytes.resize(static_cast<std::size_t>(std::max<std::streamsize>(in.gcount(), 0)));
+  ssize_t got;
+  while ((got = ::read(file.descriptor(), bytes.data(), n)) < 0 && errno == EINTR) {
+  }
+  bytes.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
   return bytes;
 }
 
@@ -370,8 +376,8 @@ std::unique_ptr<hostmodel::MemoryHost> loadOrImport(const std::string& path, con
       throw ImportError(path + ": already a scene-description file; --write-scene writes imported models");
     return hostmodel::loadScene(path);
   }
-  std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) throw ImportError(path + ": cannot open the file");
+  if (const hostmodel::RegularFile file(path); !file.ok())
+    throw ImportError(path + ": cannot open the file: " + file.reason());
   const ImportRequest request{path, bufferNameFor(writeScene.empty() ? path : writeScene), options.textureDir,
                               !writeScene.empty(), true, options.texturePaths, options.dropMissingTextures};
   return importIsolated(request, options.limits, [&](std::string_view text, std::span<const unsigned char> buffer) {

@@ -78,6 +78,7 @@ void MemoryHost::addTexturePaths(const std::vector<std::string>& dirs) {
   impl_->bitmapManager.setSearchDirs(std::move(all));
 }
 const std::vector<std::string>& MemoryHost::textureNotes() const { return impl_->bitmapManager.notes(); }
+const std::vector<std::string>& MemoryHost::imageProblems() const { return impl_->bitmapManager.problems(); }
 
 std::string MemoryHost::GetDir(int which) { return which == APP_PLUGCFG_DIR ? impl_->configDir : std::string(); }
 int MemoryHost::GetFrameRate() { return impl_->frameRate; }

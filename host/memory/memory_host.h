@@ -105,6 +105,8 @@ class MemoryHost : public Interface {
   void addTexturePaths(const std::vector<std::string>& dirs);
   // The bitmap manager's warnings and errors about images (memory_bitmaps.h).
   const std::vector<std::string>& textureNotes() const;
+  // Why images failed to load, once per file ("PATH: cannot read the image: REASON").
+  const std::vector<std::string>& imageProblems() const;
   void EditExportOptions(OptionsDialog& record) override;
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;

@@ -18,7 +18,17 @@ const char* kindOf(mode_t mode) {
   return "not a regular file";
 }
 
+std::string notRegular(mode_t mode) {
+  const std::string kind = kindOf(mode);
+  return kind == "not a regular file" ? kind : kind + ", not a regular file";
+}
+
 }  // namespace
+
+std::string regularFileStatus(const std::string& path, struct stat& status) {
+  if (::stat(path.c_str(), &status) != 0) return std::strerror(errno);
+  return S_ISREG(status.st_mode) ? std::string() : notRegular(status.st_mode);
+}
 
 RegularFile::RegularFile(const std::string& path) {
   // Without O_NONBLOCK, opening a FIFO waits for a writer that may never come.
@@ -27,12 +37,11 @@ RegularFile::RegularFile(const std::string& path) {
     reason_ = std::strerror(errno);
     return;
   }
-  struct stat st {};
+  struct stat& st = status_;
   if (::fstat(fd_, &st) != 0) {
     reason_ = std::strerror(errno);
   } else if (!S_ISREG(st.st_mode)) {
-    reason_ = kindOf(st.st_mode);
-    if (reason_ != "not a regular file") reason_ += ", not a regular file";
+    reason_ = notRegular(st.st_mode);
   } else {
     size_ = static_cast<std::size_t>(st.st_size);
   }

@@ -3,6 +3,8 @@
 // memory than the file holds.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstddef>
 #include <new>
 #include <string>
@@ -23,14 +25,24 @@ class RegularFile {
   bool ok() const { return reason_.empty(); }
   const std::string& reason() const { return reason_; }
   std::size_t size() const { return size_; }
+  // What the system says of the open file (device, inode, size, times), for
+  // telling whether a file read before is still the same one.
+  const struct stat& status() const { return status_; }
+  // The open descriptor, owned by this object; -1 when the open failed.
+  int descriptor() const { return fd_; }
   // Reads the size() bytes the file held when opened; false (with reason()) on failure.
   bool readAll(void* data);
 
  private:
   int fd_ = -1;
   std::size_t size_ = 0;
+  struct stat status_ {};
   std::string reason_;
 };
+
+// Whether `path` names a regular file, without opening it: empty when it
+// does (with `status` filled), otherwise the reason, in RegularFile's words.
+std::string regularFileStatus(const std::string& path, struct stat& status);
 
 // The whole content of the regular file `path` in a container of bytes or
 // chars. Every failure calls `fail` with a message such as "cannot read the

@@ -554,6 +554,9 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
+  // The exporter's message names the image it asked for; the file behind it
+  // (an image list's entry) and the reason are the host's to tell.
+  for (const std::string& text : host->imageProblems()) std::fprintf(stderr, "zt2export: %s\n", text.c_str());
   for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", text.c_str());
   for (const std::string& text : host->exportInfoTexts()) {
     std::string shown = "Export Info\n";
