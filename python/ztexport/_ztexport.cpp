@@ -19,6 +19,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "format/file_replace.h"
@@ -29,6 +30,7 @@
 #include "options/options_dialog.h"
 #include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
+#include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
 
@@ -118,33 +120,19 @@ py::tuple rgba8(const Rgba8& c) { return py::make_tuple(c.r, c.g, c.b, c.a); }
 
 // ---------------------------------------------------------------- reading
 
+// The file is read once: its kind is told from the bytes that are then decoded.
 py::object readAny(const std::string& path) {
-  FileKind kind;
+  std::variant<Scene, SkinData, Options> decoded;
   {
     py::gil_scoped_release unlocked;
-    kind = readFileKind(path);
-  }
-  switch (kind) {
-    case FileKind::Scene: {
-      py::gil_scoped_release unlocked;
-      auto scene = std::make_unique<Scene>(readScene(path));
-      py::gil_scoped_acquire locked;
-      return py::cast(std::move(scene));
-    }
-    case FileKind::VertexData: {
-      py::gil_scoped_release unlocked;
-      auto skin = std::make_unique<SkinData>(readSkin(path));
-      py::gil_scoped_acquire locked;
-      return py::cast(std::move(skin));
-    }
-    case FileKind::Options: {
-      py::gil_scoped_release unlocked;
-      auto options = std::make_unique<Options>(readOptions(path));
-      py::gil_scoped_acquire locked;
-      return py::cast(std::move(options));
+    std::vector<std::uint8_t> bytes = readFileBytes(path);
+    switch (detectFileKind(path, bytes)) {
+      case FileKind::Scene: decoded = decodeScene(path, std::move(bytes)); break;
+      case FileKind::VertexData: decoded = decodeSkin(path, std::move(bytes)); break;
+      case FileKind::Options: decoded = decodeOptions(path, std::move(bytes)); break;
     }
   }
-  return py::none();
+  return std::visit([](auto& value) { return py::cast(std::move(value)); }, decoded);
 }
 
 py::object optionValue(const OptionValue& v) {
@@ -417,7 +405,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("values", &Keys::values)
       .def("__len__", [](const Keys& k) { return k.samples.shape(0); });
 
-  py::class_<Node>(m, "Node")
+  py::class_<Node>(m, "Node", "A scene object's base data: name, parent (None at the root), transform (4, 3), user_properties.")
       .def_readonly("name", &Node::name)
       .def_property_readonly("parent", [](const Node& n) -> py::object {
         return n.hasParent ? py::cast(n.parentName) : py::none();
@@ -453,7 +441,7 @@ PYBIND11_MODULE(_ztexport, m) {
         .def_property_readonly("transform", [member](const T& o) { return matrix((o.*member).transform); });
   };
 
-  py::class_<Mesh> mesh(m, "Mesh");
+  py::class_<Mesh> mesh(m, "Mesh", "A mesh: positions and normals float32 (n, 3), triangles uint16 (m, 3) local to their group (groups()), map_channels; read-only views of the reader's storage.");
   nodeFields(mesh, &Mesh::node);
   mesh.def_property_readonly("positions", [](const Mesh& o) { return vec3s(o.positions); })
       .def_property_readonly("normals", [](const Mesh& o) { return vec3s(o.normals); })
@@ -514,7 +502,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("texture_path", &MaterialList::texturePath)
       .def_property_readonly("materials", listOf(&MaterialList::materials));
 
-  py::class_<TransformAnimation>(m, "TransformAnimation")
+  py::class_<TransformAnimation>(m, "TransformAnimation", "A node's animation: keys (transforms (n, 4, 3)) and visibility_keys, as Keys.")
       .def_property_readonly("name", [](const TransformAnimation& a) { return a.header.name; })
       .def_property_readonly("sample_rate", [](const TransformAnimation& a) { return a.header.sampleRate; })
       .def_property_readonly("loop", [](const TransformAnimation& a) { return a.header.loop; })
@@ -544,7 +532,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("offset", &SkippedChunk::offset)
       .def_readonly("name", &SkippedChunk::name);
 
-  py::class_<Scene>(m, "Scene")
+  py::class_<Scene>(m, "Scene", "A decoded .zt2 file: meshes, cameras, lights, helpers, environment, materials, transform_animations, light_animations; nodes() in file order.")
       .def_readonly("path", &Scene::path)
       .def_readonly("size", &Scene::size)
       .def_property_readonly("meshes", listOf(&Scene::meshes))
@@ -573,7 +561,7 @@ PYBIND11_MODULE(_ztexport, m) {
                std::to_string(s.nodes().size()) + " nodes>";
       });
 
-  py::class_<SkinData>(m, "SkinData")
+  py::class_<SkinData>(m, "SkinData", "A decoded .skd file: vertex v has influence_count[v] influences from influence_start[v] on in influence_bone and influence_weight.")
       .def_readonly("path", &SkinData::path)
       .def_readonly("node_names", &SkinData::nodeNames)
       .def_readonly("bone_names", &SkinData::boneNames)
@@ -585,7 +573,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("group_vertex_start", [](const SkinData& s) { return small(s.groupVertexStart); })
       .def("__repr__", [](const SkinData& s) { return "<ztexport.SkinData " + py::repr(py::str(s.path)).cast<std::string>() + ">"; });
 
-  py::class_<Options>(m, "Options")
+  py::class_<Options>(m, "Options", "A decoded ZTExport.cfg: options[\"sampleRate\"], \"name\" in options, as_dict().")
       .def_readonly("path", &Options::path)
       .def_readonly("version", &Options::version)
       .def_readonly("newer_version", &Options::newerVersion)
@@ -603,7 +591,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def("__len__", [](const Options& o) { return o.values.size(); })
       .def("__repr__", [](const Options& o) { return "<ztexport.Options " + py::repr(py::str(o.path)).cast<std::string>() + ">"; });
 
-  py::class_<Difference>(m, "Difference")
+  py::class_<Difference>(m, "Difference", "One difference: kind (added, removed, changed, moved), path, old_value and new_value as JSON text; for arrays differing, largest_difference, first_indices.")
       .def_property_readonly("kind", [](const Difference& d) { return differenceKindName(d.kind); })
       .def_readonly("path", &Difference::path)
       .def_readonly("old_value", &Difference::oldValue)
@@ -620,7 +608,7 @@ PYBIND11_MODULE(_ztexport, m) {
         return std::string("<ztexport.Difference ") + differenceKindName(d.kind) + " " + d.path + ">";
       });
 
-  py::class_<Diff>(m, "Diff")
+  py::class_<Diff>(m, "Diff", "The difference between two files: equal, differences, text (zt2dump --diff's lines), to_json().")
       .def_readonly("old_path", &Diff::oldPath)
       .def_readonly("new_path", &Diff::newPath)
       .def_property_readonly("equal", &Diff::equal)
