@@ -259,6 +259,9 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
   std::string optionFailure;    // a bad option: ValueError
   {
     py::gil_scoped_release unlocked;
+    // One export at a time: the host model keeps the files read and written per process.
+    static std::mutex exporting;
+    std::lock_guard<std::mutex> one(exporting);
     const ExporterModule* exporterModule = nullptr;
     try {
       exporterModule = &loadedModule(modulePath(module));
@@ -323,6 +326,9 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
     if (failure.empty() && optionFailure.empty()) {
       host->setOptionsEditor([&](OptionsDialog& record) {
         for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
+        if (!record.exportMaterials && record.exportGeometry)
+          messages.push_back({"note", "exportMaterials is off, so meshes carry no geometry (faces are written in "
+                                      "the groups of their materials)"});
         record.saveOnClose = false;
         // Every message is handed back, not only those of a failed export.
         record.dumpInfo = 1;

@@ -92,11 +92,28 @@ class ZtexportTest(unittest.TestCase):
         result = ztexport.export(self.scene, out, options={"copyTextures": 1}, config_dir=self.config, check=True)
         self.assertEqual((result.status, result.files), (0, []))
         self.assertFalse(os.path.exists(out))
+        bare = ztexport.export(self.scene, out, options={"exportMaterials": False}, config_dir=self.config, check=True)
+        self.assertIn("exportMaterials is off", " ".join(m.text for m in bare.messages if m.kind == "note"))
         copies = self.path("copies.zt2")
         result = ztexport.export(self.scene, copies, options={"copyTextures": 1, "texturePath": "maps"},
                                  config_dir=self.config)
         self.assertIn(os.path.join(self.work, "maps", "skin.png"), result.files)
         self.assertIn("info", {m.kind for m in result.messages})
+
+    def test_stubs_name_what_is_there(self):
+        import ast
+        with open(os.path.join(os.path.dirname(ztexport.__file__), "__init__.pyi"), encoding="utf-8") as f:
+            stubs = {c.name: c for c in ast.parse(f.read()).body if isinstance(c, ast.ClassDef)}
+        for name, stub in stubs.items():
+            if name.startswith("_") or name in ("FormatError", "Message"):
+                continue
+            members = [n for c in [stub] + [stubs[b.id] for b in stub.bases if b.id in stubs] for n in c.body]
+            for member in members:
+                field = getattr(member, "name", None) or getattr(getattr(member, "target", None), "id", None)
+                if field and not field.startswith("__"):
+                    self.assertTrue(hasattr(getattr(ztexport, name), field), f"{name}.{field}")
+        for function in ("read", "read_scene", "read_skin", "read_options", "diff", "export", "option_names"):
+            self.assertTrue(getattr(ztexport, function).__doc__)
 
     def test_faults(self):
         with self.assertRaisesRegex(ValueError, "sampleRate must be between 1 and 500"):
@@ -115,6 +132,16 @@ class ZtexportTest(unittest.TestCase):
             ztexport.read(damaged)
         error = caught.exception
         self.assertEqual((error.path, error.offset, error.chunk, error.kind), (damaged, 37, "", "corrupt"))
+        # The vertex count just before Character's first position, raised past what the chunk holds.
+        first = next(m for m in ztexport.read(self.first).meshes if m.name == "Character").positions[0].tobytes()
+        count = data.index(first) - 4
+        self.assertEqual(int.from_bytes(data[count:count + 4], "little"), 24)
+        with open(damaged, "wb") as f:
+            f.write(data[:count] + (100000).to_bytes(4, "little") + data[count + 4:])
+        with self.assertRaises(ztexport.FormatError) as caught:
+            ztexport.read(damaged)
+        self.assertEqual((caught.exception.offset, caught.exception.chunk),
+                         (count + 4, 'MeshChunk "Character" > MeshVertexChunk > positions'))
         with self.assertRaises(ztexport.FormatError) as caught:
             ztexport.read_options(self.first)
         self.assertEqual(caught.exception.kind, "wrongKind")
