@@ -142,6 +142,7 @@ class Scene:
     light_animations: list[LightAnimation]
     skipped: list[SkippedChunk]
     def nodes(self) -> list[Node]: ...
+    def find_node(self, name: str) -> Optional[Node]: ...
 
 class SkinData:
     path: str

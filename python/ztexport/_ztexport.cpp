@@ -556,6 +556,10 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("transform_animations", listOf(&Scene::transformAnimations))
       .def_property_readonly("light_animations", listOf(&Scene::lightAnimations))
       .def_property_readonly("skipped", listOf(&Scene::skipped))
+      .def("find_node", [](py::object self, const std::string& name) -> py::object {
+        const Node* n = self.cast<const Scene&>().findNode(name);
+        return n ? py::cast(n, py::return_value_policy::reference_internal, self) : py::none();
+      }, py::arg("name"), "The node named `name`, or None.")
       .def("nodes", [](py::object self) {
         py::list out;
         for (const Node* n : self.cast<const Scene&>().nodes())

@@ -65,6 +65,8 @@ class ZtexportTest(unittest.TestCase):
             self.assertFalse(array.flags.writeable)
         # Two views of one mesh share the reader's storage.
         self.assertTrue(np.shares_memory(positions, mesh.positions))
+        self.assertEqual(scene.find_node("Lamp").parent, "Props")
+        self.assertIsNone(scene.find_node("Nobody"))
         expected = positions.copy()
         keys = next(a for a in scene.transform_animations if a.name == "Character").keys
         del scene, mesh
