@@ -1,0 +1,647 @@
+// _ztexport: the binding under the ztexport package. The reader's structs are
+// handed out as they are; their arrays become numpy arrays that look straight
+// into the reader's storage, each holding a share of it, so that nothing is
+// copied and an array outlives the object it came from. The export drives
+// the exporter module the way zt2export does (tools/zt2export/main.cpp).
+#include <dlfcn.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+#include <pybind11/stl.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "format/file_replace.h"
+#include "host/import/importers.h"
+#include "host/memory/file_reads.h"
+#include "host/memory/memory_host.h"
+#include "options/option_fields.h"
+#include "options/options_dialog.h"
+#include "tools/zt2export/depfile.h"
+#include "tools/zt2export/exporter_module.h"
+#include "reader/tree/file_decoder.h"
+#include "ztexport/diff.h"
+#include "ztexport/reader.h"
+
+namespace py = pybind11;
+namespace fs = std::filesystem;
+using namespace ztexport;
+
+namespace {
+
+PyObject* formatErrorType = nullptr;
+PyObject* exportErrorType = nullptr;
+
+// ---------------------------------------------------------------- arrays
+
+// A numpy view of `count` records of `T` in `array`, each record seen through
+// `shape` and `strides` after the first axis; `offset` bytes into a record.
+// The capsule holds a share of the storage.
+template <typename Element, typename T>
+py::array view(const Array<T>& array, std::vector<py::ssize_t> shape, std::vector<py::ssize_t> strides,
+               std::size_t offset = 0) {
+  shape.insert(shape.begin(), static_cast<py::ssize_t>(array.size()));
+  strides.insert(strides.begin(), static_cast<py::ssize_t>(sizeof(T)));
+  auto* share = new std::shared_ptr<T[]>(array.storage());
+  py::capsule owner(share, [](void* p) { delete static_cast<std::shared_ptr<T[]>*>(p); });
+  // numpy wants an address even for no elements; it is never read.
+  static Element none{};
+  const Element* data =
+      array.empty() ? &none : reinterpret_cast<const Element*>(reinterpret_cast<const char*>(array.data()) + offset);
+  py::array out(py::dtype::of<Element>(), shape, strides, data, owner);
+  py::detail::array_proxy(out.ptr())->flags &= ~py::detail::npy_api::NPY_ARRAY_WRITEABLE_;
+  return out;
+}
+
+py::array vec3s(const Array<Vec3>& a) { return view<float>(a, {3}, {4}); }
+
+py::array matrix(const Matrix4x3& m) {
+  py::array_t<float> out({4, 3});
+  std::memcpy(out.mutable_data(), m.m, sizeof m.m);
+  return out;
+}
+
+template <typename T>
+py::array small(const std::vector<T>& values) {
+  py::array_t<T> out(static_cast<py::ssize_t>(values.size()));
+  if (!values.empty()) std::memcpy(out.mutable_data(), values.data(), values.size() * sizeof(T));
+  return out;
+}
+
+// The keys of one track: samples (n,) and values, both views of the same records.
+struct Keys {
+  py::array samples;
+  py::array values;
+};
+
+Keys transformKeys(const Array<TransformKey>& k) {
+  return {view<std::uint32_t>(k, {}, {}), view<float>(k, {4, 3}, {12, 4}, offsetof(TransformKey, transform))};
+}
+Keys floatKeys(const Array<FloatKey>& k) {
+  return {view<std::uint32_t>(k, {}, {}), view<float>(k, {}, {}, offsetof(FloatKey, value))};
+}
+Keys colourKeys(const Array<ColourKey>& k) {
+  return {view<std::uint32_t>(k, {}, {}), view<float>(k, {4}, {4}, offsetof(ColourKey, colour))};
+}
+
+// Elements of a vector member as Python objects that keep their parent alive.
+template <typename Parent, typename T>
+auto listOf(std::vector<T> Parent::*member) {
+  return [member](py::object self) {
+    const Parent& parent = self.cast<const Parent&>();
+    py::list out;
+    for (const T& item : parent.*member) out.append(py::cast(&item, py::return_value_policy::reference_internal, self));
+    return out;
+  };
+}
+
+const char* lightTypeName(LightType t) {
+  switch (t) {
+    case LightType::Omni: return "omni";
+    case LightType::Directional: return "directional";
+    case LightType::Spot: return "spot";
+  }
+  return "";
+}
+
+py::tuple rgba(const Rgba& c) { return py::make_tuple(c.r, c.g, c.b, c.a); }
+py::tuple rgba8(const Rgba8& c) { return py::make_tuple(c.r, c.g, c.b, c.a); }
+
+// ---------------------------------------------------------------- reading
+
+// The file is read once: its kind is told from the bytes that are then decoded.
+py::object readAny(const std::string& path) {
+  std::variant<Scene, SkinData, Options> decoded;
+  {
+    py::gil_scoped_release unlocked;
+    std::vector<std::uint8_t> bytes = readFileBytes(path);
+    switch (detectFileKind(path, bytes)) {
+      case FileKind::Scene: decoded = decodeScene(path, std::move(bytes)); break;
+      case FileKind::VertexData: decoded = decodeSkin(path, std::move(bytes)); break;
+      case FileKind::Options: decoded = decodeOptions(path, std::move(bytes)); break;
+    }
+  }
+  return std::visit([](auto& value) { return py::cast(std::move(value)); }, decoded);
+}
+
+py::object optionValue(const OptionValue& v) {
+  switch (v.type) {
+    case OptionValue::Type::Int: return py::int_(v.intValue);
+    case OptionValue::Type::Float: return py::float_(v.floatValue);
+    case OptionValue::Type::Strings: return py::cast(v.strings);
+  }
+  return py::none();
+}
+
+// ---------------------------------------------------------------- export
+
+// ZTExport.dle: `given`, else beside this extension, else where an install
+// puts it, else at the top of the build tree the extension was built in.
+std::string modulePath(const std::string& given) {
+  if (!given.empty()) return given;
+  Dl_info info{};
+  if (!dladdr(reinterpret_cast<void*>(&modulePath), &info) || !info.dli_fname) return "ZTExport.dle";
+  const fs::path here = fs::path(info.dli_fname).parent_path();
+  const fs::path candidates[] = {here / "ZTExport.dle", here / ZTX_PY_TO_INSTALLED_MODULE / "ZTExport.dle",
+                                 here / ZTX_PY_TO_BUILT_MODULE / "ZTExport.dle"};
+  std::error_code ec;
+  for (const fs::path& candidate : candidates)
+    if (fs::exists(candidate, ec)) return candidate.lexically_normal().string();
+  return candidates[0].string();
+}
+
+// Loaded once per path: a module is never unloaded (exporter_module.h).
+const ExporterModule& loadedModule(const std::string& path) {
+  static std::mutex lock;
+  static std::map<std::string, std::unique_ptr<ExporterModule>> modules;
+  std::lock_guard<std::mutex> guard(lock);
+  auto& slot = modules[path];
+  if (!slot) slot = std::make_unique<ExporterModule>(path);
+  return *slot;
+}
+
+// As zt2export's default: $XDG_CONFIG_HOME/ztexport or ~/.config/ztexport.
+std::string defaultConfigDir() {
+  fs::path base;
+  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
+    base = xdg;
+  else if (const char* home = std::getenv("HOME"); home && *home)
+    base = fs::path(home) / ".config";
+  else if (const passwd* user = ::getpwuid(::getuid()); user && user->pw_dir && *user->pw_dir)
+    base = fs::path(user->pw_dir) / ".config";
+  else
+    return {};
+  return (base / "ztexport").string();
+}
+
+std::string folderOf(const std::string& file) {
+  const fs::path dir = fs::path(file).parent_path();
+  return dir.empty() ? std::string(".") : dir.string();
+}
+
+[[noreturn]] void exportError(const std::string& message) {
+  PyErr_SetString(exportErrorType, message.c_str());
+  throw py::error_already_set();
+}
+
+// Option values as --set takes them: True is "true", numbers in Python's spelling.
+std::string optionText(const py::handle& value) {
+  if (py::isinstance<py::bool_>(value)) return value.cast<bool>() ? "true" : "false";
+  if (py::isinstance<py::str>(value)) return value.cast<std::string>();
+  if (py::isinstance<py::int_>(value) || py::isinstance<py::float_>(value)) return py::str(value).cast<std::string>();
+  throw py::type_error("an option's value is a bool, a number or a str, not " +
+                       py::str(py::type::of(value).attr("__name__")).cast<std::string>());
+}
+
+struct Message {
+  std::string kind, text;
+};
+
+// The "Export Info" texts line by line, each kind taken from its prefix.
+void splitInfo(const std::string& text, std::vector<Message>& out) {
+  std::size_t start = 0;
+  while (start < text.size()) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    std::string line = text.substr(start, end - start);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    start = end + 1;
+    if (line.empty()) continue;
+    std::string kind = "text";
+    for (const char* prefix : {"INFO", "WARNING", "ERROR"})
+      if (line.rfind(std::string(prefix) + ":", 0) == 0) {
+        kind = prefix;
+        for (char& c : kind) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+      }
+    out.push_back({kind, line});
+  }
+}
+
+// The destination of an "INFO: Texture "a" copied to "b"." line, or empty.
+std::string copiedTexture(const std::string& line) {
+  const std::string mark = "\" copied to \"";
+  const std::size_t at = line.rfind(mark);
+  if (line.rfind("INFO: Texture \"", 0) != 0 || at == std::string::npos || !line.ends_with("\".")) return {};
+  return line.substr(at + mark.size(), line.size() - 2 - at - mark.size());
+}
+
+py::tuple exportScene(const std::string& scene, const std::string& outputGiven, const py::dict& options,
+                      const std::string& configDirGiven, bool check, const std::string& module,
+                      const std::vector<std::string>& texturePaths, bool copyTexturesOutside) {
+  const long long startedAt = zt2export::nowNanoseconds();
+  const std::string output = outputGiven;
+  {
+    std::string ext = fs::path(output).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext != ".zt2") throw py::value_error(output + ": the output is a ZT2 scene file and its name must end in .zt2");
+  }
+  std::vector<std::pair<std::string, std::string>> sets;
+  for (const auto& [name, value] : options) sets.emplace_back(py::str(name).cast<std::string>(), optionText(value));
+
+  std::string configDir = configDirGiven.empty() ? defaultConfigDir() : configDirGiven;
+  if (configDir.empty()) exportError("no configuration directory: neither XDG_CONFIG_HOME nor HOME is set; give config_dir");
+
+  int status = 0;
+  std::vector<Message> messages;
+  std::vector<std::string> written;
+  std::string failure;          // a reason to raise ExportError, before the exporter runs
+  std::string optionFailure;    // a bad option: ValueError
+  {
+    py::gil_scoped_release unlocked;
+    // One export at a time: the host model keeps the files read and written per process.
+    static std::mutex exporting;
+    std::lock_guard<std::mutex> one(exporting);
+    const ExporterModule* exporterModule = nullptr;
+    try {
+      exporterModule = &loadedModule(modulePath(module));
+    } catch (const ModuleError& e) {
+      failure = e.what();
+    }
+    std::unique_ptr<hostmodel::MemoryHost> host;
+    FileStaging embeddedTextures;
+    std::string textureDir;
+    std::string why;
+    if (failure.empty()) {
+      if (const std::string clash = overwrittenInput(output, {scene}); !clash.empty())
+        failure = output + ": the output would overwrite " + clash;
+    }
+    if (failure.empty() && ::access(folderOf(output).c_str(), W_OK | X_OK) != 0)
+      failure = "cannot write " + output + ": " + folderOf(output) + ": " + std::strerror(errno);
+    // A dry run keeps the textures held in a model in a folder that goes with it.
+    std::string dryRunTextures;
+    if (failure.empty() && !hostimport::isSceneDescription(scene)) {
+      if (check) {
+        std::error_code ec;
+        std::string pattern = (fs::temp_directory_path(ec) / "ztexport-XXXXXX").string();
+        if (!ec && ::mkdtemp(pattern.data())) dryRunTextures = textureDir = pattern;
+      } else {
+        textureDir = embeddedTextures.newFilesDirectory(folderOf(resolvedTarget(output)), why);
+      }
+      if (textureDir.empty()) failure = output + ": cannot write beside the output: " + why;
+    }
+    if (failure.empty()) {
+      try {
+        hostimport::OpenOptions open;
+        open.textureDir = textureDir;
+        open.texturePaths = texturePaths;
+        host = hostimport::openScene(scene, open);
+      } catch (const std::exception& e) {
+        failure = e.what();
+      }
+    }
+    if (failure.empty() && !check) {
+      std::error_code ec;
+      fs::create_directories(configDir, ec);
+      if (!fs::is_directory(configDir, ec)) failure = "cannot create the configuration directory " + configDir;
+    }
+    std::vector<OptionEdit> edits;
+    if (failure.empty()) {
+      host->setConfigDir(configDir);
+      // Checked against the scene's frame range before anything runs, as --set is.
+      const int ticksPerFrame = host->GetTicksPerFrame();
+      const Interval range = host->GetAnimRange();
+      const FrameLimits frames{0, ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0};
+      for (const auto& [field, value] : sets) {
+        std::string error;
+        OptionEdit edit;
+        if (parseOptionEdit(field, value, frames, edit, error)) {
+          edits.push_back(std::move(edit));
+        } else if (optionFailure.empty()) {
+          optionFailure = error.rfind("--set ", 0) == 0 ? error.substr(6) : error;
+        }
+      }
+    }
+    const std::size_t writtenBefore = hostmodel::filesWritten().size();
+    if (failure.empty() && optionFailure.empty()) {
+      host->setOptionsEditor([&](OptionsDialog& record) {
+        for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
+        if (!record.exportMaterials && record.exportGeometry)
+          messages.push_back({"note", "exportMaterials is off, so meshes carry no geometry (faces are written in "
+                                      "the groups of their materials)"});
+        record.saveOnClose = false;
+        // Every message is handed back, not only those of a failed export.
+        record.dumpInfo = 1;
+      });
+      host->setWritesSuppressed(check);
+      host->setTextureCopiesOutsideAllowed(copyTexturesOutside);
+      int result = 0;
+      try {
+        const std::unique_ptr<SceneExport> exporter = exporterModule->createExporter();
+        result = exporter->DoExport(output.c_str(), nullptr, host.get(), TRUE);
+      } catch (const std::exception& e) {
+        messages.push_back({"error", std::string("export failed: ") + e.what()});
+        result = 0;
+      }
+      for (const std::string& text : host->messageBoxes()) messages.push_back({"messageBox", text});
+      for (const std::string& text : host->exportInfoTexts()) splitInfo(text, messages);
+      for (const std::string& note : host->textureNotes()) messages.push_back({"note", note});
+      const std::string cancelled = "Export process canceled due to error(s) encountered.\r\n";
+      const auto& infos = host->exportInfoTexts();
+      const bool errors = !infos.empty() && infos.back().ends_with(cancelled);
+      status = result == 0 || !host->messageBoxes().empty() ? 2 : errors ? 1 : 0;
+      if (status == 0) {
+        if (const std::string fault = embeddedTextures.commit(); !fault.empty()) {
+          messages.push_back({"error", "cannot save a texture held in the model: " + fault});
+          status = 2;
+        }
+      }
+      if (status == 0 && !check) {
+        const zt2export::ExportFiles files = zt2export::exportFiles(output, configDir, startedAt);
+        // The record of files written is the process's: this run's are those it added.
+        const std::vector<std::string> all = hostmodel::filesWritten();
+        written.push_back(files.targets[0]);
+        if (files.targets.size() > 1 && files.targets[1].ends_with(".skd")) written.push_back(files.targets[1]);
+        for (std::size_t i = writtenBefore; i < all.size(); ++i) written.push_back(all[i]);
+        for (const Message& m : messages)
+          if (std::string copied = copiedTexture(m.text); !copied.empty())
+            written.push_back(fs::path(copied).lexically_normal().string());
+      }
+    }
+    embeddedTextures.discard();
+    if (!dryRunTextures.empty()) {
+      std::error_code ec;
+      fs::remove_all(dryRunTextures, ec);
+    }
+  }
+  if (!failure.empty()) exportError(failure);
+  if (!optionFailure.empty()) throw py::value_error(optionFailure);
+
+  py::list messageList;
+  for (const Message& m : messages) messageList.append(py::make_tuple(m.kind, m.text));
+  return py::make_tuple(status, messageList, py::cast(written), output);
+}
+
+}  // namespace
+
+PYBIND11_MODULE(_ztexport, m) {
+  m.doc() = "The binding under the ztexport package; use ztexport itself.";
+
+  formatErrorType = PyErr_NewException("ztexport.FormatError", PyExc_Exception, nullptr);
+  exportErrorType = PyErr_NewException("ztexport.ExportError", PyExc_RuntimeError, nullptr);
+  m.add_object("FormatError", py::handle(formatErrorType));
+  m.add_object("ExportError", py::handle(exportErrorType));
+  py::register_exception_translator([](std::exception_ptr p) {
+    try {
+      if (p) std::rethrow_exception(p);
+    } catch (const FormatError& e) {
+      py::object error = py::reinterpret_borrow<py::object>(formatErrorType)(e.what());
+      error.attr("path") = e.path();
+      error.attr("offset") = e.offset();
+      error.attr("chunk") = e.chunkPath();
+      error.attr("kind") = e.kind() == FormatError::Kind::Unreadable ? "unreadable"
+                           : e.kind() == FormatError::Kind::Corrupt  ? "corrupt"
+                                                                     : "wrongKind";
+      PyErr_SetObject(formatErrorType, error.ptr());
+    }
+  });
+
+  py::class_<Keys>(m, "Keys", "The keys of one track: samples (n,) uint32 and values, views of the same records.")
+      .def_readonly("samples", &Keys::samples)
+      .def_readonly("values", &Keys::values)
+      .def("__len__", [](const Keys& k) { return k.samples.shape(0); });
+
+  py::class_<Node>(m, "Node", "A scene object's base data: name, parent (None at the root), transform (4, 3), user_properties.")
+      .def_readonly("name", &Node::name)
+      .def_property_readonly("parent", [](const Node& n) -> py::object {
+        return n.hasParent ? py::cast(n.parentName) : py::none();
+      })
+      .def_property_readonly("transform", [](const Node& n) { return matrix(n.transform); })
+      .def_readonly("user_properties", &Node::userProperties)
+      .def_readonly("offset", &Node::offset)
+      .def_readonly("order", &Node::order)
+      .def("__repr__", [](const Node& n) { return "<ztexport.Node " + py::repr(py::str(n.name)).cast<std::string>() + ">"; });
+
+  py::class_<MapChannel>(m, "MapChannel")
+      .def_readonly("channel", &MapChannel::channel)
+      .def_property_readonly("coordinates", [](const MapChannel& c) { return vec3s(c.coordinates); })
+      .def_property_readonly("group_counts", [](const MapChannel& c) { return small(c.groupCounts); });
+
+  py::class_<MeshGroup>(m, "MeshGroup")
+      .def_readonly("material", &MeshGroup::material)
+      .def_readonly("first_vertex", &MeshGroup::firstVertex)
+      .def_readonly("vertex_count", &MeshGroup::vertexCount)
+      .def_readonly("first_triangle", &MeshGroup::firstTriangle)
+      .def_readonly("triangle_count", &MeshGroup::triangleCount);
+
+  // Node fields repeated on each object, so that mesh.name reads as it should.
+  auto nodeFields = [](auto& cls, auto member) {
+    using T = typename std::remove_reference_t<decltype(cls)>::type;
+    cls.def_property_readonly("node", [member](py::object self) {
+         return py::cast(&(self.cast<const T&>().*member), py::return_value_policy::reference_internal, self);
+       })
+        .def_property_readonly("name", [member](const T& o) { return (o.*member).name; })
+        .def_property_readonly("parent", [member](const T& o) -> py::object {
+          return (o.*member).hasParent ? py::cast((o.*member).parentName) : py::none();
+        })
+        .def_property_readonly("transform", [member](const T& o) { return matrix((o.*member).transform); });
+  };
+
+  py::class_<Mesh> mesh(m, "Mesh", "A mesh: positions and normals float32 (n, 3), triangles uint16 (m, 3) local to their group (groups()), map_channels; read-only views of the reader's storage.");
+  nodeFields(mesh, &Mesh::node);
+  mesh.def_property_readonly("positions", [](const Mesh& o) { return vec3s(o.positions); })
+      .def_property_readonly("normals", [](const Mesh& o) { return vec3s(o.normals); })
+      .def_property_readonly("triangles", [](const Mesh& o) { return view<std::uint16_t>(o.triangles, {3}, {2}); })
+      .def_property_readonly("group_vertex_counts", [](const Mesh& o) { return small(o.groupVertexCounts); })
+      .def_property_readonly("group_triangle_counts", [](const Mesh& o) { return small(o.groupTriangleCounts); })
+      .def_readonly("material_names", &Mesh::materialNames)
+      .def_property_readonly("map_channels", listOf(&Mesh::mapChannels))
+      .def_readonly("reference_name", &Mesh::referenceName)
+      .def("groups", &Mesh::groups)
+      .def("__repr__", [](const Mesh& o) {
+        return "<ztexport.Mesh " + py::repr(py::str(o.node.name)).cast<std::string>() + ": " +
+               std::to_string(o.positions.size()) + " vertices, " + std::to_string(o.triangles.size()) + " triangles>";
+      });
+
+  py::class_<Camera> camera(m, "Camera");
+  nodeFields(camera, &Camera::node);
+  camera.def_readonly("fov", &Camera::fov).def_readonly("near", &Camera::nearPlane).def_readonly("far", &Camera::farPlane);
+
+  py::class_<Light> light(m, "Light");
+  nodeFields(light, &Light::node);
+  light.def_property_readonly("type", [](const Light& l) { return lightTypeName(l.type); })
+      .def_property_readonly("colour", [](const Light& l) { return rgba(l.colour); })
+      .def_readonly("intensity", &Light::intensity)
+      .def_readonly("attenuation_start", &Light::attenuationStart)
+      .def_readonly("attenuation_end", &Light::attenuationEnd)
+      .def_readonly("hotspot", &Light::hotspot)
+      .def_readonly("falloff", &Light::falloff);
+
+  py::class_<Helper> helper(m, "Helper");
+  nodeFields(helper, &Helper::node);
+  helper.def_readonly("class_name", &Helper::className);
+
+  py::class_<Environment>(m, "Environment")
+      .def_property_readonly("ambient", [](const Environment& e) { return rgba8(e.ambientColour); })
+      .def_property_readonly("background", [](const Environment& e) { return rgba8(e.backgroundColour); });
+
+  py::class_<Texture>(m, "Texture")
+      .def_readonly("name", &Texture::name)
+      .def_readonly("value", &Texture::textureValue)
+      .def_readonly("mode", &Texture::textureMode)
+      .def_readonly("file_names", &Texture::fileNames);
+
+  py::class_<Material>(m, "Material")
+      .def_readonly("name", &Material::name)
+      .def_property_readonly("ambient", [](const Material& x) { return rgba(x.ambient); })
+      .def_property_readonly("diffuse", [](const Material& x) { return rgba(x.diffuse); })
+      .def_property_readonly("specular", [](const Material& x) { return rgba(x.specular); })
+      .def_property_readonly("layers", [](py::object self) {
+        const Material& x = self.cast<const Material&>();
+        py::list out;
+        for (const auto& layer : x.layers)
+          out.append(layer ? py::cast(&*layer, py::return_value_policy::reference_internal, self) : py::none());
+        return out;
+      });
+
+  py::class_<MaterialList>(m, "MaterialList")
+      .def_readonly("texture_path", &MaterialList::texturePath)
+      .def_property_readonly("materials", listOf(&MaterialList::materials));
+
+  py::class_<TransformAnimation>(m, "TransformAnimation", "A node's animation: keys (transforms (n, 4, 3)) and visibility_keys, as Keys.")
+      .def_property_readonly("name", [](const TransformAnimation& a) { return a.header.name; })
+      .def_property_readonly("sample_rate", [](const TransformAnimation& a) { return a.header.sampleRate; })
+      .def_property_readonly("loop", [](const TransformAnimation& a) { return a.header.loop; })
+      .def_readonly("parent_name", &TransformAnimation::parentName)
+      .def_readonly("num_samples", &TransformAnimation::numSamples)
+      .def_readonly("loop_to_frame", &TransformAnimation::loopToFrame)
+      .def_property_readonly("keys", [](const TransformAnimation& a) { return transformKeys(a.keys); })
+      .def_property_readonly("visibility_keys", [](const TransformAnimation& a) { return floatKeys(a.visibilityKeys); })
+      .def_readonly("order", &TransformAnimation::order);
+
+  py::class_<LightAnimation>(m, "LightAnimation")
+      .def_property_readonly("name", [](const LightAnimation& a) { return a.header.name; })
+      .def_property_readonly("type", [](const LightAnimation& a) { return lightTypeName(a.type); })
+      .def_property_readonly("sample_rate", [](const LightAnimation& a) { return a.header.sampleRate; })
+      .def_readonly("num_samples", &LightAnimation::numSamples)
+      .def_property_readonly("colour_keys", [](const LightAnimation& a) { return colourKeys(a.colourKeys); })
+      .def_property_readonly("intensity_keys", [](const LightAnimation& a) { return floatKeys(a.intensityKeys); })
+      .def_property_readonly("attenuation_start_keys", [](const LightAnimation& a) { return floatKeys(a.attenuationStartKeys); })
+      .def_property_readonly("attenuation_end_keys", [](const LightAnimation& a) { return floatKeys(a.attenuationEndKeys); })
+      .def_property_readonly("hotspot_keys", [](const LightAnimation& a) { return floatKeys(a.hotspotKeys); })
+      .def_property_readonly("falloff_keys", [](const LightAnimation& a) { return floatKeys(a.falloffKeys); })
+      .def_readonly("order", &LightAnimation::order);
+
+  py::class_<SkippedChunk>(m, "SkippedChunk")
+      .def_readonly("id", &SkippedChunk::id)
+      .def_readonly("version", &SkippedChunk::version)
+      .def_readonly("offset", &SkippedChunk::offset)
+      .def_readonly("name", &SkippedChunk::name);
+
+  py::class_<Scene>(m, "Scene", "A decoded .zt2 file: meshes, cameras, lights, helpers, environment, materials, transform_animations, light_animations; nodes() in file order.")
+      .def_readonly("path", &Scene::path)
+      .def_readonly("size", &Scene::size)
+      .def_property_readonly("meshes", listOf(&Scene::meshes))
+      .def_property_readonly("cameras", listOf(&Scene::cameras))
+      .def_property_readonly("lights", listOf(&Scene::lights))
+      .def_property_readonly("helpers", listOf(&Scene::helpers))
+      .def_property_readonly("environment", [](py::object self) -> py::object {
+        const Scene& s = self.cast<const Scene&>();
+        return s.environment ? py::cast(&*s.environment, py::return_value_policy::reference_internal, self) : py::none();
+      })
+      .def_property_readonly("materials", [](py::object self) -> py::object {
+        const Scene& s = self.cast<const Scene&>();
+        return s.materials ? py::cast(&*s.materials, py::return_value_policy::reference_internal, self) : py::none();
+      })
+      .def_property_readonly("transform_animations", listOf(&Scene::transformAnimations))
+      .def_property_readonly("light_animations", listOf(&Scene::lightAnimations))
+      .def_property_readonly("skipped", listOf(&Scene::skipped))
+      .def("find_node", [](py::object self, const std::string& name) -> py::object {
+        const Node* n = self.cast<const Scene&>().findNode(name);
+        return n ? py::cast(n, py::return_value_policy::reference_internal, self) : py::none();
+      }, py::arg("name"), "The node named `name`, or None.")
+      .def("nodes", [](py::object self) {
+        py::list out;
+        for (const Node* n : self.cast<const Scene&>().nodes())
+          out.append(py::cast(n, py::return_value_policy::reference_internal, self));
+        return out;
+      })
+      .def("__repr__", [](const Scene& s) {
+        return "<ztexport.Scene " + py::repr(py::str(s.path)).cast<std::string>() + ": " +
+               std::to_string(s.nodes().size()) + " nodes>";
+      });
+
+  py::class_<SkinData>(m, "SkinData", "A decoded .skd file: vertex v has influence_count[v] influences from influence_start[v] on in influence_bone and influence_weight.")
+      .def_readonly("path", &SkinData::path)
+      .def_readonly("node_names", &SkinData::nodeNames)
+      .def_readonly("bone_names", &SkinData::boneNames)
+      .def_property_readonly("influence_start", [](const SkinData& s) { return view<std::int32_t>(s.influenceStart, {}, {}); })
+      .def_property_readonly("influence_count", [](const SkinData& s) { return view<std::int32_t>(s.influenceCount, {}, {}); })
+      .def_property_readonly("influence_bone", [](const SkinData& s) { return view<std::int32_t>(s.influenceBone, {}, {}); })
+      .def_property_readonly("influence_weight", [](const SkinData& s) { return view<float>(s.influenceWeight, {}, {}); })
+      .def_property_readonly("group_vertex_count", [](const SkinData& s) { return small(s.groupVertexCount); })
+      .def_property_readonly("group_vertex_start", [](const SkinData& s) { return small(s.groupVertexStart); })
+      .def("__repr__", [](const SkinData& s) { return "<ztexport.SkinData " + py::repr(py::str(s.path)).cast<std::string>() + ">"; });
+
+  py::class_<Options>(m, "Options", "A decoded ZTExport.cfg: options[\"sampleRate\"], \"name\" in options, as_dict().")
+      .def_readonly("path", &Options::path)
+      .def_readonly("version", &Options::version)
+      .def_readonly("newer_version", &Options::newerVersion)
+      .def("as_dict", [](const Options& o) {
+        py::dict out;
+        for (const OptionValue& v : o.values) out[py::str(v.name)] = optionValue(v);
+        return out;
+      })
+      .def("__getitem__", [](const Options& o, const std::string& name) {
+        const OptionValue* v = o.find(name);
+        if (!v) throw py::key_error(name);
+        return optionValue(*v);
+      })
+      .def("__contains__", [](const Options& o, const std::string& name) { return o.find(name) != nullptr; })
+      .def("__len__", [](const Options& o) { return o.values.size(); })
+      .def("__repr__", [](const Options& o) { return "<ztexport.Options " + py::repr(py::str(o.path)).cast<std::string>() + ">"; });
+
+  py::class_<Difference>(m, "Difference", "One difference: kind (added, removed, changed, moved), path, old_value and new_value as JSON text; for arrays differing, largest_difference, first_indices.")
+      .def_property_readonly("kind", [](const Difference& d) { return differenceKindName(d.kind); })
+      .def_readonly("path", &Difference::path)
+      .def_readonly("old_value", &Difference::oldValue)
+      .def_readonly("new_value", &Difference::newValue)
+      .def_readonly("array", &Difference::array)
+      .def_readonly("old_length", &Difference::oldLength)
+      .def_readonly("new_length", &Difference::newLength)
+      .def_readonly("differing", &Difference::differing)
+      .def_readonly("largest_difference", &Difference::largestDifference)
+      .def_readonly("first_indices", &Difference::firstIndices)
+      .def_readonly("old_position", &Difference::oldPosition)
+      .def_readonly("new_position", &Difference::newPosition)
+      .def("__repr__", [](const Difference& d) {
+        return std::string("<ztexport.Difference ") + differenceKindName(d.kind) + " " + d.path + ">";
+      });
+
+  py::class_<Diff>(m, "Diff", "The difference between two files: equal, differences, text (zt2dump --diff's lines), to_json().")
+      .def_readonly("old_path", &Diff::oldPath)
+      .def_readonly("new_path", &Diff::newPath)
+      .def_property_readonly("equal", &Diff::equal)
+      .def_property_readonly("differences", listOf(&Diff::differences))
+      .def_property_readonly("text", [](const Diff& d) { return diffText(d); })
+      .def("to_json", [](const Diff& d) { return diffJson(d); })
+      .def("__len__", [](const Diff& d) { return d.differences.size(); })
+      .def("__repr__", [](const Diff& d) {
+        return "<ztexport.Diff " + std::to_string(d.differences.size()) + " differences>";
+      });
+
+  m.def("read", &readAny, py::arg("path"));
+  m.def("read_scene", &readScene, py::arg("path"), py::call_guard<py::gil_scoped_release>());
+  m.def("read_skin", &readSkin, py::arg("path"), py::call_guard<py::gil_scoped_release>());
+  m.def("read_options", &readOptions, py::arg("path"), py::call_guard<py::gil_scoped_release>());
+  m.def("diff", [](const std::string& a, const std::string& b, double tolerance) {
+        if (!(tolerance >= 0)) throw py::value_error("tolerance must be 0 or more");
+        DiffOptions options;
+        options.tolerance = tolerance;
+        return diffFiles(a, b, options);
+      }, py::arg("a"), py::arg("b"), py::arg("tolerance") = 0.0, py::call_guard<py::gil_scoped_release>());
+  m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
+        py::arg("check"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
+  m.def("option_names", &optionFieldNames);
+  m.def("module_path", [](const std::string& given) { return modulePath(given); }, py::arg("given") = "");
+}
