@@ -28,6 +28,7 @@
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
+#include "tools/zt2export/config_dir.h"
 #include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
 #include "reader/tree/file_decoder.h"
@@ -171,20 +172,6 @@ const ExporterModule& loadedModule(const std::string& path) {
   return *slot;
 }
 
-// As zt2export's default: $XDG_CONFIG_HOME/ztexport or ~/.config/ztexport.
-std::string defaultConfigDir() {
-  fs::path base;
-  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
-    base = xdg;
-  else if (const char* home = std::getenv("HOME"); home && *home)
-    base = fs::path(home) / ".config";
-  else if (const passwd* user = ::getpwuid(::getuid()); user && user->pw_dir && *user->pw_dir)
-    base = fs::path(user->pw_dir) / ".config";
-  else
-    return {};
-  return (base / "ztexport").string();
-}
-
 std::string folderOf(const std::string& file) {
   const fs::path dir = fs::path(file).parent_path();
   return dir.empty() ? std::string(".") : dir.string();
@@ -249,7 +236,7 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
   std::vector<std::pair<std::string, std::string>> sets;
   for (const auto& [name, value] : options) sets.emplace_back(py::str(name).cast<std::string>(), optionText(value));
 
-  std::string configDir = configDirGiven.empty() ? defaultConfigDir() : configDirGiven;
+  std::string configDir = configDirGiven.empty() ? zt2export::defaultConfigDir() : configDirGiven;
   if (configDir.empty()) exportError("no configuration directory: neither XDG_CONFIG_HOME nor HOME is set; give config_dir");
 
   int status = 0;

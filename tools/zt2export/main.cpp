@@ -27,6 +27,7 @@
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
 #include "tools/zt2export/batch_command.h"
+#include "tools/zt2export/config_dir.h"
 #include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
 #include "ui/display_probe.h"
@@ -254,22 +255,6 @@ Arguments parseArguments(int argc, char** argv) {
   return a;
 }
 
-// Empty when there is no home to put it in: a configuration that quietly
-// lands in whatever directory the run started from is never found again.
-std::string defaultConfigDir() {
-  namespace fs = std::filesystem;
-  fs::path base;
-  if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg)
-    base = xdg;
-  else if (const char* home = std::getenv("HOME"); home && *home)
-    base = fs::path(home) / ".config";
-  else if (const passwd* user = ::getpwuid(::getuid()); user && user->pw_dir && *user->pw_dir)
-    base = fs::path(user->pw_dir) / ".config";
-  else
-    return {};
-  return (base / "ztexport").string();
-}
-
 std::string directoryOrCurrent(const std::filesystem::path& file) {
   const std::filesystem::path dir = file.parent_path();
   return dir.empty() ? std::string(".") : dir.string();
@@ -474,7 +459,7 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
-  const std::string configDir = args.configDir.empty() ? defaultConfigDir() : args.configDir;
+  const std::string configDir = args.configDir.empty() ? zt2export::defaultConfigDir() : args.configDir;
   if (configDir.empty()) {
     std::fprintf(stderr, "zt2export: no configuration directory: neither XDG_CONFIG_HOME nor HOME is set and the "
                          "user has no home directory; give --config-dir\n");
