@@ -107,13 +107,29 @@ bool readWithFallback(const std::string& path, bool infoOnly, int& width, int& h
 
 bool fallbackDecoderLoaded() { return fallbackLoaded; }
 
+namespace {
+
+// PNG and JPEG are stb_image's own: a file that opens as one and still fails
+// is damaged, and the fallback would only fail again, through a library whose
+// error path (libpng's longjmp) leaves its own allocations behind.
+bool stbHasTheLastWord(std::FILE* file) {
+  unsigned char head[8] = {};
+  const std::size_t n = std::fread(head, 1, sizeof head, file);
+  std::rewind(file);
+  static const unsigned char png[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+  return (n == 8 && std::memcmp(head, png, 8) == 0) || (n >= 3 && head[0] == 0xff && head[1] == 0xd8 && head[2] == 0xff);
+}
+
+}  // namespace
+
 bool imageInfo(const std::string& path, int& width, int& height) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) return false;  // nothing for any decoder to read
   int channels = 0;
+  const bool final = stbHasTheLastWord(file);
   const bool known = stbi_info_from_file(file, &width, &height, &channels) != 0;
   std::fclose(file);
-  if (known) return true;
+  if (known || final) return known;
   std::string why;
   return readWithFallback(path, true, width, height, why, nullptr);
 }
@@ -126,6 +142,7 @@ bool decodeImage(const std::string& path, int& width, int& height, std::string& 
     return false;
   }
   int channels = 0;
+  const bool final = stbHasTheLastWord(file);
   unsigned char* decoded = stbi_load_from_file(file, &width, &height, &channels, 0);
   std::fclose(file);
   if (decoded != nullptr) {
@@ -137,6 +154,10 @@ bool decodeImage(const std::string& path, int& width, int& height, std::string& 
     return true;
   }
   const std::string stbReason = stbi_failure_reason() ? stbi_failure_reason() : "unknown";
+  if (final) {
+    why = "is no image that can be decoded (stb_image: " + stbReason + ")";
+    return false;
+  }
   std::string other;
   if (readWithFallback(path, false, width, height, other, pixels)) return true;
   why = "is no image that can be decoded (stb_image: " + stbReason + "; OpenImageIO: " + other + ")";
