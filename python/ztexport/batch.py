@@ -119,15 +119,17 @@ def run(request: Dict[str, Any], scheduler: Optional[str] = None, workers: int =
                           # that dies then takes no innocent file's try with it.
                           "distributed.scheduler.worker-saturation": 1.0,
                           "distributed.logging.distributed": "error"}):
-        if scheduler:
-            client = Client(scheduler)
-        else:
-            cluster = LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1,
-                                   processes=True, silence_logs=logging.ERROR, dashboard_address=":0")
-            client = Client(cluster)
+        client = None
+        futures: Dict[Any, int] = {}
+        collected = set()
         try:
+            if scheduler:
+                client = Client(scheduler)
+            else:
+                cluster = LocalCluster(n_workers=workers or os.cpu_count() or 1, threads_per_worker=1,
+                                       processes=True, silence_logs=logging.ERROR, dashboard_address=":0")
+                client = Client(cluster)
             print("ztexport.batch: dashboard at %s" % client.dashboard_link, file=out, flush=True)
-            futures = {}
             for index in pending:
                 future = client.submit(export_task, request, inputs[index], version, index, pure=False,
                                        key="export-%d-%s" % (index, inputs[index]))
@@ -135,29 +137,31 @@ def run(request: Dict[str, Any], scheduler: Optional[str] = None, workers: int =
             if progress and futures:
                 from distributed import progress as show_progress
                 show_progress(list(futures))
-            try:
-                for future in as_completed(list(futures)):
-                    index = futures[future]
-                    try:
-                        records[index] = future.result()
-                    except KilledWorker:
-                        records[index] = _failed_record(request, inputs[index], KILLED_MESSAGE)
-                    except Exception as e:  # the task itself failed on the worker
-                        records[index] = _failed_record(request, inputs[index], "the task failed: %s" % e)
-                    if records[index]["status"] not in ("exported", "up to date"):
-                        print("ztexport.batch: %s: %s" % (inputs[index], records[index]["status"]), file=out)
-            except KeyboardInterrupt:
-                interrupted = True
+            for future in as_completed(list(futures)):
+                index = futures[future]
+                try:
+                    records[index] = future.result()
+                except KilledWorker:
+                    records[index] = _failed_record(request, inputs[index], KILLED_MESSAGE)
+                except Exception as e:  # the task itself failed on the worker
+                    records[index] = _failed_record(request, inputs[index], "the task failed: %s" % e)
+                collected.add(index)
+                if records[index]["status"] not in ("exported", "up to date"):
+                    print("ztexport.batch: %s: %s" % (inputs[index], records[index]["status"]), file=out)
+        except KeyboardInterrupt:
+            interrupted = True
+            if client is not None:
                 client.cancel(list(futures))
-                for future, index in futures.items():
-                    if future.status != "finished":
-                        records[index]["status"] = "interrupted"
+            for index in pending:
+                if index not in collected:
+                    records[index]["status"] = "interrupted"
         finally:
-            client.close()
+            if client is not None:
+                client.close()
             if cluster is not None:
                 cluster.close()
 
-    result = {"files": records, "interrupted": interrupted, "signal": signal.SIGINT if interrupted else 0,
+    result = {"files": records, "interrupted": interrupted, "signal": int(signal.SIGINT) if interrupted else 0,
               "seconds": time.monotonic() - started}
     _batch.write_manifest(request, version, result)
     exported = sum(record["status"] == "exported" for record in records)
