@@ -114,6 +114,20 @@ class DaskBatchTest(unittest.TestCase):
         self.assertEqual(manifest_of(out)["counts"]["up to date"], 2 * COPIES)
         self.assertIn("0 exported, %d up to date" % (2 * COPIES), again.stderr)
 
+    def test_bad_command_lines_exit_2_and_write_nothing(self):
+        for options, message in ((["--workers", "-1"], "--workers needs a number of workers of 1 or more"),
+                                 (["--set", "rescale"], "--set rescale: expected FIELD=VALUE"),
+                                 (["--exporter", os.path.join(self.work, "none")], "cannot run the exporter")):
+            out, run = self.run_dask("bad", *options)
+            self.assertEqual(run.returncode, 2, run.stderr)
+            self.assertIn(message, run.stderr)
+            self.assertFalse(os.path.exists(out))
+        run = subprocess.run([sys.executable, "-m", "ztexport.batch", os.path.join(self.work, "nowhere"),
+                              os.path.join(self.work, "bad")], capture_output=True, text=True)
+        self.assertEqual(run.returncode, 2)
+        self.assertIn("nowhere: not a directory", run.stderr)
+        self.assertFalse(os.path.exists(os.path.join(self.work, "bad")))
+
     def test_a_worker_killed_mid_run_loses_nothing(self):
         self.client.wait_for_workers(2)
         pids = set(self.client.run(os.getpid).values())
