@@ -16,6 +16,7 @@ import argparse
 import logging
 import os
 import signal
+import socket
 import sys
 import time
 from typing import Any, Dict, List, Optional
@@ -31,14 +32,15 @@ ALLOWED_FAILURES = 3
 # The record's message for such a file.
 KILLED_MESSAGE = "every worker that ran the export died; the scheduler gave the file up (allowed-failures)"
 
-# For tests only: a directory whose files "kill-once" and "kill-always" list
-# inputs (one per line) at which the worker running them kills itself, once
-# in the whole run or every time. Lets a test lose a worker mid-run at a
-# chosen file instead of racing the scheduler.
+# For tests only: a directory whose files list inputs (one per line) at which
+# the worker running them kills itself: "kill-always" every time the export
+# starts, "kill-once" the first time it starts in the run, "kill-once-after"
+# the first time its files are committed, before its record goes back. Lets
+# a test lose a worker mid-run at a chosen file instead of racing the scheduler.
 KILL_HOOK = "ZTEXPORT_BATCH_TEST_KILL_DIR"
 
 
-def _kill_hook(input_name: str) -> None:
+def _kill_hook(input_name: str, after: bool) -> None:
     folder = os.environ.get(KILL_HOOK)
     if not folder:
         return
@@ -50,10 +52,11 @@ def _kill_hook(input_name: str) -> None:
         except OSError:
             return False
 
-    if listed("kill-always"):
+    if not after and listed("kill-always"):
         os.kill(os.getpid(), signal.SIGKILL)
-    if listed("kill-once"):
-        marker = os.path.join(folder, "killed-" + input_name.replace("/", "%"))
+    once = "kill-once-after" if after else "kill-once"
+    if listed(once):
+        marker = os.path.join(folder, "killed-%s-%s" % (once, input_name.replace("/", "%")))
         try:
             os.close(os.open(marker, os.O_CREAT | os.O_EXCL | os.O_WRONLY))
         except FileExistsError:
@@ -63,11 +66,13 @@ def _kill_hook(input_name: str) -> None:
 
 def export_task(request: Dict[str, Any], input_name: str, version: str, index: int) -> Dict[str, Any]:
     """Runs on a worker: exports one file and returns its record."""
-    _kill_hook(input_name)
-    # One work directory per worker process (it runs one task at a time); a
+    _kill_hook(input_name, after=False)
+    # One work directory per worker process (it runs one task at a time),
+    # named after the machine too, as workers of several share OUT_DIR; a
     # later batch removes those of processes that are gone.
-    root = os.path.join(request["output_dir"], ".ztexport-work.%d" % os.getpid())
+    root = os.path.join(request["output_dir"], ".ztexport-work.%d.%s" % (os.getpid(), socket.gethostname()))
     record = _batch.export_one(request, input_name, version, os.path.join(root, str(index)))
+    _kill_hook(input_name, after=True)
     try:
         os.rmdir(root)
     except OSError:
@@ -117,8 +122,7 @@ def run(request: Dict[str, Any], scheduler: Optional[str] = None, workers: int =
     with dask.config.set({"distributed.scheduler.allowed-failures": ALLOWED_FAILURES,
                           # A worker is given the one task it runs, no more: a worker
                           # that dies then takes no innocent file's try with it.
-                          "distributed.scheduler.worker-saturation": 1.0,
-                          "distributed.logging.distributed": "error"}):
+                          "distributed.scheduler.worker-saturation": 1.0}):
         client = None
         futures: Dict[Any, int] = {}
         collected = set()
