@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <stdexcept>
@@ -111,6 +112,19 @@ std::string manifestText(const BatchRequest& request, const std::string& version
 // Writes the manifest as OUT_DIR/ztexport-manifest.json through a temporary
 // and a rename. Throws BatchError when it cannot.
 void writeManifest(const BatchRequest& request, const std::string& version, const BatchResult& result);
+
+// Checks that the output directory is one and not the source directory,
+// creates it and removes the work directories that ended batches left.
+// Throws BatchError.
+void prepareOutput(const BatchRequest& request);
+// The first part of a run: `result.files` gets a record for every input;
+// those whose output an earlier input writes already are failed and those
+// up to date are settled (each passed to `settled`, when given). Returns the
+// indices of the inputs to export. Stops looking when `stop` says so.
+std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::vector<std::string>& inputs,
+                                      const std::string& version, HashCache& hashes, BatchResult& result,
+                                      const std::function<void(const FileResult&)>& settled = {},
+                                      const std::function<bool()>& stop = {});
 
 // The whole run: finds the inputs, checks stamps, exports the rest with up to
 // `jobs` at once, and writes the manifest, also when SIGINT, SIGTERM or

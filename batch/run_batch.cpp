@@ -16,6 +16,7 @@
 #include <cstring>
 #include <deque>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -180,22 +181,59 @@ bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToD
 
 }  // namespace
 
+void prepareOutput(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  std::error_code ec;
+  if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
+    throw BatchError(request.outputDir + ": not a directory");
+  if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
+    throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
+  fs::create_directories(r.outputDir, ec);
+  if (!fs::is_directory(r.outputDir, ec)) throw BatchError(request.outputDir + ": cannot create the directory");
+  removeStaleWork(r.outputDir);
+}
+
+std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::vector<std::string>& inputs,
+                                      const std::string& version, HashCache& hashes, BatchResult& result,
+                                      const std::function<void(const FileResult&)>& settled,
+                                      const std::function<bool()>& stop) {
+  const BatchRequest r = normalized(request);
+  result.files.resize(inputs.size());
+  // Two inputs that would write one file: the first in order keeps it.
+  std::vector<std::size_t> pending;
+  std::map<std::string, std::string> writers;
+  for (std::size_t i = 0; i < inputs.size() && !(stop && stop()); ++i) {
+    FileResult& file = result.files[i];
+    file.input = inputs[i];
+    file.output = outputFor(r.sourceDir, inputs[i]);
+    if (const auto [it, first] = writers.emplace(file.output, inputs[i]); !first) {
+      file.status = Status::Failed;
+      file.messages.push_back(file.output + " is written by " + it->second + " already");
+      if (settled) settled(file);
+      continue;
+    }
+    const double checkStarted = monotonicSeconds();
+    if (!r.force && isUpToDate(r, inputs[i], version, hashes, &file)) {
+      file.seconds = monotonicSeconds() - checkStarted;
+      if (settled) settled(file);
+      continue;
+    }
+    pending.push_back(i);
+  }
+  return pending;
+}
+
 BatchResult runBatch(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
   const double started = monotonicSeconds();
   std::error_code ec;
   if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
     throw BatchError(request.outputDir + ": not a directory");
-  if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
-    throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
   const std::vector<std::string> inputs = findInputs(r);
   const std::string version = exporterVersion(r);
-  fs::create_directories(r.outputDir, ec);
-  if (!fs::is_directory(r.outputDir, ec)) throw BatchError(request.outputDir + ": cannot create the directory");
-  removeStaleWork(r.outputDir);
+  prepareOutput(r);
 
   BatchResult result;
-  result.files.resize(inputs.size());
   StopSignals signals;
   Progress progress(r.progress, inputs.size());
   HashCache hashes;
@@ -208,28 +246,14 @@ BatchResult runBatch(const BatchRequest& request) {
     std::fprintf(stderr, "zt2export: %s: %s\n", file.input.c_str(), statusName(file.status));
   };
 
-  // Two inputs that would write one file: the first in order keeps it.
-  std::deque<std::size_t> pending;
-  std::map<std::string, std::string> writers;
-  for (std::size_t i = 0; i < inputs.size() && !stopSignal; ++i) {
-    FileResult& file = result.files[i];
-    file.input = inputs[i];
-    file.output = outputFor(r.sourceDir, inputs[i]);
-    if (const auto [it, first] = writers.emplace(file.output, inputs[i]); !first) {
-      file.status = Status::Failed;
-      file.messages.push_back(file.output + " is written by " + it->second + " already");
-      report(file);
-      continue;
-    }
-    const double checkStarted = monotonicSeconds();
-    if (!r.force && isUpToDate(r, inputs[i], version, hashes, &file)) {
-      file.seconds = monotonicSeconds() - checkStarted;
-      report(file);
-      progress.show(done, failed, 0, 0, {});
-      continue;
-    }
-    pending.push_back(i);
-  }
+  const std::vector<std::size_t> settling = settleInputs(
+      r, inputs, version, hashes, result,
+      [&](const FileResult& file) {
+        report(file);
+        if (file.status == Status::UpToDate) progress.show(done, failed, 0, 0, {});
+      },
+      [] { return stopSignal != 0; });
+  std::deque<std::size_t> pending(settling.begin(), settling.end());
 
   const fs::path workRoot = fs::path(r.outputDir) / (kWorkPrefix + std::to_string(::getpid()));
   std::vector<ExportProcess> running;

@@ -36,6 +36,8 @@
 #include "ztexport/reader.h"
 
 namespace py = pybind11;
+
+void bindBatch(py::module_& parent);  // batch_binding.cpp
 namespace fs = std::filesystem;
 using namespace ztexport;
 
@@ -631,4 +633,5 @@ PYBIND11_MODULE(_ztexport, m) {
         py::arg("check"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
   m.def("option_names", &optionFieldNames);
   m.def("module_path", [](const std::string& given) { return modulePath(given); }, py::arg("given") = "");
+  bindBatch(m);
 }
