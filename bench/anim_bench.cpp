@@ -260,20 +260,24 @@ struct Setup {
   std::unique_ptr<SceneExporter> exporter;
 };
 
-Setup prepare(bool ramps) {
+// The scene `json` loaded and an exporter set up for its animation pass over
+// frames 0 to `endFrame`, as the driver leaves it.
+Setup prepareScene(const std::string& json, int endFrame, int progressTotal) {
   Setup s;
-  s.host = hostmodel::loadSceneFromString(scene(ramps), ".");
+  s.host = hostmodel::loadSceneFromString(json, ".");
   s.exporter = std::make_unique<SceneExporter>();
   SceneExporter& e = *s.exporter;
   e.host = s.host.get();
   e.ticksPerFrame = s.host->GetTicksPerFrame();
   e.options.startFrame = 0;
-  e.options.endFrame = kFrames;
+  e.options.endFrame = endFrame;
   e.options.positionDelta = 0.001f;
   e.options.rotationDelta = 0.001f;
-  e.progressTotal = 2 * (kNodes + 1);
+  e.progressTotal = progressTotal;
   return s;
 }
+
+Setup prepare(bool ramps) { return prepareScene(scene(ramps), kFrames, 2 * (kNodes + 1)); }
 
 void allNodes(INode* n, std::vector<INode*>& out) {
   for (int i = 0; i < n->NumberOfChildren(); ++i) {
@@ -405,20 +409,7 @@ std::string rampScene(int frames) {
          R"(, "value": [100, 50, -20]}]}}}]})";
 }
 
-Setup prepareRamp(int frames) {
-  Setup s;
-  s.host = hostmodel::loadSceneFromString(rampScene(frames), ".");
-  s.exporter = std::make_unique<SceneExporter>();
-  SceneExporter& e = *s.exporter;
-  e.host = s.host.get();
-  e.ticksPerFrame = s.host->GetTicksPerFrame();
-  e.options.startFrame = 0;
-  e.options.endFrame = frames;
-  e.options.positionDelta = 0.001f;
-  e.options.rotationDelta = 0.001f;
-  e.progressTotal = 4;
-  return s;
-}
+Setup prepareRamp(int frames) { return prepareScene(rampScene(frames), frames, 4); }
 
 void BM_RampNodePass(benchmark::State& state) {
   const int frames = static_cast<int>(state.range(0));
