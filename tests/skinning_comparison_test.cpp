@@ -105,7 +105,7 @@ std::vector<double> readAccessor(const tinygltf::Model& m, int index, int* compo
   return out;
 }
 
-// glTF skinning as the specification gives it: the first animation at time
+// glTF skinning as glTF 2.0 defines it: the first animation at time
 // t, node transforms down the hierarchy, each skinned vertex the weighted
 // sum of its joints' world matrices times their inverse bind matrices (the
 // node's own transform ignored), other meshes placed by their node.
