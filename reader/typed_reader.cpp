@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "format/chunk_kinds.h"
+#include "format/memory_file.h"
 #include "reader/tree/file_decoder.h"
 #include "ztexport/reader.h"
 
@@ -400,6 +401,9 @@ Scene readScene(const std::string& path) { return decodeScene(path, readFileByte
 SkinData readSkin(const std::string& path) { return decodeSkin(path, readFileBytes(path)); }
 Options readOptions(const std::string& path) { return decodeOptions(path, readFileBytes(path)); }
 
-FileKind readFileKind(const std::string& path) { return detectFileKind(path, readFileBytes(path)); }
+// The kind is told by the header and the first value's tag and id.
+FileKind readFileKind(const std::string& path) {
+  return detectFileKind(path, readFileBytes(path, kMemoryFileHeaderSize + 5));
+}
 
 }  // namespace ztexport

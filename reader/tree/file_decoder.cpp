@@ -95,14 +95,19 @@ DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes
   return out;
 }
 
-std::vector<std::uint8_t> readFileBytes(const std::string& path) {
+std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit) {
   std::error_code ec;
   if (!std::filesystem::exists(path, ec)) unreadable(path, "no such file");
   if (!std::filesystem::is_regular_file(path, ec)) unreadable(path, "not a regular file");
   std::ifstream in(path, std::ios::binary);
   if (!in) unreadable(path, "cannot be opened for reading");
-  std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  // One read of the size the file has; a file that grows meanwhile is read
+  // as far as it was.
+  const std::uintmax_t size = std::filesystem::file_size(path, ec);
+  std::vector<std::uint8_t> bytes(ec ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(size, limit)));
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   if (in.bad()) unreadable(path, "read error");
+  bytes.resize(static_cast<std::size_t>(in.gcount()));
   return bytes;
 }
 

@@ -18,8 +18,9 @@ DecodedFile loadFile(const std::string& path, TreeDetail detail = TreeDetail::Fu
 DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes,
                         TreeDetail detail = TreeDetail::Full);
 
-// The file's bytes; throws FormatError (Unreadable).
-std::vector<std::uint8_t> readFileBytes(const std::string& path);
+// The file's bytes, at most `limit` of them from its start; throws
+// FormatError (Unreadable).
+std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit = SIZE_MAX);
 
 // The kind the content (and, for ties, the extension) gives; throws
 // FormatError when the bytes are no file of ours.
