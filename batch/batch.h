@@ -97,12 +97,13 @@ std::vector<std::string> effectiveOptions(const BatchRequest& request);
 bool isUpToDate(const BatchRequest& request, const std::string& input, const std::string& version,
                 HashCache& hashes, FileResult* result = nullptr);
 
-// Exports `input` in a process of its own under the time limit, moves what
-// it wrote into the output directory and stamps it. The files are written
-// in a work directory `workDir` first (removed afterwards), so that the
-// output directory only ever receives whole files. Blocks until done.
+// Exports `input` in a process of its own under the time limit, into the
+// output directory, and stamps what it wrote; its files appear whole or not
+// at all. `work` is a path private to this export: its dependency file is
+// kept as `work`.d while it runs (the directory is made when missing).
+// Blocks until done.
 FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& version,
-                     HashCache& hashes, const std::string& workDir);
+                     HashCache& hashes, const std::string& work);
 
 // 0 when every file was exported or up to date, 1 otherwise; an interrupted
 // run gives 128 + its signal.

@@ -5,6 +5,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "batch/batch.h"
 
@@ -22,25 +23,33 @@ BatchRequest normalized(const BatchRequest& request);
 struct ExportProcess {
   std::string input;
   std::string output;     // relative to the output directory
-  std::string work;       // private to this export; its "tree" mirrors the output directory
+  std::string target;     // the scene file's whole path
+  std::string work;       // private to this export: its dependency file is work + ".d"
   pid_t pid = -1;         // also the id of the process group it leads
   int pidfd = -1;         // readable once the process ended; -1 where the system has none
+  int outFd = -1;         // what it printed on standard output and error, kept in memory
+  int errFd = -1;
+  std::vector<std::string> createdDirs;  // made for its output, deepest last; the caller
+                                         // removes those left empty once no export runs
   double startedAt = 0;   // monotonic seconds
   std::string startError; // why no process could be started
 };
 
 double monotonicSeconds();
 
-// Starts `zt2export` for one input of a normalized request, writing into `work`.
+// Starts `zt2export` for one input of a normalized request, writing into the
+// output directory. The export's own staging keeps the output whole: its
+// files appear together when it succeeds, and not at all otherwise.
 ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work);
 // Kills the export and every process it started.
 void killExport(const ExportProcess& process);
-// Reads what the ended export (its wait status) wrote and said, moves its
-// files into the output directory and stamps them; removes the work
-// directory. `timedOut` when it was killed for its time limit.
+// Reads what the ended export (its wait status) wrote and said and stamps
+// its files. `timedOut` when it was killed for its time limit.
 FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
                         const std::string& version, HashCache& hashes);
-// Drops the work directory of an export that was killed.
-void discardExport(ExportProcess& process);
+// Lets go of an export that ended: its dependency file and captured output.
+// After a kill
+// (`killed`) the temporaries it was saving are removed as well.
+void discardExport(ExportProcess& process, bool killed);
 
 }  // namespace ztbatch

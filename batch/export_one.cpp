@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +22,7 @@
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
 #include "batch/small_file.h"
+#include "format/file_replace.h"
 
 extern char** environ;
 
@@ -64,22 +66,26 @@ std::string sha256Of(const std::string& path) {
   return ok ? hex(digest, size) : std::string();
 }
 
-// The prerequisites of a make rule as zt2export --depfile writes it.
-std::vector<std::string> prerequisitesOf(const std::string& rule) {
-  std::vector<std::string> words;
+struct Rule {
+  std::vector<std::string> targets, prerequisites;
+};
+
+// A make rule as zt2export --depfile writes it.
+Rule ruleOf(const std::string& text) {
+  Rule rule;
   std::string word;
   bool any = false, afterColon = false;
   auto endWord = [&] {
-    if (any && afterColon) words.push_back(word);
+    if (any) (afterColon ? rule.prerequisites : rule.targets).push_back(word);
     word.clear();
     any = false;
   };
-  for (std::size_t i = 0; i < rule.size();) {
-    const char c = rule[i];
+  for (std::size_t i = 0; i < text.size();) {
+    const char c = text[i];
     if (c == '\\') {
       std::size_t n = 0;
-      while (i + n < rule.size() && rule[i + n] == '\\') ++n;
-      const char next = i + n < rule.size() ? rule[i + n] : '\0';
+      while (i + n < text.size() && text[i + n] == '\\') ++n;
+      const char next = i + n < text.size() ? text[i + n] : '\0';
       if (n == 1 && next == '\n') {  // a continued line
         endWord();
         i += 2;
@@ -95,7 +101,7 @@ std::vector<std::string> prerequisitesOf(const std::string& rule) {
       word.append(n, '\\'), any = true, i += n;
       continue;
     }
-    if (c == '$' && i + 1 < rule.size() && rule[i + 1] == '$') {
+    if (c == '$' && i + 1 < text.size() && text[i + 1] == '$') {
       word += '$', any = true, i += 2;
       continue;
     }
@@ -104,7 +110,7 @@ std::vector<std::string> prerequisitesOf(const std::string& rule) {
       ++i;
       continue;
     }
-    if (c == ':' && !afterColon && (i + 1 == rule.size() || rule[i + 1] == ' ' || rule[i + 1] == '\n')) {
+    if (c == ':' && !afterColon && (i + 1 == text.size() || text[i + 1] == ' ' || text[i + 1] == '\n')) {
       endWord();
       afterColon = true;
       ++i;
@@ -113,20 +119,31 @@ std::vector<std::string> prerequisitesOf(const std::string& rule) {
     word += c, any = true, ++i;
   }
   endWord();
-  return words;
+  return rule;
 }
 
-// The lines a run printed, blank lines and the window's title left out;
-// paths into the work directory read as the places the files went to.
-void collectMessages(const std::string& text, const std::string& workTree, const std::string& outputDir,
-                     std::vector<std::string>& messages) {
+// The lines a run printed, blank lines and the window's title left out.
+void collectMessages(const std::string& text, std::vector<std::string>& messages) {
   std::istringstream in(text);
   for (std::string line; std::getline(in, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line == "Export Info") continue;
-    for (std::size_t at; (at = line.find(workTree)) != std::string::npos;) line.replace(at, workTree.size(), outputDir);
     messages.push_back(line);
   }
+}
+
+// What was written to a file kept in memory, from its start.
+std::string contentsOf(int fd) {
+  std::string text;
+  char block[1 << 14];
+  for (off_t at = 0;;) {
+    const ssize_t n = ::pread(fd, block, sizeof block, at);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    text.append(block, static_cast<std::size_t>(n));
+    at += n;
+  }
+  return text;
 }
 
 std::string stampPath(const BatchRequest& request, const std::string& output) {
@@ -137,20 +154,6 @@ std::uint64_t sizeOf(const fs::path& path) {
   std::error_code ec;
   const auto size = fs::file_size(path, ec);
   return ec ? 0 : static_cast<std::uint64_t>(size);
-}
-
-// True when both files hold the same bytes.
-bool sameContent(const fs::path& a, const fs::path& b) {
-  std::error_code ec1, ec2;
-  if (fs::file_size(a, ec1) != fs::file_size(b, ec2) || ec1 || ec2) return false;
-  std::ifstream x(a, std::ios::binary), y(b, std::ios::binary);
-  char bx[1 << 16], by[1 << 16];
-  while (x && y) {
-    x.read(bx, sizeof bx);
-    y.read(by, sizeof by);
-    if (x.gcount() != y.gcount() || std::memcmp(bx, by, static_cast<std::size_t>(x.gcount())) != 0) return false;
-  }
-  return !x.bad() && !y.bad() && x.eof() && y.eof();
 }
 
 std::string selfProgram() {
@@ -282,18 +285,30 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   process.output = outputFor(request.sourceDir, input);
   process.work = work;
   process.startedAt = monotonicSeconds();
-  const fs::path tree = fs::path(work) / "tree";
+  const fs::path target = fs::path(request.outputDir) / process.output;
+  process.target = target.string();
   std::error_code ec;
-  fs::remove_all(work, ec);
+  // A stamp of the files about to be replaced would vouch for a mixture.
+  fs::remove(stampPath(request, process.output), ec);
   // zt2export writes into a directory that is there; textures go beside the scene file.
-  fs::create_directories((tree / process.output).parent_path(), ec);
+  for (fs::path dir = target.parent_path(); !fs::exists(dir, ec); dir = dir.parent_path())
+    process.createdDirs.insert(process.createdDirs.begin(), dir.string());
+  fs::create_directories(target.parent_path(), ec);
+  if (!ec) fs::create_directories(fs::path(work).parent_path(), ec);
   if (ec) {
-    process.startError = work + ": cannot create the work directory: " + ec.message();
+    process.startError = target.parent_path().string() + ": cannot create the directory: " + ec.message();
     return process;
   }
+  process.outFd = ::memfd_create("zt2export-stdout", MFD_CLOEXEC);
+  process.errFd = ::memfd_create("zt2export-stderr", MFD_CLOEXEC);
+  if (process.outFd < 0 || process.errFd < 0) {
+    process.startError = std::string("cannot keep the export's output: ") + std::strerror(errno);
+    return process;
+  }
+  // The copies of textures that changed since the last run are replaced;
+  // the scene files would name stale images otherwise.
   std::vector<std::string> args = {request.exporter, (fs::path(request.sourceDir) / input).string(),
-                                   "-o", (tree / process.output).string(),
-                                   "--depfile", (fs::path(work) / "deps.d").string(), "--quiet"};
+                                   "-o", target.string(), "--depfile", work + ".d", "--quiet", "--replace-textures"};
   for (const std::string& option : effectiveOptions(request)) args.push_back(option);
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -302,9 +317,8 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-  const std::string out = (fs::path(work) / "stdout.txt").string(), err = (fs::path(work) / "stderr.txt").string();
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+  posix_spawn_file_actions_adddup2(&actions, process.outFd, 1);
+  posix_spawn_file_actions_adddup2(&actions, process.errFd, 2);
   // A group of its own: the time limit and an interruption end the export
   // together with the model reader it may have started, and a Ctrl-C on the
   // terminal reaches the batch alone, which then ends the exports in order.
@@ -334,11 +348,17 @@ void killExport(const ExportProcess& process) {
   if (process.pid > 0) ::kill(-process.pid, SIGKILL);
 }
 
-void discardExport(ExportProcess& process) {
-  if (process.pidfd >= 0) ::close(process.pidfd);
-  process.pidfd = -1;
-  std::error_code ec;
-  fs::remove_all(process.work, ec);
+void discardExport(ExportProcess& process, bool killed) {
+  for (int* fd : {&process.pidfd, &process.outFd, &process.errFd}) {
+    if (*fd >= 0) ::close(*fd);
+    *fd = -1;
+  }
+  ::unlink((process.work + ".d").c_str());
+  if (killed && !process.target.empty()) {
+    const fs::path scene(process.target);
+    removeAbandonedTemporaries(scene.parent_path().string(),
+                               {scene.filename().string(), fs::path(scene).replace_extension(".skd").filename().string()});
+  }
 }
 
 FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
@@ -346,16 +366,14 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   FileResult result;
   result.input = process.input;
   result.output = process.output;
-  const fs::path work(process.work), tree = work / "tree";
-  const std::string treePrefix = tree.string() + "/", outputPrefix = request.outputDir + "/";
   if (!process.startError.empty()) {
     result.status = Status::Failed;
     result.messages.push_back(process.startError);
-    discardExport(process);
+    discardExport(process, false);
     return result;
   }
-  collectMessages(readFile(work / "stdout.txt"), treePrefix, outputPrefix, result.messages);
-  collectMessages(readFile(work / "stderr.txt"), treePrefix, outputPrefix, result.messages);
+  collectMessages(contentsOf(process.outFd), result.messages);
+  collectMessages(contentsOf(process.errFd), result.messages);
   result.seconds = monotonicSeconds() - process.startedAt;
 
   if (timedOut) {
@@ -375,49 +393,28 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
     result.status = Status::Exported;
   }
   if (result.status != Status::Exported) {
-    discardExport(process);
+    discardExport(process, timedOut || WIFSIGNALED(waitStatus));
     return result;
   }
 
-  // Every file the export read, with its content now.
+  // What was written (the scene file, its skin file, the texture copies it
+  // names) and every file the export read, with its content now.
+  const Rule rule = ruleOf(readFile(process.work + ".d"));
+  const fs::path outputDir(request.outputDir);
+  for (const std::string& target : rule.targets) {
+    const fs::path path = fs::absolute(target).lexically_normal();
+    const fs::path relative = path.lexically_relative(outputDir);
+    const bool inside = !relative.empty() && *relative.begin() != "..";
+    result.outputs.push_back(inside ? relative.generic_string() : path.string());
+    result.bytes += sizeOf(path);
+  }
+  std::sort(result.outputs.begin(), result.outputs.end());
+  result.outputs.erase(std::unique(result.outputs.begin(), result.outputs.end()), result.outputs.end());
   nlohmann::json dependencies = nlohmann::json::array();
-  const std::string rule = readFile(work / "deps.d");
-  for (const std::string& path : prerequisitesOf(rule)) {
+  for (const std::string& path : rule.prerequisites) {
     const std::string hash = hashes.hashOf(path);
     if (!hash.empty()) dependencies.push_back({{"path", path}, {"sha256", hash}});
   }
-
-  // What was written, the scene file last, so that a reader that sees the
-  // scene file also sees its skin file and textures.
-  std::vector<std::string> written;
-  std::error_code ec;
-  for (fs::recursive_directory_iterator it(tree, ec), end; !ec && it != end; it.increment(ec))
-    if (it->is_regular_file()) written.push_back(it->path().lexically_relative(tree).generic_string());
-  std::sort(written.begin(), written.end(), [&](const std::string& a, const std::string& b) {
-    return std::make_pair(a == result.output, a) < std::make_pair(b == result.output, b);
-  });
-  // A stamp of the files about to be replaced would vouch for a mixture.
-  fs::remove(stampPath(request, result.output), ec);
-  for (const std::string& name : written) {
-    const fs::path target = fs::path(request.outputDir) / name;
-    fs::create_directories(target.parent_path(), ec);
-    // A file that is there with the same bytes (a texture several scenes
-    // copy) stays: replacing it by a rename has the file system write the
-    // new copy out before its next flush, which every export makes.
-    if (sameContent(tree / name, target))
-      fs::remove(tree / name, ec);
-    else
-      fs::rename(tree / name, target, ec);
-    if (ec) {
-      result.status = Status::Failed;
-      result.messages.push_back(target.string() + ": cannot put the file in place: " + ec.message());
-      discardExport(process);
-      return result;
-    }
-    result.outputs.push_back(name);
-    result.bytes += sizeOf(target);
-  }
-  std::sort(result.outputs.begin(), result.outputs.end());
   result.seconds = monotonicSeconds() - process.startedAt;
 
   const nlohmann::json stamp = {{"exporter", version},
@@ -427,14 +424,14 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   const std::string text = stamp.dump(1) + "\n";
   if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
     result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
-  discardExport(process);
+  discardExport(process, false);
   return result;
 }
 
 FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& version,
-                     HashCache& hashes, const std::string& workDir) {
+                     HashCache& hashes, const std::string& work) {
   const BatchRequest r = normalized(request);
-  ExportProcess process = startExport(r, input, fs::absolute(workDir).string());
+  ExportProcess process = startExport(r, input, fs::absolute(work).string());
   int status = 0;
   bool timedOut = false;
   if (process.pid > 0) {

@@ -265,7 +265,10 @@ BatchResult runBatch(const BatchRequest& request) {
     for (const ExportProcess& p : running) names.push_back(p.input);
     return names;
   };
+  // Directories made for outputs: those of failed exports stay empty.
+  std::vector<std::string> madeDirs;
   auto finish = [&](ExportProcess& process, int status, bool timedOut) {
+    madeDirs.insert(madeDirs.end(), process.createdDirs.begin(), process.createdDirs.end());
     const std::size_t index = std::stoul(fs::path(process.work).filename().string());
     result.files[index] = finishExport(r, process, status, timedOut, version, hashes);
     ++exportsDone;
@@ -343,7 +346,8 @@ BatchResult runBatch(const BatchRequest& request) {
       const std::size_t index = std::stoul(fs::path(p.work).filename().string());
       result.files[index].status = Status::Interrupted;
       result.files[index].seconds = monotonicSeconds() - p.startedAt;
-      discardExport(p);
+      madeDirs.insert(madeDirs.end(), p.createdDirs.begin(), p.createdDirs.end());
+      discardExport(p, true);
     }
     for (std::size_t index : pending) result.files[index].status = Status::Interrupted;
     for (FileResult& file : result.files)
@@ -354,6 +358,10 @@ BatchResult runBatch(const BatchRequest& request) {
     }
   }
   fs::remove_all(workRoot, ec);
+  std::sort(madeDirs.begin(), madeDirs.end(), [](const std::string& a, const std::string& b) {
+    return a.size() != b.size() ? a.size() > b.size() : a < b;
+  });
+  for (const std::string& dir : madeDirs) ::rmdir(dir.c_str());  // refused while anything is in it
   progress.clear();
   result.seconds = monotonicSeconds() - started;
   result.exitStatus = exitStatusOf(result);

@@ -206,6 +206,29 @@ std::string overwrittenInput(const std::string& output, std::initializer_list<st
   return {};
 }
 
+void removeAbandonedTemporaries(const std::string& directory, const std::vector<std::string>& names) {
+  DirectoryLock lock(directory);
+  DIR* d = ::opendir(directory.c_str());
+  if (!d) return;
+  std::vector<std::string> entries;
+  while (const dirent* e = ::readdir(d)) entries.push_back(e->d_name);
+  ::closedir(d);
+  std::vector<std::string> stems;
+  for (const std::string& name : names) stems.push_back(temporaryPrefix(name));
+  for (const std::string& name : entries)
+    if (!name.empty() && name[0] != '.') stems.push_back(temporaryPrefix(name));
+  std::sort(stems.begin(), stems.end());
+  const std::string newFilesPrefix = kNewFilesPrefix;
+  for (const std::string& name : entries) {
+    if (name.size() <= kRandomLength || !isRandomPart(name.substr(name.size() - kRandomLength))) continue;
+    const std::string prefix = name.substr(0, name.size() - kRandomLength);
+    if (prefix == newFilesPrefix)
+      removeIfAbandoned(directory + "/" + name, true);
+    else if (std::binary_search(stems.begin(), stems.end(), prefix))
+      removeIfAbandoned(directory + "/" + name, false);
+  }
+}
+
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
   FileStaging staging;
   std::string error = staging.stageReplacement(target, ranges);

@@ -44,6 +44,12 @@ bool sameFile(const std::string& a, const std::string& b);
 // empty when there is none.
 std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs);
 
+// Removes what runs killed while saving left in `directory`: the temporaries
+// FileStaging makes for the files `names` and for every file the directory
+// holds, and its staging directories, when they are this user's and no live
+// run holds their lock. For a program that kills an export it started.
+void removeAbandonedTemporaries(const std::string& directory, const std::vector<std::string>& names);
+
 // Files of one run that must appear together or not at all. Each is first
 // written to a temporary beside its target ("stage"); commit() then puts them
 // all in place, and discard() (or the destructor) removes what was not.

@@ -60,6 +60,14 @@ class Interface {
   // exported file (a texture path that climbs out with ".."). Without it such
   // a path stops the export: a saved option must not spill files elsewhere.
   virtual bool TextureCopiesOutsideAllowed() { return false; }
+  // True when a texture copy found beside the export with other bytes than
+  // its image is to be replaced (a build re-exporting after an image
+  // changed). By default such a copy is left as it is.
+  virtual bool ChangedTextureCopiesReplaced() { return false; }
+  // Told of every texture copy the exported file relies on: staged by this
+  // export, or found there already with the image's bytes. A host that names
+  // an export's outputs (a dependency file) lists them.
+  virtual void TextureCopyUsed(const std::string& /*path*/) {}
   // Told as each stage of the export begins ("options", "pre-pass",
   // "environment", "materials", "objects", "animation", "save", then
   // "done"), so that a host can time them. A host that does not time leaves it.

@@ -39,24 +39,88 @@ bool copyBytes(int in, int out) {
   }
 }
 
+// True when the two files hold the same bytes; false when either cannot be read.
+bool sameBytes(const std::string& a, const std::string& b) {
+  const int fa = ::open(a.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  const int fb = fa < 0 ? -1 : ::open(b.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  struct stat sa {}, sb {};
+  bool same = fb >= 0 && ::fstat(fa, &sa) == 0 && ::fstat(fb, &sb) == 0 && S_ISREG(sa.st_mode) &&
+              S_ISREG(sb.st_mode) && sa.st_size == sb.st_size;
+  char ba[1 << 15], bb[1 << 15];
+  while (same) {
+    const ssize_t n = ::read(fa, ba, sizeof ba);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      same = n == 0;
+      break;
+    }
+    std::size_t got = 0;
+    while (same && got < static_cast<std::size_t>(n)) {
+      const ssize_t m = ::read(fb, bb + got, static_cast<std::size_t>(n) - got);
+      if (m < 0 && errno == EINTR) continue;
+      same = m > 0;
+      if (same) got += static_cast<std::size_t>(m);
+    }
+    same = same && std::memcmp(ba, bb, got) == 0;
+  }
+  if (fa >= 0) ::close(fa);
+  if (fb >= 0) ::close(fb);
+  return same;
+}
+
+// The whole file, or false with errno set.
+bool readWhole(const std::string& path, std::string& bytes) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  char buffer[1 << 16];
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      const int error = errno;
+      ::close(fd);
+      errno = error;
+      return n == 0;
+    }
+    bytes.append(buffer, static_cast<std::size_t>(n));
+  }
+}
+
+enum class CopyOutcome { Staged, Present, Failed };
+
 // Stages a copy of `source` for `destination`, which the scene file's save
 // puts in place unless a file of that name has appeared by then: the copy
-// exists only if the export succeeds. 0 on success, EEXIST when the
-// destination is there already, otherwise the error number of the step that
-// failed.
-int stageCopyWithoutOverwrite(FileStaging& staging, const std::string& source, const std::string& destination) {
+// exists only if the export succeeds. A destination that is there already is
+// left as it is (Present), unless `replaceChanged` and its bytes differ from
+// the source's: a replacement is staged then. `why` receives the reason of a
+// failure.
+CopyOutcome stageCopy(FileStaging& staging, const std::string& source, const std::string& destination,
+                      bool replaceChanged, std::string& why) {
   struct stat st {};
-  if (::lstat(destination.c_str(), &st) == 0) return EEXIST;
+  if (::lstat(destination.c_str(), &st) == 0) {
+    if (!replaceChanged || sameFile(source, destination) || sameBytes(source, destination))
+      return CopyOutcome::Present;
+    std::string bytes;
+    if (!readWhole(source, bytes)) {
+      why = std::strerror(errno);
+      return CopyOutcome::Failed;
+    }
+    why = staging.stageReplacement(destination, {{bytes.data(), bytes.size()}});
+    return why.empty() ? CopyOutcome::Staged : CopyOutcome::Failed;
+  }
   const std::size_t slash = destination.find_last_of('/');
   const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : destination.substr(0, slash);
   const std::string name = slash == std::string::npos ? destination : destination.substr(slash + 1);
+  auto failed = [&why](int error) {
+    why = std::strerror(error);
+    return CopyOutcome::Failed;
+  };
   const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) return errno;
-  std::string why;
+  if (in < 0) return failed(errno);
   const std::string stagingDir = staging.newFilesDirectory(dir, why);
   if (stagingDir.empty()) {
     ::close(in);
-    return errno != 0 ? errno : EIO;
+    return CopyOutcome::Failed;
   }
   // Each destination is staged once per export (CopiedTextureSet), so the
   // staged name is free; the exclusive create makes sure of it.
@@ -65,13 +129,13 @@ int stageCopyWithoutOverwrite(FileStaging& staging, const std::string& source, c
   if (out < 0) {
     const int error = errno;
     ::close(in);
-    return error;
+    return failed(error);
   }
   int error = copyBytes(in, out) && ::fsync(out) == 0 ? 0 : errno;
   ::close(in);
   if (::close(out) != 0 && error == 0) error = errno;
   if (error != 0) ::unlink(staged.c_str());
-  return error;
+  return error == 0 ? CopyOutcome::Staged : failed(error);
 }
 
 }  // namespace
@@ -91,14 +155,21 @@ void copyTexture(SceneExporter& exporter, const std::string& destination, const 
     if (::mkdir(dir.c_str(), 0777) == 0) exporter.staging.createdDirectory(dir);
     exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
   }
-  const int error = stageCopyWithoutOverwrite(exporter.staging, source, destination);
-  if (error == 0)
-    exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
-  else if (error == EEXIST)
-    exporter.logMessage("INFO: Texture \"%s\" already exists - file not overwritten.", destination.c_str());
-  else
-    exporter.logError("ERROR: Couldn't copy texture \"%s\" to \"%s\": %s.", source.c_str(), destination.c_str(),
-                      std::strerror(error));
+  std::string why;
+  switch (stageCopy(exporter.staging, source, destination, exporter.host->ChangedTextureCopiesReplaced(), why)) {
+    case CopyOutcome::Staged:
+      exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
+      break;
+    case CopyOutcome::Present:
+      exporter.logMessage("INFO: Texture \"%s\" already exists - file not overwritten.", destination.c_str());
+      break;
+    case CopyOutcome::Failed:
+      exporter.logError("ERROR: Couldn't copy texture \"%s\" to \"%s\": %s.", source.c_str(), destination.c_str(),
+                        why.c_str());
+      return;
+  }
+  // The image itself, when the copy would land on it, is read, not written.
+  if (!sameFile(source, destination)) exporter.host->TextureCopyUsed(destination);
 }
 
 void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap& map) {

@@ -312,6 +312,13 @@ auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Us
   const pid_t pid = ::fork();
   if (pid == 0) {
     ::close(done[0]);
+    // The parent's other open files are not the reader's: a lock one of them
+    // carries (a staging directory's) must end with the parent, not outlive
+    // it in a reader that is still being killed.
+    const int keepLow = std::min(fd, done[1]), keepHigh = std::max(fd, done[1]);
+    ::close_range(3, static_cast<unsigned>(keepLow) - 1, 0);
+    ::close_range(static_cast<unsigned>(keepLow) + 1, static_cast<unsigned>(keepHigh) - 1, 0);
+    ::close_range(static_cast<unsigned>(keepHigh) + 1, ~0u, 0);
     childImport(fd, done[1], request, bounds);
   }
   ::close(done[1]);

@@ -1,5 +1,6 @@
 #include "host/memory/memory_host.h"
 
+#include "host/memory/file_reads.h"
 #include "host/memory/memory_host_impl.h"
 
 namespace hostmodel {
@@ -48,6 +49,9 @@ void MemoryHost::setWritesSuppressed(bool suppressed) { impl_->writesSuppressed 
 bool MemoryHost::WritesSuppressed() { return impl_->writesSuppressed; }
 void MemoryHost::setTextureCopiesOutsideAllowed(bool allowed) { impl_->textureCopiesOutsideAllowed = allowed; }
 bool MemoryHost::TextureCopiesOutsideAllowed() { return impl_->textureCopiesOutsideAllowed; }
+void MemoryHost::setChangedTextureCopiesReplaced(bool replaced) { impl_->changedTextureCopiesReplaced = replaced; }
+bool MemoryHost::ChangedTextureCopiesReplaced() { return impl_->changedTextureCopiesReplaced; }
+void MemoryHost::TextureCopyUsed(const std::string& path) { noteFileWritten(path); }
 void MemoryHost::setStageObserver(std::function<void(const char*)> observer) {
   impl_->stageObserver = std::move(observer);
 }

@@ -62,6 +62,8 @@ class MemoryHost : public Interface {
   void setWritesSuppressed(bool suppressed);
   // What TextureCopiesOutsideAllowed answers (the command-line tool's --copy-textures-outside).
   void setTextureCopiesOutsideAllowed(bool allowed);
+  // What ChangedTextureCopiesReplaced answers (the command-line tool's --replace-textures).
+  void setChangedTextureCopiesReplaced(bool replaced);
   // Called with each stage the exporter announces (benchmarks time them).
   void setStageObserver(std::function<void(const char*)> observer);
 
@@ -111,6 +113,9 @@ class MemoryHost : public Interface {
   std::function<void(const std::string&)> GetVerboseSink() override;
   bool WritesSuppressed() override;
   bool TextureCopiesOutsideAllowed() override;
+  bool ChangedTextureCopiesReplaced() override;
+  // Noted as a file written (file_reads.h).
+  void TextureCopyUsed(const std::string& path) override;
   void ExportStage(const char* stage) override;
 
   struct Impl;

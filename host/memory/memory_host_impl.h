@@ -49,6 +49,7 @@ struct MemoryHost::Impl {
   std::function<void(const std::string&)> verboseSink;
   bool writesSuppressed = false;
   bool textureCopiesOutsideAllowed = false;
+  bool changedTextureCopiesReplaced = false;
   std::function<void(const char*)> stageObserver;
   int cancelFromCall = 0;
   int cancelQueries = 0;

@@ -128,17 +128,17 @@ void bindBatch(py::module_& parent) {
       py::arg("request"), py::arg("inputs"), py::arg("version"));
   m.def(
       "export_one",
-      [](const py::dict& request, const std::string& input, const std::string& version, const std::string& workDir) {
+      [](const py::dict& request, const std::string& input, const std::string& version, const std::string& work) {
         const BatchRequest r = requestOf(request);
         FileResult f;
         {
           py::gil_scoped_release released;
           HashCache hashes;
-          f = exportOne(r, input, version, hashes, workDir);
+          f = exportOne(r, input, version, hashes, work);
         }
         return recordOf(f);
       },
-      py::arg("request"), py::arg("input"), py::arg("version"), py::arg("work_dir"));
+      py::arg("request"), py::arg("input"), py::arg("version"), py::arg("work"));
   m.def("exit_status", [](const py::dict& result) { return exitStatusOf(resultOf(result)); }, py::arg("result"));
   m.def(
       "manifest_text",

@@ -57,13 +57,14 @@ struct Arguments {
   bool dialog = false;
   bool about = false;
   bool copyTexturesOutside = false;
+  bool replaceTextures = false;
 };
 
 void printUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export SCENE [-o OUT.zt2] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--save-options] [--check] [--write-scene OUT.scene.json]\n"
-               "                 [--memory-limit MIB] [--copy-textures-outside]\n"
+               "                 [--memory-limit MIB] [--copy-textures-outside] [--replace-textures]\n"
                "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
                "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
@@ -103,6 +104,9 @@ void printHelp() {
       "                         outside the limits the options dialog gives are refused.\n"
       "  --copy-textures-outside  allow a texture path that leads out of the output's\n"
       "                         directory (\"../maps\"); without it such a path stops the export\n"
+      "  --replace-textures     replace a texture copy found beside the output whose bytes differ\n"
+      "                         from its image's; by default it is left as it is (\"already\n"
+      "                         exists - file not overwritten\")\n"
       "  --save-options         write ZTExport.cfg at the end, as closing the options dialog\n"
       "                         with OK would (with the --set changes)\n"
       "  --check                run the whole export but write nothing (no scene file, no .skd,\n"
@@ -167,7 +171,7 @@ Arguments parseArguments(int argc, char** argv) {
   const std::vector<std::pair<std::string, std::string>> needs = {
       {"--output", "a file name"},  {"--config-dir", "a directory"},  {"--set", "FIELD=VALUE"},
       {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--memory-limit", "a size in MiB"},
-      {"--module", "a file name"},  {"--write-scene", "a file name"},  {"--texture-path", "a directory"},
+      {"--texture-path", "a directory"},
       {"--missing-textures", "error or drop"},
       {"--depfile", "a file name"},
   };
@@ -201,6 +205,7 @@ Arguments parseArguments(int argc, char** argv) {
   app.add_flag("--about", a.about);
   app.add_flag("--save-options", a.saveOptions);
   app.add_flag("--copy-textures-outside", a.copyTexturesOutside);
+  app.add_flag("--replace-textures", a.replaceTextures);
   app.add_flag("--check", a.check);
   app.add_flag("--quiet", a.quiet);
   app.add_flag("--verbose", a.verbose);
@@ -523,6 +528,7 @@ int main(int argc, char** argv) {
   });
   host->setWritesSuppressed(args.check);
   host->setTextureCopiesOutsideAllowed(args.copyTexturesOutside);
+  host->setChangedTextureCopiesReplaced(args.replaceTextures);
 
   int result = 0;
   try {
