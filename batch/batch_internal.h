@@ -37,16 +37,24 @@ struct ExportProcess {
 
 double monotonicSeconds();
 
+// The stamp beside the scene file `output` (relative to the output directory).
+std::string stampPath(const BatchRequest& request, const std::string& output);
+
 // Starts `zt2export` for one input of a normalized request, writing into the
 // output directory. The export's own staging keeps the output whole: its
 // files appear together when it succeeds, and not at all otherwise.
-ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work);
+// With `deferFlush` the export does not flush its files to the disk; the
+// caller then flushes them before it writes the stamp (finishExport's `heldStamp`).
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work,
+                          bool deferFlush = false);
 // Kills the export and every process it started.
 void killExport(const ExportProcess& process);
 // Reads what the ended export (its wait status) wrote and said and stamps
-// its files. `timedOut` when it was killed for its time limit.
+// its files. `timedOut` when it was killed for its time limit. With
+// `heldStamp` the stamp's text goes there instead, for the caller to write
+// once the files are on the disk.
 FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
-                        const std::string& version, HashCache& hashes);
+                        const std::string& version, HashCache& hashes, std::string* heldStamp = nullptr);
 // Lets go of an export that ended: its dependency file and captured output.
 // After a kill
 // (`killed`) the temporaries it was saving are removed as well.

@@ -146,10 +146,6 @@ std::string contentsOf(int fd) {
   return text;
 }
 
-std::string stampPath(const BatchRequest& request, const std::string& output) {
-  return (fs::path(request.outputDir) / (output + kStampSuffix)).string();
-}
-
 std::uint64_t sizeOf(const fs::path& path) {
   std::error_code ec;
   const auto size = fs::file_size(path, ec);
@@ -163,6 +159,10 @@ std::string selfProgram() {
 }
 
 }  // namespace
+
+std::string stampPath(const BatchRequest& request, const std::string& output) {
+  return (fs::path(request.outputDir) / (output + kStampSuffix)).string();
+}
 
 std::string HashCache::hashOf(const std::string& path) {
   {
@@ -279,7 +279,8 @@ bool isUpToDate(const BatchRequest& request, const std::string& input, const std
   }
 }
 
-ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work) {
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work,
+                          bool deferFlush) {
   ExportProcess process;
   process.input = input;
   process.output = outputFor(request.sourceDir, input);
@@ -309,6 +310,7 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   // the scene files would name stale images otherwise.
   std::vector<std::string> args = {request.exporter, (fs::path(request.sourceDir) / input).string(),
                                    "-o", target.string(), "--depfile", work + ".d", "--quiet", "--replace-textures"};
+  if (deferFlush) args.push_back("--no-sync");
   for (const std::string& option : effectiveOptions(request)) args.push_back(option);
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(a.data());
@@ -362,7 +364,7 @@ void discardExport(ExportProcess& process, bool killed) {
 }
 
 FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,
-                        const std::string& version, HashCache& hashes) {
+                        const std::string& version, HashCache& hashes, std::string* heldStamp) {
   FileResult result;
   result.input = process.input;
   result.output = process.output;
@@ -422,7 +424,9 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
                                 {"dependencies", dependencies},
                                 {"outputs", result.outputs}};
   const std::string text = stamp.dump(1) + "\n";
-  if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
+  if (heldStamp != nullptr)
+    *heldStamp = text;
+  else if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
     result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
   discardExport(process, false);
   return result;

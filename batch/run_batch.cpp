@@ -22,6 +22,7 @@
 
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
+#include "batch/small_file.h"
 #include "format/file_replace.h"
 
 namespace ztbatch {
@@ -82,6 +83,9 @@ void writeManifest(const BatchRequest& request, const std::string& version, cons
 }
 
 namespace {
+
+// How often a run flushes what its exports wrote and stamps them.
+constexpr double kFlushSeconds = 5;
 
 // The signal that asked the run to stop, and a pipe that wakes the wait.
 volatile std::sig_atomic_t stopSignal = 0;
@@ -179,6 +183,16 @@ void removeStaleWork(const fs::path& outputDir) {
 
 bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToDate; }
 
+// Flushes the file system that holds `dir` to the disk: empty on success,
+// otherwise the reason.
+std::string flushFileSystem(const std::string& dir) {
+  const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return std::strerror(errno);
+  const int error = ::syncfs(fd) == 0 ? 0 : errno;
+  ::close(fd);
+  return error == 0 ? std::string() : std::strerror(error);
+}
+
 }  // namespace
 
 void prepareOutput(const BatchRequest& request) {
@@ -255,6 +269,39 @@ BatchResult runBatch(const BatchRequest& request) {
       [] { return stopSignal != 0; });
   std::deque<std::size_t> pending(settling.begin(), settling.end());
 
+  // The exports do not flush their files one by one: the run flushes the
+  // output's file system every few seconds and at its end, and only then
+  // writes the stamps of the exports finished before the flush. A crash can
+  // then cost exports, never stamp a file that did not reach the disk. The
+  // stamps of what is about to be exported go first, and that removal is
+  // flushed too, so that no earlier stamp can vouch for a new file.
+  bool removedStamps = false;
+  for (std::size_t index : pending)
+    removedStamps = ::unlink(stampPath(r, result.files[index].output).c_str()) == 0 || removedStamps;
+  const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).empty();
+  struct HeldStamp {
+    std::size_t index;
+    std::string text;
+  };
+  std::vector<HeldStamp> held;
+  double lastFlush = monotonicSeconds();
+  auto writeHeldStamps = [&] {
+    if (held.empty()) return;
+    const std::string why = flushFileSystem(r.outputDir);
+    for (const HeldStamp& h : held) {
+      FileResult& file = result.files[h.index];
+      const std::string path = stampPath(r, file.output);
+      if (!why.empty()) {
+        file.status = Status::Failed;
+        file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
+      } else if (const std::string fault = writeSmallFile(path, h.text); !fault.empty()) {
+        file.messages.push_back(path + ": cannot write the stamp: " + fault);
+      }
+    }
+    held.clear();
+    lastFlush = monotonicSeconds();
+  };
+
   const fs::path workRoot = fs::path(r.outputDir) / (kWorkPrefix + std::to_string(::getpid()));
   std::vector<ExportProcess> running;
   const std::size_t exportsTotal = pending.size();
@@ -270,7 +317,9 @@ BatchResult runBatch(const BatchRequest& request) {
   auto finish = [&](ExportProcess& process, int status, bool timedOut) {
     madeDirs.insert(madeDirs.end(), process.createdDirs.begin(), process.createdDirs.end());
     const std::size_t index = std::stoul(fs::path(process.work).filename().string());
-    result.files[index] = finishExport(r, process, status, timedOut, version, hashes);
+    std::string stamp;
+    result.files[index] = finishExport(r, process, status, timedOut, version, hashes, deferFlush ? &stamp : nullptr);
+    if (!stamp.empty()) held.push_back({index, std::move(stamp)});
     ++exportsDone;
     report(result.files[index]);
   };
@@ -278,7 +327,7 @@ BatchResult runBatch(const BatchRequest& request) {
     while (!stopSignal && running.size() < r.jobs && !pending.empty()) {
       const std::size_t index = pending.front();
       pending.pop_front();
-      ExportProcess process = startExport(r, inputs[index], (workRoot / std::to_string(index)).string());
+      ExportProcess process = startExport(r, inputs[index], (workRoot / std::to_string(index)).string(), deferFlush);
       if (process.pid < 0)
         finish(process, 0, false);
       else
@@ -333,6 +382,7 @@ BatchResult runBatch(const BatchRequest& request) {
     // places do not stand idle while files are moved and stamped.
     fillPlaces();
     for (Ended& e : ended) finish(e.process, e.status, e.timedOut);
+    if (monotonicSeconds() - lastFlush >= kFlushSeconds) writeHeldStamps();
   }
 
   if (stopSignal) {
@@ -357,6 +407,7 @@ BatchResult runBatch(const BatchRequest& request) {
       if (result.files[i].output.empty()) result.files[i].output = outputFor(r.sourceDir, inputs[i]);
     }
   }
+  writeHeldStamps();
   fs::remove_all(workRoot, ec);
   std::sort(madeDirs.begin(), madeDirs.end(), [](const std::string& a, const std::string& b) {
     return a.size() != b.size() ? a.size() > b.size() : a < b;

@@ -168,6 +168,13 @@ int placeWithoutReplacing(const std::string& from, const std::string& to) {
 
 }  // namespace
 
+namespace {
+bool flushing = true;
+}
+
+void setFlushBeforeCommit(bool flush) { flushing = flush; }
+bool flushBeforeCommit() { return flushing; }
+
 bool writeAll(int fd, const void* data, std::size_t size) {
   const auto* p = static_cast<const char*>(data);
   while (size > 0) {
@@ -283,7 +290,7 @@ std::string FileStaging::stageReplacement(const std::string& target, std::initia
   }
   for (const ByteRange& r : ranges)
     if (!writeAll(fd, r.data, r.size)) return fail(errno);
-  if (::fsync(fd) != 0) return fail(errno);
+  if (flushing && ::fsync(fd) != 0) return fail(errno);
   replacements_.push_back({path, temp, fd});
   return {};
 }

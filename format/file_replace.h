@@ -119,6 +119,14 @@ class FileStaging {
   std::vector<std::string> createdDirectories_;
 };
 
+// Whether staged files are flushed to the disk before they are put in place
+// (the default). A caller that flushes a whole tree at once, and records the
+// files as done only after that flush (zt2export --batch), turns it off in
+// the exports it runs: the flush of each file is the larger part of a small
+// export's time on a disk.
+void setFlushBeforeCommit(bool flush);
+bool flushBeforeCommit();
+
 // Writes all `size` bytes to `fd`, going on after interruptions; false with
 // errno set when a write fails.
 bool writeAll(int fd, const void* data, std::size_t size);

@@ -60,6 +60,10 @@ class Interface {
   // exported file (a texture path that climbs out with ".."). Without it such
   // a path stops the export: a saved option must not spill files elsewhere.
   virtual bool TextureCopiesOutsideAllowed() { return false; }
+  // True when the files written need not be flushed to the disk one by one:
+  // the caller flushes them all at once later (a batch of exports). The
+  // switch lives inside the exporter module, so the host hands it over here.
+  virtual bool FlushesDeferred() { return false; }
   // True when a texture copy found beside the export with other bytes than
   // its image is to be replaced (a build re-exporting after an image
   // changed). By default such a copy is left as it is.

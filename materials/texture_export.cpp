@@ -131,7 +131,7 @@ CopyOutcome stageCopy(FileStaging& staging, const std::string& source, const std
     ::close(in);
     return failed(error);
   }
-  int error = copyBytes(in, out) && ::fsync(out) == 0 ? 0 : errno;
+  int error = copyBytes(in, out) && (!flushBeforeCommit() || ::fsync(out) == 0) ? 0 : errno;
   ::close(in);
   if (::close(out) != 0 && error == 0) error = errno;
   if (error != 0) ::unlink(staged.c_str());

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "animation/animation_pass.h"
+#include "format/file_replace.h"
 #include "host/inode.h"
 #include "materials/material_export.h"
 #include "options/apply_options.h"
@@ -48,6 +49,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   // says where its lines go.
   if (auto sink = host->GetVerboseSink()) Sys->setVerboseSink(std::move(sink));
   File->suppressWrites(host->WritesSuppressed());
+  setFlushBeforeCommit(!host->FlushesDeferred());
   File->setArchiveHandling(0);
 
   savedFrameRate = host->GetFrameRate();

@@ -49,6 +49,8 @@ void MemoryHost::setWritesSuppressed(bool suppressed) { impl_->writesSuppressed 
 bool MemoryHost::WritesSuppressed() { return impl_->writesSuppressed; }
 void MemoryHost::setTextureCopiesOutsideAllowed(bool allowed) { impl_->textureCopiesOutsideAllowed = allowed; }
 bool MemoryHost::TextureCopiesOutsideAllowed() { return impl_->textureCopiesOutsideAllowed; }
+void MemoryHost::setFlushesDeferred(bool deferred) { impl_->flushesDeferred = deferred; }
+bool MemoryHost::FlushesDeferred() { return impl_->flushesDeferred; }
 void MemoryHost::setChangedTextureCopiesReplaced(bool replaced) { impl_->changedTextureCopiesReplaced = replaced; }
 bool MemoryHost::ChangedTextureCopiesReplaced() { return impl_->changedTextureCopiesReplaced; }
 void MemoryHost::TextureCopyUsed(const std::string& path) { noteFileWritten(path); }

@@ -62,6 +62,8 @@ class MemoryHost : public Interface {
   void setWritesSuppressed(bool suppressed);
   // What TextureCopiesOutsideAllowed answers (the command-line tool's --copy-textures-outside).
   void setTextureCopiesOutsideAllowed(bool allowed);
+  // What FlushesDeferred answers (the command-line tool's --no-sync).
+  void setFlushesDeferred(bool deferred);
   // What ChangedTextureCopiesReplaced answers (the command-line tool's --replace-textures).
   void setChangedTextureCopiesReplaced(bool replaced);
   // Called with each stage the exporter announces (benchmarks time them).
@@ -114,6 +116,7 @@ class MemoryHost : public Interface {
   bool WritesSuppressed() override;
   bool TextureCopiesOutsideAllowed() override;
   bool ChangedTextureCopiesReplaced() override;
+  bool FlushesDeferred() override;
   // Noted as a file written (file_reads.h).
   void TextureCopyUsed(const std::string& path) override;
   void ExportStage(const char* stage) override;

@@ -58,6 +58,7 @@ struct Arguments {
   bool about = false;
   bool copyTexturesOutside = false;
   bool replaceTextures = false;
+  bool noSync = false;
 };
 
 void printUsage(std::FILE* to) {
@@ -67,6 +68,7 @@ void printUsage(std::FILE* to) {
                "                 [--memory-limit MIB] [--copy-textures-outside] [--replace-textures]\n"
                "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
+               "                 [--no-sync]\n"
                "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
                "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--module PATH] [--quiet]\n"
@@ -132,6 +134,8 @@ void printHelp() {
       "  --depfile OUT.d        after a successful export, write a make rule naming the files\n"
       "                         written and every file read (scene, buffers, model, images,\n"
       "                         image lists, ZTExport.cfg, ZTExportAdditional.cfg)\n"
+      "  --no-sync              put the files in place without first flushing each to the disk;\n"
+      "                         for a caller that flushes the whole output at once (--batch does)\n"
       "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
       "                         zt2export --batch --help tells more\n"
       "  --quiet                no progress display\n"
@@ -206,6 +210,7 @@ Arguments parseArguments(int argc, char** argv) {
   app.add_flag("--save-options", a.saveOptions);
   app.add_flag("--copy-textures-outside", a.copyTexturesOutside);
   app.add_flag("--replace-textures", a.replaceTextures);
+  app.add_flag("--no-sync", a.noSync);
   app.add_flag("--check", a.check);
   app.add_flag("--quiet", a.quiet);
   app.add_flag("--verbose", a.verbose);
@@ -428,6 +433,7 @@ int main(int argc, char** argv) {
   // file of --write-scene, which they belong to, or beside the exported file,
   // staged there until the export succeeds. A dry run keeps them in a
   // directory of its own that goes with it.
+  setFlushBeforeCommit(!args.noSync);
   FileStaging embeddedTextures;
   std::string textureDir;
   std::unique_ptr<TemporaryDirectory> dryRunTextures;
@@ -529,6 +535,7 @@ int main(int argc, char** argv) {
   host->setWritesSuppressed(args.check);
   host->setTextureCopiesOutsideAllowed(args.copyTexturesOutside);
   host->setChangedTextureCopiesReplaced(args.replaceTextures);
+  host->setFlushesDeferred(args.noSync);
 
   int result = 0;
   try {
