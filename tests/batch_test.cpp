@@ -151,7 +151,13 @@ TEST(Batch, ASecondRunExportsNothingAndATouchedTextureReExportsOnlyItsUsers) {
   std::vector<unsigned char> wave = readBytes((src / "textures" / "wave2.png").string());
   wave.push_back(0);
   ztx_test::writeBytes((src / "textures" / "wave2.png").string(), wave);
+  struct stat clothBefore {}, clothAfter {};
+  ASSERT_EQ(::stat((out / "cloth.png").string().c_str(), &clothBefore), 0);
   ASSERT_EQ(runExport(batchArgs(src, out, config)).exitCode, 0);
+  // The changed image's copy is replaced; the others, with their image's bytes, are not rewritten.
+  ASSERT_EQ(::stat((out / "cloth.png").string().c_str(), &clothAfter), 0);
+  EXPECT_EQ(clothAfter.st_ino, clothBefore.st_ino);
+  EXPECT_EQ(clothAfter.st_mtim.tv_nsec, clothBefore.st_mtim.tv_nsec);
   const std::map<std::string, std::string> expected = {
       {"crate.3ds", "up to date"}, {"example.scene.json", "exported"}, {"sub/other.scene.json", "exported"}};
   EXPECT_EQ(statuses(out), expected);
