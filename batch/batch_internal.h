@@ -41,7 +41,7 @@ double monotonicSeconds();
 std::string stampPath(const BatchRequest& request, const std::string& output);
 
 // Starts `zt2export` for one input of a normalized request, writing into the
-// output directory. The export's own staging keeps the output whole: its
+// output directory; the caller removed the input's stamp first. The export's own staging keeps the output whole: its
 // files appear together when it succeeds, and not at all otherwise.
 // With `deferFlush` the export does not flush its files to the disk; the
 // caller then flushes them before it writes the stamp (finishExport's `heldStamp`).

@@ -289,8 +289,6 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   const fs::path target = fs::path(request.outputDir) / process.output;
   process.target = target.string();
   std::error_code ec;
-  // A stamp of the files about to be replaced would vouch for a mixture.
-  fs::remove(stampPath(request, process.output), ec);
   // zt2export writes into a directory that is there; textures go beside the scene file.
   for (fs::path dir = target.parent_path(); !fs::exists(dir, ec); dir = dir.parent_path())
     process.createdDirs.insert(process.createdDirs.begin(), dir.string());
@@ -435,6 +433,9 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
 FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& version,
                      HashCache& hashes, const std::string& work) {
   const BatchRequest r = normalized(request);
+  // A stamp of the files about to be replaced would vouch for a mixture.
+  std::error_code ec;
+  fs::remove(stampPath(r, outputFor(r.sourceDir, input)), ec);
   ExportProcess process = startExport(r, input, fs::absolute(work).string());
   int status = 0;
   bool timedOut = false;

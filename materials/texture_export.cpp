@@ -39,35 +39,6 @@ bool copyBytes(int in, int out) {
   }
 }
 
-// True when the two files hold the same bytes; false when either cannot be read.
-bool sameBytes(const std::string& a, const std::string& b) {
-  const int fa = ::open(a.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  const int fb = fa < 0 ? -1 : ::open(b.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  struct stat sa {}, sb {};
-  bool same = fb >= 0 && ::fstat(fa, &sa) == 0 && ::fstat(fb, &sb) == 0 && S_ISREG(sa.st_mode) &&
-              S_ISREG(sb.st_mode) && sa.st_size == sb.st_size;
-  char ba[1 << 15], bb[1 << 15];
-  while (same) {
-    const ssize_t n = ::read(fa, ba, sizeof ba);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      same = n == 0;
-      break;
-    }
-    std::size_t got = 0;
-    while (same && got < static_cast<std::size_t>(n)) {
-      const ssize_t m = ::read(fb, bb + got, static_cast<std::size_t>(n) - got);
-      if (m < 0 && errno == EINTR) continue;
-      same = m > 0;
-      if (same) got += static_cast<std::size_t>(m);
-    }
-    same = same && std::memcmp(ba, bb, got) == 0;
-  }
-  if (fa >= 0) ::close(fa);
-  if (fb >= 0) ::close(fb);
-  return same;
-}
-
 // The whole file, or false with errno set.
 bool readWhole(const std::string& path, std::string& bytes) {
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
@@ -84,6 +55,16 @@ bool readWhole(const std::string& path, std::string& bytes) {
     }
     bytes.append(buffer, static_cast<std::size_t>(n));
   }
+}
+
+// True when both are regular files holding the same bytes.
+bool sameBytes(const std::string& a, const std::string& b) {
+  struct stat sa {}, sb {};
+  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0 || !S_ISREG(sa.st_mode) || !S_ISREG(sb.st_mode) ||
+      sa.st_size != sb.st_size)
+    return false;
+  std::string x, y;
+  return readWhole(a, x) && readWhole(b, y) && x == y;
 }
 
 enum class CopyOutcome { Staged, Present, Failed };
@@ -156,7 +137,9 @@ void copyTexture(SceneExporter& exporter, const std::string& destination, const 
     exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
   }
   std::string why;
-  switch (stageCopy(exporter.staging, source, destination, exporter.host->ChangedTextureCopiesReplaced(), why)) {
+  const CopyOutcome outcome =
+      stageCopy(exporter.staging, source, destination, exporter.host->ChangedTextureCopiesReplaced(), why);
+  switch (outcome) {
     case CopyOutcome::Staged:
       exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
       break;
@@ -169,7 +152,7 @@ void copyTexture(SceneExporter& exporter, const std::string& destination, const 
       return;
   }
   // The image itself, when the copy would land on it, is read, not written.
-  if (!sameFile(source, destination)) exporter.host->TextureCopyUsed(destination);
+  if (outcome == CopyOutcome::Staged || !sameFile(source, destination)) exporter.host->TextureCopyUsed(destination);
 }
 
 void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap& map) {
