@@ -21,8 +21,7 @@
 
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
-#include "batch/small_file.h"
-#include "format/file_replace.h"
+#include "format/output_files.h"
 
 extern char** environ;
 

@@ -10,7 +10,7 @@
 #include <fstream>
 #include <new>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "host/inhouse/exceptions.h"
 #include "host/inhouse/system.h"
 

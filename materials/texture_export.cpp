@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "host/bitmap.h"
 #include "host/inhouse/system.h"
 #include "host/material.h"

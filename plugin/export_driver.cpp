@@ -4,7 +4,7 @@
 #include <string>
 
 #include "animation/animation_pass.h"
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "host/inode.h"
 #include "materials/material_export.h"
 #include "options/apply_options.h"

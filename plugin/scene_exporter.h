@@ -10,7 +10,7 @@
 #include <unordered_map>
 
 #include "animation/animation_state.h"
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "format/memory_file.h"
 #include "host/inhouse/matrix.h"
 #include "host/interface.h"

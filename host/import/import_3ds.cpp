@@ -400,14 +400,14 @@ struct Converter {
     for (Lib3dsLight* l = file->lights; l; l = l->next) light(l, nodes);
     lib3ds_file_eval(file, static_cast<float>(firstFrame));
     // Names are made unique (the exporter needs them so): each node goes by its id.
-    std::function<void(json&)> rename = [&](json& list) {
+    std::function<void(json&)> nameById = [&](json& list) {
       for (json& node : list) {
         node["name"] = node["id"];
         node.erase("id");
-        if (node.contains("children")) rename(node["children"]);
+        if (node.contains("children")) nameById(node["children"]);
       }
     };
-    rename(nodes);
+    nameById(nodes);
 
     document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({firstFrame, lastFrame})},
                 {"ambientColor", colour(file->ambient)}};

@@ -23,7 +23,7 @@ struct SkinReader {
     if (added) table.emplace_back(id, path);
     return it->second;
   }
-  void link(std::uint32_t bone, float weight) {
+  void addInfluence(std::uint32_t bone, float weight) {
     skin.links.push_back(bone);
     skin.weights.push_back(weight);
   }
@@ -38,7 +38,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
   if (c.isNull()) {
   } else if (c.isString()) {
     v.kind = PhysiqueVertex::Kind::Rigid;
-    r.link(r.bone(c.asString(), c.path()), 1.0f);
+    r.addInfluence(r.bone(c.asString(), c.path()), 1.0f);
   } else {
     if (!c.isObject()) c.fail("expected a bone id, null, or an object with \"bone\", \"bones\" or \"vertexType\"");
     v.secondRequestFails = c.boolOr("secondRequestFails", false);
@@ -47,7 +47,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
       v.kind = PhysiqueVertex::Kind::Rigid;
       const JsonCursor bone = c["bone"];
       // null: a rigid vertex whose GetNode() answers none.
-      if (!bone.isNull()) r.link(r.bone(bone.asString(), bone.path()), 1.0f);
+      if (!bone.isNull()) r.addInfluence(r.bone(bone.asString(), bone.path()), 1.0f);
     } else if (c.has("bones")) {
       c.expectMembers({"bones", "weights", "secondRequestFails"});
       v.kind = PhysiqueVertex::Kind::Blended;
@@ -56,7 +56,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
       if (weights.size() != bones.size())
         weights.fail("expected " + std::to_string(bones.size()) + " weights, one per bone; found " +
                      std::to_string(weights.size()));
-      for (const JsonCursor& b : bones.elements()) r.link(r.bone(b.asString(), b.path()), 0.0f);
+      for (const JsonCursor& b : bones.elements()) r.addInfluence(r.bone(b.asString(), b.path()), 0.0f);
       std::size_t i = v.first;
       for (const JsonCursor& w : weights.elements()) r.skin.weights[i++] = w.asFloat();
     } else if (c.has("vertexType")) {
@@ -116,7 +116,7 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
       const std::uint32_t bone = word(at++);
       if (bone != kNoBone) {
         if (bone >= tableSize) fail("bone " + std::to_string(bone) + " is not in the bone table");
-        r.link(bone, 1.0f);
+        r.addInfluence(bone, 1.0f);
       }
     } else {
       vertex.kind = PhysiqueVertex::Kind::Blended;
@@ -128,7 +128,7 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
         std::memcpy(&weight, &bits, 4);
         if (bone >= tableSize) fail("bone " + std::to_string(bone) + " is not in the bone table");
         if (!std::isfinite(weight)) fail("weight " + std::to_string(i) + " is not finite");
-        r.link(bone, weight);
+        r.addInfluence(bone, weight);
       }
       at += 2 * std::size_t{k};
     }

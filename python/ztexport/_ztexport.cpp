@@ -22,7 +22,7 @@
 #include <variant>
 #include <vector>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "host/import/importers.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/memory_host.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "dump_error.h"
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "gltf_export.h"
 #include "json_printer.h"
 #include "reader_tree.h"

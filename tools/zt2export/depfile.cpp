@@ -5,7 +5,7 @@
 #include <ctime>
 #include <filesystem>
 
-#include "batch/small_file.h"
+#include "format/output_files.h"
 #include "host/memory/file_reads.h"
 #include "options/apply_options.h"
 #include "options/options_dialog.h"
@@ -65,7 +65,7 @@ ExportFiles exportFiles(const std::string& output, const std::string& configDir,
 
 std::string writeDepfile(const std::string& depfile, const ExportFiles& files) {
   const std::string rule = dependencyRule(files.targets, files.prerequisites);
-  return ztbatch::writeSmallFile(depfile, rule);
+  return writeSmallFile(depfile, rule);
 }
 
 }  // namespace zt2export

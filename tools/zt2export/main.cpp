@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "host/inhouse/exceptions.h"
 #include "host/import/importers.h"
 #include "host/memory/memory_host.h"

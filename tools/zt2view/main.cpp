@@ -3,7 +3,7 @@
 #include <iostream>
 #include <string>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "gltf_export.h"
 #include "page.h"
 #include "reader_tree.h"

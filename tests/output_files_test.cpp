@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "format/file_replace.h"
+#include "format/output_files.h"
 #include "format/memory_file.h"
 #include "support/test_support.h"
 

@@ -1,4 +1,4 @@
-#include "format/file_replace.h"
+#include "format/output_files.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
+#include <random>
 
 namespace {
 
@@ -396,4 +397,374 @@ void FileStaging::discard() {
   newFileDirs_.clear();
   for (auto it = createdDirectories_.rbegin(); it != createdDirectories_.rend(); ++it) ::rmdir(it->c_str());
   createdDirectories_.clear();
+}
+
+// --- Inputs -------------------------------------------------------------------
+
+namespace {
+std::string normalisedAbsolute(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const fs::path p = fs::weakly_canonical(fs::absolute(resolvedTarget(path), ec), ec);
+  return ec ? path : p.lexically_normal().string();
+}
+}  // namespace
+
+bool fileIdentity(const std::string& path, FileIdentity& identity) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return false;
+  identity = {st.st_dev, st.st_ino};
+  return true;
+}
+
+void RunInputs::add(const std::string& path, const std::string& what) {
+  if (path.empty()) return;
+  Input input{path, what, false, {}};
+  input.exists = fileIdentity(path, input.identity);
+  inputs_.push_back(std::move(input));
+}
+
+std::string RunInputs::clash(const std::string& output, const std::string& what) const {
+  FileIdentity id;
+  const bool exists = fileIdentity(output, id);
+  std::string absolute;
+  for (const Input& input : inputs_) {
+    bool same;
+    if (exists && input.exists) {
+      same = id == input.identity;
+    } else if (!exists && !input.exists) {
+      if (absolute.empty()) absolute = normalisedAbsolute(output);
+      same = absolute == normalisedAbsolute(input.path);
+    } else {
+      same = false;
+    }
+    if (same) return output + ": " + what + " would overwrite " + input.what;
+  }
+  return {};
+}
+
+// --- Output directories --------------------------------------------------------
+
+OutputDirectory::OutputDirectory(OutputDirectory&& other) noexcept : fd_(other.fd_), path_(std::move(other.path_)) {
+  other.fd_ = -1;
+}
+
+OutputDirectory& OutputDirectory::operator=(OutputDirectory&& other) noexcept {
+  if (this != &other) {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = other.fd_;
+    path_ = std::move(other.path_);
+    other.fd_ = -1;
+  }
+  return *this;
+}
+
+OutputDirectory::~OutputDirectory() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string OutputDirectory::open(const std::string& path) {
+  const int fd = ::open(path.empty() ? "." : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return reason(errno);
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = fd;
+  path_ = path.empty() ? "." : path;
+  return {};
+}
+
+std::string OutputDirectory::openBeneath(const std::string& relative, bool create, OutputDirectory& into,
+                                         std::vector<std::string>* made) const {
+  if (fd_ < 0) return "the output directory is not open";
+  if (!relative.empty() && relative[0] == '/') return "an absolute path is not beneath the output directory";
+  // Component by component, from descriptors: ".." may climb back only as far
+  // as it went down, and a link may be followed only when what it names is
+  // itself beneath the output directory (checked by its identity's place on
+  // the chain of folders walked).
+  std::vector<int> chain{::dup(fd_)};
+  std::string walked = path_;
+  auto closeChain = [&chain] {
+    for (int fd : chain)
+      if (fd >= 0) ::close(fd);
+    chain.clear();
+  };
+  if (chain[0] < 0) return reason(errno);
+  struct stat rootStat {};
+  ::fstat(chain[0], &rootStat);
+  std::size_t start = 0;
+  int hops = 0;
+  std::vector<std::string> parts;
+  while (start <= relative.size()) {
+    std::size_t end = relative.find_first_of("/\\", start);
+    if (end == std::string::npos) end = relative.size();
+    const std::string part = relative.substr(start, end - start);
+    if (!part.empty() && part != ".") parts.push_back(part);
+    start = end + 1;
+  }
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string& part = parts[i];
+    if (part == "..") {
+      if (chain.size() == 1) {
+        closeChain();
+        return "\"" + relative + "\" leads out of the output directory";
+      }
+      ::close(chain.back());
+      chain.pop_back();
+      walked = directoryOf(walked);
+      continue;
+    }
+    const int parent = chain.back();
+    struct stat st {};
+    if (::fstatat(parent, part.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+      if (errno != ENOENT || !create) {
+        const int e = errno;
+        closeChain();
+        return walked + "/" + part + ": " + reason(e);
+      }
+      if (::mkdirat(parent, part.c_str(), 0777) != 0 && errno != EEXIST) {
+        const int e = errno;
+        closeChain();
+        return walked + "/" + part + ": " + reason(e);
+      }
+      if (made) made->push_back(walked + "/" + part);
+      if (::fstatat(parent, part.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        const int e = errno;
+        closeChain();
+        return walked + "/" + part + ": " + reason(e);
+      }
+    }
+    if (S_ISLNK(st.st_mode)) {
+      // A link inside is allowed where it stays inside: its text replaces the
+      // component and is walked the same way.
+      if (++hops > kMaxLinkHops) {
+        closeChain();
+        return walked + "/" + part + ": " + reason(ELOOP);
+      }
+      std::vector<char> buffer(PATH_MAX + 1);
+      const ssize_t n = ::readlinkat(parent, part.c_str(), buffer.data(), buffer.size() - 1);
+      if (n < 0) {
+        const int e = errno;
+        closeChain();
+        return walked + "/" + part + ": " + reason(e);
+      }
+      const std::string target(buffer.data(), static_cast<std::size_t>(n));
+      if (target.empty() || target[0] == '/') {
+        closeChain();
+        return walked + "/" + part + ": a symbolic link to a place outside the output directory";
+      }
+      std::vector<std::string> expanded;
+      std::size_t s = 0;
+      while (s <= target.size()) {
+        std::size_t e = target.find('/', s);
+        if (e == std::string::npos) e = target.size();
+        const std::string piece = target.substr(s, e - s);
+        if (!piece.empty() && piece != ".") expanded.push_back(piece);
+        s = e + 1;
+      }
+      parts.insert(parts.begin() + static_cast<std::ptrdiff_t>(i) + 1, expanded.begin(), expanded.end());
+      continue;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+      closeChain();
+      return walked + "/" + part + ": " + reason(ENOTDIR);
+    }
+    const int next = ::openat(parent, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (next < 0) {
+      const int e = errno;
+      closeChain();
+      return walked + "/" + part + ": " + reason(e);
+    }
+    chain.push_back(next);
+    walked += "/" + part;
+  }
+  const int result = chain.back();
+  chain.pop_back();
+  closeChain();
+  if (into.fd_ >= 0) ::close(into.fd_);
+  into.fd_ = result;
+  into.path_ = walked;
+  return {};
+}
+
+// --- Small files, folders and removal ---------------------------------------
+
+std::string writeSmallFile(const std::string& path, const std::string& text) {
+  std::string target = path;
+  std::string error;
+  if (!resolveLinks(target, error)) return error;
+  struct stat existing {};
+  const bool exists = ::stat(target.c_str(), &existing) == 0;
+  if (!exists && errno != ENOENT) return reason(errno);
+  if (exists && !S_ISREG(existing.st_mode)) return "not a regular file";
+  if (exists && existing.st_nlink > 1)
+    return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";
+  std::string temp = directoryOf(target) + "/" + temporaryPrefix(baseNameOf(target)) + "XXXXXX";
+  const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
+  if (fd < 0) return reason(errno);
+  const mode_t mode = exists ? (existing.st_mode & 07777) : (0666 & ~processUmask());
+  int e = ::fchmod(fd, mode) == 0 && writeAll(fd, text.data(), text.size()) ? 0 : errno;
+  if (::close(fd) != 0 && e == 0) e = errno;
+  if (e == 0 && ::rename(temp.c_str(), target.c_str()) != 0) e = errno;
+  if (e != 0) ::unlink(temp.c_str());
+  return e == 0 ? std::string() : reason(e);
+}
+
+std::string makeDirectories(const std::string& path, std::vector<std::string>* made) {
+  if (path.empty()) return {};
+  struct stat st {};
+  if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? std::string() : path + ": " + reason(ENOTDIR);
+  const std::string parent = directoryOf(path);
+  if (parent != path && parent != "." && parent != "/") {
+    if (std::string e = makeDirectories(parent, made); !e.empty()) return e;
+  }
+  if (::mkdir(path.c_str(), 0777) != 0) {
+    if (errno == EEXIST && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return {};
+    return path + ": " + reason(errno);
+  }
+  if (made) made->push_back(path);
+  return {};
+}
+
+void removeEmptyDirectory(const std::string& path) { ::rmdir(path.c_str()); }
+
+bool removeOwnFile(const std::string& path) {
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != ::geteuid()) return false;
+  return ::unlink(path.c_str()) == 0;
+}
+
+namespace {
+
+constexpr const char* kWorkMarker = ".ztexport-work-marker";
+constexpr std::size_t kWorkRandomLength = 12;
+
+std::string randomPart(std::size_t length) {
+  static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  std::random_device device;
+  std::string out;
+  for (std::size_t i = 0; i < length; ++i) out += alphabet[device() % (sizeof alphabet - 1)];
+  return out;
+}
+
+// The marker's regular files and the folder, from its descriptor: nothing
+// that is not a regular file is touched, and the folder stays when anything
+// else is in it.
+void removeWorkFolder(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return;
+  DIR* d = ::fdopendir(::dup(fd));
+  if (d) {
+    std::vector<std::string> names;
+    while (const dirent* e = ::readdir(d)) {
+      const std::string name = e->d_name;
+      if (name != "." && name != ".." && name != kWorkMarker) names.push_back(name);
+    }
+    ::closedir(d);
+    for (const std::string& name : names) {
+      struct stat st {};
+      if (::fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+        ::unlinkat(fd, name.c_str(), 0);
+    }
+  }
+  ::unlinkat(fd, kWorkMarker, 0);
+  ::close(fd);
+  if (::rmdir(path.c_str()) != 0) {
+    // Something not ours is in it: the marker goes back, so a later run
+    // still knows the folder for its own.
+    const int m = ::open((path + "/" + kWorkMarker).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m >= 0) ::close(m);
+  }
+}
+
+}  // namespace
+
+WorkDirectory::~WorkDirectory() { remove(); }
+
+std::string WorkDirectory::create(const std::string& parent, const std::string& prefix) {
+  remove();
+  std::string base = parent;
+  if (base.empty()) {
+    std::error_code ec;
+    base = std::filesystem::temp_directory_path(ec).string();
+    if (ec) base = "/tmp";
+  }
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const std::string path = base + "/" + prefix + randomPart(kWorkRandomLength);
+    if (::mkdir(path.c_str(), 0700) != 0) {
+      if (errno == EEXIST) continue;
+      return reason(errno);
+    }
+    const int dirFd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int marker = dirFd < 0 ? -1 : ::openat(dirFd, kWorkMarker, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (marker < 0) {
+      const int e = errno;
+      if (dirFd >= 0) ::close(dirFd);
+      ::rmdir(path.c_str());
+      return reason(e);
+    }
+    ::close(marker);
+    flockRetrying(dirFd, LOCK_EX);
+    lockFd_ = dirFd;
+    path_ = path;
+    return {};
+  }
+  return reason(EEXIST);
+}
+
+void WorkDirectory::remove() {
+  if (path_.empty()) return;
+  removeWorkFolder(path_);
+  if (lockFd_ >= 0) ::close(lockFd_);
+  lockFd_ = -1;
+  path_.clear();
+}
+
+void removeAbandonedWorkDirectories(const std::string& parent, const std::string& prefix) {
+  DIR* d = ::opendir(parent.c_str());
+  if (!d) return;
+  std::vector<std::string> candidates;
+  while (const dirent* e = ::readdir(d)) {
+    const std::string name = e->d_name;
+    if (name.size() == prefix.size() + kWorkRandomLength && name.compare(0, prefix.size(), prefix) == 0 &&
+        std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()), name.end(),
+                    [](unsigned char c) { return std::isalnum(c) != 0; }))
+      candidates.push_back(parent + "/" + name);
+  }
+  ::closedir(d);
+  for (const std::string& path : candidates) {
+    struct stat st {};
+    if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid()) continue;
+    struct stat marker {};
+    if (::lstat((path + "/" + kWorkMarker).c_str(), &marker) != 0 || !S_ISREG(marker.st_mode)) continue;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) continue;
+    if (flockRetrying(fd, LOCK_EX | LOCK_NB) == 0) removeWorkFolder(path);
+    ::close(fd);
+  }
+}
+
+RunLock::~RunLock() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+std::string RunLock::acquire(const std::string& directory, bool wait, bool& busy) {
+  busy = false;
+  const std::string path = directory + "/.ztexport-batch.lock";
+  const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666 & ~processUmask());
+  if (fd < 0) return path + ": " + reason(errno);
+  if (flockRetrying(fd, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK || !wait) {
+      const int e = errno;
+      ::close(fd);
+      busy = e == EWOULDBLOCK;
+      return busy ? path + ": another batch is exporting into this directory" : path + ": " + reason(e);
+    }
+    if (flockRetrying(fd, LOCK_EX) != 0) {
+      const int e = errno;
+      ::close(fd);
+      return path + ": " + reason(e);
+    }
+  }
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = fd;
+  return {};
 }

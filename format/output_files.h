@@ -1,0 +1,280 @@
+// Every file the exporter, the tools, the batch and the Python package create,
+// replace, copy or remove goes through this module, so that each rule below
+// is kept in one place:
+//
+// - a file is replaced so that a failure at any point leaves either the old
+//   file or the whole new one, never a mixture and never a stray temporary;
+// - files of one run appear together or not at all (FileStaging);
+// - no output is a file the run reads (RunInputs);
+// - names beneath an output directory are resolved from its descriptor,
+//   without following a link out of it (OutputDirectory);
+// - only what this program made, and can prove it made, is ever removed.
+//
+// tools/check_file_writes.sh fails CI on a call that creates, replaces or
+// removes a file anywhere else in the sources.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <initializer_list>
+#include <string>
+#include <vector>
+
+struct ByteRange {
+  const void* data;
+  std::size_t size;
+};
+
+// Writes the ranges, in order, as the new contents of `target`: a FileStaging
+// of this one file, committed at once.
+//
+// - The bytes go to a temporary of a unique name in the directory of the file
+//   finally replaced, are flushed to the disk and then renamed over it, so two
+//   writers of one file at once leave one of the two whole files.
+// - A symbolic link is followed: the file it points to is replaced and the link stays.
+// - An existing file keeps its permission bits and, where allowed, its group; a new
+//   file gets the usual permissions under the process's umask.
+// - A target that exists but is not a regular file (a directory, a device, a FIFO),
+//   or a regular file with other hard links (which a rename would cut loose from
+//   the new contents), is refused.
+//
+// Returns an empty string on success, otherwise the reason, such as
+// "Permission denied" or "not a regular file".
+std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges);
+
+// The file that writing to `path` lands in: every symbolic link followed (a
+// dangling one names the file it would create). `path` itself when a link
+// cannot be read.
+std::string resolvedTarget(const std::string& path);
+
+// True when `a` and `b` name one file: the same device and inode when both
+// exist (links followed), otherwise the same path once made absolute and
+// normalised. A tool refuses an output that is one of its inputs with it.
+bool sameFile(const std::string& a, const std::string& b);
+
+// The first of `inputs` that writing `output` would overwrite (sameFile);
+// empty when there is none.
+std::string overwrittenInput(const std::string& output, std::initializer_list<std::string> inputs);
+
+// Removes what runs killed while saving left in `directory`: the temporaries
+// FileStaging makes for the files `names` and for every file the directory
+// holds, and its staging directories, when they are this user's and no live
+// run holds their lock. For a program that kills an export it started.
+void removeAbandonedTemporaries(const std::string& directory, const std::vector<std::string>& names);
+
+// Files of one run that must appear together or not at all. Each is first
+// written to a temporary beside its target ("stage"); commit() then puts them
+// all in place, and discard() (or the destructor) removes what was not.
+//
+// - A temporary is named ".NAME.XXXXXX" beside the file NAME it will replace.
+//   While it exists its writer holds an exclusive advisory lock (flock) on it.
+//   Staging for NAME first removes the ".NAME.XXXXXX" temporaries of a writer
+//   that died (a killed run): files of our user whose lock is free.
+// - New files (copies that must never overwrite anything) are staged in a
+//   directory ".ztexport-XXXXXX" of the run inside the directory they go to,
+//   locked the same way; such directories of dead runs are removed as well.
+// - Staging, clean-up and commit each hold an exclusive flock on the directory
+//   they work in for their few system calls, so a run never removes a
+//   temporary that another run has just made and not yet locked, and two
+//   commits into one directory never interleave.
+class FileStaging {
+ public:
+  FileStaging() = default;
+  FileStaging(const FileStaging&) = delete;
+  FileStaging& operator=(const FileStaging&) = delete;
+  ~FileStaging();
+
+  // Writes the ranges to a synced temporary for `target` (links followed), with
+  // the checks of replaceFileContents. The same target staged again replaces
+  // the earlier staging: the last one wins. Empty on success, else the reason.
+  std::string stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
+
+  // The run's staging directory inside `directory`, made on first use: a file
+  // written into it becomes `directory`/its name at commit, unless a file of
+  // that name exists by then (which is left as it is). Empty, with the reason
+  // in `error` and errno set, when it cannot be made.
+  std::string newFilesDirectory(const std::string& directory, std::string& error);
+
+  // Puts everything staged in place: the new files first (a texture is there
+  // before the scene file that names it), then the replacement for `first`
+  // (when given and staged), then the other replacements in the order staged.
+  // The whole commit holds the lock of the directory of `first` (or of the
+  // first replacement), so two runs committing the same files leave all of
+  // one run's files, never some of each. On failure the replacements not yet
+  // renamed and the new files of this commit are removed, and the reason is
+  // returned; on success the result is empty.
+  std::string commit(const std::string& first = {});
+
+  // Removes every temporary and staging directory not committed, and the
+  // directories registered with createdDirectory when they are empty.
+  void discard();
+
+  // A directory the run created for its files: removed by discard() when
+  // nothing else is in it.
+  void createdDirectory(const std::string& directory) { createdDirectories_.push_back(directory); }
+
+  bool empty() const { return replacements_.empty() && newFileDirs_.empty(); }
+
+ private:
+  struct Replacement {
+    std::string target;     // the final file, links followed
+    std::string temporary;  // beside it
+    int lockFd = -1;        // the temporary, open and flocked while it exists
+  };
+  struct NewFilesDir {
+    std::string directory;  // where the files go
+    std::string staging;    // ".ztexport-XXXXXX" inside it
+    int lockFd = -1;
+  };
+  std::vector<Replacement> replacements_;
+  std::vector<NewFilesDir> newFileDirs_;
+  std::vector<std::string> createdDirectories_;
+};
+
+// Whether staged files are flushed to the disk before they are put in place
+// (the default). A caller that flushes a whole tree at once, and records the
+// files as done only after that flush (zt2export --batch), turns it off in
+// the exports it runs: the flush of each file is the larger part of a small
+// export's time on a disk.
+void setFlushBeforeCommit(bool flush);
+bool flushBeforeCommit();
+
+// Writes all `size` bytes to `fd`, going on after interruptions; false with
+// errno set when a write fails.
+bool writeAll(int fd, const void* data, std::size_t size);
+
+// --- Inputs that no output may be ------------------------------------------
+
+// A file by device and inode: the same file under every name and link.
+struct FileIdentity {
+  dev_t device = 0;
+  ino_t inode = 0;
+  bool operator==(const FileIdentity&) const = default;
+};
+
+// The identity of the file `path` leads to, links followed; false when it
+// does not exist (or cannot be looked at).
+bool fileIdentity(const std::string& path, FileIdentity& identity);
+
+// The files a run reads, each with what it is to the user ("the scene it is
+// exported from", "ZTExport.cfg"). An output checked against them is refused
+// when it is one of them by identity (through links and hard links), or, for
+// an input that does not exist yet, by its normalised absolute path.
+class RunInputs {
+ public:
+  void add(const std::string& path, const std::string& what);
+  // "PATH: WHAT would overwrite INPUT_WHAT", where `what` describes the
+  // output ("--depfile"); empty when `output` is none of the inputs.
+  std::string clash(const std::string& output, const std::string& what) const;
+
+ private:
+  struct Input {
+    std::string path;
+    std::string what;
+    bool exists = false;
+    FileIdentity identity;
+  };
+  std::vector<Input> inputs_;
+};
+
+// --- Output directories -----------------------------------------------------
+
+// A directory that outputs go into, opened once and worked from by its
+// descriptor: a name beneath it is resolved without following a link that
+// leads out of it, so a link planted later cannot redirect a write.
+class OutputDirectory {
+ public:
+  OutputDirectory() = default;
+  OutputDirectory(const OutputDirectory&) = delete;
+  OutputDirectory& operator=(const OutputDirectory&) = delete;
+  OutputDirectory(OutputDirectory&& other) noexcept;
+  OutputDirectory& operator=(OutputDirectory&& other) noexcept;
+  ~OutputDirectory();
+
+  // Opens the directory `path` names (links followed: the user named it).
+  // Empty on success, else the reason.
+  std::string open(const std::string& path);
+  bool isOpen() const { return fd_ >= 0; }
+  int fd() const { return fd_; }
+  const std::string& path() const { return path_; }
+
+  // Opens the folder `relative` beneath this one into `into`, creating the
+  // missing folders when `create` (their paths appended to `made`, outermost
+  // first). Refused, with the reason, when ".." or a link would take it
+  // outside this directory, or a component is not a folder.
+  std::string openBeneath(const std::string& relative, bool create, OutputDirectory& into,
+                          std::vector<std::string>* made = nullptr) const;
+
+ private:
+  int fd_ = -1;
+  std::string path_;
+};
+
+// --- Small files, folders and removal -------------------------------------
+
+// Writes `text` as the file `path` through a temporary beside it and a
+// rename, so a reader sees the old file or the new one whole; not flushed to
+// the disk (stamps, dependency files, manifests only save work). A new file
+// gets the mode every output gets (0666 under the umask), a replaced one
+// keeps its own; a target that is not a regular file, or one with other hard
+// links, is refused. Empty on success, else the reason.
+std::string writeSmallFile(const std::string& path, const std::string& text);
+
+// Makes the folder `path` and its missing parents; those made are appended
+// to `made`, outermost first. Empty on success, else "FOLDER: reason".
+std::string makeDirectories(const std::string& path, std::vector<std::string>* made = nullptr);
+
+// Removes `path` when it is an empty folder; nothing otherwise.
+void removeEmptyDirectory(const std::string& path);
+
+// Removes the file `path` when it is a regular file (not a link) of this
+// user; for files whose name this program owns (a stamp beside its output).
+// True when it was removed.
+bool removeOwnFile(const std::string& path);
+
+// A folder private to one run: "PARENT/PREFIXxxxxxxxxxxxx" (a random part of
+// twelve characters) with a marker file inside that proves it this
+// program's, locked while the object lives. The destructor removes the
+// marker, the regular files the folder holds and the folder; a folder left
+// by a killed run is removed the same way by removeAbandonedWorkDirectories.
+class WorkDirectory {
+ public:
+  WorkDirectory() = default;
+  WorkDirectory(const WorkDirectory&) = delete;
+  WorkDirectory& operator=(const WorkDirectory&) = delete;
+  ~WorkDirectory();
+  // Empty on success, else the reason. An empty `parent` is the system's
+  // temporary directory.
+  std::string create(const std::string& parent, const std::string& prefix);
+  const std::string& path() const { return path_; }
+  // Removes it now (the destructor's work).
+  void remove();
+
+ private:
+  std::string path_;
+  int lockFd_ = -1;
+};
+
+// Removes the work directories in `parent` whose names are `prefix` and a
+// random part, that hold the marker, are this user's and whose lock is free:
+// their regular files and the folder. A folder with anything else in it keeps it.
+void removeAbandonedWorkDirectories(const std::string& parent, const std::string& prefix);
+
+// One batch at a time per output directory: an exclusive lock on the file
+// ".ztexport-batch.lock" inside it, made when missing and left in place (a
+// lock file removed while another run waits on it would let a third in).
+class RunLock {
+ public:
+  RunLock() = default;
+  RunLock(const RunLock&) = delete;
+  RunLock& operator=(const RunLock&) = delete;
+  ~RunLock();
+  // Takes the lock of `directory`, waiting for the run that holds it when
+  // `wait`. Empty on success; otherwise the reason, and `busy` tells whether
+  // another run holds it.
+  std::string acquire(const std::string& directory, bool wait, bool& busy);
+
+ private:
+  int fd_ = -1;
+};
