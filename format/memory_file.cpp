@@ -108,9 +108,11 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
 
 int T_MemoryFile::save(const char* name) const {
   FileStaging staging;
-  if (stage(name, staging) == 0) return 0;
+  stage(name, staging);
   saveFailure_ = staging.commit();
   if (saveFailure_.empty()) return 1;
+  // The callers' messages are fixed texts without the system's reason, and the
+  // options file reports nothing at all: the reason is told here, once for all.
   std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
   return 0;
 }
@@ -123,11 +125,9 @@ int T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);
   saveFailure_ = staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
-  if (saveFailure_.empty()) return 1;
-  // The callers' messages are fixed texts without the system's reason, and the
-  // options file reports nothing at all: the reason is told here, once for all.
-  std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
-  return 0;
+  // The staging remembers the failure and refuses its commit, whose caller
+  // tells the reason once.
+  return saveFailure_.empty() ? 1 : 0;
 }
 
 // --- reading ---

@@ -18,10 +18,15 @@
 namespace {
 
 constexpr int kMaxLinkHops = 40;  // as the kernel's own limit on a path's symlinks
-// Room left in a file name for the temporary's dot, separator and XXXXXX.
-constexpr std::size_t kTempStemMax = NAME_MAX - 8;
+// A temporary is ".NAME.<random>.ztmp": the random part and the suffix make a
+// name no user picks by chance, so clean-up can tell ours from theirs.
+constexpr std::size_t kRandomLength = 12;
+constexpr const char* kTempSuffix = ".ztmp";
+// Room left in a file name for the temporary's dots, random part and suffix.
+constexpr std::size_t kTempStemMax = NAME_MAX - 2 - kRandomLength - 5;
 constexpr const char* kNewFilesPrefix = ".ztexport-";
-constexpr std::size_t kRandomLength = 6;  // the XXXXXX of mkstemp and mkdtemp
+// The file inside every folder of ours that proves it ours.
+constexpr const char* kWorkMarker = ".ztexport-work-marker";
 
 std::string reason(int error) { return std::strerror(error); }
 
@@ -42,6 +47,29 @@ std::string temporaryPrefix(const std::string& base) {
   std::string stem = base;
   if (stem.size() > kTempStemMax) stem.resize(kTempStemMax);
   return "." + stem + ".";
+}
+
+std::string randomPart(std::size_t length) {
+  static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
+  static thread_local std::mt19937_64 generator{std::random_device{}()};
+  std::string out;
+  for (std::size_t i = 0; i < length; ++i) out += alphabet[generator() % (sizeof alphabet - 1)];
+  return out;
+}
+
+bool isRandomPart(const std::string& s) {
+  return s.size() == kRandomLength &&
+         std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isalnum(c) != 0; });
+}
+
+// The stem ("NAME") when `entry` is a temporary's name ".NAME.<random>.ztmp".
+bool temporaryStem(const std::string& entry, std::string& prefix) {
+  const std::size_t suffix = std::strlen(kTempSuffix);
+  if (entry.size() < 2 + kRandomLength + suffix + 1 || entry[0] != '.' || !entry.ends_with(kTempSuffix)) return false;
+  const std::size_t randomAt = entry.size() - suffix - kRandomLength;
+  if (entry[randomAt - 1] != '.' || !isRandomPart(entry.substr(randomAt, kRandomLength))) return false;
+  prefix = entry.substr(0, randomAt);
+  return true;
 }
 
 mode_t processUmask() {
@@ -90,12 +118,13 @@ int flockRetrying(int fd, int operation) {
 // between runs, it is not needed for one run's own files.
 class DirectoryLock {
  public:
-  explicit DirectoryLock(const std::string& dir)
-      : fd_(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+  // An open file of its own: a flock belongs to the open file, and one shared
+  // with a descriptor that stays open would hold the lock past this object.
+  explicit DirectoryLock(int dirFd) : fd_(::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
     if (fd_ >= 0) flockRetrying(fd_, LOCK_EX);
   }
   ~DirectoryLock() {
-    if (fd_ >= 0) ::close(fd_);  // closing releases the lock
+    if (fd_ >= 0) ::close(fd_);  // closing its only descriptor releases the lock
   }
   DirectoryLock(const DirectoryLock&) = delete;
   DirectoryLock& operator=(const DirectoryLock&) = delete;
@@ -104,74 +133,151 @@ class DirectoryLock {
   int fd_;
 };
 
-bool isRandomPart(const std::string& s) {
-  return s.size() == kRandomLength &&
-         std::all_of(s.begin(), s.end(), [](unsigned char c) { return std::isalnum(c) != 0; });
-}
+// A new descriptor of its own for the directory, so that flock on it is not
+// shared with another holder of the same open file.
+int openDirectoryAgain(int dirFd) { return ::openat(dirFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC); }
 
-void removeDirectoryFiles(const std::string& dir) {
-  DIR* d = ::opendir(dir.c_str());
-  if (!d) return;
+std::vector<std::string> entriesOf(int dirFd) {
+  std::vector<std::string> names;
+  const int fd = openDirectoryAgain(dirFd);
+  if (fd < 0) return names;
+  DIR* d = ::fdopendir(fd);
+  if (!d) {
+    ::close(fd);
+    return names;
+  }
   while (const dirent* e = ::readdir(d)) {
     const std::string name = e->d_name;
-    if (name != "." && name != "..") ::unlink((dir + "/" + name).c_str());
+    if (name != "." && name != "..") names.push_back(name);
   }
   ::closedir(d);
+  return names;
 }
 
-// Removes `path` (a temporary file, or a staging directory with its files)
-// when it is ours and no live run holds its lock: the run that made it was
-// killed. Called with the directory's lock held.
-void removeIfAbandoned(const std::string& path, bool directory) {
-  struct stat st {};
-  if (::lstat(path.c_str(), &st) != 0 || st.st_uid != ::geteuid()) return;
-  if (directory ? !S_ISDIR(st.st_mode) : !S_ISREG(st.st_mode)) return;
-  const int fd = ::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC | (directory ? O_DIRECTORY : 0));
+// The marker's folder `name` in `parentFd` emptied of its regular files and
+// removed: nothing that is not a regular file is touched, and the folder stays
+// when anything else is in it.
+void removeMarkedFolder(int parentFd, const std::string& name) {
+  const int fd = ::openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (fd < 0) return;
-  struct stat opened {};
-  if (::fstat(fd, &opened) == 0 && opened.st_dev == st.st_dev && opened.st_ino == st.st_ino &&
-      flockRetrying(fd, LOCK_EX | LOCK_NB) == 0) {
-    if (directory) {
-      removeDirectoryFiles(path);
-      ::rmdir(path.c_str());
-    } else {
-      ::unlink(path.c_str());
-    }
+  for (const std::string& entry : entriesOf(fd)) {
+    if (entry == kWorkMarker) continue;
+    struct stat st {};
+    if (::fstatat(fd, entry.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
+      ::unlinkat(fd, entry.c_str(), 0);
+  }
+  ::unlinkat(fd, kWorkMarker, 0);
+  if (::unlinkat(parentFd, name.c_str(), AT_REMOVEDIR) != 0) {
+    // Something not ours is in it: the marker goes back, so that a later run
+    // still knows the folder for one of its own.
+    const int m = ::openat(fd, kWorkMarker, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (m >= 0) ::close(m);
   }
   ::close(fd);
 }
 
-// Every abandoned entry of `dir` whose name is `prefix` and six random characters.
-void removeAbandoned(const std::string& dir, const std::string& prefix, bool directories) {
-  DIR* d = ::opendir(dir.c_str());
-  if (!d) return;
-  std::vector<std::string> candidates;
-  while (const dirent* e = ::readdir(d)) {
-    const std::string name = e->d_name;
-    if (name.size() == prefix.size() + kRandomLength && name.compare(0, prefix.size(), prefix) == 0 &&
-        isRandomPart(name.substr(prefix.size())))
-      candidates.push_back(dir + "/" + name);
-  }
-  ::closedir(d);
-  for (const std::string& path : candidates) removeIfAbandoned(path, directories);
+// Whether the entry `name` of `parentFd` is a folder of a run that was
+// killed: ours (marker inside, this user's) and no live run holds its lock.
+// Called with the directory's lock held.
+bool isAbandonedFolder(int parentFd, const std::string& name) {
+  struct stat st {};
+  if (::fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode) ||
+      st.st_uid != ::geteuid())
+    return false;
+  const int fd = ::openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return false;
+  // The live run holds the lock of the marker, not of the folder: the folder's
+  // own lock serves the few system calls of anyone working inside it.
+  const int marker = ::openat(fd, kWorkMarker, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  ::close(fd);
+  if (marker < 0) return false;
+  struct stat ms {};
+  const bool abandoned = ::fstat(marker, &ms) == 0 && S_ISREG(ms.st_mode) && ms.st_uid == ::geteuid() &&
+                         flockRetrying(marker, LOCK_EX | LOCK_NB) == 0;
+  ::close(marker);
+  return abandoned;
 }
 
-// Puts `from` at `to` unless something is there already (left as it is):
-// 0, EEXIST, or the error. A hard link where the file system has them, so the
-// staged file stays until the whole commit stands.
-int placeWithoutReplacing(const std::string& from, const std::string& to) {
-  if (::link(from.c_str(), to.c_str()) == 0) return 0;
+// Removes the temporary `name` of `dirFd` when it is ours and no live run
+// holds its lock. Called with the directory's lock held.
+void removeTemporaryIfAbandoned(int dirFd, const std::string& name) {
+  const int fd = ::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) return;
+  struct stat st {};
+  if (::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_uid == ::geteuid() &&
+      flockRetrying(fd, LOCK_EX | LOCK_NB) == 0)
+    ::unlinkat(dirFd, name.c_str(), 0);
+  ::close(fd);
+}
+
+// Every abandoned temporary of `dirFd` whose stem prefix is one of `prefixes`
+// (sorted), and, when `folders`, every abandoned staging folder.
+void removeAbandonedIn(int dirFd, const std::vector<std::string>& prefixes, bool folders) {
+  for (const std::string& name : entriesOf(dirFd)) {
+    std::string prefix;
+    if (temporaryStem(name, prefix)) {
+      if (std::binary_search(prefixes.begin(), prefixes.end(), prefix)) removeTemporaryIfAbandoned(dirFd, name);
+    } else if (folders && name.size() == std::strlen(kNewFilesPrefix) + kRandomLength &&
+               name.starts_with(kNewFilesPrefix) && isRandomPart(name.substr(std::strlen(kNewFilesPrefix)))) {
+      if (isAbandonedFolder(dirFd, name)) removeMarkedFolder(dirFd, name);
+    }
+  }
+}
+
+// A folder "PREFIX<random>" in `parentFd` with the marker inside: its name
+// and open descriptor, with the marker open and locked in `markerFd` for as
+// long as the run lives; -1 with errno set on failure.
+int makeMarkedFolder(int parentFd, const std::string& prefix, mode_t mode, std::string& name, int& markerFd) {
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    name = prefix + randomPart(kRandomLength);
+    if (::mkdirat(parentFd, name.c_str(), mode) != 0) {
+      if (errno == EEXIST) continue;
+      return -1;
+    }
+    const int fd = ::openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    markerFd = fd < 0 ? -1 : ::openat(fd, kWorkMarker, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (markerFd < 0) {
+      const int e = errno;
+      if (fd >= 0) ::close(fd);
+      ::unlinkat(parentFd, name.c_str(), AT_REMOVEDIR);
+      errno = e;
+      return -1;
+    }
+    flockRetrying(markerFd, LOCK_EX);
+    return fd;
+  }
+  errno = EEXIST;
+  return -1;
+}
+
+// Copies the bytes of `in` into `out`; false with errno set on failure.
+bool copyBytes(int in, int out) {
+  char buffer[1 << 16];
+  for (;;) {
+    const ssize_t n = ::read(in, buffer, sizeof buffer);
+    if (n == 0) return true;
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
+    }
+    if (!writeAll(out, buffer, static_cast<std::size_t>(n))) return false;
+  }
+}
+
+// Puts `name` of `fromFd` at `name` of `toFd` unless something is there
+// already (left as it is): 0, EEXIST, or the error. A hard link where the
+// file system has them, so the staged file stays until the whole commit stands.
+int placeWithoutReplacing(int fromFd, int toFd, const std::string& name) {
+  if (::linkat(fromFd, name.c_str(), toFd, name.c_str(), 0) == 0) return 0;
   if (errno == EEXIST) return EEXIST;
   if (errno != EPERM && errno != ENOTSUP && errno != EOPNOTSUPP) return errno;
-  if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+  if (::renameat2(fromFd, name.c_str(), toFd, name.c_str(), RENAME_NOREPLACE) == 0) return 0;
   return errno;
 }
 
-}  // namespace
-
-namespace {
 bool flushing = true;
-}
+
+}  // namespace
 
 void setFlushBeforeCommit(bool flush) { flushing = flush; }
 bool flushBeforeCommit() { return flushing; }
@@ -215,26 +321,18 @@ std::string overwrittenInput(const std::string& output, std::initializer_list<st
 }
 
 void removeAbandonedTemporaries(const std::string& directory, const std::vector<std::string>& names) {
-  DirectoryLock lock(directory);
-  DIR* d = ::opendir(directory.c_str());
-  if (!d) return;
-  std::vector<std::string> entries;
-  while (const dirent* e = ::readdir(d)) entries.push_back(e->d_name);
-  ::closedir(d);
-  std::vector<std::string> stems;
-  for (const std::string& name : names) stems.push_back(temporaryPrefix(name));
-  for (const std::string& name : entries)
-    if (!name.empty() && name[0] != '.') stems.push_back(temporaryPrefix(name));
-  std::sort(stems.begin(), stems.end());
-  const std::string newFilesPrefix = kNewFilesPrefix;
-  for (const std::string& name : entries) {
-    if (name.size() <= kRandomLength || !isRandomPart(name.substr(name.size() - kRandomLength))) continue;
-    const std::string prefix = name.substr(0, name.size() - kRandomLength);
-    if (prefix == newFilesPrefix)
-      removeIfAbandoned(directory + "/" + name, true);
-    else if (std::binary_search(stems.begin(), stems.end(), prefix))
-      removeIfAbandoned(directory + "/" + name, false);
+  const int dirFd = ::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dirFd < 0) return;
+  {
+    DirectoryLock lock(dirFd);
+    std::vector<std::string> prefixes;
+    for (const std::string& name : names) prefixes.push_back(temporaryPrefix(name));
+    for (const std::string& name : entriesOf(dirFd))
+      if (!name.empty() && name[0] != '.') prefixes.push_back(temporaryPrefix(name));
+    std::sort(prefixes.begin(), prefixes.end());
+    removeAbandonedIn(dirFd, prefixes, true);
   }
+  ::close(dirFd);
 }
 
 std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
@@ -246,157 +344,245 @@ std::string replaceFileContents(const std::string& target, std::initializer_list
 
 FileStaging::~FileStaging() { discard(); }
 
+std::string FileStaging::failed(const std::string& path, const std::string& why) {
+  if (failure_.empty()) {
+    failure_ = why;
+    failedFile_ = path;
+  }
+  return why;
+}
+
 std::string FileStaging::stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges) {
   std::string path = target;
   std::string error;
-  if (!resolveLinks(path, error)) return error;
+  if (!resolveLinks(path, error)) return failed(target, error);
+  OutputDirectory dir;
+  if (std::string e = dir.open(directoryOf(path)); !e.empty()) return failed(path, e);
+  return stage(dir, baseNameOf(path), ranges, -1, true);
+}
 
+std::string FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name,
+                                            std::initializer_list<ByteRange> ranges) {
+  return stage(directory, name, ranges, -1, false);
+}
+
+std::string FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd) {
+  return stage(directory, name, {}, sourceFd, false);
+}
+
+std::string FileStaging::stage(const OutputDirectory& directory, const std::string& name,
+                               std::initializer_list<ByteRange> ranges, int sourceFd, bool keepExisting) {
+  const std::string path = directory.path() + "/" + name;
+  if (!directory.isOpen()) return failed(path, "the directory is not open");
+  if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
+    return failed(path, "not a file name");
   struct stat existing {};
-  const bool exists = ::stat(path.c_str(), &existing) == 0;
-  if (!exists && errno != ENOENT) return reason(errno);
-  if (exists && !S_ISREG(existing.st_mode)) return "not a regular file";
-  if (exists && existing.st_nlink > 1)
-    return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";
+  const bool exists = ::fstatat(directory.fd(), name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
+  if (!exists && errno != ENOENT) return failed(path, reason(errno));
+  // The file is replaced by a rename, never written into: a link of the name
+  // is replaced with it, and what it pointed to stays as it was.
+  if (exists && !S_ISREG(existing.st_mode) && !(S_ISLNK(existing.st_mode) && !keepExisting))
+    return failed(path, "not a regular file");
+  if (exists && S_ISREG(existing.st_mode) && existing.st_nlink > 1)
+    return failed(path, "the file has " + std::to_string(existing.st_nlink) +
+                            " hard links, which replacing it would separate");
 
   for (auto it = replacements_.begin(); it != replacements_.end(); ++it) {
-    if (it->target != path) continue;
-    ::unlink(it->temporary.c_str());
+    if (it->path != path) continue;
+    ::unlinkat(it->dirFd, it->temporary.c_str(), 0);
     ::close(it->lockFd);
+    ::close(it->dirFd);
     replacements_.erase(it);
     break;
   }
 
-  const std::string dir = directoryOf(path);
-  const std::string prefix = temporaryPrefix(baseNameOf(path));
-  std::string temp = dir + "/" + prefix + "XXXXXX";
-  int fd;
+  const std::string prefix = temporaryPrefix(name);
+  std::string temp;
+  const int dirFd = openDirectoryAgain(directory.fd());
+  if (dirFd < 0) return failed(path, reason(errno));
+  int fd = -1;
   {
-    DirectoryLock lock(dir);
-    removeAbandoned(dir, prefix, false);
-    fd = ::mkostemp(temp.data(), O_CLOEXEC);
-    if (fd < 0) return reason(errno);
+    DirectoryLock lock(dirFd);
+    removeAbandonedIn(dirFd, {prefix}, false);
+    for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+      temp = prefix + randomPart(kRandomLength) + kTempSuffix;
+      fd = ::openat(dirFd, temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+      if (fd < 0 && errno != EEXIST) break;
+    }
+    if (fd < 0) {
+      const int e = errno;
+      ::close(dirFd);
+      return failed(path, reason(e));
+    }
     flockRetrying(fd, LOCK_EX);
   }
 
   auto fail = [&](int e) {
-    ::unlink(temp.c_str());
+    ::unlinkat(dirFd, temp.c_str(), 0);
     ::close(fd);
-    return reason(e);
+    ::close(dirFd);
+    return failed(path, reason(e));
   };
-  const mode_t mode = exists ? (existing.st_mode & 07777) : (0666 & ~processUmask());
+  const bool keepMode = exists && S_ISREG(existing.st_mode);
+  const mode_t mode = keepMode ? (existing.st_mode & 07777) : (0666 & ~processUmask());
   if (::fchmod(fd, mode) != 0) return fail(errno);
   // Keeping the group may be refused to a user outside it; the file is then
   // theirs as any new file would be, which is no reason to fail the save.
-  if (exists && existing.st_gid != ::getegid() && ::fchown(fd, static_cast<uid_t>(-1), existing.st_gid) != 0) {
+  if (keepMode && existing.st_gid != ::getegid() && ::fchown(fd, static_cast<uid_t>(-1), existing.st_gid) != 0) {
   }
-  for (const ByteRange& r : ranges)
-    if (!writeAll(fd, r.data, r.size)) return fail(errno);
+  if (sourceFd >= 0) {
+    if (!copyBytes(sourceFd, fd)) return fail(errno);
+  } else {
+    for (const ByteRange& r : ranges)
+      if (!writeAll(fd, r.data, r.size)) return fail(errno);
+  }
   if (flushing && ::fsync(fd) != 0) return fail(errno);
-  replacements_.push_back({path, temp, fd});
+  replacements_.push_back({path, dirFd, name, temp, fd});
   return {};
 }
 
-std::string FileStaging::newFilesDirectory(const std::string& directory, std::string& error) {
-  for (const NewFilesDir& d : newFileDirs_)
-    if (d.directory == directory) return d.staging;
-  std::string staging = directory + "/" + kNewFilesPrefix + "XXXXXX";
-  int fd = -1;
-  int failure = 0;
-  {
-    DirectoryLock lock(directory);
-    removeAbandoned(directory, kNewFilesPrefix, true);
-    if (!::mkdtemp(staging.data())) {
-      failure = errno;
-    } else if ((fd = ::open(staging.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) < 0) {
-      failure = errno;
-      ::rmdir(staging.c_str());
-    } else {
-      flockRetrying(fd, LOCK_EX);
-    }
+std::string FileStaging::stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd) {
+  const std::string path = directory.path() + "/" + name;
+  if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
+    return failed(path, "not a file name");
+  std::string error;
+  const NewFilesDir* staging = newFilesIn(directory, error);
+  if (!staging) return failed(path, error);
+  const int out = ::openat(staging->stagingFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                           0666 & ~processUmask());
+  if (out < 0) return failed(path, reason(errno));
+  int e = copyBytes(sourceFd, out) && (!flushing || ::fsync(out) == 0) ? 0 : errno;
+  if (::close(out) != 0 && e == 0) e = errno;
+  if (e != 0) {
+    ::unlinkat(staging->stagingFd, name.c_str(), 0);
+    return failed(path, reason(e));
   }
-  if (failure != 0) {
-    error = reason(failure);
-    errno = failure;
+  return {};
+}
+
+const FileStaging::NewFilesDir* FileStaging::newFilesIn(const OutputDirectory& directory, std::string& error) {
+  struct stat st {};
+  if (!directory.isOpen() || ::fstat(directory.fd(), &st) != 0) {
+    error = directory.isOpen() ? reason(errno) : "the directory is not open";
+    return nullptr;
+  }
+  for (const NewFilesDir& d : newFileDirs_)
+    if (d.device == st.st_dev && d.inode == st.st_ino) return &d;
+  const int dirFd = openDirectoryAgain(directory.fd());
+  if (dirFd < 0) {
+    error = reason(errno);
+    return nullptr;
+  }
+  std::string name;
+  int stagingFd, markerFd = -1;
+  {
+    DirectoryLock lock(dirFd);
+    removeAbandonedIn(dirFd, {}, true);
+    stagingFd = makeMarkedFolder(dirFd, kNewFilesPrefix, 0777, name, markerFd);
+  }
+  if (stagingFd < 0) {
+    error = reason(errno);
+    ::close(dirFd);
+    return nullptr;
+  }
+  newFileDirs_.push_back({directory.path(), st.st_dev, st.st_ino, dirFd, name, stagingFd, markerFd});
+  return &newFileDirs_.back();
+}
+
+std::string FileStaging::newFilesDirectory(const std::string& directory, std::string& error) {
+  OutputDirectory dir;
+  if (std::string e = dir.open(directory); !e.empty()) {
+    error = e;
     return {};
   }
-  newFileDirs_.push_back({directory, staging, fd});
-  return staging;
+  const NewFilesDir* d = newFilesIn(dir, error);
+  return d ? d->path + "/" + d->stagingName : std::string();
 }
 
 std::string FileStaging::commit(const std::string& first) {
+  // A file of the run that could not be staged takes the others with it:
+  // the run's files appear together or not at all.
+  if (!failure_.empty()) {
+    const std::string why = failure_, file = failedFile_;
+    discard();
+    failure_ = why;
+    failedFile_ = file;
+    return why;
+  }
   if (!first.empty()) {
     const std::string lead = resolvedTarget(first);
     const auto it = std::find_if(replacements_.begin(), replacements_.end(),
-                                 [&](const Replacement& r) { return r.target == lead; });
+                                 [&](const Replacement& r) { return sameFile(r.path, lead) || r.path == lead; });
     if (it != replacements_.end()) std::rotate(replacements_.begin(), it, it + 1);
   }
-  std::string lockDir;
-  if (!replacements_.empty()) lockDir = directoryOf(replacements_.front().target);
-  else if (!newFileDirs_.empty()) lockDir = newFileDirs_.front().directory;
-  if (lockDir.empty()) return {};
-  DirectoryLock lock(lockDir);
+  int lockFd = -1;
+  if (!replacements_.empty()) lockFd = replacements_.front().dirFd;
+  else if (!newFileDirs_.empty()) lockFd = newFileDirs_.front().dirFd;
+  if (lockFd < 0) return {};
+  DirectoryLock lock(lockFd);
 
-  std::vector<std::string> placed;  // new files put in place by this commit
+  struct Placed {
+    int dirFd;
+    std::string name;
+  };
+  std::vector<Placed> placed;  // new files put in place by this commit
   auto undoNewFiles = [&] {
-    for (const std::string& p : placed) ::unlink(p.c_str());
+    for (const Placed& p : placed) ::unlinkat(p.dirFd, p.name.c_str(), 0);
+  };
+  auto failCommit = [&](const std::string& path, int e) {
+    failedFile_ = path;
+    failure_ = reason(e);
+    return failure_;
   };
   for (const NewFilesDir& d : newFileDirs_) {
-    DIR* dir = ::opendir(d.staging.c_str());
-    if (!dir) {
-      const int e = errno;
-      undoNewFiles();
-      return d.staging + ": " + reason(e);
-    }
-    std::vector<std::string> names;
-    while (const dirent* e = ::readdir(dir)) {
-      const std::string name = e->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    ::closedir(dir);
+    std::vector<std::string> names = entriesOf(d.stagingFd);
     std::sort(names.begin(), names.end());
     for (const std::string& name : names) {
-      const std::string to = d.directory + "/" + name;
-      const int e = placeWithoutReplacing(d.staging + "/" + name, to);
-      if (e == 0) placed.push_back(to);
+      if (name == kWorkMarker) continue;
+      const int e = placeWithoutReplacing(d.stagingFd, d.dirFd, name);
+      if (e == 0) placed.push_back({d.dirFd, name});
       else if (e != EEXIST) {
         undoNewFiles();
-        return to + ": " + reason(e);
+        return failCommit(d.path + "/" + name, e);
       }
     }
   }
   for (std::size_t i = 0; i < replacements_.size(); ++i) {
     Replacement& r = replacements_[i];
-    if (::rename(r.temporary.c_str(), r.target.c_str()) != 0) {
+    if (::renameat(r.dirFd, r.temporary.c_str(), r.dirFd, r.name.c_str()) != 0) {
       const int e = errno;
       // Files already renamed cannot be taken back; the new files stay with
       // them. Before the first rename nothing of the run is left.
       if (i == 0) undoNewFiles();
-      return reason(e);
+      return failCommit(r.path, e);
     }
     ::close(r.lockFd);
     r.lockFd = -1;
     r.temporary.clear();
   }
-  replacements_.clear();
   createdDirectories_.clear();
-  discard();  // the staging directories, emptied of what was linked
+  discard();  // the staging folders, emptied of what was linked
   return {};
 }
 
 void FileStaging::discard() {
   for (Replacement& r : replacements_) {
-    if (!r.temporary.empty()) ::unlink(r.temporary.c_str());
+    if (!r.temporary.empty()) ::unlinkat(r.dirFd, r.temporary.c_str(), 0);
     if (r.lockFd >= 0) ::close(r.lockFd);
+    ::close(r.dirFd);
   }
   replacements_.clear();
   for (NewFilesDir& d : newFileDirs_) {
-    removeDirectoryFiles(d.staging);
-    ::rmdir(d.staging.c_str());
-    if (d.lockFd >= 0) ::close(d.lockFd);
+    ::close(d.stagingFd);
+    ::close(d.markerFd);  // our own lock goes first, or the removal would take it for a live run's
+    removeMarkedFolder(d.dirFd, d.stagingName);
+    ::close(d.dirFd);
   }
   newFileDirs_.clear();
   for (auto it = createdDirectories_.rbegin(); it != createdDirectories_.rend(); ++it) ::rmdir(it->c_str());
   createdDirectories_.clear();
+  failure_.clear();
+  failedFile_.clear();
 }
 
 // --- Inputs -------------------------------------------------------------------
@@ -482,6 +668,7 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
   // the chain of folders walked).
   std::vector<int> chain{::dup(fd_)};
   std::string walked = path_;
+  while (walked.size() > 1 && walked.back() == '/') walked.pop_back();
   auto closeChain = [&chain] {
     for (int fd : chain)
       if (fd >= 0) ::close(fd);
@@ -494,7 +681,7 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
   int hops = 0;
   std::vector<std::string> parts;
   while (start <= relative.size()) {
-    std::size_t end = relative.find_first_of("/\\", start);
+    std::size_t end = relative.find('/', start);
     if (end == std::string::npos) end = relative.size();
     const std::string part = relative.substr(start, end - start);
     if (!part.empty() && part != ".") parts.push_back(part);
@@ -597,8 +784,13 @@ std::string writeSmallFile(const std::string& path, const std::string& text) {
   if (exists && !S_ISREG(existing.st_mode)) return "not a regular file";
   if (exists && existing.st_nlink > 1)
     return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";
-  std::string temp = directoryOf(target) + "/" + temporaryPrefix(baseNameOf(target)) + "XXXXXX";
-  const int fd = ::mkostemp(temp.data(), O_CLOEXEC);
+  std::string temp;
+  int fd = -1;
+  for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
+    temp = directoryOf(target) + "/" + temporaryPrefix(baseNameOf(target)) + randomPart(kRandomLength) + kTempSuffix;
+    fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0 && errno != EEXIST) break;
+  }
   if (fd < 0) return reason(errno);
   const mode_t mode = exists ? (existing.st_mode & 07777) : (0666 & ~processUmask());
   int e = ::fchmod(fd, mode) == 0 && writeAll(fd, text.data(), text.size()) ? 0 : errno;
@@ -632,51 +824,6 @@ bool removeOwnFile(const std::string& path) {
   return ::unlink(path.c_str()) == 0;
 }
 
-namespace {
-
-constexpr const char* kWorkMarker = ".ztexport-work-marker";
-constexpr std::size_t kWorkRandomLength = 12;
-
-std::string randomPart(std::size_t length) {
-  static const char alphabet[] = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789";
-  std::random_device device;
-  std::string out;
-  for (std::size_t i = 0; i < length; ++i) out += alphabet[device() % (sizeof alphabet - 1)];
-  return out;
-}
-
-// The marker's regular files and the folder, from its descriptor: nothing
-// that is not a regular file is touched, and the folder stays when anything
-// else is in it.
-void removeWorkFolder(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) return;
-  DIR* d = ::fdopendir(::dup(fd));
-  if (d) {
-    std::vector<std::string> names;
-    while (const dirent* e = ::readdir(d)) {
-      const std::string name = e->d_name;
-      if (name != "." && name != ".." && name != kWorkMarker) names.push_back(name);
-    }
-    ::closedir(d);
-    for (const std::string& name : names) {
-      struct stat st {};
-      if (::fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))
-        ::unlinkat(fd, name.c_str(), 0);
-    }
-  }
-  ::unlinkat(fd, kWorkMarker, 0);
-  ::close(fd);
-  if (::rmdir(path.c_str()) != 0) {
-    // Something not ours is in it: the marker goes back, so a later run
-    // still knows the folder for its own.
-    const int m = ::open((path + "/" + kWorkMarker).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (m >= 0) ::close(m);
-  }
-}
-
-}  // namespace
-
 WorkDirectory::~WorkDirectory() { remove(); }
 
 std::string WorkDirectory::create(const std::string& parent, const std::string& prefix) {
@@ -687,59 +834,40 @@ std::string WorkDirectory::create(const std::string& parent, const std::string& 
     base = std::filesystem::temp_directory_path(ec).string();
     if (ec) base = "/tmp";
   }
-  for (int attempt = 0; attempt < 100; ++attempt) {
-    const std::string path = base + "/" + prefix + randomPart(kWorkRandomLength);
-    if (::mkdir(path.c_str(), 0700) != 0) {
-      if (errno == EEXIST) continue;
-      return reason(errno);
-    }
-    const int dirFd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    const int marker = dirFd < 0 ? -1 : ::openat(dirFd, kWorkMarker, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (marker < 0) {
-      const int e = errno;
-      if (dirFd >= 0) ::close(dirFd);
-      ::rmdir(path.c_str());
-      return reason(e);
-    }
-    ::close(marker);
-    flockRetrying(dirFd, LOCK_EX);
-    lockFd_ = dirFd;
-    path_ = path;
-    return {};
-  }
-  return reason(EEXIST);
+  const int parentFd = ::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (parentFd < 0) return base + ": " + reason(errno);
+  std::string name;
+  int markerFd = -1;
+  const int fd = makeMarkedFolder(parentFd, prefix, 0700, name, markerFd);
+  const int e = errno;
+  ::close(parentFd);
+  if (fd < 0) return base + ": " + reason(e);
+  ::close(fd);
+  lockFd_ = markerFd;
+  path_ = base + "/" + name;
+  return {};
 }
 
 void WorkDirectory::remove() {
   if (path_.empty()) return;
-  removeWorkFolder(path_);
+  const int parentFd = ::open(directoryOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (lockFd_ >= 0) ::close(lockFd_);
   lockFd_ = -1;
+  if (parentFd >= 0) {
+    removeMarkedFolder(parentFd, baseNameOf(path_));
+    ::close(parentFd);
+  }
   path_.clear();
 }
 
 void removeAbandonedWorkDirectories(const std::string& parent, const std::string& prefix) {
-  DIR* d = ::opendir(parent.c_str());
-  if (!d) return;
-  std::vector<std::string> candidates;
-  while (const dirent* e = ::readdir(d)) {
-    const std::string name = e->d_name;
-    if (name.size() == prefix.size() + kWorkRandomLength && name.compare(0, prefix.size(), prefix) == 0 &&
-        std::all_of(name.begin() + static_cast<std::ptrdiff_t>(prefix.size()), name.end(),
-                    [](unsigned char c) { return std::isalnum(c) != 0; }))
-      candidates.push_back(parent + "/" + name);
-  }
-  ::closedir(d);
-  for (const std::string& path : candidates) {
-    struct stat st {};
-    if (::lstat(path.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || st.st_uid != ::geteuid()) continue;
-    struct stat marker {};
-    if (::lstat((path + "/" + kWorkMarker).c_str(), &marker) != 0 || !S_ISREG(marker.st_mode)) continue;
-    const int fd = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0) continue;
-    if (flockRetrying(fd, LOCK_EX | LOCK_NB) == 0) removeWorkFolder(path);
-    ::close(fd);
-  }
+  const int parentFd = ::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (parentFd < 0) return;
+  for (const std::string& name : entriesOf(parentFd))
+    if (name.size() == prefix.size() + kRandomLength && name.starts_with(prefix) &&
+        isRandomPart(name.substr(prefix.size())) && isAbandonedFolder(parentFd, name))
+      removeMarkedFolder(parentFd, name);
+  ::close(parentFd);
 }
 
 RunLock::~RunLock() {

@@ -63,21 +63,30 @@ std::string overwrittenInput(const std::string& output, std::initializer_list<st
 // run holds their lock. For a program that kills an export it started.
 void removeAbandonedTemporaries(const std::string& directory, const std::vector<std::string>& names);
 
+class OutputDirectory;
+
 // Files of one run that must appear together or not at all. Each is first
 // written to a temporary beside its target ("stage"); commit() then puts them
 // all in place, and discard() (or the destructor) removes what was not.
 //
-// - A temporary is named ".NAME.XXXXXX" beside the file NAME it will replace.
-//   While it exists its writer holds an exclusive advisory lock (flock) on it.
-//   Staging for NAME first removes the ".NAME.XXXXXX" temporaries of a writer
-//   that died (a killed run): files of our user whose lock is free.
+// - A temporary is named ".NAME.<twelve random characters>.ztmp" beside the
+//   file NAME it will replace. While it exists its writer holds an exclusive
+//   advisory lock (flock) on it. Staging for NAME first removes such
+//   temporaries of a writer that died (a killed run): files of our user whose
+//   lock is free. Nothing else is ever taken for one of ours.
 // - New files (copies that must never overwrite anything) are staged in a
-//   directory ".ztexport-XXXXXX" of the run inside the directory they go to,
-//   locked the same way; such directories of dead runs are removed as well.
+//   folder ".ztexport-<twelve random characters>" of the run inside the
+//   directory they go to, with a marker file inside that proves it ours and
+//   that its run keeps locked; such folders of dead runs are removed as well,
+//   their regular files only.
 // - Staging, clean-up and commit each hold an exclusive flock on the directory
 //   they work in for their few system calls, so a run never removes a
 //   temporary that another run has just made and not yet locked, and two
 //   commits into one directory never interleave.
+// - Every file is created, renamed and linked relative to its directory's
+//   descriptor, so a link swapped in for a folder meanwhile cannot redirect it.
+// - A file that cannot be staged makes the whole commit fail: the run's files
+//   appear together or not at all.
 class FileStaging {
  public:
   FileStaging() = default;
@@ -85,15 +94,28 @@ class FileStaging {
   FileStaging& operator=(const FileStaging&) = delete;
   ~FileStaging();
 
-  // Writes the ranges to a synced temporary for `target` (links followed), with
-  // the checks of replaceFileContents. The same target staged again replaces
-  // the earlier staging: the last one wins. Empty on success, else the reason.
+  // Writes the ranges to a synced temporary for `target` (links followed, as
+  // the user's name for an output), with the checks of replaceFileContents.
+  // The same target staged again replaces the earlier staging: the last one
+  // wins. Empty on success, else the reason.
   std::string stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
 
-  // The run's staging directory inside `directory`, made on first use: a file
+  // The same for the entry `name` of `directory` itself, from bytes or from
+  // what `sourceFd` reads: a link of that name is replaced by the file at
+  // commit, never written through.
+  std::string stageReplacementIn(const OutputDirectory& directory, const std::string& name,
+                                 std::initializer_list<ByteRange> ranges);
+  std::string stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd);
+
+  // Stages a new file `name` in `directory` with what `sourceFd` reads: it is
+  // put in place at commit unless something of that name is there by then
+  // (which is left as it is). Empty on success, else the reason.
+  std::string stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd);
+
+  // The run's staging folder inside `directory`, made on first use: a file
   // written into it becomes `directory`/its name at commit, unless a file of
   // that name exists by then (which is left as it is). Empty, with the reason
-  // in `error` and errno set, when it cannot be made.
+  // in `error`, when it cannot be made.
   std::string newFilesDirectory(const std::string& directory, std::string& error);
 
   // Puts everything staged in place: the new files first (a texture is there
@@ -101,12 +123,16 @@ class FileStaging {
   // (when given and staged), then the other replacements in the order staged.
   // The whole commit holds the lock of the directory of `first` (or of the
   // first replacement), so two runs committing the same files leave all of
-  // one run's files, never some of each. On failure the replacements not yet
-  // renamed and the new files of this commit are removed, and the reason is
-  // returned; on success the result is empty.
+  // one run's files, never some of each. Refused when any file of the run
+  // could not be staged. On failure the replacements not yet renamed and the
+  // new files of this commit are removed, and the reason is returned (the
+  // file it concerns in failedFile()); on success the result is empty.
   std::string commit(const std::string& first = {});
 
-  // Removes every temporary and staging directory not committed, and the
+  // The file whose staging or commit failed first; empty when none did.
+  const std::string& failedFile() const { return failedFile_; }
+
+  // Removes every temporary and staging folder not committed, and the
   // directories registered with createdDirectory when they are empty.
   void discard();
 
@@ -118,18 +144,31 @@ class FileStaging {
 
  private:
   struct Replacement {
-    std::string target;     // the final file, links followed
-    std::string temporary;  // beside it
+    std::string path;       // the final file, for messages and ordering
+    int dirFd = -1;         // its directory
+    std::string name;       // its name there
+    std::string temporary;  // the temporary's name there
     int lockFd = -1;        // the temporary, open and flocked while it exists
   };
   struct NewFilesDir {
-    std::string directory;  // where the files go
-    std::string staging;    // ".ztexport-XXXXXX" inside it
-    int lockFd = -1;
+    std::string path;  // where the files go
+    dev_t device;
+    ino_t inode;
+    int dirFd = -1;
+    std::string stagingName;  // ".ztexport-..." inside it
+    int stagingFd = -1;
+    int markerFd = -1;  // its marker, open and flocked while it exists
   };
+  std::string stage(const OutputDirectory& directory, const std::string& name, std::initializer_list<ByteRange> ranges,
+                    int sourceFd, bool keepExisting);
+  const NewFilesDir* newFilesIn(const OutputDirectory& directory, std::string& error);
+  std::string failed(const std::string& path, const std::string& why);
+
   std::vector<Replacement> replacements_;
   std::vector<NewFilesDir> newFileDirs_;
   std::vector<std::string> createdDirectories_;
+  std::string failure_;
+  std::string failedFile_;
 };
 
 // Whether staged files are flushed to the disk before they are put in place
@@ -235,7 +274,7 @@ bool removeOwnFile(const std::string& path);
 
 // A folder private to one run: "PARENT/PREFIXxxxxxxxxxxxx" (a random part of
 // twelve characters) with a marker file inside that proves it this
-// program's, locked while the object lives. The destructor removes the
+// program's, the marker locked while the object lives. The destructor removes the
 // marker, the regular files the folder holds and the folder; a folder left
 // by a killed run is removed the same way by removeAbandonedWorkDirectories.
 class WorkDirectory {

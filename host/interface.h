@@ -68,6 +68,10 @@ class Interface {
   // its image is to be replaced (a build re-exporting after an image
   // changed). By default such a copy is left as it is.
   virtual bool ChangedTextureCopiesReplaced() { return false; }
+  // Whether texture copies are named by their content ("wood.1a2b3c4d.png"),
+  // which the scene file then names: images of one name from different
+  // folders then never take each other's place.
+  virtual bool TextureCopiesNamedByContent() { return false; }
   // Told of every texture copy the exported file relies on: staged by this
   // export, or found there already with the image's bytes. A host that names
   // an export's outputs (a dependency file) lists them.

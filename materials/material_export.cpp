@@ -101,9 +101,16 @@ void exportMaterials(SceneExporter& exporter) {
   list.texturePath = exporter.options.texturePath;
   list.materials.resize(materials.size());
   exporter.copiedTextureSet.clear();
+  exporter.textureDirectory = OutputDirectory();
+  exporter.stagedCopyLines.clear();
   if (exporter.options.copyTextures) {
     exporter.textureCopyDirectory = textureCopyDirectoryFor(exporter.writtenPath, exporter.options.texturePath);
-    if (texturePathLeavesDirectory(exporter.options.texturePath) && !exporter.host->TextureCopiesOutsideAllowed()) {
+    if (exporter.options.texturePath.find('\0') != std::string::npos) {
+      // The system would take the path only up to the NUL: another folder.
+      exporter.logError("ERROR: Texture path \"%s\" holds a NUL byte; textures cannot be copied there.",
+                        exporter.options.texturePath.c_str());
+      exporter.options.copyTextures = false;
+    } else if (texturePathLeavesDirectory(exporter.options.texturePath) && !exporter.host->TextureCopiesOutsideAllowed()) {
       exporter.logError("ERROR: Texture path \"%s\" leads out of the directory of the exported file; textures are "
                         "copied there only when the host allows it.",
                         exporter.options.texturePath.c_str());

@@ -5,6 +5,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cinttypes>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
@@ -12,6 +14,7 @@
 #include "host/bitmap.h"
 #include "host/inhouse/system.h"
 #include "host/material.h"
+#include "materials/material_export.h"
 #include "materials/material_records.h"
 #include "materials/zt_plugin_params.h"
 #include "plugin/scene_exporter.h"
@@ -23,100 +26,129 @@ struct BitmapRelease {
 };
 using LoadedBitmap = std::unique_ptr<Bitmap, BitmapRelease>;
 
-std::string directoryOrCurrent(const std::string& dir) { return dir.empty() ? std::string(".") : dir; }
-
-// Copies the bytes of `in` into `out`; false with errno set on failure.
-bool copyBytes(int in, int out) {
-  char buffer[1 << 16];
-  for (;;) {
-    const ssize_t n = ::read(in, buffer, sizeof buffer);
-    if (n == 0) return true;
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    if (!writeAll(out, buffer, static_cast<std::size_t>(n))) return false;
+// An open file descriptor, closed when it goes.
+class OpenFile {
+ public:
+  explicit OpenFile(int fd) : fd_(fd) {}
+  ~OpenFile() {
+    if (fd_ >= 0) ::close(fd_);
   }
-}
+  OpenFile(const OpenFile&) = delete;
+  OpenFile& operator=(const OpenFile&) = delete;
+  int fd() const { return fd_; }
 
-// The whole file, or false with errno set.
-bool readWhole(const std::string& path, std::string& bytes) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return false;
+ private:
+  int fd_;
+};
+
+// The whole file the descriptor reads from its start, or false with errno set.
+bool readWhole(int fd, std::string& bytes) {
+  if (::lseek(fd, 0, SEEK_SET) < 0) return false;
   char buffer[1 << 16];
   for (;;) {
     const ssize_t n = ::read(fd, buffer, sizeof buffer);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      const int error = errno;
-      ::close(fd);
-      errno = error;
-      return n == 0;
-    }
+    if (n < 0) return false;
+    if (n == 0) return true;
     bytes.append(buffer, static_cast<std::size_t>(n));
   }
 }
 
-// True when both are regular files holding the same bytes.
-bool sameBytes(const std::string& a, const std::string& b) {
-  struct stat sa {}, sb {};
-  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0 || !S_ISREG(sa.st_mode) || !S_ISREG(sb.st_mode) ||
-      sa.st_size != sb.st_size)
+bool readWhole(const std::string& path, std::string& bytes) {
+  const OpenFile file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  return file.fd() >= 0 && readWhole(file.fd(), bytes);
+}
+
+// True when `name` in `dir` (links not followed) is a regular file holding
+// the bytes `source` reads.
+bool holdsSameBytes(const OutputDirectory& dir, const std::string& name, int source) {
+  const OpenFile copy(::openat(dir.fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat sc {}, ss {};
+  if (copy.fd() < 0 || ::fstat(copy.fd(), &sc) != 0 || ::fstat(source, &ss) != 0 || !S_ISREG(sc.st_mode) ||
+      sc.st_size != ss.st_size)
     return false;
+  if (sc.st_dev == ss.st_dev && sc.st_ino == ss.st_ino) return true;
   std::string x, y;
-  return readWhole(a, x) && readWhole(b, y) && x == y;
+  return readWhole(copy.fd(), x) && readWhole(source, y) && x == y;
+}
+
+// 64-bit FNV-1a: a short, stable name for an image's bytes.
+std::uint64_t contentHash(const std::string& bytes) {
+  std::uint64_t h = 1469598103934665603ull;
+  for (unsigned char c : bytes) h = (h ^ c) * 1099511628211ull;
+  return h;
 }
 
 enum class CopyOutcome { Staged, Present, Failed };
 
-// Stages a copy of `source` for `destination`, which the scene file's save
+// Stages a copy of `source` as `name` in `dir`, which the scene file's save
 // puts in place unless a file of that name has appeared by then: the copy
-// exists only if the export succeeds. A destination that is there already is
-// left as it is (Present), unless `replaceChanged` and its bytes differ from
-// the source's: a replacement is staged then. `why` receives the reason of a
-// failure.
-CopyOutcome stageCopy(FileStaging& staging, const std::string& source, const std::string& destination,
-                      bool replaceChanged, std::string& why) {
+// exists only if the export succeeds. A name that is there already is left
+// as it is (Present), unless `replaceChanged` and it is not a regular file
+// with the source's bytes: a replacement is staged then, which takes the
+// name's place by a rename. `why` receives the reason of a failure.
+CopyOutcome stageCopy(FileStaging& staging, const std::string& source, const OutputDirectory& dir,
+                      const std::string& name, bool replaceChanged, std::string& why) {
+  const OpenFile in(::open(source.c_str(), O_RDONLY | O_CLOEXEC));
+  if (in.fd() < 0) {
+    why = std::strerror(errno);
+    return CopyOutcome::Failed;
+  }
   struct stat st {};
-  if (::lstat(destination.c_str(), &st) == 0) {
-    if (!replaceChanged || sameFile(source, destination) || sameBytes(source, destination))
-      return CopyOutcome::Present;
-    std::string bytes;
-    if (!readWhole(source, bytes)) {
+  if (::fstatat(dir.fd(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (!replaceChanged || holdsSameBytes(dir, name, in.fd())) return CopyOutcome::Present;
+    if (::lseek(in.fd(), 0, SEEK_SET) < 0) {
       why = std::strerror(errno);
       return CopyOutcome::Failed;
     }
-    why = staging.stageReplacement(destination, {{bytes.data(), bytes.size()}});
-    return why.empty() ? CopyOutcome::Staged : CopyOutcome::Failed;
+    why = staging.stageReplacementIn(dir, name, in.fd());
+  } else {
+    why = staging.stageNewFile(dir, name, in.fd());
   }
-  const std::size_t slash = destination.find_last_of('/');
-  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : destination.substr(0, slash);
-  const std::string name = slash == std::string::npos ? destination : destination.substr(slash + 1);
-  auto failed = [&why](int error) {
-    why = std::strerror(error);
-    return CopyOutcome::Failed;
-  };
-  const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0) return failed(errno);
-  const std::string stagingDir = staging.newFilesDirectory(dir, why);
-  if (stagingDir.empty()) {
-    ::close(in);
-    return CopyOutcome::Failed;
+  return why.empty() ? CopyOutcome::Staged : CopyOutcome::Failed;
+}
+
+// Opens the texture copy directory once per export, creating its last level
+// when missing (its parent must exist). Refuses a directory that ".." or a
+// link puts outside the exported file's own, unless the host allows copies
+// outside. Empty on success, else the reason.
+std::string openCopyDirectory(SceneExporter& exporter) {
+  const std::string& dir = exporter.textureCopyDirectory;
+  const std::string copyPart = exporter.options.texturePath.substr(0, exporter.options.texturePath.find(';'));
+  std::vector<std::string> made;
+  std::string error;
+  if (exporter.host->TextureCopiesOutsideAllowed()) {
+    // The user allowed any place: the path is taken as the system resolves it.
+    struct stat st {};
+    if (::stat(dir.empty() ? "." : dir.c_str(), &st) != 0) {
+      OutputDirectory parent;
+      const std::size_t slash = dir.find_last_of('/');
+      error = parent.open(slash == std::string::npos ? "." : dir.substr(0, slash + (slash == 0 ? 1 : 0)));
+      if (error.empty())
+        error = parent.openBeneath(dir.substr(slash == std::string::npos ? 0 : slash + 1), true,
+                                   exporter.textureDirectory, &made);
+      if (error.empty()) made = {dir};
+    } else {
+      error = exporter.textureDirectory.open(dir);
+    }
+  } else {
+    OutputDirectory output, parent;
+    error = output.open(exporter.writtenPath.empty() ? "." : exporter.writtenPath);
+    std::string parentPart = copyPart, last;
+    while (!parentPart.empty() && parentPart.back() == '/') parentPart.pop_back();
+    const std::size_t slash = parentPart.find_last_of('/');
+    last = slash == std::string::npos ? parentPart : parentPart.substr(slash + 1);
+    parentPart = slash == std::string::npos ? std::string() : parentPart.substr(0, slash);
+    if (error.empty()) error = output.openBeneath(parentPart, false, parent);
+    if (error.empty()) error = parent.openBeneath(last, true, exporter.textureDirectory, &made);
+    if (!made.empty()) made = {dir};
   }
-  // Each destination is staged once per export (CopiedTextureSet), so the
-  // staged name is free; the exclusive create makes sure of it.
-  const std::string staged = stagingDir + "/" + name;
-  const int out = ::open(staged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-  if (out < 0) {
-    const int error = errno;
-    ::close(in);
-    return failed(error);
+  for (const std::string& folder : made) {
+    // A directory made for a run that then fails goes again with the run's other files.
+    exporter.staging.createdDirectory(folder);
+    exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
   }
-  int error = copyBytes(in, out) && (!flushBeforeCommit() || ::fsync(out) == 0) ? 0 : errno;
-  ::close(in);
-  if (::close(out) != 0 && error == 0) error = errno;
-  if (error != 0) ::unlink(staged.c_str());
-  return error == 0 ? CopyOutcome::Staged : failed(error);
+  return error;
 }
 
 }  // namespace
@@ -126,21 +158,34 @@ std::string texturePathJoin(const std::string& directory, const std::string& fil
   return directory + "/" + fileName;
 }
 
+std::string contentNamedCopy(const std::string& fileName, const std::string& source) {
+  std::string bytes;
+  if (!readWhole(source, bytes)) return fileName;
+  char digits[17];
+  std::snprintf(digits, sizeof digits, "%08" PRIx64, static_cast<std::uint64_t>(contentHash(bytes) & 0xffffffffu));
+  const std::size_t dot = fileName.find_last_of('.');
+  if (dot == std::string::npos || dot == 0) return fileName + "." + digits;
+  return fileName.substr(0, dot) + "." + digits + fileName.substr(dot);
+}
+
 void copyTexture(SceneExporter& exporter, const std::string& destination, const std::string& source) {
   // A dry run neither makes the directory nor copies, and says nothing of either.
   if (File->writesSuppressed()) return;
-  const std::string& dir = exporter.textureCopyDirectory;
-  if (!File->isDirectory(directoryOrCurrent(dir))) {
-    // Whether it worked shows in the copy below. A directory made for a run
-    // that then fails goes again with the run's other files.
-    if (::mkdir(dir.c_str(), 0777) == 0) exporter.staging.createdDirectory(dir);
-    exporter.logMessage("INFO: Directory \"%s\" created for textures.", dir.c_str());
+  const std::size_t slash = destination.find_last_of('/');
+  const std::string name = slash == std::string::npos ? destination : destination.substr(slash + 1);
+  if (!exporter.textureDirectory.isOpen()) {
+    if (const std::string why = openCopyDirectory(exporter); !why.empty()) {
+      exporter.logError("ERROR: Couldn't copy texture \"%s\" to \"%s\": %s.", source.c_str(), destination.c_str(),
+                        why.c_str());
+      return;
+    }
   }
   std::string why;
-  const CopyOutcome outcome =
-      stageCopy(exporter.staging, source, destination, exporter.host->ChangedTextureCopiesReplaced(), why);
+  const CopyOutcome outcome = stageCopy(exporter.staging, source, exporter.textureDirectory, name,
+                                        exporter.host->ChangedTextureCopiesReplaced(), why);
   switch (outcome) {
     case CopyOutcome::Staged:
+      exporter.stagedCopyLines.emplace_back(exporter.infoLog.lines().size(), source, destination);
       exporter.logMessage("INFO: Texture \"%s\" copied to \"%s\".", source.c_str(), destination.c_str());
       break;
     case CopyOutcome::Present:
@@ -175,6 +220,7 @@ void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap&
     record.sequenceValue2 = params.sequenceValue2;
     if (params.sequenceMode >= 0 && params.sequenceMode <= 2) record.sequenceMode = params.sequenceMode;
   }
+  const bool namedByContent = exporter.options.copyTextures && exporter.host->TextureCopiesNamedByContent();
   for (int f = 0; f < frameCount; ++f) {
     BitmapInfo frame(image);
     frame.SetCurrentFrame(f);
@@ -184,12 +230,25 @@ void exportTexture(SceneExporter& exporter, TextureRecord& record, const Texmap&
       exporter.logError("ERROR: Couldn't open texture \"%s\"", frame.Name().c_str());
       continue;
     }
-    const std::string fileName = bitmap->Info().Filename();
+    const std::string source = bitmap->Info().Name();
+    // Named by content, the scene file names the copy it relies on, so two
+    // images of one name never take each other's place.
+    const std::string fileName =
+        namedByContent ? contentNamedCopy(bitmap->Info().Filename(), source) : bitmap->Info().Filename();
     record.fileNames.push_back(fileName);
-    if (exporter.options.copyTextures) {
-      const std::string destination = texturePathJoin(exporter.textureCopyDirectory, fileName);
-      if (exporter.copiedTextureSet.insert(destination).second)
-        copyTexture(exporter, destination, bitmap->Info().Name());
+    if (!exporter.options.copyTextures) continue;
+    const std::string destination = texturePathJoin(exporter.textureCopyDirectory, fileName);
+    const auto [known, isNew] = exporter.copiedTextureSet.emplace(destination, source);
+    if (isNew) {
+      copyTexture(exporter, destination, source);
+    } else if (known->second != source && !sameFile(known->second, source)) {
+      // Two images for one copy: whichever came second would silently stand
+      // for the first in every material that names it.
+      std::string a, b;
+      if (!readWhole(known->second, a) || !readWhole(source, b) || a != b)
+        exporter.logError("ERROR: Textures \"%s\" and \"%s\" would both be copied to \"%s\"; give one of them "
+                          "another name, or name the copies by their content.",
+                          known->second.c_str(), source.c_str(), destination.c_str());
     }
   }
   if (params.mode >= 0 && params.mode <= 4) record.textureMode = params.mode;

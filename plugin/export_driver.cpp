@@ -17,19 +17,30 @@
 
 namespace {
 constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport cancelled.";
+constexpr const char* kNotCopiedFormat = "INFO: Texture \"%s\" not copied to \"%s\": the export was canceled.";
 }  // namespace
 
 bool SceneExporter::saveSceneFile(const char* name) {
-  if (sceneFile.stage(name, staging) == 0) {
-    staging.discard();
-    return false;
-  }
-  // The lock of the commit keeps the scene file and its .skd of one run together.
+  sceneFile.stage(name, staging);
+  // One commit for the scene file, its .skd and the texture copies: when any
+  // of them could not be staged (a .skd whose save the exporter's rules do not
+  // report, say), none is put in place. The lock of the commit keeps the files
+  // of one run together.
   const std::string failure = staging.commit(name);
   if (failure.empty()) return true;
-  std::fprintf(stderr, "%s: cannot save: %s\n", name, failure.c_str());
+  std::fprintf(stderr, "%s: cannot save: %s\n", staging.failedFile().c_str(), failure.c_str());
   staging.discard();
   return false;
+}
+
+void SceneExporter::tellCopiesNotMade() {
+  for (const auto& [line, source, destination] : stagedCopyLines) {
+    const int length = std::snprintf(nullptr, 0, kNotCopiedFormat, source.c_str(), destination.c_str());
+    std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+    std::snprintf(text.data(), text.size() + 1, kNotCopiedFormat, source.c_str(), destination.c_str());
+    infoLog.replaceLine(line, text);
+  }
+  stagedCopyLines.clear();
 }
 
 int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool suppressPrompts) {
@@ -130,7 +141,8 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
       }
     }
     // Whatever was staged and not saved with a scene file (the export failed,
-    // or wrote nothing) goes.
+    // or wrote nothing) goes, and the log says so of the copies it told of.
+    if (!staging.empty()) tellCopiesNotMade();
     staging.discard();
 
     host->ExportStage("done");

@@ -15,6 +15,11 @@ class InfoLog {
   const std::vector<std::string>& lines() const { return lines_; }
   bool empty() const { return lines_.empty(); }
   void clear() { lines_.clear(); }
+  // Puts `line` in the place of line `index` (a line that told of something
+  // the export then did not do).
+  void replaceLine(std::size_t index, std::string line) {
+    if (index < lines_.size()) lines_[index] = std::move(line);
+  }
   // Every line followed by "\r\n", the text the info window shows.
   std::string text() const;
 

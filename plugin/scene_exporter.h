@@ -7,7 +7,9 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <tuple>
 #include <unordered_map>
+#include <vector>
 
 #include "animation/animation_state.h"
 #include "format/output_files.h"
@@ -48,6 +50,9 @@ class SceneExporter : public SceneExport {
   // false when any of it failed (told on standard error), and then nothing
   // of the run is left.
   bool saveSceneFile(const char* name);
+  // Tells again, as not made, the texture copies the log told of when the
+  // export does not save.
+  void tellCopiesNotMade();
 
   // --- the host's scene-export interface ---
   int ExtCount() override;
@@ -124,6 +129,11 @@ class SceneExporter : public SceneExport {
   SkinBoneNames skinBoneNames;
   std::string textureCopyDirectory;  // set by the material pass when textures are copied
   CopiedTextureSet copiedTextureSet;
+  // The copy directory, opened at the first copy of an export.
+  OutputDirectory textureDirectory;
+  // Lines of the log that tell of a staged copy: (line, source, destination),
+  // told again as not copied when the export does not save.
+  std::vector<std::tuple<std::size_t, std::string, std::string>> stagedCopyLines;
   // Every file of the run (.skd, texture copies) waits here until the scene
   // file is saved; they are put in place together with it, or not at all.
   FileStaging staging;

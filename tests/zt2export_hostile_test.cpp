@@ -17,6 +17,8 @@
 
 using ztx_test::runExport;
 using ztx_test::TempDir;
+using ztx_test::exampleIn;
+using ztx_test::snapshot;
 
 namespace fs = std::filesystem;
 
@@ -30,32 +32,6 @@ std::vector<std::string> argsFor(const TempDir& dir, const std::string& output, 
                                    "--set", "exportSkinning=0", "--set", "exportMaterials=0"};
   args.insert(args.end(), more.begin(), more.end());
   return args;
-}
-
-// Every entry under `root` (links not followed): a file by its bytes, a
-// directory or a link by its kind and target. Two equal snapshots mean nothing
-// was lost, changed or left behind.
-std::map<std::string, std::string> snapshot(const fs::path& root) {
-  std::map<std::string, std::string> entries;
-  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
-    const std::string name = fs::relative(it->path(), root).string();
-    if (it->is_symlink()) entries[name] = "link to " + fs::read_symlink(it->path()).string();
-    else if (it->is_directory()) entries[name] = "directory";
-    else entries[name] = ztx_test::readText(it->path().string());
-  }
-  return entries;
-}
-
-// The example scene (skinned, textured) in `dir`, its textures beside it;
-// `rename` gives its skinned mesh's node another name, so that the files of
-// two runs can be told apart.
-std::string exampleIn(const TempDir& dir, const std::string& file = "scene.json", const std::string& rename = "") {
-  std::string text = ztx_test::readText(ztx_test::sourcePath("examples/example.scene.json"));
-  if (!rename.empty())
-    for (std::size_t at; (at = text.find("\"Character\"")) != std::string::npos;) text.replace(at, 11, '"' + rename + '"');
-  ztx_test::writeText(dir.file(file), text);
-  if (!fs::exists(dir.file("textures"))) fs::copy(ztx_test::sourcePath("examples/textures"), dir.file("textures"));
-  return dir.file(file);
 }
 
 // The node the .skd belongs to must be a mesh of the scene file beside it.
@@ -99,11 +75,33 @@ TEST(Zt2ExportHostile, OutputsThatCannotBeWrittenAreRefusedAndKept) {
 TEST(Zt2ExportHostile, OptionsSaveFailureIsToldButTheExportStands) {
   TempDir dir;
   ztx_test::writeText(dir.file("scene.json"), kHelper);
-  fs::create_directories(dir.file("config/ZTExport.cfg"));  // in the way of the save
+  // Readable, but a save would cut it loose from its other name.
+  ASSERT_EQ(runExport(argsFor(dir, dir.file("first.zt2"), {"--save-options"})).exitCode, 0);
+  fs::create_hard_link(dir.file("config/ZTExport.cfg"), dir.file("elsewhere.cfg"));
   const auto r = runExport(argsFor(dir, dir.file("out.zt2"), {"--save-options"}));
   EXPECT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_NE(r.err.find("ZTExport.cfg: cannot save: not a regular file"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("ZTExport.cfg: cannot save: the file has 2 hard links"), std::string::npos) << r.err;
   EXPECT_TRUE(fs::exists(dir.file("out.zt2")));
+}
+
+// Saved options that are not a file are not taken for "no saved options":
+// the run says why it cannot read them and writes nothing.
+TEST(Zt2ExportHostile, OptionsThatAreNotAFileAreNotSilentlyReplacedByDefaults) {
+  const std::pair<const char*, std::function<void(const std::string&)>> cases[] = {
+      {"a folder", [](const std::string& p) { fs::create_directories(p); }},
+      {"a FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }},
+  };
+  for (const auto& [kind, make] : cases) {
+    SCOPED_TRACE(kind);
+    TempDir dir;
+    ztx_test::writeText(dir.file("scene.json"), kHelper);
+    fs::create_directories(dir.file("config"));
+    make(dir.file("config/ZTExport.cfg"));
+    const auto r = runExport(argsFor(dir, dir.file("out.zt2")));
+    EXPECT_EQ(r.exitCode, 2);
+    EXPECT_NE(r.err.find(dir.file("config/ZTExport.cfg") + ": not read: it is " + kind), std::string::npos) << r.err;
+    EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
+  }
 }
 
 // The save itself is tested in FileReplace; this is the options going through it.
@@ -268,23 +266,30 @@ TEST(Zt2ExportHostile, FailedExportLeavesNothingOfItself) {
 }
 
 // Temporaries of a killed run (no live lock on them) go with the next run to
-// the same target; a live writer's, and names that are not ours, stay.
+// the same target; a live writer's, names that only look like ours and
+// folders without our marker stay, whatever they hold.
 TEST(Zt2ExportHostile, KilledRunsTemporariesAreRemovedByTheNextRun) {
   TempDir dir;
   exampleIn(dir);
-  const std::vector<std::string> stale = {".out.zt2.AbC123", ".out.skd.xYz789", ".ztexport-Q1w2E3"};
-  const std::vector<std::string> kept = {".out.zt2.LiVe99", ".other.zt2.AbC123", ".out.zt2.part", ".out.zt2.AbC12"};
+  const std::vector<std::string> stale = {".out.zt2.AbCdEf123456.ztmp", ".out.skd.xYz789xYz789.ztmp"};
+  const std::vector<std::string> kept = {".out.zt2.LiVe99LiVe99.ztmp", ".other.zt2.AbCdEf123456.ztmp",
+                                         ".out.zt2.part", ".out.zt2.backup", ".out.zt2.AbC123",
+                                         ".ztexport-mydata/notes.txt", ".ztexport-Q1w2E3r4T5y7/notes.txt"};
   for (const std::string& name : stale) ztx_test::writeText(dir.file(name), std::string(1 << 16, 'x'));
-  fs::remove(dir.file(".ztexport-Q1w2E3"));
-  fs::create_directory(dir.file(".ztexport-Q1w2E3"));
-  ztx_test::writeText(dir.file(".ztexport-Q1w2E3/cloth.png"), "half");
-  for (const std::string& name : kept) ztx_test::writeText(dir.file(name), "kept");
-  const int live = ::open(dir.file(".out.zt2.LiVe99").c_str(), O_RDONLY | O_CLOEXEC);
+  fs::create_directory(dir.file(".ztexport-Q1w2E3r4T5y6"));  // a killed run's staging folder, marked
+  ztx_test::writeText(dir.file(".ztexport-Q1w2E3r4T5y6/.ztexport-work-marker"), "");
+  ztx_test::writeText(dir.file(".ztexport-Q1w2E3r4T5y6/cloth.png"), "half");
+  for (const std::string& name : kept) {
+    fs::create_directories(fs::path(dir.file(name)).parent_path());
+    ztx_test::writeText(dir.file(name), "kept");
+  }
+  const int live = ::open(dir.file(".out.zt2.LiVe99LiVe99.ztmp").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(::flock(live, LOCK_EX), 0);
   const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
   ::close(live);
   EXPECT_EQ(r.exitCode, 0) << r.err;
   for (const std::string& name : stale) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
+  EXPECT_FALSE(fs::exists(dir.file(".ztexport-Q1w2E3r4T5y6")));
   for (const std::string& name : kept) EXPECT_EQ(ztx_test::readText(dir.file(name)), "kept") << name;
   expectPair(dir.file("out.zt2"), dir.file("out.skd"));
   EXPECT_TRUE(fs::exists(dir.file("cloth.png")));

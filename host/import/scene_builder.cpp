@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
+#include "format/output_files.h"
 #include "host/memory/rotation_math.h"
 
 namespace hostimport {
@@ -177,23 +177,8 @@ SceneText toText(ImportedScene&& scene) {
 namespace {
 
 void writeSafely(const std::filesystem::path& path, const char* data, std::size_t size) {
-  std::filesystem::path temporary = path;
-  temporary += ".part";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (out) out.write(data, static_cast<std::streamsize>(size));
-    if (!out || !out.flush()) {
-      std::error_code ignored;
-      std::filesystem::remove(temporary, ignored);
-      throw std::runtime_error(path.string() + ": cannot write the file");
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temporary, path, ec);
-  if (ec) {
-    std::filesystem::remove(temporary, ec);
-    throw std::runtime_error(path.string() + ": cannot write the file");
-  }
+  if (const std::string why = replaceFileContents(path.string(), {{data, size}}); !why.empty())
+    throw std::runtime_error(path.string() + ": cannot write the file: " + why);
 }
 
 }  // namespace

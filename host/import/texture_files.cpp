@@ -1,9 +1,9 @@
 #include "host/import/texture_files.h"
 
 #include <cstdio>
-#include <fstream>
 #include <stdexcept>
 
+#include "format/output_files.h"
 #include "host/memory/file_reads.h"
 
 namespace hostimport {
@@ -56,20 +56,8 @@ std::optional<std::string> ModelTextures::find(const std::string& material, cons
 std::string writeEmbeddedTexture(const fs::path& dir, const std::string& fileName, const unsigned char* bytes,
                                  std::size_t size) {
   const fs::path path = fs::absolute(dir / fileName).lexically_normal();
-  fs::path temporary = path;
-  temporary += ".part";
-  {
-    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (out) out.write(reinterpret_cast<const char*>(bytes), static_cast<std::streamsize>(size));
-    if (!out || !out.flush()) {
-      std::error_code ignored;
-      fs::remove(temporary, ignored);
-      throw std::runtime_error(path.string() + ": cannot write the embedded texture");
-    }
-  }
-  std::error_code ec;
-  fs::rename(temporary, path, ec);
-  if (ec) throw std::runtime_error(path.string() + ": cannot write the embedded texture");
+  if (const std::string why = replaceFileContents(path.string(), {{bytes, size}}); !why.empty())
+    throw std::runtime_error(path.string() + ": cannot write the embedded texture: " + why);
   hostmodel::noteFileWritten(path.string());
   return path.string();
 }

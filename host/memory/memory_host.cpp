@@ -53,6 +53,8 @@ void MemoryHost::setFlushesDeferred(bool deferred) { impl_->flushesDeferred = de
 bool MemoryHost::FlushesDeferred() { return impl_->flushesDeferred; }
 void MemoryHost::setChangedTextureCopiesReplaced(bool replaced) { impl_->changedTextureCopiesReplaced = replaced; }
 bool MemoryHost::ChangedTextureCopiesReplaced() { return impl_->changedTextureCopiesReplaced; }
+void MemoryHost::setTextureCopiesNamedByContent(bool named) { impl_->textureCopiesNamedByContent = named; }
+bool MemoryHost::TextureCopiesNamedByContent() { return impl_->textureCopiesNamedByContent; }
 void MemoryHost::TextureCopyUsed(const std::string& path) { noteFileWritten(path); }
 void MemoryHost::setStageObserver(std::function<void(const char*)> observer) {
   impl_->stageObserver = std::move(observer);

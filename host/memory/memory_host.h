@@ -66,6 +66,8 @@ class MemoryHost : public Interface {
   void setFlushesDeferred(bool deferred);
   // What ChangedTextureCopiesReplaced answers (the command-line tool's --replace-textures).
   void setChangedTextureCopiesReplaced(bool replaced);
+  // What TextureCopiesNamedByContent answers (the command-line tool's --texture-names unique).
+  void setTextureCopiesNamedByContent(bool named);
   // Called with each stage the exporter announces (benchmarks time them).
   void setStageObserver(std::function<void(const char*)> observer);
 
@@ -116,6 +118,7 @@ class MemoryHost : public Interface {
   bool WritesSuppressed() override;
   bool TextureCopiesOutsideAllowed() override;
   bool ChangedTextureCopiesReplaced() override;
+  bool TextureCopiesNamedByContent() override;
   bool FlushesDeferred() override;
   // Noted as a file written (file_reads.h).
   void TextureCopyUsed(const std::string& path) override;

@@ -50,6 +50,7 @@ struct MemoryHost::Impl {
   bool writesSuppressed = false;
   bool textureCopiesOutsideAllowed = false;
   bool changedTextureCopiesReplaced = false;
+  bool textureCopiesNamedByContent = false;
   bool flushesDeferred = false;
   std::function<void(const char*)> stageObserver;
   int cancelFromCall = 0;

@@ -89,4 +89,26 @@ std::vector<std::string> infoLines(const ExportRun& run) {
   return lines;
 }
 
+std::map<std::string, std::string> snapshot(const std::string& root) {
+  namespace fs = std::filesystem;
+  std::map<std::string, std::string> entries;
+  for (auto it = fs::recursive_directory_iterator(root); it != fs::recursive_directory_iterator(); ++it) {
+    const std::string name = fs::relative(it->path(), root).string();
+    if (it->is_symlink()) entries[name] = "link to " + fs::read_symlink(it->path()).string();
+    else if (it->is_directory()) entries[name] = "directory";
+    else entries[name] = readText(it->path().string());
+  }
+  return entries;
+}
+
+std::string exampleIn(const TempDir& dir, const std::string& file, const std::string& rename) {
+  namespace fs = std::filesystem;
+  std::string text = readText(sourcePath("examples/example.scene.json"));
+  if (!rename.empty())
+    for (std::size_t at; (at = text.find("\"Character\"")) != std::string::npos;) text.replace(at, 11, '"' + rename + '"');
+  writeText(dir.file(file), text);
+  if (!fs::exists(dir.file("textures"))) fs::copy(sourcePath("examples/textures"), dir.file("textures"));
+  return dir.file(file);
+}
+
 }  // namespace ztx_test

@@ -3,6 +3,7 @@
 // zt2dump --json.
 #pragma once
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -41,6 +42,16 @@ nlohmann::json objectFields(const nlohmann::json& chunk);
 nlohmann::json findObject(const nlohmann::json& file, const std::string& name);
 // Names of the object chunks, in file order.
 std::vector<std::string> objectNames(const nlohmann::json& file);
+
+// Every entry under `root` (links not followed): a file by its bytes, a
+// directory or a link by its kind and target. Two equal snapshots mean nothing
+// was lost, changed or left behind.
+std::map<std::string, std::string> snapshot(const std::string& root);
+
+// The example scene (skinned, textured) written as dir/`file`, its textures
+// beside it; `rename` gives its skinned mesh's node another name, so that the
+// files of two runs can be told apart. Returns the scene's path.
+std::string exampleIn(const TempDir& dir, const std::string& file = "scene.json", const std::string& rename = "");
 
 // The "Export Info" lines zt2export printed.
 std::vector<std::string> infoLines(const ExportRun& run);

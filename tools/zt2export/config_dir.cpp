@@ -1,10 +1,13 @@
 #include "tools/zt2export/config_dir.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
+
+#include "options/options_dialog.h"
 
 namespace zt2export {
 
@@ -20,6 +23,14 @@ std::string defaultConfigDir() {
   else
     return {};
   return (base / "ztexport").string();
+}
+
+std::string optionsFileProblem(const std::string& configDir) {
+  const std::string path = configDir + "/" + kOptionsFileName;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return {};
+  const char* kind = S_ISDIR(st.st_mode) ? "a folder" : S_ISFIFO(st.st_mode) ? "a FIFO" : S_ISSOCK(st.st_mode) ? "a socket" : "a device";
+  return path + ": not read: it is " + kind + ", not a file of saved options";
 }
 
 }  // namespace zt2export

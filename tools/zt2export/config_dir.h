@@ -12,4 +12,10 @@ namespace zt2export {
 // is never found again.
 std::string defaultConfigDir();
 
+// Why the saved options in `configDir` cannot be read, when ZTExport.cfg is
+// there but is not a regular file (a folder, a FIFO, a device): a run would
+// otherwise go on with the defaults as if there were none. Empty when the
+// file is a regular file or missing.
+std::string optionsFileProblem(const std::string& configDir);
+
 }  // namespace zt2export

@@ -32,6 +32,11 @@ ExportFiles exportFiles(const std::string& output, const std::string& configDir,
 // otherwise the reason.
 std::string writeDepfile(const std::string& depfile, const ExportFiles& files);
 
+// Why `depfile` cannot be written: it is one of the files the export wrote
+// or read (by identity, through links and hard links), which the rule would
+// replace. Empty when it is none of them.
+std::string depfileClash(const std::string& depfile, const ExportFiles& files);
+
 // Now, as exportFiles() compares it with a file's change time.
 long long nowNanoseconds();
 

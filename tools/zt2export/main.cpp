@@ -24,6 +24,7 @@
 #include "host/inhouse/exceptions.h"
 #include "host/import/importers.h"
 #include "host/memory/memory_host.h"
+#include "options/apply_options.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
 #include "tools/zt2export/batch_command.h"
@@ -59,6 +60,7 @@ struct Arguments {
   bool copyTexturesOutside = false;
   bool replaceTextures = false;
   bool noSync = false;
+  bool uniqueTextureNames = false;
 };
 
 void printUsage(std::FILE* to) {
@@ -68,7 +70,7 @@ void printUsage(std::FILE* to) {
                "                 [--memory-limit MIB] [--copy-textures-outside] [--replace-textures]\n"
                "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
-               "                 [--no-sync]\n"
+               "                 [--texture-names keep|unique] [--no-sync]\n"
                "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
                "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--module PATH] [--quiet]\n"
@@ -134,6 +136,11 @@ void printHelp() {
       "  --depfile OUT.d        after a successful export, write a make rule naming the files\n"
       "                         written and every file read (scene, buffers, model, images,\n"
       "                         image lists, ZTExport.cfg, ZTExportAdditional.cfg)\n"
+      "  --texture-names keep|unique  the names of texture copies: the image's own (keep, the\n"
+      "                         default), or the image's name with a short hash of its bytes\n"
+      "                         (\"wood.1a2b3c4d.png\", unique), which the scene file then names,\n"
+      "                         so that images of one name from different folders never take\n"
+      "                         each other's place\n"
       "  --no-sync              put the files in place without first flushing each to the disk;\n"
       "                         for a caller that flushes the whole output at once (--batch does)\n"
       "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
@@ -178,6 +185,7 @@ Arguments parseArguments(int argc, char** argv) {
       {"--texture-path", "a directory"},
       {"--missing-textures", "error or drop"},
       {"--depfile", "a file name"},
+      {"--texture-names", "keep or unique"},
   };
   // The last of a repeated option wins, as it always has.
   auto single = [&](const char* names, std::string& target) {
@@ -204,6 +212,8 @@ Arguments parseArguments(int argc, char** argv) {
   app.add_option("--texture-path", a.texturePaths)->allow_extra_args(false);
   std::string missingTextures = "error";
   single("--missing-textures", missingTextures);
+  std::string textureNames = "keep";
+  single("--texture-names", textureNames);
   app.add_flag("--version", a.version);
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
@@ -251,6 +261,9 @@ Arguments parseArguments(int argc, char** argv) {
   if (missingTextures != "error" && missingTextures != "drop")
     usageError("--missing-textures " + missingTextures + ": expected error or drop");
   a.dropMissingTextures = missingTextures == "drop";
+  if (textureNames != "keep" && textureNames != "unique")
+    usageError("--texture-names " + textureNames + ": expected keep or unique");
+  a.uniqueTextureNames = textureNames == "unique";
   // The exporter writes ZT2 bytes whatever the name says; a model's extension
   // on them would fool every program that opens the file.
   if (!a.output.empty()) {
@@ -306,25 +319,6 @@ std::string defaultOutput(const std::string& scene) {
   return stem + ".zt2";
 }
 
-// A directory of our own under the system's temporary directory, removed
-// with everything in it when the object goes.
-class TemporaryDirectory {
- public:
-  explicit TemporaryDirectory(std::string& error) {
-    std::error_code ec;
-    std::string pattern = (std::filesystem::temp_directory_path(ec) / "zt2export-XXXXXX").string();
-    if (!ec && ::mkdtemp(pattern.data())) path_ = pattern;
-    else error = std::strerror(errno);
-  }
-  ~TemporaryDirectory() {
-    std::error_code ec;
-    if (!path_.empty()) std::filesystem::remove_all(path_, ec);
-  }
-  const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 // Whether files can be made in the folder `file` goes into; `why` gets the
 // system's reason when not.
 bool folderWritable(const std::string& file, std::string& why) {
@@ -417,6 +411,23 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "zt2export: %s\n", clash.c_str());
     return kExitFailure;
   }
+  const std::string configDir = args.configDir.empty() ? zt2export::defaultConfigDir() : args.configDir;
+  if (!args.depfile.empty()) {
+    // What is known before the export; the files it reads are checked again after it.
+    RunInputs taken;
+    taken.add(args.scene, "the scene it is exported from");
+    taken.add(output, "the output");
+    taken.add(std::filesystem::path(resolvedTarget(output)).replace_extension(".skd").string(), "the output's .skd");
+    taken.add(args.writeScene, "--write-scene");
+    if (!configDir.empty()) {
+      taken.add(configDir + "/" + kOptionsFileName, kOptionsFileName);
+      taken.add(configDir + "/" + kAdditionalConfigFileName, kAdditionalConfigFileName);
+    }
+    if (const std::string clash = taken.clash(args.depfile, "--depfile"); !clash.empty()) {
+      std::fprintf(stderr, "zt2export: %s\n", clash.c_str());
+      return kExitFailure;
+    }
+  }
 
   // A run that cannot save must say so before anything is written: an
   // import writes a model's own textures beside the output, the exporter
@@ -436,14 +447,14 @@ int main(int argc, char** argv) {
   setFlushBeforeCommit(!args.noSync);
   FileStaging embeddedTextures;
   std::string textureDir;
-  std::unique_ptr<TemporaryDirectory> dryRunTextures;
+  WorkDirectory dryRunTextures;
   if (!args.writeScene.empty()) {
     textureDir = directoryOrCurrent(args.writeScene);
   } else if (!hostimport::isSceneDescription(args.scene)) {
     std::string error;
     if (args.check) {
-      dryRunTextures = std::make_unique<TemporaryDirectory>(error);
-      textureDir = dryRunTextures->path();
+      error = dryRunTextures.create({}, "zt2export-");
+      textureDir = dryRunTextures.path();
     } else {
       textureDir = embeddedTextures.newFilesDirectory(directoryOrCurrent(resolvedTarget(output)), error);
     }
@@ -470,19 +481,21 @@ int main(int argc, char** argv) {
     return kExitFailure;
   }
 
-  const std::string configDir = args.configDir.empty() ? zt2export::defaultConfigDir() : args.configDir;
   if (configDir.empty()) {
     std::fprintf(stderr, "zt2export: no configuration directory: neither XDG_CONFIG_HOME nor HOME is set and the "
                          "user has no home directory; give --config-dir\n");
     return kExitFailure;
   }
   if (!args.check) {
-    std::error_code ec;
-    std::filesystem::create_directories(configDir, ec);
-    if (!std::filesystem::is_directory(configDir)) {
-      std::fprintf(stderr, "zt2export: cannot create the configuration directory %s\n", configDir.c_str());
+    if (const std::string why = makeDirectories(configDir); !why.empty()) {
+      std::fprintf(stderr, "zt2export: cannot create the configuration directory %s: %s\n", configDir.c_str(),
+                   why.c_str());
       return kExitFailure;
     }
+  }
+  if (const std::string why = zt2export::optionsFileProblem(configDir); !why.empty()) {
+    std::fprintf(stderr, "zt2export: %s\n", why.c_str());
+    return kExitFailure;
   }
   host->setConfigDir(configDir);
 
@@ -535,6 +548,7 @@ int main(int argc, char** argv) {
   host->setWritesSuppressed(args.check);
   host->setTextureCopiesOutsideAllowed(args.copyTexturesOutside);
   host->setChangedTextureCopiesReplaced(args.replaceTextures);
+  host->setTextureCopiesNamedByContent(args.uniqueTextureNames);
   host->setFlushesDeferred(args.noSync);
 
   int result = 0;
@@ -578,7 +592,9 @@ int main(int argc, char** argv) {
     }
   }
   if (code == kExitOk && !args.check && !args.depfile.empty()) {
-    const std::string why = zt2export::writeDepfile(args.depfile, zt2export::exportFiles(output, configDir, startedAt));
+    const zt2export::ExportFiles files = zt2export::exportFiles(output, configDir, startedAt);
+    std::string why = zt2export::depfileClash(args.depfile, files);
+    if (why.empty()) why = zt2export::writeDepfile(args.depfile, files);
     if (!why.empty()) {
       std::fprintf(stderr, "zt2export: %s: cannot write the dependency file: %s\n", args.depfile.c_str(), why.c_str());
       code = kExitFailure;
@@ -586,7 +602,7 @@ int main(int argc, char** argv) {
   }
   // _Exit runs no destructor: what was not committed goes here.
   embeddedTextures.discard();
-  dryRunTextures.reset();
+  dryRunTextures.remove();
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.

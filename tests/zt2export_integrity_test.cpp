@@ -1,0 +1,248 @@
+// zt2export's files as a pipeline leans on them: the scene file and its .skd
+// commit together, the dependency file never takes the place of another file,
+// texture copies never leave the output's folder nor write through a link,
+// and two images never share one copy. Each case counts towards the line
+// "hostile: N cases tried, M files lost or mismatched" that CI prints.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <functional>
+#include <nlohmann/json.hpp>
+
+#include "support/scene_export.h"
+
+using ztx_test::exampleIn;
+using ztx_test::runExport;
+using ztx_test::snapshot;
+using ztx_test::TempDir;
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Cases tried and files found lost or changed, over the whole executable.
+struct HostileCount {
+  int cases = 0;
+  int lost = 0;
+  ~HostileCount() { std::printf("hostile: %d cases tried, %d files lost or mismatched\n", cases, lost); }
+};
+HostileCount count;
+
+// Compares two snapshots and counts every entry that differs.
+void expectKept(const std::map<std::string, std::string>& before, const std::map<std::string, std::string>& after) {
+  ++count.cases;
+  for (const auto& [name, content] : before) {
+    const auto it = after.find(name);
+    if (it == after.end() || it->second != content) {
+      ++count.lost;
+      ADD_FAILURE() << name << " was lost or changed";
+    }
+  }
+  for (const auto& [name, content] : after)
+    if (!before.count(name)) {
+      ++count.lost;
+      ADD_FAILURE() << name << " appeared";
+    }
+}
+
+std::vector<std::string> exportArgs(const TempDir& dir, const std::string& scene, std::vector<std::string> more = {}) {
+  std::vector<std::string> args = {scene, "-o", dir.file("out/scene.zt2"), "--config-dir", dir.file("config"), "--quiet"};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& what) {
+  std::size_t n = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+// The texture file names of every texture chunk of a dumped scene file.
+std::vector<std::string> textureFileNames(const nlohmann::json& node) {
+  std::vector<std::string> names;
+  if (node.is_object()) {
+    if (node.contains("fileNames"))
+      for (const auto& n : node["fileNames"]) names.push_back(n);
+    for (const auto& [key, value] : node.items())
+      for (const std::string& n : textureFileNames(value)) names.push_back(n);
+  } else if (node.is_array()) {
+    for (const auto& value : node)
+      for (const std::string& n : textureFileNames(value)) names.push_back(n);
+  }
+  return names;
+}
+
+}  // namespace
+
+// The scene file and its .skd are one commit: when the .skd cannot be
+// replaced, the scene file is not either, and the run fails with the reason
+// told once.
+TEST(Zt2ExportIntegrity, ASkinFileThatCannotBeSavedKeepsTheOldPair) {
+  const std::pair<const char*, std::function<void(const TempDir&)>> spoilers[] = {
+      {"the file has 2 hard links", [](const TempDir& d) { fs::create_hard_link(d.file("out/scene.skd"), d.file("kept.skd")); }},
+      {"not a regular file", [](const TempDir& d) {
+         fs::remove(d.file("out/scene.skd"));
+         fs::create_directory(d.file("out/scene.skd"));
+       }},
+  };
+  for (const auto& [reason, spoil] : spoilers) {
+    SCOPED_TRACE(reason);
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+    spoil(dir);
+    const std::string changed = exampleIn(dir, "changed.json", "Figure");
+    const auto before = snapshot(dir.path());
+    const auto r = runExport(exportArgs(dir, changed));
+    EXPECT_EQ(r.exitCode, 2) << r.err;
+    EXPECT_EQ(occurrences(r.err, dir.file("out/scene.skd") + ": cannot save: " + reason), 1u) << r.err;
+    EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
+    auto after = snapshot(dir.path());
+    after.erase("config/ZTExport.cfg");
+    auto expected = before;
+    expected.erase("config/ZTExport.cfg");
+    expectKept(expected, after);
+  }
+}
+
+// A dependency file named like a file the run reads or writes is refused
+// before it replaces it; one of its own gets the mode of every other output.
+TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
+  const std::pair<const char*, std::function<std::string(const TempDir&)>> cases[] = {
+      {"the scene", [](const TempDir& d) { return d.file("scene.json"); }},
+      {"a link to the scene", [](const TempDir& d) {
+         fs::create_symlink(d.file("scene.json"), d.file("link.d"));
+         return d.file("link.d");
+       }},
+      {"a hard link to the scene", [](const TempDir& d) {
+         fs::create_hard_link(d.file("scene.json"), d.file("hard.d"));
+         return d.file("hard.d");
+       }},
+      {"the output", [](const TempDir& d) { return d.file("out/scene.zt2"); }},
+      {"the .skd", [](const TempDir& d) { return d.file("out/scene.skd"); }},
+      {"an image", [](const TempDir& d) { return d.file("textures/skin.png"); }},
+      {"an image list", [](const TempDir& d) { return d.file("textures/wave.ifl"); }},
+      {"the saved options", [](const TempDir& d) { return d.file("config/ZTExport.cfg"); }},
+  };
+  for (const auto& [what, name] : cases) {
+    SCOPED_TRACE(what);
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+    const std::string depfile = name(dir);
+    const auto before = snapshot(dir.path());
+    const auto r = runExport(exportArgs(dir, dir.file("scene.json"), {"--depfile", depfile}));
+    EXPECT_EQ(r.exitCode, 2) << r.err;
+    EXPECT_NE(r.err.find(depfile), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("would overwrite"), std::string::npos) << r.err;
+    expectKept(before, snapshot(dir.path()));
+  }
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  const mode_t mask = ::umask(022);
+  const auto r = runExport(exportArgs(dir, exampleIn(dir), {"--depfile", dir.file("out/scene.d")}));
+  ::umask(mask);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(fs::status(dir.file("out/scene.d")).permissions() & fs::perms::all,
+            fs::status(dir.file("out/scene.zt2")).permissions() & fs::perms::all);
+  EXPECT_EQ(fs::status(dir.file("out/scene.d")).permissions() & fs::perms::all, fs::perms(0644));
+}
+
+// Texture copies stay beneath the output's folder: a texture path that a
+// link takes outside is refused unless copies outside are allowed, and a copy
+// replaced because its image changed takes the place of a link of its name
+// instead of writing into what the link names.
+TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderThroughALink) {
+  struct Case {
+    const char* what;
+    std::function<void(const TempDir&)> plant;
+    std::vector<std::string> more;
+    int exitCode;
+    const char* message;  // in the Export Info, when refused
+  };
+  const Case cases[] = {
+      {"the texture folder a link outside", [](const TempDir& d) { fs::create_directory_symlink(d.file("elsewhere"), d.file("out/maps")); },
+       {"--set", "texturePath=maps"}, 1, "a symbolic link to a place outside the output directory"},
+      {"a link deeper in the path", [](const TempDir& d) {
+         fs::create_directory(d.file("out/deep"));
+         fs::create_directory_symlink("../../elsewhere", d.file("out/deep/maps"));
+       }, {"--set", "texturePath=deep/maps/sub"}, 1, "leads out of the output directory"},
+      {"a planted link of a copy's name", [](const TempDir& d) {
+         fs::create_symlink(d.file("elsewhere/victim"), d.file("out/skin.png"));
+       }, {"--replace-textures"}, 0, nullptr},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    fs::create_directory(dir.file("elsewhere"));
+    ztx_test::writeText(dir.file("elsewhere/victim"), "the victim");
+    const std::string scene = exampleIn(dir);
+    c.plant(dir);
+    const auto outside = snapshot(dir.file("elsewhere"));
+    const auto r = runExport(exportArgs(dir, scene, c.more));
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
+    if (c.message) {
+      EXPECT_NE(r.out.find(c.message), std::string::npos) << r.out;
+    }
+    expectKept(outside, snapshot(dir.file("elsewhere")));
+    if (c.exitCode == 0) {
+      EXPECT_FALSE(fs::is_symlink(dir.file("out/skin.png")));
+      EXPECT_EQ(ztx_test::readText(dir.file("out/skin.png")), ztx_test::readText(dir.file("textures/skin.png")));
+    }
+  }
+  // Allowed, the link is the user's way to a shared folder.
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  fs::create_directory(dir.file("elsewhere"));
+  fs::create_directory_symlink(dir.file("elsewhere"), dir.file("out/maps"));
+  const auto r = runExport(exportArgs(dir, exampleIn(dir), {"--set", "texturePath=maps", "--copy-textures-outside"}));
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_TRUE(fs::is_regular_file(dir.file("elsewhere/skin.png")));
+}
+
+// Two different images of one name in one export: an error naming both, or,
+// named by content, two copies that the scene file names apart.
+TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  exampleIn(dir);
+  fs::create_directory(dir.file("other"));
+  fs::copy_file(dir.file("textures/cloth.png"), dir.file("other/skin.png"));
+  std::string text = ztx_test::readText(dir.file("scene.json"));
+  text.replace(text.find("textures/cloth.png"), 18, "other/skin.png");
+  ztx_test::writeText(dir.file("clash.json"), text);
+
+  const auto before = snapshot(dir.path());
+  const auto r = runExport(exportArgs(dir, dir.file("clash.json")));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  // The default texture path is ".", so the copies go to out/./NAME.
+  const std::size_t clash = r.out.find("\" would both be copied to \"" + dir.file("out/./skin.png") + "\"");
+  ASSERT_NE(clash, std::string::npos) << r.out;
+  const std::string line = r.out.substr(r.out.rfind("ERROR: Textures", clash), clash - r.out.rfind("ERROR: Textures", clash));
+  EXPECT_NE(line.find(dir.file("textures/skin.png")), std::string::npos) << line;
+  EXPECT_NE(line.find(dir.file("other/skin.png")), std::string::npos) << line;
+  // Nothing was copied, and the log does not say otherwise.
+  EXPECT_EQ(r.out.find("\" copied to"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("not copied to \"" + dir.file("out/./wave1.png") + "\": the export was canceled"),
+            std::string::npos) << r.out;
+  auto after = snapshot(dir.path());
+  after.erase("config/ZTExport.cfg");
+  after.erase("config");
+  expectKept(before, after);
+
+  const auto unique = runExport(exportArgs(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
+  ASSERT_EQ(unique.exitCode, 0) << unique.out << unique.err;
+  std::vector<std::string> names = textureFileNames(ztx_test::dumpJson(dir.file("out/scene.zt2")));
+  std::vector<std::string> skins;
+  for (const std::string& n : names)
+    if (n.starts_with("skin.")) skins.push_back(n);
+  ASSERT_EQ(skins.size(), 2u);
+  EXPECT_NE(skins[0], skins[1]);
+  for (const std::string& n : skins) {
+    EXPECT_EQ(n.size(), std::string("skin.12345678.png").size()) << n;
+    EXPECT_TRUE(fs::is_regular_file(dir.file("out/" + n))) << n;
+  }
+}
