@@ -3,6 +3,8 @@
 // error type on damaged files, and the semantic diff through zt2dump --diff.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <functional>
@@ -120,6 +122,12 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
   std::vector<std::uint8_t> huge = bytes;
   const std::uint32_t n = 0x7fffffff;
   std::memcpy(huge.data() + countAt + 1, &n, 4);
+  // The same count under a name a host in a Western code page writes: the path shows it as UTF-8.
+  std::vector<std::uint8_t> renamed = huge;
+  const std::string character = "Character";
+  for (auto at = std::search(renamed.begin(), renamed.end(), character.begin(), character.end()); at != renamed.end();
+       at = std::search(at, renamed.end(), character.begin(), character.end()))
+    at[1] = 0xe9;
   // The header, version 10, then an int cut short.
   const std::vector<std::uint8_t> cfg = {'Z', 'T', 'M', 'F', 1, 0, 0, 0, 3, 10, 0, 0, 0, 3, 1, 0};
 
@@ -129,14 +137,22 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
     ztexport::FormatError::Kind kind;
     std::size_t offset;
     std::string chunkPath;
+    int systemError = 0;
   };
   const std::vector<Case> cases = {
       {"huge count", [&] { ztexport::decodeScene("scene.zt2", huge); }, ztexport::FormatError::Kind::Corrupt,
        positionsAt, "MeshChunk \"Character\" > MeshVertexChunk > positions"},
       {"cut in the options", [&] { ztexport::decodeOptions("ZTExport.cfg", cfg); },
        ztexport::FormatError::Kind::Corrupt, 14, "options > exportGeometry"},
+      {"renamed", [&] { ztexport::decodeScene("scene.zt2", renamed); }, ztexport::FormatError::Kind::Corrupt,
+       positionsAt, "MeshChunk \"C\xc3\xa9" "aracter\" > MeshVertexChunk > positions"},
       {"missing", [&] { ztexport::readScene(dir_->file("absent.zt2")); }, ztexport::FormatError::Kind::Unreadable, 0,
-       ""},
+       "", ENOENT},
+      {"a folder", [&] { ztexport::readScene(dir_->path().string()); }, ztexport::FormatError::Kind::Unreadable, 0,
+       "", EISDIR},
+      // The name stops at the NUL for the system: never the file read.
+      {"a NUL in the name", [&] { ztexport::readScene(scene_ + std::string("\0.txt", 5)); },
+       ztexport::FormatError::Kind::Unreadable, 0, "", EINVAL},
       {"wrong kind", [&] { ztexport::readSkin(scene_); }, ztexport::FormatError::Kind::WrongKind, 0, ""},
   };
   for (const Case& c : cases) {
@@ -147,7 +163,10 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
       EXPECT_EQ(e.kind(), c.kind) << c.what << ": " << e.what();
       EXPECT_EQ(e.offset(), c.offset) << c.what << ": " << e.what();
       EXPECT_EQ(e.chunkPath(), c.chunkPath) << c.what;
-      EXPECT_NE(std::string(e.what()).find(e.path()), std::string::npos) << c.what;
+      EXPECT_EQ(e.systemError(), c.systemError) << c.what;
+      // Up to a NUL, which a message never holds.
+      EXPECT_NE(std::string(e.what()).find(e.path().substr(0, e.path().find('\0'))), std::string::npos) << c.what;
+      EXPECT_EQ(std::string(e.what()).find('\0'), std::string::npos) << c.what;
     }
   }
 }
