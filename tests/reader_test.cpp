@@ -10,6 +10,7 @@
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "format/code_page.h"
 #include "reader/tree/file_decoder.h"
 #include "support/test_support.h"
 #include "ztexport/diff.h"
@@ -169,6 +170,26 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
       EXPECT_EQ(std::string(e.what()).find('\0'), std::string::npos) << c.what;
     }
   }
+}
+
+// Names are Windows-1252: every byte is one character, its five undefined
+// bytes the C1 controls of their number, and the text gives the bytes back.
+TEST(CodePage, EveryByteIsOneCharacterAndComesBack) {
+  std::string all;
+  for (int b = 0; b < 256; ++b) all += static_cast<char>(b);
+  const std::string text = codePageToUtf8(all);
+  std::string back;
+  ASSERT_TRUE(codePageFromUtf8(text, back));
+  EXPECT_EQ(back, all);
+  const struct {
+    unsigned char byte;
+    const char* utf8;
+  } rows[] = {{'A', "A"},          {0x80, "\xe2\x82\xac"}, {0x81, "\xc2\x81"}, {0x8d, "\xc2\x8d"},
+              {0x8f, "\xc2\x8f"}, {0x90, "\xc2\x90"},     {0x9d, "\xc2\x9d"}, {0x9f, "\xc5\xb8"},
+              {0xa0, "\xc2\xa0"}, {0xe9, "\xc3\xa9"},     {0xff, "\xc3\xbf"}};
+  for (const auto& row : rows) EXPECT_EQ(codePageToUtf8(std::string(1, static_cast<char>(row.byte))), row.utf8);
+  // Text the code page cannot hold, and bytes that are not UTF-8.
+  for (const char* text : {"\xe6\x97\xa5", "\xc2\x80", "\xc3", "\xe9"}) EXPECT_FALSE(codePageFromUtf8(text, back)) << text;
 }
 
 // A scene file with its top-level chunk `from` moved to the place `to`.
