@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <map>
 
+#include "format/code_page.h"
 #include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 
@@ -45,7 +46,9 @@ std::string valueText(const Json& v) {
     }
     return s + "}";
   }
-  return v.dump(-1, ' ', false, Json::error_handler_t::replace);
+  // A string is bytes in the host's code page: shown as the text they stand for.
+  if (v.is_string()) return Json(codePageToUtf8(v.get_ref<const std::string&>())).dump();
+  return v.dump();
 }
 
 // One array element (or one scalar) as numbers and the text of the rest.
@@ -63,7 +66,7 @@ void collect(const Json& v, Leaves& out) {
       out.others += it.key() + ";";
       collect(it.value(), out);
     }
-  else out.others += v.dump(-1, ' ', false, Json::error_handler_t::replace) + ";";
+  else out.others += (v.is_string() ? Json(codePageToUtf8(v.get_ref<const std::string&>())) : v).dump() + ";";
 }
 
 // Elements of an array field, from the typed copy when there is one.

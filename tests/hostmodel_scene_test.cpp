@@ -9,6 +9,7 @@
 #include <limits>
 
 #include "host/inode.h"
+#include "host/memory/memory_bitmaps.h"
 #include "host/memory/memory_host.h"
 #include "host/memory/memory_node.h"
 #include "host/mesh.h"
@@ -187,6 +188,18 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
        "scene.json: objects[0].mesh.vertices.buffer: \"dir\": cannot read the buffer file: a directory, not a regular file"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "fifo", "count": 1}, "faces": []}}]})",
        "scene.json: objects[0].mesh.vertices.buffer: \"fifo\": cannot read the buffer file: a FIFO, not a regular file"},
+      // A NUL would end a name or a path where the system reads it: another file than the one named.
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "mesh.bin\u0000.txt", "count": 1}, "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices.buffer: a name or a path cannot hold a NUL character"},
+      {R"({"texmaps": [{"id": "t", "type": "ztTexture", "params": {"mapFileName": "skin.png\u0000.txt"}}]})",
+       "scene.json: texmaps[0].params.mapFileName: a name or a path cannot hold a NUL character"},
+      {R"({"nodes": [{"name": "a"}, {"name": "b"}, {"name": "c", "material": {"type": "standard", "name": "m",
+           "texmaps": [{"type": "bitmap", "name": "t", "params": {"mapFileName": "skin.png\u0000.txt"}}]}}]})",
+       "scene.json: nodes[2].material.texmaps[0].params.mapFileName: a name or a path cannot hold a NUL character"},
+      {R"({"texturePaths": ["maps", "maps\u0000x"]})",
+       "scene.json: texturePaths[1]: a name or a path cannot hold a NUL character"},
+      {R"({"configDir": "config\u0000x"})", "scene.json: configDir: a name or a path cannot hold a NUL character"},
+      {R"({"nodes": [{"name": "a\u0000b"}]})", "scene.json: nodes[0].name: a name or a path cannot hold a NUL character"},
       // Numbers a float cannot hold never reach a file.
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": [0, 1e39, 0], "faces": []}}]})",
        "scene.json: objects[0].mesh.vertices[1]: expected a number that a 32-bit float holds (magnitude at most 3.4e38)"},
@@ -216,6 +229,21 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
     }
     EXPECT_TRUE(message.starts_with(dir.file(expected))) << "expected: " << expected << "\nfound: " << message;
   }
+}
+
+// An image list names one image per line; a line with a NUL in it would name
+// another file to the system than to the reader.
+TEST(HostModelScene, AnImageListLineWithANulIsRefused) {
+  ztx_test::TempDir dir;
+  const std::string list = dir.file("wave.ifl");
+  ztx_test::writeText(list, std::string("; frames\nwave1.png\nwave2.png\0.txt\nwave3.png\n", 44));
+  std::vector<std::string> entries;
+  std::string reason;
+  EXPECT_FALSE(hostmodel::readImageList(list, entries, &reason));
+  EXPECT_EQ(reason, "line 3: a name or a path cannot hold a NUL character");
+  ztx_test::writeText(list, "wave1.png\n wave2.png \n");
+  EXPECT_TRUE(hostmodel::readImageList(list, entries, &reason));
+  EXPECT_EQ(entries, (std::vector<std::string>{dir.file("wave1.png"), dir.file("wave2.png")}));
 }
 
 // Nesting is bounded, and a document at the bound loads in memory and time

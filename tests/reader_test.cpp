@@ -3,11 +3,14 @@
 // error type on damaged files, and the semantic diff through zt2dump --diff.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <functional>
 #include <nlohmann/json.hpp>
 
+#include "format/code_page.h"
 #include "reader/tree/file_decoder.h"
 #include "support/test_support.h"
 #include "ztexport/diff.h"
@@ -120,6 +123,12 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
   std::vector<std::uint8_t> huge = bytes;
   const std::uint32_t n = 0x7fffffff;
   std::memcpy(huge.data() + countAt + 1, &n, 4);
+  // The same count under a name a host in a Western code page writes: the path shows it as UTF-8.
+  std::vector<std::uint8_t> renamed = huge;
+  const std::string character = "Character";
+  for (auto at = std::search(renamed.begin(), renamed.end(), character.begin(), character.end()); at != renamed.end();
+       at = std::search(at, renamed.end(), character.begin(), character.end()))
+    at[1] = 0xe9;
   // The header, version 10, then an int cut short.
   const std::vector<std::uint8_t> cfg = {'Z', 'T', 'M', 'F', 1, 0, 0, 0, 3, 10, 0, 0, 0, 3, 1, 0};
 
@@ -129,14 +138,22 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
     ztexport::FormatError::Kind kind;
     std::size_t offset;
     std::string chunkPath;
+    int systemError = 0;
   };
   const std::vector<Case> cases = {
       {"huge count", [&] { ztexport::decodeScene("scene.zt2", huge); }, ztexport::FormatError::Kind::Corrupt,
        positionsAt, "MeshChunk \"Character\" > MeshVertexChunk > positions"},
       {"cut in the options", [&] { ztexport::decodeOptions("ZTExport.cfg", cfg); },
        ztexport::FormatError::Kind::Corrupt, 14, "options > exportGeometry"},
+      {"renamed", [&] { ztexport::decodeScene("scene.zt2", renamed); }, ztexport::FormatError::Kind::Corrupt,
+       positionsAt, "MeshChunk \"C\xc3\xa9" "aracter\" > MeshVertexChunk > positions"},
       {"missing", [&] { ztexport::readScene(dir_->file("absent.zt2")); }, ztexport::FormatError::Kind::Unreadable, 0,
-       ""},
+       "", ENOENT},
+      {"a folder", [&] { ztexport::readScene(dir_->path().string()); }, ztexport::FormatError::Kind::Unreadable, 0,
+       "", EISDIR},
+      // The name stops at the NUL for the system: never the file read.
+      {"a NUL in the name", [&] { ztexport::readScene(scene_ + std::string("\0.txt", 5)); },
+       ztexport::FormatError::Kind::Unreadable, 0, "", EINVAL},
       {"wrong kind", [&] { ztexport::readSkin(scene_); }, ztexport::FormatError::Kind::WrongKind, 0, ""},
   };
   for (const Case& c : cases) {
@@ -147,9 +164,32 @@ TEST_F(ReaderTest, OneErrorTypeNamesFileOffsetAndChunkPath) {
       EXPECT_EQ(e.kind(), c.kind) << c.what << ": " << e.what();
       EXPECT_EQ(e.offset(), c.offset) << c.what << ": " << e.what();
       EXPECT_EQ(e.chunkPath(), c.chunkPath) << c.what;
-      EXPECT_NE(std::string(e.what()).find(e.path()), std::string::npos) << c.what;
+      EXPECT_EQ(e.systemError(), c.systemError) << c.what;
+      // Up to a NUL, which a message never holds.
+      EXPECT_NE(std::string(e.what()).find(e.path().substr(0, e.path().find('\0'))), std::string::npos) << c.what;
+      EXPECT_EQ(std::string(e.what()).find('\0'), std::string::npos) << c.what;
     }
   }
+}
+
+// Names are Windows-1252: every byte is one character, its five undefined
+// bytes the C1 controls of their number, and the text gives the bytes back.
+TEST(CodePage, EveryByteIsOneCharacterAndComesBack) {
+  std::string all;
+  for (int b = 0; b < 256; ++b) all += static_cast<char>(b);
+  const std::string text = codePageToUtf8(all);
+  std::string back;
+  ASSERT_TRUE(codePageFromUtf8(text, back));
+  EXPECT_EQ(back, all);
+  const struct {
+    unsigned char byte;
+    const char* utf8;
+  } rows[] = {{'A', "A"},          {0x80, "\xe2\x82\xac"}, {0x81, "\xc2\x81"}, {0x8d, "\xc2\x8d"},
+              {0x8f, "\xc2\x8f"}, {0x90, "\xc2\x90"},     {0x9d, "\xc2\x9d"}, {0x9f, "\xc5\xb8"},
+              {0xa0, "\xc2\xa0"}, {0xe9, "\xc3\xa9"},     {0xff, "\xc3\xbf"}};
+  for (const auto& row : rows) EXPECT_EQ(codePageToUtf8(std::string(1, static_cast<char>(row.byte))), row.utf8);
+  // Text the code page cannot hold, and bytes that are not UTF-8.
+  for (const char* text : {"\xe6\x97\xa5", "\xc2\x80", "\xc3", "\xe9"}) EXPECT_FALSE(codePageFromUtf8(text, back)) << text;
 }
 
 // A scene file with its top-level chunk `from` moved to the place `to`.

@@ -106,7 +106,11 @@ std::size_t JsonCursor::size() const {
 
 std::string JsonCursor::asString() const {
   if (!isString()) fail("expected a string, found " + kindOf(*value_));
-  return value_->get<std::string>();
+  // The host's strings are C strings, and the system reads a NUL in a path as
+  // its end: a name would lose its tail, a path would name another file.
+  const std::string& s = value_->get_ref<const std::string&>();
+  if (s.find('\0') != std::string::npos) fail(kNulInText);
+  return s;
 }
 
 bool JsonCursor::asBool() const {

@@ -16,6 +16,9 @@
 
 namespace hostmodel {
 
+// Why a string with a NUL in it is refused, in the scene file and in an image list.
+inline constexpr const char* kNulInText = "a name or a path cannot hold a NUL character";
+
 class JsonCursor {
  public:
   JsonCursor(const nlohmann::json& value, std::string path, const std::string& sourceName)

@@ -19,7 +19,7 @@ void readParams(const JsonCursor& c, ParamTable& table) {
       v.f = p.asFloat();
     } else if (value.is_string()) {
       v.kind = ParamValue::Kind::String;
-      v.s = value.get<std::string>();
+      v.s = p.asString();  // file names among them
     } else {
       p.fail("expected an integer, a number, a string or a boolean");
     }

@@ -8,6 +8,7 @@
 #include "host/memory/regular_file.h"
 
 #include "host/memory/image_decode.h"
+#include "host/memory/json_cursor.h"
 
 namespace hostmodel {
 namespace {
@@ -53,12 +54,19 @@ bool readImageList(const std::string& path, std::vector<std::string>& entries, s
     return false;
   }
   const std::filesystem::path dir = std::filesystem::path(path).parent_path();
+  std::size_t line = 0;
   for (std::size_t begin = 0; begin < text.size();) {
     std::size_t end = text.find('\n', begin);
     if (end == std::string::npos) end = text.size();
     const std::string entry = trimmed(text, begin, end);
     begin = end + 1;
+    ++line;
     if (entry.empty() || entry.front() == ';') continue;
+    if (entry.find('\0') != std::string::npos) {
+      entries.clear();
+      if (reason) *reason = "line " + std::to_string(line) + ": " + kNulInText;
+      return false;
+    }
     const std::filesystem::path p(entry);
     entries.push_back(p.is_absolute() || dir.empty() ? entry : (dir / p).lexically_normal().string());
   }

@@ -14,32 +14,45 @@ docs/python.md has more examples.
 
 import collections as _collections
 import os as _os
+import warnings as _warnings
 
 from . import _ztexport
 from ._ztexport import (Camera, Diff, Difference, Environment, ExportError, FormatError, Helper, Keys, Light,
-                        LightAnimation, MapChannel, Material, MaterialList, Mesh, MeshGroup, Node, Options,
-                        Scene, SkinData, SkippedChunk, Texture, TransformAnimation)
+                        LightAnimation, MapChannel, Material, MaterialList, Mesh, MeshGroup, MissingFileError, Node,
+                        Options, Scene, SkinData, SkippedChunk, Texture, TransformAnimation, UnreadableFileError)
 
 __all__ = ["read", "read_scene", "read_skin", "read_options", "export", "diff", "option_names",
-           "ExportResult", "Message", "FormatError", "ExportError", "Scene", "SkinData", "Options",
+           "ExportResult", "Message", "FormatError", "UnreadableFileError", "MissingFileError", "ExportError",
+           "Scene", "SkinData", "Options",
            "Diff", "Difference", "Mesh", "Node", "Keys"]
 
-for _type in (FormatError, ExportError):
+for _type in (FormatError, UnreadableFileError, MissingFileError, ExportError):
     _type.__module__ = "ztexport"
-FormatError.__doc__ = """A file that cannot be read or is not one of ours.
+FormatError.__doc__ = """A file that cannot be read or is not one of ours: every failure to read.
 
     path    the file as it was named
     offset  byte offset of the fault from the start of the file (0: unreadable)
     chunk   where in the chunk tree, 'MeshChunk "Box01" > MeshVertexChunk > positions'
             ('' outside any chunk)
     kind    'unreadable', 'corrupt' or 'wrongKind'
+
+One of kind 'unreadable' is an UnreadableFileError, also an OSError.
 """
+UnreadableFileError.__doc__ = """A file that cannot be read at all (kind 'unreadable'): a FormatError
+and an OSError, with errno and filename set where the system gave a reason.
+A missing file is a MissingFileError, also a FileNotFoundError."""
+MissingFileError.__doc__ = """A file that is not there: an UnreadableFileError and a FileNotFoundError."""
 ExportError.__doc__ = """An export that could not start: the exporter module, the scene or the
 output's folder; the message is zt2export's for the same fault."""
 
 
-def _path(path):
-    return _os.fspath(path)
+def _path(path, argument):
+    """`path` (str, bytes or os.PathLike) as the bytes the system takes; a NUL,
+    which the system would read as the end of the name, is refused."""
+    path = _os.fsencode(path)
+    if b"\0" in path:
+        raise ValueError("%s: a path cannot hold a NUL character: %r" % (argument, _os.fsdecode(path)))
+    return path
 
 
 def read(path):
@@ -47,24 +60,27 @@ def read(path):
 
     Returns a Scene for a .zt2 scene file, a SkinData for a .skd file, an
     Options for a ZTExport.cfg. Raises FormatError (with .path, .offset and
-    .chunk) when the file cannot be read or its bytes do not follow the format.
+    .chunk) when the file cannot be read or its bytes do not follow the format,
+    and nothing else: a file that cannot be read at all is also an OSError
+    (FileNotFoundError when it is missing). Names are decoded from the host's
+    code page (Windows-1252); their bytes are the fields ending in _bytes.
     """
-    return _ztexport.read(_path(path))
+    return _ztexport.read(_path(path, "path"))
 
 
 def read_scene(path):
     """Read a .zt2 scene file into a Scene; FormatError for any other file."""
-    return _ztexport.read_scene(_path(path))
+    return _ztexport.read_scene(_path(path, "path"))
 
 
 def read_skin(path):
     """Read a .skd per-vertex skin file into a SkinData; FormatError for any other file."""
-    return _ztexport.read_skin(_path(path))
+    return _ztexport.read_skin(_path(path, "path"))
 
 
 def read_options(path):
     """Read an options file (ZTExport.cfg, any version) into an Options; FormatError otherwise."""
-    return _ztexport.read_options(_path(path))
+    return _ztexport.read_options(_path(path, "path"))
 
 
 def diff(a, b, tolerance=0.0):
@@ -77,7 +93,7 @@ def diff(a, b, tolerance=0.0):
     first_indices), .text (zt2dump's lines) and .to_json(). Raises FormatError
     when either file cannot be read.
     """
-    return _ztexport.diff(_path(a), _path(b), float(tolerance))
+    return _ztexport.diff(_path(a, "a"), _path(b, "b"), float(tolerance))
 
 
 Message = _collections.namedtuple("Message", "kind text")
@@ -98,8 +114,8 @@ class ExportResult:
               was cancelled because of errors in the scene, 2 the file could
               not be saved
     messages  every message, in order, as Message(kind, text)
-    files     the files written: the scene file, the .skd, textures copied or
-              taken out of a model ([] for a check or a failed run)
+    files     the files written, each once: the scene file, the .skd, textures
+              copied or taken out of a model ([] for a dry run or a failed run)
     output    the scene file named
     """
 
@@ -120,8 +136,11 @@ class ExportResult:
         return "ExportResult(status=%d, messages=%d, files=%r)" % (self.status, len(self.messages), self.files)
 
 
-def export(scene, out, options=None, config_dir=None, check=False, *, module=None, texture_paths=(),
-           copy_textures_outside=False):
+_UNSET = object()
+
+
+def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_UNSET, module=None,
+           texture_paths=(), copy_textures_outside=False):
     """Export `scene` (a scene-description file or a model) to `out` (a .zt2 name).
 
     Runs the exporter module in this process through its entry points, as
@@ -131,19 +150,28 @@ def export(scene, out, options=None, config_dir=None, check=False, *, module=Non
     "rescaleFactor": 2.5}; True and False stand for 1 and 0. A bad name or
     value raises ValueError naming the field, before anything runs.
     `config_dir` defaults to zt2export's ($XDG_CONFIG_HOME/ztexport or
-    ~/.config/ztexport); ZTExport.cfg is never written. check=True runs the
-    whole export but writes nothing (zt2export --check). `module` is the
+    ~/.config/ztexport); ZTExport.cfg is never written. dry_run=True runs the
+    whole export but writes nothing (zt2export --check); `check` is its former
+    name, deprecated. `module` is the
     exporter module to load; by default ZTExport.dle beside this package,
     else where an install or the build tree puts it.
 
     Returns an ExportResult (status, messages, files). Raises ExportError
-    when the export cannot start (module, scene, output folder).
+    when the export cannot start (module, scene, output folder), ValueError
+    naming the argument for a path with a NUL character in it.
     """
+    if check is not _UNSET:
+        if dry_run is not _UNSET:
+            raise TypeError("export() takes check or dry_run, not both: check is the former name of dry_run")
+        _warnings.warn("export(check=...) is now export(dry_run=...); check goes in the next release",
+                       DeprecationWarning, stacklevel=2)
+        dry_run = check
     fields = dict(options or {})
-    result = _ztexport.export_scene(_path(scene), _path(out), fields,
-                                    _path(config_dir) if config_dir is not None else "", bool(check),
-                                    _path(module) if module is not None else "",
-                                    [_path(p) for p in texture_paths], bool(copy_textures_outside))
+    result = _ztexport.export_scene(_path(scene, "scene"), _path(out, "out"), fields,
+                                    _path(config_dir, "config_dir") if config_dir is not None else b"",
+                                    bool(dry_run) if dry_run is not _UNSET else False,
+                                    _path(module, "module") if module is not None else b"",
+                                    [_path(p, "texture_paths") for p in texture_paths], bool(copy_textures_outside))
     return ExportResult(*result)
 
 

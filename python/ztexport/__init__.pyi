@@ -5,15 +5,19 @@ from typing import Iterable, NamedTuple, Optional, Sequence, Union
 import numpy as np
 import numpy.typing as npt
 
-_Path = Union[str, os.PathLike[str]]
+_Path = Union[str, bytes, os.PathLike[str], os.PathLike[bytes]]  # no NUL: ValueError
 _Value = Union[bool, int, float, str]
 _F32 = npt.NDArray[np.float32]
 
 class FormatError(Exception):
+    # Every failure to read. One of kind "unreadable" is an UnreadableFileError.
     path: str
     offset: int
     chunk: str
     kind: str  # "unreadable", "corrupt" or "wrongKind"
+
+class UnreadableFileError(FormatError, OSError): ...  # errno and filename set where the system gave a reason
+class MissingFileError(UnreadableFileError, FileNotFoundError): ...
 
 class ExportError(RuntimeError): ...
 
@@ -24,18 +28,25 @@ class Keys:
     values: _F32
     def __len__(self) -> int: ...
 
+# Names are decoded from the host's code page (Windows-1252, every byte a
+# character); each has its bytes as they stand in the file beside it (_bytes).
 class Node:
     name: str
+    name_bytes: bytes
     parent: Optional[str]
+    parent_bytes: Optional[bytes]
     transform: _F32  # (4, 3): rows 0..2 the axes, row 3 the translation
     user_properties: str
+    user_properties_bytes: bytes
     offset: int
     order: int
 
 class _Object:
     node: Node
     name: str
+    name_bytes: bytes
     parent: Optional[str]
+    parent_bytes: Optional[bytes]
     transform: _F32
 
 class MapChannel:
@@ -45,6 +56,7 @@ class MapChannel:
 
 class MeshGroup:
     material: str
+    material_bytes: bytes
     first_vertex: int
     vertex_count: int
     first_triangle: int
@@ -57,8 +69,10 @@ class Mesh(_Object):
     group_vertex_counts: npt.NDArray[np.uint32]
     group_triangle_counts: npt.NDArray[np.uint32]
     material_names: list[str]
+    material_names_bytes: list[bytes]
     map_channels: list[MapChannel]
     reference_name: Optional[str]
+    reference_name_bytes: Optional[bytes]
     def groups(self) -> list[MeshGroup]: ...
 
 class Camera(_Object):
@@ -77,6 +91,7 @@ class Light(_Object):
 
 class Helper(_Object):
     class_name: str
+    class_name_bytes: bytes
 
 class Environment:
     ambient: tuple[int, int, int, int]
@@ -84,12 +99,15 @@ class Environment:
 
 class Texture:
     name: str
+    name_bytes: bytes
     value: int
     mode: int
     file_names: list[str]
+    file_names_bytes: list[bytes]
 
 class Material:
     name: str
+    name_bytes: bytes
     ambient: tuple[float, float, float, float]
     diffuse: tuple[float, float, float, float]
     specular: tuple[float, float, float, float]
@@ -97,13 +115,16 @@ class Material:
 
 class MaterialList:
     texture_path: str
+    texture_path_bytes: bytes
     materials: list[Material]
 
 class TransformAnimation:
     name: str
+    name_bytes: bytes
     sample_rate: int
     loop: bool
     parent_name: str
+    parent_name_bytes: bytes
     num_samples: int
     loop_to_frame: int
     keys: Keys
@@ -112,6 +133,7 @@ class TransformAnimation:
 
 class LightAnimation:
     name: str
+    name_bytes: bytes
     type: str
     sample_rate: int
     num_samples: int
@@ -142,12 +164,14 @@ class Scene:
     light_animations: list[LightAnimation]
     skipped: list[SkippedChunk]
     def nodes(self) -> list[Node]: ...
-    def find_node(self, name: str) -> Optional[Node]: ...
+    def find_node(self, name: Union[str, bytes]) -> Optional[Node]: ...
 
 class SkinData:
     path: str
     node_names: list[str]
+    node_names_bytes: list[bytes]
     bone_names: list[str]
+    bone_names_bytes: list[bytes]
     influence_start: npt.NDArray[np.int32]
     influence_count: npt.NDArray[np.int32]
     influence_bone: npt.NDArray[np.int32]
@@ -205,6 +229,8 @@ def read_skin(path: _Path) -> SkinData: ...
 def read_options(path: _Path) -> Options: ...
 def diff(a: _Path, b: _Path, tolerance: float = 0.0) -> Diff: ...
 def export(scene: _Path, out: _Path, options: Optional[dict[str, _Value]] = None,
-           config_dir: Optional[_Path] = None, check: bool = False, *, module: Optional[_Path] = None,
-           texture_paths: Iterable[_Path] = (), copy_textures_outside: bool = False) -> ExportResult: ...
+           config_dir: Optional[_Path] = None, dry_run: bool = False, *,
+           check: bool = False,  # deprecated: dry_run's former name
+           module: Optional[_Path] = None, texture_paths: Iterable[_Path] = (),
+           copy_textures_outside: bool = False) -> ExportResult: ...
 def option_names() -> list[str]: ...

@@ -11,6 +11,7 @@
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,7 @@
 #include <variant>
 #include <vector>
 
+#include "format/code_page.h"
 #include "format/output_files.h"
 #include "host/import/importers.h"
 #include "host/memory/file_reads.h"
@@ -44,7 +46,61 @@ using namespace ztexport;
 namespace {
 
 PyObject* formatErrorType = nullptr;
+PyObject* unreadableFileErrorType = nullptr;
+PyObject* missingFileErrorType = nullptr;
 PyObject* exportErrorType = nullptr;
+
+// ---------------------------------------------------------------- text
+
+py::str owned(PyObject* text) {
+  if (!text) throw py::error_already_set();
+  return py::reinterpret_steal<py::str>(text);
+}
+
+// Names are bytes in the host's code page: every byte string decodes, and
+// the bytes stay at hand as the field's `_bytes` twin.
+py::str nameText(const std::string& bytes) {
+  const std::string text = codePageToUtf8(bytes);
+  return owned(PyUnicode_DecodeUTF8(text.data(), static_cast<py::ssize_t>(text.size()), "strict"));
+}
+
+py::list nameTexts(const std::vector<std::string>& names) {
+  py::list out;
+  for (const std::string& n : names) out.append(nameText(n));
+  return out;
+}
+
+py::list nameBytes(const std::vector<std::string>& names) {
+  py::list out;
+  for (const std::string& n : names) out.append(py::bytes(n));
+  return out;
+}
+
+// A path as the system names it: str as os.fsdecode makes it.
+py::str pathText(const std::string& path) {
+  return owned(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<py::ssize_t>(path.size())));
+}
+
+// Our messages are UTF-8 but for the paths in them, whose other bytes stay as
+// os.fsdecode keeps them.
+py::str messageText(const std::string& message) {
+  return owned(PyUnicode_DecodeUTF8(message.data(), static_cast<py::ssize_t>(message.size()), "surrogateescape"));
+}
+
+// The system would read a NUL as the end of the name: another file than the one named.
+void requirePath(const std::string& path, const char* argument) {
+  if (path.find('\0') != std::string::npos)
+    throw py::value_error(std::string(argument) + ": a path cannot hold a NUL character");
+}
+
+// A name given as bytes, or as text in the code page; false when no name can be that text.
+bool nameArgument(const py::handle& given, std::string& bytes) {
+  if (py::isinstance<py::bytes>(given)) {
+    bytes = given.cast<std::string>();
+    return true;
+  }
+  return codePageFromUtf8(given.cast<std::string>(), bytes);
+}
 
 // ---------------------------------------------------------------- arrays
 
@@ -121,20 +177,66 @@ const char* lightTypeName(LightType t) {
 py::tuple rgba(const Rgba& c) { return py::make_tuple(c.r, c.g, c.b, c.a); }
 py::tuple rgba8(const Rgba8& c) { return py::make_tuple(c.r, c.g, c.b, c.a); }
 
+// A string field as text (`name`) and as the file's bytes (`name_bytes`).
+template <typename Class, typename Get>
+void textField(Class& cls, const char* name, Get get) {
+  using T = typename Class::type;
+  cls.def_property_readonly(name, [get](const T& o) { return nameText(get(o)); });
+  cls.def_property_readonly((std::string(name) + "_bytes").c_str(), [get](const T& o) { return py::bytes(get(o)); });
+}
+
+// The same for a field that may be absent (`get` gives nullptr): None then.
+template <typename Class, typename Get>
+void optionalTextField(Class& cls, const char* name, Get get) {
+  using T = typename Class::type;
+  cls.def_property_readonly(name, [get](const T& o) -> py::object {
+    const std::string* s = get(o);
+    return s ? py::object(nameText(*s)) : py::object(py::none());
+  });
+  cls.def_property_readonly((std::string(name) + "_bytes").c_str(), [get](const T& o) -> py::object {
+    const std::string* s = get(o);
+    return s ? py::object(py::bytes(*s)) : py::object(py::none());
+  });
+}
+
+template <typename Class, typename Get>
+void textListField(Class& cls, const char* name, Get get) {
+  using T = typename Class::type;
+  cls.def_property_readonly(name, [get](const T& o) { return nameTexts(get(o)); });
+  cls.def_property_readonly((std::string(name) + "_bytes").c_str(), [get](const T& o) { return nameBytes(get(o)); });
+}
+
 // ---------------------------------------------------------------- reading
+
+// Every fault of a file is a FormatError, which is what a caller catches:
+// should anything else come out of the reader, it is one too. A shortage of
+// memory stays MemoryError (counts are checked before anything is allocated).
+template <typename Read>
+auto readingFile(const std::string& path, Read read) {
+  requirePath(path, "path");
+  py::gil_scoped_release unlocked;
+  try {
+    return read();
+  } catch (const FormatError&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    throw;
+  } catch (const std::exception& e) {
+    throw FormatError(FormatError::Kind::Corrupt, path, path + ": cannot be decoded: " + e.what());
+  }
+}
 
 // The file is read once: its kind is told from the bytes that are then decoded.
 py::object readAny(const std::string& path) {
-  std::variant<Scene, SkinData, Options> decoded;
-  {
-    py::gil_scoped_release unlocked;
+  std::variant<Scene, SkinData, Options> decoded = readingFile(path, [&]() -> std::variant<Scene, SkinData, Options> {
     std::vector<std::uint8_t> bytes = readFileBytes(path);
     switch (detectFileKind(path, bytes)) {
-      case FileKind::Scene: decoded = decodeScene(path, std::move(bytes)); break;
-      case FileKind::VertexData: decoded = decodeSkin(path, std::move(bytes)); break;
-      case FileKind::Options: decoded = decodeOptions(path, std::move(bytes)); break;
+      case FileKind::Scene: return decodeScene(path, std::move(bytes));
+      case FileKind::VertexData: return decodeSkin(path, std::move(bytes));
+      case FileKind::Options: break;
     }
-  }
+    return decodeOptions(path, std::move(bytes));
+  });
   return std::visit([](auto& value) { return py::cast(std::move(value)); }, decoded);
 }
 
@@ -142,7 +244,7 @@ py::object optionValue(const OptionValue& v) {
   switch (v.type) {
     case OptionValue::Type::Int: return py::int_(v.intValue);
     case OptionValue::Type::Float: return py::float_(v.floatValue);
-    case OptionValue::Type::Strings: return py::cast(v.strings);
+    case OptionValue::Type::Strings: return nameTexts(v.strings);
   }
   return py::none();
 }
@@ -174,13 +276,16 @@ const ExporterModule& loadedModule(const std::string& path) {
   return *slot;
 }
 
+// The folder of a dry run's textures, in the system's temporary folder.
+constexpr const char* kDryRunPrefix = "ztexport-dry-run-";
+
 std::string folderOf(const std::string& file) {
   const fs::path dir = fs::path(file).parent_path();
   return dir.empty() ? std::string(".") : dir.string();
 }
 
 [[noreturn]] void exportError(const std::string& message) {
-  PyErr_SetString(exportErrorType, message.c_str());
+  PyErr_SetObject(exportErrorType, messageText(message).ptr());
   throw py::error_already_set();
 }
 
@@ -226,14 +331,20 @@ std::string copiedTexture(const std::string& line) {
 }
 
 py::tuple exportScene(const std::string& scene, const std::string& outputGiven, const py::dict& options,
-                      const std::string& configDirGiven, bool check, const std::string& module,
+                      const std::string& configDirGiven, bool dryRun, const std::string& module,
                       const std::vector<std::string>& texturePaths, bool copyTexturesOutside) {
   const long long startedAt = zt2export::nowNanoseconds();
+  requirePath(scene, "scene");
+  requirePath(outputGiven, "out");
+  requirePath(configDirGiven, "config_dir");
+  requirePath(module, "module");
+  for (const std::string& path : texturePaths) requirePath(path, "texture_paths");
   const std::string output = outputGiven;
   {
     std::string ext = fs::path(output).extension().string();
     for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (ext != ".zt2") throw py::value_error(output + ": the output is a ZT2 scene file and its name must end in .zt2");
+    if (ext != ".zt2")
+      throw py::value_error("out: " + output + ": the output is a ZT2 scene file and its name must end in .zt2");
   }
   std::vector<std::pair<std::string, std::string>> sets;
   for (const auto& [name, value] : options) sets.emplace_back(py::str(name).cast<std::string>(), optionText(value));
@@ -267,13 +378,16 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
     }
     if (failure.empty() && ::access(folderOf(output).c_str(), W_OK | X_OK) != 0)
       failure = "cannot write " + output + ": " + folderOf(output) + ": " + std::strerror(errno);
-    // A dry run keeps the textures held in a model in a folder that goes with it.
-    std::string dryRunTextures;
+    // A dry run keeps the textures held in a model in a folder of the run, removed with it.
+    WorkDirectory dryRunTextures;
     if (failure.empty() && !hostimport::isSceneDescription(scene)) {
-      if (check) {
-        std::error_code ec;
-        std::string pattern = (fs::temp_directory_path(ec) / "ztexport-XXXXXX").string();
-        if (!ec && ::mkdtemp(pattern.data())) dryRunTextures = textureDir = pattern;
+      if (dryRun) {
+        why = dryRunTextures.create("", kDryRunPrefix);
+        if (why.empty()) {
+          textureDir = dryRunTextures.path();
+          // What a dry run killed on its way left behind.
+          removeAbandonedWorkDirectories(fs::path(textureDir).parent_path().string(), kDryRunPrefix);
+        }
       } else {
         textureDir = embeddedTextures.newFilesDirectory(folderOf(resolvedTarget(output)), why);
       }
@@ -289,10 +403,9 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
         failure = e.what();
       }
     }
-    if (failure.empty() && !check) {
-      std::error_code ec;
-      fs::create_directories(configDir, ec);
-      if (!fs::is_directory(configDir, ec)) failure = "cannot create the configuration directory " + configDir;
+    if (failure.empty() && !dryRun) {
+      if (const std::string fault = makeDirectories(configDir); !fault.empty())
+        failure = "cannot create the configuration directory " + fault;
     }
     std::vector<OptionEdit> edits;
     if (failure.empty()) {
@@ -322,7 +435,7 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
         // Every message is handed back, not only those of a failed export.
         record.dumpInfo = 1;
       });
-      host->setWritesSuppressed(check);
+      host->setWritesSuppressed(dryRun);
       host->setTextureCopiesOutsideAllowed(copyTexturesOutside);
       int result = 0;
       try {
@@ -345,7 +458,7 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
           status = 2;
         }
       }
-      if (status == 0 && !check) {
+      if (status == 0 && !dryRun) {
         const zt2export::ExportFiles files = zt2export::exportFiles(output, configDir, startedAt);
         // The record of files written is the process's: this run's are those it added.
         const std::vector<std::string> all = hostmodel::filesWritten();
@@ -355,20 +468,24 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
         for (const Message& m : messages)
           if (std::string copied = copiedTexture(m.text); !copied.empty())
             written.push_back(fs::path(copied).lexically_normal().string());
+        // A copy is both in the host's record and in its message: each file once, in the order first met.
+        std::vector<std::string> once;
+        for (std::string& file : written)
+          if (std::find(once.begin(), once.end(), file) == once.end()) once.push_back(std::move(file));
+        written = std::move(once);
       }
     }
     embeddedTextures.discard();
-    if (!dryRunTextures.empty()) {
-      std::error_code ec;
-      fs::remove_all(dryRunTextures, ec);
-    }
+    dryRunTextures.remove();
   }
   if (!failure.empty()) exportError(failure);
   if (!optionFailure.empty()) throw py::value_error(optionFailure);
 
   py::list messageList;
-  for (const Message& m : messages) messageList.append(py::make_tuple(m.kind, m.text));
-  return py::make_tuple(status, messageList, py::cast(written), output);
+  for (const Message& m : messages) messageList.append(py::make_tuple(m.kind, messageText(m.text)));
+  py::list files;
+  for (const std::string& file : written) files.append(pathText(file));
+  return py::make_tuple(status, messageList, files, pathText(output));
 }
 
 }  // namespace
@@ -376,22 +493,51 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
 PYBIND11_MODULE(_ztexport, m) {
   m.doc() = "The binding under the ztexport package; use ztexport itself.";
 
+  // Every failure to read is a FormatError. One that is the system's (the
+  // file cannot be read at all) is an OSError as well, and a missing file a
+  // FileNotFoundError, as Python code expects of a file that is not there.
   formatErrorType = PyErr_NewException("ztexport.FormatError", PyExc_Exception, nullptr);
+  unreadableFileErrorType = PyErr_NewException(
+      "ztexport.UnreadableFileError", py::make_tuple(py::handle(formatErrorType), py::handle(PyExc_OSError)).ptr(),
+      nullptr);
+  missingFileErrorType = PyErr_NewException(
+      "ztexport.MissingFileError",
+      py::make_tuple(py::handle(unreadableFileErrorType), py::handle(PyExc_FileNotFoundError)).ptr(), nullptr);
   exportErrorType = PyErr_NewException("ztexport.ExportError", PyExc_RuntimeError, nullptr);
+  // The reader's line, not OSError's "[Errno 2] ...: 'path'", which would say the path twice.
+  py::reinterpret_borrow<py::object>(unreadableFileErrorType).attr("__str__") =
+      py::cpp_function([](py::object self) { return py::str(self.attr("strerror")); },
+                       py::is_method(py::handle(unreadableFileErrorType)));
   m.add_object("FormatError", py::handle(formatErrorType));
+  m.add_object("UnreadableFileError", py::handle(unreadableFileErrorType));
+  m.add_object("MissingFileError", py::handle(missingFileErrorType));
   m.add_object("ExportError", py::handle(exportErrorType));
   py::register_exception_translator([](std::exception_ptr p) {
     try {
       if (p) std::rethrow_exception(p);
     } catch (const FormatError& e) {
-      py::object error = py::reinterpret_borrow<py::object>(formatErrorType)(e.what());
-      error.attr("path") = e.path();
+      const py::str message = messageText(e.what());
+      PyObject* type = formatErrorType;
+      py::object error;
+      if (e.kind() == FormatError::Kind::Unreadable) {
+        type = e.systemError() == ENOENT ? missingFileErrorType : unreadableFileErrorType;
+        error = e.systemError() != 0
+                    ? py::reinterpret_borrow<py::object>(type)(e.systemError(), message, pathText(e.path()))
+                    : py::reinterpret_borrow<py::object>(type)(message);
+        if (e.systemError() == 0) {
+          error.attr("strerror") = message;
+          error.attr("filename") = pathText(e.path());
+        }
+      } else {
+        error = py::reinterpret_borrow<py::object>(type)(message);
+      }
+      error.attr("path") = pathText(e.path());
       error.attr("offset") = e.offset();
-      error.attr("chunk") = e.chunkPath();
+      error.attr("chunk") = messageText(e.chunkPath());
       error.attr("kind") = e.kind() == FormatError::Kind::Unreadable ? "unreadable"
                            : e.kind() == FormatError::Kind::Corrupt  ? "corrupt"
                                                                      : "wrongKind";
-      PyErr_SetObject(formatErrorType, error.ptr());
+      PyErr_SetObject(type, error.ptr());
     }
   });
 
@@ -400,25 +546,23 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("values", &Keys::values)
       .def("__len__", [](const Keys& k) { return k.samples.shape(0); });
 
-  py::class_<Node>(m, "Node", "A scene object's base data: name, parent (None at the root), transform (4, 3), user_properties.")
-      .def_readonly("name", &Node::name)
-      .def_property_readonly("parent", [](const Node& n) -> py::object {
-        return n.hasParent ? py::cast(n.parentName) : py::none();
-      })
-      .def_property_readonly("transform", [](const Node& n) { return matrix(n.transform); })
-      .def_readonly("user_properties", &Node::userProperties)
+  py::class_<Node> node(m, "Node", "A scene object's base data: name, parent (None at the root), transform (4, 3), user_properties; names decoded from the host's code page, their bytes as name_bytes, parent_bytes, user_properties_bytes.");
+  textField(node, "name", [](const Node& n) -> const std::string& { return n.name; });
+  optionalTextField(node, "parent", [](const Node& n) { return n.hasParent ? &n.parentName : nullptr; });
+  textField(node, "user_properties", [](const Node& n) -> const std::string& { return n.userProperties; });
+  node.def_property_readonly("transform", [](const Node& n) { return matrix(n.transform); })
       .def_readonly("offset", &Node::offset)
       .def_readonly("order", &Node::order)
-      .def("__repr__", [](const Node& n) { return "<ztexport.Node " + py::repr(py::str(n.name)).cast<std::string>() + ">"; });
+      .def("__repr__", [](const Node& n) { return "<ztexport.Node " + py::repr(nameText(n.name)).cast<std::string>() + ">"; });
 
   py::class_<MapChannel>(m, "MapChannel")
       .def_readonly("channel", &MapChannel::channel)
       .def_property_readonly("coordinates", [](const MapChannel& c) { return vec3s(c.coordinates); })
       .def_property_readonly("group_counts", [](const MapChannel& c) { return small(c.groupCounts); });
 
-  py::class_<MeshGroup>(m, "MeshGroup")
-      .def_readonly("material", &MeshGroup::material)
-      .def_readonly("first_vertex", &MeshGroup::firstVertex)
+  py::class_<MeshGroup> group(m, "MeshGroup");
+  textField(group, "material", [](const MeshGroup& g) -> const std::string& { return g.material; });
+  group.def_readonly("first_vertex", &MeshGroup::firstVertex)
       .def_readonly("vertex_count", &MeshGroup::vertexCount)
       .def_readonly("first_triangle", &MeshGroup::firstTriangle)
       .def_readonly("triangle_count", &MeshGroup::triangleCount);
@@ -429,11 +573,11 @@ PYBIND11_MODULE(_ztexport, m) {
     cls.def_property_readonly("node", [member](py::object self) {
          return py::cast(&(self.cast<const T&>().*member), py::return_value_policy::reference_internal, self);
        })
-        .def_property_readonly("name", [member](const T& o) { return (o.*member).name; })
-        .def_property_readonly("parent", [member](const T& o) -> py::object {
-          return (o.*member).hasParent ? py::cast((o.*member).parentName) : py::none();
-        })
         .def_property_readonly("transform", [member](const T& o) { return matrix((o.*member).transform); });
+    textField(cls, "name", [member](const T& o) -> const std::string& { return (o.*member).name; });
+    optionalTextField(cls, "parent", [member](const T& o) {
+      return (o.*member).hasParent ? &(o.*member).parentName : nullptr;
+    });
   };
 
   py::class_<Mesh> mesh(m, "Mesh", "A mesh: positions and normals float32 (n, 3), triangles uint16 (m, 3) local to their group (groups()), map_channels; read-only views of the reader's storage.");
@@ -443,14 +587,15 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("triangles", [](const Mesh& o) { return view<std::uint16_t>(o.triangles, {3}, {2}); })
       .def_property_readonly("group_vertex_counts", [](const Mesh& o) { return small(o.groupVertexCounts); })
       .def_property_readonly("group_triangle_counts", [](const Mesh& o) { return small(o.groupTriangleCounts); })
-      .def_readonly("material_names", &Mesh::materialNames)
       .def_property_readonly("map_channels", listOf(&Mesh::mapChannels))
-      .def_readonly("reference_name", &Mesh::referenceName)
       .def("groups", &Mesh::groups)
       .def("__repr__", [](const Mesh& o) {
-        return "<ztexport.Mesh " + py::repr(py::str(o.node.name)).cast<std::string>() + ": " +
+        return "<ztexport.Mesh " + py::repr(nameText(o.node.name)).cast<std::string>() + ": " +
                std::to_string(o.positions.size()) + " vertices, " + std::to_string(o.triangles.size()) + " triangles>";
       });
+
+  textListField(mesh, "material_names", [](const Mesh& o) -> const std::vector<std::string>& { return o.materialNames; });
+  optionalTextField(mesh, "reference_name", [](const Mesh& o) { return o.referenceName ? &*o.referenceName : nullptr; });
 
   py::class_<Camera> camera(m, "Camera");
   nodeFields(camera, &Camera::node);
@@ -468,21 +613,20 @@ PYBIND11_MODULE(_ztexport, m) {
 
   py::class_<Helper> helper(m, "Helper");
   nodeFields(helper, &Helper::node);
-  helper.def_readonly("class_name", &Helper::className);
+  textField(helper, "class_name", [](const Helper& h) -> const std::string& { return h.className; });
 
   py::class_<Environment>(m, "Environment")
       .def_property_readonly("ambient", [](const Environment& e) { return rgba8(e.ambientColour); })
       .def_property_readonly("background", [](const Environment& e) { return rgba8(e.backgroundColour); });
 
-  py::class_<Texture>(m, "Texture")
-      .def_readonly("name", &Texture::name)
-      .def_readonly("value", &Texture::textureValue)
-      .def_readonly("mode", &Texture::textureMode)
-      .def_readonly("file_names", &Texture::fileNames);
+  py::class_<Texture> texture(m, "Texture");
+  textField(texture, "name", [](const Texture& t) -> const std::string& { return t.name; });
+  textListField(texture, "file_names", [](const Texture& t) -> const std::vector<std::string>& { return t.fileNames; });
+  texture.def_readonly("value", &Texture::textureValue).def_readonly("mode", &Texture::textureMode);
 
-  py::class_<Material>(m, "Material")
-      .def_readonly("name", &Material::name)
-      .def_property_readonly("ambient", [](const Material& x) { return rgba(x.ambient); })
+  py::class_<Material> material(m, "Material");
+  textField(material, "name", [](const Material& x) -> const std::string& { return x.name; });
+  material.def_property_readonly("ambient", [](const Material& x) { return rgba(x.ambient); })
       .def_property_readonly("diffuse", [](const Material& x) { return rgba(x.diffuse); })
       .def_property_readonly("specular", [](const Material& x) { return rgba(x.specular); })
       .def_property_readonly("layers", [](py::object self) {
@@ -493,24 +637,24 @@ PYBIND11_MODULE(_ztexport, m) {
         return out;
       });
 
-  py::class_<MaterialList>(m, "MaterialList")
-      .def_readonly("texture_path", &MaterialList::texturePath)
-      .def_property_readonly("materials", listOf(&MaterialList::materials));
+  py::class_<MaterialList> materialList(m, "MaterialList");
+  textField(materialList, "texture_path", [](const MaterialList& l) -> const std::string& { return l.texturePath; });
+  materialList.def_property_readonly("materials", listOf(&MaterialList::materials));
 
-  py::class_<TransformAnimation>(m, "TransformAnimation", "A node's animation: keys (transforms (n, 4, 3)) and visibility_keys, as Keys.")
-      .def_property_readonly("name", [](const TransformAnimation& a) { return a.header.name; })
-      .def_property_readonly("sample_rate", [](const TransformAnimation& a) { return a.header.sampleRate; })
+  py::class_<TransformAnimation> transformAnimation(m, "TransformAnimation", "A node's animation: keys (transforms (n, 4, 3)) and visibility_keys, as Keys.");
+  textField(transformAnimation, "name", [](const TransformAnimation& a) -> const std::string& { return a.header.name; });
+  textField(transformAnimation, "parent_name", [](const TransformAnimation& a) -> const std::string& { return a.parentName; });
+  transformAnimation.def_property_readonly("sample_rate", [](const TransformAnimation& a) { return a.header.sampleRate; })
       .def_property_readonly("loop", [](const TransformAnimation& a) { return a.header.loop; })
-      .def_readonly("parent_name", &TransformAnimation::parentName)
       .def_readonly("num_samples", &TransformAnimation::numSamples)
       .def_readonly("loop_to_frame", &TransformAnimation::loopToFrame)
       .def_property_readonly("keys", [](const TransformAnimation& a) { return transformKeys(a.keys); })
       .def_property_readonly("visibility_keys", [](const TransformAnimation& a) { return floatKeys(a.visibilityKeys); })
       .def_readonly("order", &TransformAnimation::order);
 
-  py::class_<LightAnimation>(m, "LightAnimation")
-      .def_property_readonly("name", [](const LightAnimation& a) { return a.header.name; })
-      .def_property_readonly("type", [](const LightAnimation& a) { return lightTypeName(a.type); })
+  py::class_<LightAnimation> lightAnimation(m, "LightAnimation");
+  textField(lightAnimation, "name", [](const LightAnimation& a) -> const std::string& { return a.header.name; });
+  lightAnimation.def_property_readonly("type", [](const LightAnimation& a) { return lightTypeName(a.type); })
       .def_property_readonly("sample_rate", [](const LightAnimation& a) { return a.header.sampleRate; })
       .def_readonly("num_samples", &LightAnimation::numSamples)
       .def_property_readonly("colour_keys", [](const LightAnimation& a) { return colourKeys(a.colourKeys); })
@@ -528,7 +672,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("name", &SkippedChunk::name);
 
   py::class_<Scene>(m, "Scene", "A decoded .zt2 file: meshes, cameras, lights, helpers, environment, materials, transform_animations, light_animations; nodes() in file order.")
-      .def_readonly("path", &Scene::path)
+      .def_property_readonly("path", [](const Scene& s) { return pathText(s.path); })
       .def_readonly("size", &Scene::size)
       .def_property_readonly("meshes", listOf(&Scene::meshes))
       .def_property_readonly("cameras", listOf(&Scene::cameras))
@@ -545,10 +689,14 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("transform_animations", listOf(&Scene::transformAnimations))
       .def_property_readonly("light_animations", listOf(&Scene::lightAnimations))
       .def_property_readonly("skipped", listOf(&Scene::skipped))
-      .def("find_node", [](py::object self, const std::string& name) -> py::object {
-        const Node* n = self.cast<const Scene&>().findNode(name);
+      .def("find_node", [](py::object self, py::object name) -> py::object {
+        if (!py::isinstance<py::str>(name) && !py::isinstance<py::bytes>(name))
+          throw py::type_error("find_node takes a name as str or bytes");
+        std::string bytes;
+        if (!nameArgument(name, bytes)) return py::none();  // no name in the code page reads so
+        const Node* n = self.cast<const Scene&>().findNode(bytes);
         return n ? py::cast(n, py::return_value_policy::reference_internal, self) : py::none();
-      }, py::arg("name"), "The node named `name`, or None.")
+      }, py::arg("name"), "The node named `name` (its text, or its bytes in the file), or None.")
       .def("nodes", [](py::object self) {
         py::list out;
         for (const Node* n : self.cast<const Scene&>().nodes())
@@ -556,24 +704,24 @@ PYBIND11_MODULE(_ztexport, m) {
         return out;
       })
       .def("__repr__", [](const Scene& s) {
-        return "<ztexport.Scene " + py::repr(py::str(s.path)).cast<std::string>() + ": " +
+        return "<ztexport.Scene " + py::repr(pathText(s.path)).cast<std::string>() + ": " +
                std::to_string(s.nodes().size()) + " nodes>";
       });
 
-  py::class_<SkinData>(m, "SkinData", "A decoded .skd file: vertex v has influence_count[v] influences from influence_start[v] on in influence_bone and influence_weight.")
-      .def_readonly("path", &SkinData::path)
-      .def_readonly("node_names", &SkinData::nodeNames)
-      .def_readonly("bone_names", &SkinData::boneNames)
+  py::class_<SkinData> skin(m, "SkinData", "A decoded .skd file: vertex v has influence_count[v] influences from influence_start[v] on in influence_bone and influence_weight.");
+  textListField(skin, "node_names", [](const SkinData& s) -> const std::vector<std::string>& { return s.nodeNames; });
+  textListField(skin, "bone_names", [](const SkinData& s) -> const std::vector<std::string>& { return s.boneNames; });
+  skin.def_property_readonly("path", [](const SkinData& s) { return pathText(s.path); })
       .def_property_readonly("influence_start", [](const SkinData& s) { return view<std::int32_t>(s.influenceStart, {}, {}); })
       .def_property_readonly("influence_count", [](const SkinData& s) { return view<std::int32_t>(s.influenceCount, {}, {}); })
       .def_property_readonly("influence_bone", [](const SkinData& s) { return view<std::int32_t>(s.influenceBone, {}, {}); })
       .def_property_readonly("influence_weight", [](const SkinData& s) { return view<float>(s.influenceWeight, {}, {}); })
       .def_property_readonly("group_vertex_count", [](const SkinData& s) { return small(s.groupVertexCount); })
       .def_property_readonly("group_vertex_start", [](const SkinData& s) { return small(s.groupVertexStart); })
-      .def("__repr__", [](const SkinData& s) { return "<ztexport.SkinData " + py::repr(py::str(s.path)).cast<std::string>() + ">"; });
+      .def("__repr__", [](const SkinData& s) { return "<ztexport.SkinData " + py::repr(pathText(s.path)).cast<std::string>() + ">"; });
 
   py::class_<Options>(m, "Options", "A decoded ZTExport.cfg: options[\"sampleRate\"], \"name\" in options, as_dict().")
-      .def_readonly("path", &Options::path)
+      .def_property_readonly("path", [](const Options& o) { return pathText(o.path); })
       .def_readonly("version", &Options::version)
       .def_readonly("newer_version", &Options::newerVersion)
       .def("as_dict", [](const Options& o) {
@@ -588,13 +736,13 @@ PYBIND11_MODULE(_ztexport, m) {
       })
       .def("__contains__", [](const Options& o, const std::string& name) { return o.find(name) != nullptr; })
       .def("__len__", [](const Options& o) { return o.values.size(); })
-      .def("__repr__", [](const Options& o) { return "<ztexport.Options " + py::repr(py::str(o.path)).cast<std::string>() + ">"; });
+      .def("__repr__", [](const Options& o) { return "<ztexport.Options " + py::repr(pathText(o.path)).cast<std::string>() + ">"; });
 
   py::class_<Difference>(m, "Difference", "One difference: kind (added, removed, changed, moved), path, old_value and new_value as JSON text; for arrays differing, largest_difference, first_indices.")
       .def_property_readonly("kind", [](const Difference& d) { return differenceKindName(d.kind); })
-      .def_readonly("path", &Difference::path)
-      .def_readonly("old_value", &Difference::oldValue)
-      .def_readonly("new_value", &Difference::newValue)
+      .def_property_readonly("path", [](const Difference& d) { return messageText(d.path); })
+      .def_property_readonly("old_value", [](const Difference& d) { return messageText(d.oldValue); })
+      .def_property_readonly("new_value", [](const Difference& d) { return messageText(d.newValue); })
       .def_readonly("array", &Difference::array)
       .def_readonly("old_length", &Difference::oldLength)
       .def_readonly("new_length", &Difference::newLength)
@@ -604,34 +752,43 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("old_position", &Difference::oldPosition)
       .def_readonly("new_position", &Difference::newPosition)
       .def("__repr__", [](const Difference& d) {
-        return std::string("<ztexport.Difference ") + differenceKindName(d.kind) + " " + d.path + ">";
+        return messageText(std::string("<ztexport.Difference ") + differenceKindName(d.kind) + " " + d.path + ">");
       });
 
   py::class_<Diff>(m, "Diff", "The difference between two files: equal, differences, text (zt2dump --diff's lines), to_json().")
-      .def_readonly("old_path", &Diff::oldPath)
-      .def_readonly("new_path", &Diff::newPath)
+      .def_property_readonly("old_path", [](const Diff& d) { return pathText(d.oldPath); })
+      .def_property_readonly("new_path", [](const Diff& d) { return pathText(d.newPath); })
       .def_property_readonly("equal", &Diff::equal)
       .def_property_readonly("differences", listOf(&Diff::differences))
-      .def_property_readonly("text", [](const Diff& d) { return diffText(d); })
-      .def("to_json", [](const Diff& d) { return diffJson(d); })
+      .def_property_readonly("text", [](const Diff& d) { return messageText(diffText(d)); })
+      .def("to_json", [](const Diff& d) { return messageText(diffJson(d)); })
       .def("__len__", [](const Diff& d) { return d.differences.size(); })
       .def("__repr__", [](const Diff& d) {
         return "<ztexport.Diff " + std::to_string(d.differences.size()) + " differences>";
       });
 
   m.def("read", &readAny, py::arg("path"));
-  m.def("read_scene", &readScene, py::arg("path"), py::call_guard<py::gil_scoped_release>());
-  m.def("read_skin", &readSkin, py::arg("path"), py::call_guard<py::gil_scoped_release>());
-  m.def("read_options", &readOptions, py::arg("path"), py::call_guard<py::gil_scoped_release>());
+  m.def("read_scene", [](const std::string& path) { return readingFile(path, [&] { return readScene(path); }); },
+        py::arg("path"));
+  m.def("read_skin", [](const std::string& path) { return readingFile(path, [&] { return readSkin(path); }); },
+        py::arg("path"));
+  m.def("read_options", [](const std::string& path) { return readingFile(path, [&] { return readOptions(path); }); },
+        py::arg("path"));
   m.def("diff", [](const std::string& a, const std::string& b, double tolerance) {
+        requirePath(a, "a");
+        requirePath(b, "b");
         if (!(tolerance >= 0)) throw py::value_error("tolerance must be 0 or more");
         DiffOptions options;
         options.tolerance = tolerance;
+        py::gil_scoped_release unlocked;
         return diffFiles(a, b, options);
-      }, py::arg("a"), py::arg("b"), py::arg("tolerance") = 0.0, py::call_guard<py::gil_scoped_release>());
+      }, py::arg("a"), py::arg("b"), py::arg("tolerance") = 0.0);
   m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
-        py::arg("check"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
+        py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
   m.def("option_names", &optionFieldNames);
-  m.def("module_path", [](const std::string& given) { return modulePath(given); }, py::arg("given") = "");
+  m.def("module_path", [](const std::string& given) {
+    requirePath(given, "module");
+    return pathText(modulePath(given));
+  }, py::arg("given") = "");
   bindBatch(m);
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "chunk_schema.h"
+#include "format/code_page.h"
 #include "host/inhouse/exceptions.h"
 
 namespace ztexport {
@@ -116,7 +117,7 @@ std::string ChunkReader::chunkPath() const {
     }
     if (i > 0) path += " > ";
     path += frames_[i].pathLabel;
-    if (!name.empty()) path += " \"" + name + "\"";
+    if (!name.empty()) path += " \"" + codePageToUtf8(name) + "\"";
   }
   if (!frames_.back().reading.empty()) path += " > " + frames_.back().reading;
   return path;

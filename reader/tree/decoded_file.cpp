@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "format/chunk_kinds.h"
+#include "format/code_page.h"
 
 namespace ztexport {
 
@@ -29,7 +30,33 @@ std::string DecodedChunk::objectName() const {
 std::string chunkLabel(const DecodedChunk& chunk) {
   if (!chunk.known()) return "unknown chunk " + hexId(chunk.id);
   const std::string name = chunk.objectName();
-  return name.empty() ? chunk.name : chunk.name + " \"" + name + "\"";
+  return name.empty() ? chunk.name : chunk.name + " \"" + codePageToUtf8(name) + "\"";
+}
+
+namespace {
+
+void decodeTexts(Json& value) {
+  if (value.is_string()) {
+    value = codePageToUtf8(value.get_ref<const std::string&>());
+  } else if (value.is_array() || value.is_object()) {
+    for (Json& element : value) decodeTexts(element);
+  }
+}
+
+void decodeTexts(std::vector<DecodedField>& fields) {
+  for (DecodedField& f : fields) decodeTexts(f.value);
+}
+
+void decodeTexts(DecodedChunk& chunk) {
+  decodeTexts(chunk.fields);
+  for (DecodedChunk& child : chunk.children) decodeTexts(child);
+}
+
+}  // namespace
+
+void decodeTexts(DecodedFile& file) {
+  for (DecodedChunk& chunk : file.chunks) decodeTexts(chunk);
+  decodeTexts(file.optionsFields);
 }
 
 const char* fileKindName(FileKind kind) {

@@ -63,7 +63,8 @@ struct DecodedChunk {
 };
 
 // `MeshChunk "Box01"`, or the bare kind name when the chunk carries no name;
-// "unknown chunk 0x10100" for an id not known.
+// "unknown chunk 0x10100" for an id not known. The name is decoded from the
+// host's code page: a label is for messages.
 std::string chunkLabel(const DecodedChunk& chunk);
 
 // Whether the large arrays are also decoded into JSON values (the printers
@@ -78,5 +79,10 @@ struct DecodedFile {
   std::int32_t optionsVersion = 0;   // options file
   std::vector<DecodedField> optionsFields;
 };
+
+// Turns every string of the tree from the bytes of the host's code page into
+// UTF-8 text (format/code_page.h), for a tool that shows the tree: the
+// printers, the validator. The typed readers and the diff keep the bytes.
+void decodeTexts(DecodedFile& file);
 
 }  // namespace ztexport

@@ -1,6 +1,9 @@
 #include "file_decoder.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
@@ -39,8 +42,11 @@ void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes
   if (encoding != kMemoryFileEncoding) fail(path, "unsupported file encoding " + std::to_string(encoding), 4);
 }
 
-[[noreturn]] void unreadable(const std::string& path, const std::string& what) {
-  throw FormatError(FormatError::Kind::Unreadable, path, path + ": " + what);
+[[noreturn]] void unreadable(const std::string& path, const std::string& what, int systemError) {
+  // A message is one C string: a NUL in the name is shown, not kept.
+  std::string shown;
+  for (const char c : path) shown += c == '\0' ? std::string("\\0") : std::string(1, c);
+  throw FormatError(FormatError::Kind::Unreadable, path, shown + ": " + what, 0, {}, systemError);
 }
 
 }  // namespace
@@ -96,17 +102,28 @@ DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes
 }
 
 std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit) {
+  // The system reads a NUL as the end of the name: it would open another file than the one named.
+  if (path.find('\0') != std::string::npos)
+    unreadable(path, "the name holds a NUL character, so it names no file", EINVAL);
+  struct stat status {};
+  if (::stat(path.c_str(), &status) != 0) {
+    const int error = errno;
+    if (error == ENOENT || error == ENOTDIR) unreadable(path, "no such file", ENOENT);
+    unreadable(path, std::string("cannot be opened for reading: ") + std::strerror(error), error);
+  }
+  if (!S_ISREG(status.st_mode)) unreadable(path, "not a regular file", S_ISDIR(status.st_mode) ? EISDIR : 0);
   std::error_code ec;
-  if (!std::filesystem::exists(path, ec)) unreadable(path, "no such file");
-  if (!std::filesystem::is_regular_file(path, ec)) unreadable(path, "not a regular file");
   std::ifstream in(path, std::ios::binary);
-  if (!in) unreadable(path, "cannot be opened for reading");
+  if (!in) {
+    const int error = errno != 0 ? errno : EIO;
+    unreadable(path, std::string("cannot be opened for reading: ") + std::strerror(error), error);
+  }
   // One read of the size the file has; a file that grows meanwhile is read
   // as far as it was.
   const std::uintmax_t size = std::filesystem::file_size(path, ec);
   std::vector<std::uint8_t> bytes(ec ? 0 : static_cast<std::size_t>(std::min<std::uintmax_t>(size, limit)));
   in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  if (in.bad()) unreadable(path, "read error");
+  if (in.bad()) unreadable(path, "read error", EIO);
   bytes.resize(static_cast<std::size_t>(in.gcount()));
   return bytes;
 }

@@ -4,12 +4,15 @@ outlive their file object, compared, and the faults a script meets.
 
     test_ztexport.py SOURCE_DIR ZT2EXPORT   (ztexport importable, e.g. PYTHONPATH=build/python)
 """
+import errno
 import os
+import random
 import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
+import warnings
 
 import numpy as np
 
@@ -22,6 +25,10 @@ class ZtexportTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.work = tempfile.mkdtemp()
+        # The system's temporary folder of this process, to see that a run leaves nothing in it.
+        cls.temp = os.path.join(cls.work, "tmp")
+        os.mkdir(cls.temp)
+        os.environ["TMPDIR"] = cls.temp
         cls.scene = os.path.join(cls.work, "examples", "example.scene.json")
         shutil.copytree(os.path.join(SOURCE, "examples"), os.path.join(cls.work, "examples"))
         cls.config = os.path.join(cls.work, "config")
@@ -89,17 +96,41 @@ class ZtexportTest(unittest.TestCase):
         self.assertEqual([(d.kind, d.old_value, d.new_value) for d in lamp], [("changed", "10", "20")])
         self.assertIn('changed OmniLightChunk "Lamp" > attenuationStart: 10 -> 20', difference.text)
 
-    def test_check_writes_nothing_and_reports_every_message(self):
+    def test_dry_run_writes_nothing_and_reports_every_message(self):
         out = self.path("checked.zt2")
-        result = ztexport.export(self.scene, out, options={"copyTextures": 1}, config_dir=self.config, check=True)
+        result = ztexport.export(self.scene, out, options={"copyTextures": 1}, config_dir=self.config, dry_run=True)
         self.assertEqual((result.status, result.files), (0, []))
         self.assertFalse(os.path.exists(out))
-        bare = ztexport.export(self.scene, out, options={"exportMaterials": False}, config_dir=self.config, check=True)
+        bare = ztexport.export(self.scene, out, options={"exportMaterials": False}, config_dir=self.config,
+                               dry_run=True)
         self.assertIn("exportMaterials is off", " ".join(m.text for m in bare.messages if m.kind == "note"))
+        # The old name still works for a release, with a warning; both at once is a mistake.
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            old = ztexport.export(self.scene, out, config_dir=self.config, check=True)
+        self.assertEqual((old.status, old.files), (0, []))
+        self.assertEqual([w.category for w in caught], [DeprecationWarning])
+        self.assertIn("dry_run", str(caught[0].message))
+        with self.assertRaisesRegex(TypeError, "check.*dry_run"):
+            ztexport.export(self.scene, out, config_dir=self.config, check=True, dry_run=True)
+        self.assertFalse(os.path.exists(out))
+        # A model's own images go to a folder of the run, gone afterwards.
+        before = set(os.listdir(self.temp))
+        crate = ztexport.export(os.path.join(SOURCE, "examples", "crate.3ds"), self.path("crate.zt2"),
+                                config_dir=self.config, dry_run=True)
+        self.assertEqual((crate.status, crate.files), (0, []))
+        self.assertEqual(set(os.listdir(self.temp)), before)
+
+    def test_texture_copies_are_listed_once(self):
         copies = self.path("copies.zt2")
         result = ztexport.export(self.scene, copies, options={"copyTextures": 1, "texturePath": "maps"},
                                  config_dir=self.config)
-        self.assertIn(os.path.join(self.work, "maps", "skin.png"), result.files)
+        maps = os.path.join(self.work, "maps")
+        self.assertEqual(result.status, 0, result.messages)
+        self.assertEqual(sorted(result.files),
+                         sorted([copies, self.path("copies.skd")] +
+                                [os.path.join(maps, f) for f in ("cloth.png", "skin.png", "wave1.png", "wave2.png",
+                                                                 "wave3.png")]))
         self.assertIn("info", {m.kind for m in result.messages})
 
     def test_stubs_name_what_is_there(self):
@@ -107,7 +138,8 @@ class ZtexportTest(unittest.TestCase):
         with open(os.path.join(os.path.dirname(ztexport.__file__), "__init__.pyi"), encoding="utf-8") as f:
             stubs = {c.name: c for c in ast.parse(f.read()).body if isinstance(c, ast.ClassDef)}
         for name, stub in stubs.items():
-            if name.startswith("_") or name in ("FormatError", "Message"):
+            # An exception's fields are set on each instance.
+            if name.startswith("_") or name == "Message" or issubclass(getattr(ztexport, name), BaseException):
                 continue
             members = [n for c in [stub] + [stubs[b.id] for b in stub.bases if b.id in stubs] for n in c.body]
             for member in members:
@@ -150,6 +182,141 @@ class ZtexportTest(unittest.TestCase):
         with self.assertRaises(ztexport.FormatError) as caught:
             ztexport.diff(self.first, self.path("missing.zt2"))
         self.assertEqual((caught.exception.kind, caught.exception.offset), ("unreadable", 0))
+
+    def test_a_missing_file_is_a_file_not_found_error(self):
+        missing = self.path("missing.zt2")
+        for read in (ztexport.read, ztexport.read_scene, lambda p: ztexport.diff(self.first, p)):
+            with self.assertRaises(FileNotFoundError) as caught:
+                read(missing)
+            error = caught.exception
+            self.assertIsInstance(error, ztexport.FormatError)
+            self.assertIsInstance(error, OSError)
+            self.assertEqual((error.errno, error.filename, error.path, error.kind, error.offset),
+                             (errno.ENOENT, missing, missing, "unreadable", 0))
+            self.assertIn(missing, str(error))
+        with self.assertRaises(ztexport.FormatError) as caught:
+            ztexport.read(self.work)
+        self.assertIsInstance(caught.exception, OSError)
+        self.assertNotIsInstance(caught.exception, FileNotFoundError)
+        self.assertEqual(caught.exception.kind, "unreadable")
+        # The other kinds are faults of the bytes, not of the system.
+        with self.assertRaises(ztexport.FormatError) as caught:
+            ztexport.read_options(self.first)
+        self.assertNotIsInstance(caught.exception, OSError)
+
+    def test_a_nul_in_a_path_is_refused_naming_the_argument(self):
+        victim = self.path("victim.json")
+        nul = victim + "\x00.zt2"
+        out = self.path("never.zt2")
+        calls = [
+            ("path", lambda: ztexport.read(nul)),
+            ("path", lambda: ztexport.read(os.fsencode(nul))),
+            ("path", lambda: ztexport.read_scene(nul)),
+            ("path", lambda: ztexport.read_skin(nul)),
+            ("path", lambda: ztexport.read_options(nul)),
+            ("a", lambda: ztexport.diff(nul, self.first)),
+            ("b", lambda: ztexport.diff(self.first, nul)),
+            ("scene", lambda: ztexport.export(self.scene + "\x00.zt2", out, config_dir=self.config)),
+            ("out", lambda: ztexport.export(self.scene, nul, config_dir=self.config)),
+            ("out", lambda: ztexport.export(self.scene, os.fsencode(nul), config_dir=self.config)),
+            ("config_dir", lambda: ztexport.export(self.scene, out, config_dir=self.config + "\x00x")),
+            ("module", lambda: ztexport.export(self.scene, out, config_dir=self.config, module="ZTExport.dle\x00x")),
+            ("texture_paths", lambda: ztexport.export(self.scene, out, config_dir=self.config,
+                                                      texture_paths=[self.work, self.work + "\x00x"])),
+        ]
+        for argument, call in calls:
+            with self.assertRaisesRegex(ValueError, "^%s: .*NUL" % argument):
+                call()
+        self.assertEqual([f for f in os.listdir(self.work) if f.startswith(("victim", "never"))], [])
+
+    def test_names_are_read_in_the_hosts_code_page(self):
+        with open(self.first, "rb") as f:
+            data = f.read()
+        # "Character" with each of its bytes replaced: a name a host in a Western code page writes,
+        # then the five bytes the code page leaves undefined and four others.
+        cases = [(b"C\xe9aracter", "C\u00e9aracter"),
+                 (b"\x81\x8d\x8f\x90\x9d\x80\xe9\xff\xa0", "\x81\x8d\x8f\x90\x9d\u20ac\u00e9\u00ff\xa0")]
+        for raw, text in cases:
+            renamed = self.path("renamed.zt2")
+            with open(renamed, "wb") as f:
+                f.write(data.replace(b"Character", raw))
+            check = subprocess.run([os.path.join(os.path.dirname(ZT2EXPORT), "zt2dump"), "--validate", renamed],
+                                   capture_output=True)
+            self.assertEqual(check.returncode, 0, check.stderr)
+            scene = ztexport.read(renamed)
+            mesh = next(m for m in scene.meshes if m.name_bytes == raw)
+            self.assertEqual((mesh.name, mesh.node.name, mesh.node.name_bytes), (text, text, raw))
+            self.assertEqual(scene.find_node(text).name_bytes, raw)
+            self.assertEqual(scene.find_node(raw).name, text)
+            animation = next(a for a in scene.transform_animations if a.name_bytes == raw)
+            self.assertEqual(animation.name, text)
+            self.assertIn(repr(text), repr(mesh))
+        skin = ztexport.read(self.path("first.skd"))
+        self.assertEqual(skin.node_names_bytes, [n.encode() for n in skin.node_names])
+        materials = ztexport.read(self.first).materials
+        self.assertEqual(materials.materials[0].name_bytes, materials.materials[0].name.encode())
+        layer = next(t for m in materials.materials for t in m.layers if t is not None)
+        self.assertEqual(layer.file_names_bytes, [n.encode() for n in layer.file_names])
+
+    def test_every_failure_to_read_is_a_format_error(self):
+        # Mutated copies of the three kinds of file: each read either succeeds, with every
+        # name readable, or raises FormatError; nothing else.
+        sources = []
+        for name in ("first.zt2", "first.skd"):
+            with open(self.path(name), "rb") as f:
+                sources.append((name, f.read()))
+        generator = random.Random(20261125)
+        mutated = self.path("mutated.zt2")
+        outcomes = {"read": 0, "FormatError": 0}
+        for n in range(3000):
+            name, data = sources[n % len(sources)]
+            data = bytearray(data)
+            for _ in range(generator.choice((1, 1, 2, 4))):
+                at = generator.randrange(8, len(data))
+                if generator.random() < 0.7:
+                    data[at] = generator.choice((0x80, 0xc3, 0xe9, 0xff, 0x00, generator.randrange(256)))
+                else:
+                    del data[at:at + generator.randrange(1, 16)]
+            with open(mutated if name.endswith(".zt2") else mutated[:-4] + ".skd", "wb") as f:
+                f.write(data)
+            try:
+                result = ztexport.read(mutated if name.endswith(".zt2") else mutated[:-4] + ".skd")
+                if isinstance(result, ztexport.Scene):
+                    for node in result.nodes():
+                        node.name, node.parent, node.user_properties
+                    for mesh in result.meshes:
+                        mesh.material_names, mesh.reference_name
+                        for group in mesh.groups():
+                            group.material
+                    if result.materials is not None:
+                        for material in result.materials.materials:
+                            for layer in material.layers:
+                                if layer is not None:
+                                    layer.name, layer.file_names
+                    for animation in result.transform_animations:
+                        animation.name, animation.parent_name
+                    for animation in result.light_animations:
+                        animation.name
+                    for helper in result.helpers:
+                        helper.class_name
+                    repr(result)
+                else:
+                    result.node_names, result.bone_names
+                outcomes["read"] += 1
+            except ztexport.FormatError as error:
+                str(error), error.chunk
+                outcomes["FormatError"] += 1
+        self.assertGreater(outcomes["read"], 100)
+        self.assertGreater(outcomes["FormatError"], 100)
+
+    def test_files_are_written_only_through_the_output_module(self):
+        # Every file the package, the reader and zt2dump create or remove goes
+        # through format/output_files.h, where the rules of safe writing live.
+        check = subprocess.run(["bash", os.path.join(SOURCE, "tools", "check_file_writes.sh")],
+                               capture_output=True, text=True, cwd=SOURCE)
+        ours = ("python/ztexport/_ztexport.cpp", "python/ztexport/__init__.py", "reader/", "tools/zt2dump/",
+                "host/memory/")
+        self.assertEqual([line for line in check.stdout.splitlines() if line.startswith(ours)], [])
 
 
 if __name__ == "__main__":

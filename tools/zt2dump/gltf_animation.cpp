@@ -69,7 +69,7 @@ void addAnimations(Builder& b, const DecodedFile& scene) {
     const DecodedChunk* header = childOfKind(c, chunk_kind::kAnimationHeader);
     if (!header) continue;
     const std::string name = header->at("name").get<std::string>();
-    const std::string where = "animation of \"" + name + "\" at offset " + std::to_string(c.offset);
+    const std::string where = "animation of \"" + codePageToUtf8(name) + "\" at offset " + std::to_string(c.offset);
     const auto node = b.nodeByName.find(name);
     const double rate = header->at("sampleRate").get<double>();
     const Json& keysJson = c.at("keys");

@@ -13,6 +13,7 @@
 
 #include "reader_tree.h"
 #include "format/chunk_kinds.h"
+#include "format/code_page.h"
 
 namespace zt2dump::gltf {
 

@@ -3,11 +3,12 @@
 #include "gltf_export.h"
 
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 
 #include "dump_error.h"
+#include "format/code_page.h"
+#include "format/output_files.h"
 #include "reader_tree.h"
 #include "gltf_builder.h"
 
@@ -15,11 +16,10 @@ namespace zt2dump {
 
 namespace {
 
-// Names are bytes in the host's code page; glTF's are UTF-8. Bytes that are
-// not UTF-8 become U+FFFD, as in zt2dump --json.
-std::string utf8(const std::string& s) {
-  return Json::parse(Json(s).dump(-1, ' ', false, Json::error_handler_t::replace)).get<std::string>();
-}
+// Names are bytes in the host's code page; glTF's are UTF-8, decoded from it
+// as in zt2dump's other outputs. The tree keeps the bytes until here: they
+// name the image files to look for.
+std::string utf8(const std::string& s) { return codePageToUtf8(s); }
 
 void makeUtf8(tinygltf::Value& v) {
   if (v.IsString()) {
@@ -129,23 +129,8 @@ std::vector<std::uint8_t> glbBytes(const tinygltf::Model& model) {
 }
 
 void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& bytes) {
-  const std::string temp = path + ".part";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (out) out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (out) out.flush();
-    if (!out) {
-      out.close();
-      std::remove(temp.c_str());
-      throw UnwritableFile(path + ": cannot write the file");
-    }
-  }
-  std::error_code ec;
-  std::filesystem::rename(temp, path, ec);
-  if (ec) {
-    std::remove(temp.c_str());
-    throw UnwritableFile(path + ": cannot write the file: " + ec.message());
-  }
+  if (const std::string why = replaceFileContents(path, {ByteRange{bytes.data(), bytes.size()}}); !why.empty())
+    throw UnwritableFile(path + ": cannot write the file: " + why);
 }
 
 }  // namespace zt2dump

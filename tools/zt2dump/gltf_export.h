@@ -41,8 +41,9 @@ class UnwritableFile : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// Writes beside the target and renames, so a failed write leaves no half
-// file and an older file stays whole. Throws UnwritableFile naming the file.
+// Replaces the file through format/output_files.h (replaceFileContents): a
+// failed write leaves no half file and an older file stays whole, a link
+// stays and names the new file. Throws UnwritableFile naming the file.
 void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& bytes);
 
 }  // namespace zt2dump

@@ -39,7 +39,7 @@ int addTexture(Builder& b, const std::string& material, const DecodedChunk& text
   if (!in.good() && !in.eof()) bytes.clear();
   const std::string mime = browserImage(path, bytes, mimeTypeOf(bytes));
   if (mime.empty()) {
-    b.warn("material \"" + material + "\": texture \"" + path +
+    b.warn("material \"" + codePageToUtf8(material) + "\": texture \"" + path +
            (bytes.empty() ? "\" not found" : "\" is neither PNG nor JPEG") + "; no base colour texture");
     textureByFile[file] = -1;
     return -1;

@@ -48,7 +48,7 @@ int buildMesh(Builder& b, const std::string& nodeName, const MeshSource& src, co
   const std::vector<std::size_t> groupVertices = counts(src.vertices->at("groupVertexCounts"));
   const std::vector<std::size_t> groupTriangles = counts(src.faces->at("groupTriangleCounts"));
   const Json& indices = src.faces->at("indices");
-  const std::string where = "mesh \"" + nodeName + "\"";
+  const std::string where = "mesh \"" + codePageToUtf8(nodeName) + "\"";
   if (groupVertices.size() != groupTriangles.size() || !groupsCover(groupVertices, n) ||
       !groupsCover(groupTriangles, indices.size() / 3)) {
     b.warn(where + ": its group tables do not match its vertices and faces; left out");
@@ -289,12 +289,13 @@ void addMeshes(Builder& b, const DecodedFile& scene, const DecodedFile* vertexDa
     if (skinFor) skinnedMesh = mesh;
   }
   if (vd && !skinnedNode.empty() && !meshOfNode.count(skinnedNode))
-    b.warn("the .skd names mesh \"" + skinnedNode + "\", which the scene file does not hold; no skin");
+    b.warn("the .skd names mesh \"" + codePageToUtf8(skinnedNode) + "\", which the scene file does not hold; no skin");
 
   for (const auto& [node, target] : references) {
     const auto m = meshOfNode.find(target);
     if (m == meshOfNode.end()) {
-      b.warn("node \"" + b.model.nodes[static_cast<std::size_t>(node)].name + "\" shares the mesh of \"" + target +
+      b.warn("node \"" + codePageToUtf8(b.model.nodes[static_cast<std::size_t>(node)].name) + "\" shares the mesh of \"" +
+             codePageToUtf8(target) +
              "\", which has none in the file");
       continue;
     }

@@ -95,7 +95,8 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     tinygltf::Node node;
     node.name = object->at("name").get<std::string>();
     if (b.nodeByName.count(node.name)) {
-      b.warn("a second node named \"" + node.name + "\" at offset " + std::to_string(c.offset) + "; left out");
+      b.warn("a second node named \"" + codePageToUtf8(node.name) + "\" at offset " + std::to_string(c.offset) +
+             "; left out");
       continue;
     }
     const Mat4 local = fileMatrixToGltf(object->at("transform"));
@@ -143,7 +144,7 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     if (!relative[i] || parentNames[i].empty()) continue;
     const auto p = b.nodeByName.find(parentNames[i]);
     if (p == b.nodeByName.end()) {
-      b.warn("node \"" + b.model.nodes[i].name + "\" names parent \"" + parentNames[i] +
+      b.warn("node \"" + codePageToUtf8(b.model.nodes[i].name) + "\" names parent \"" + codePageToUtf8(parentNames[i]) +
              "\", which has neither an object nor keys in the file; placed at the root");
       continue;
     }
@@ -152,7 +153,7 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     for (int a = p->second; a >= 0; a = b.nodeParent[static_cast<std::size_t>(a)])
       if (a == static_cast<int>(i)) cycle = true;
     if (cycle) {
-      b.warn("node \"" + b.model.nodes[i].name + "\" would be its own ancestor; placed at the root");
+      b.warn("node \"" + codePageToUtf8(b.model.nodes[i].name) + "\" would be its own ancestor; placed at the root");
       continue;
     }
     b.nodeParent[i] = p->second;

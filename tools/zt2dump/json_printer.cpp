@@ -48,8 +48,8 @@ Json toJson(const DecodedFile& file) {
 }
 
 void printJson(std::ostream& out, const DecodedFile& file) {
-  // Names are bytes as the host gave them; bytes that are not UTF-8 become
-  // U+FFFD rather than making the document unreadable.
+  // Names come decoded from the host's code page (decodeTexts); a tree that
+  // was not still gives a readable document, bytes that are not UTF-8 as U+FFFD.
   out << toJson(file).dump(-1, ' ', false, Json::error_handler_t::replace) << "\n";
 }
 

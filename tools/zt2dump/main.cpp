@@ -149,7 +149,9 @@ int main(int argc, char** argv) {
       zt2dump::writeFileWhole(args.gltf, zt2dump::glbBytes(model));
       return kExitOk;
     }
-    const zt2dump::DecodedFile file = zt2dump::loadFile(args.file);
+    zt2dump::DecodedFile file = zt2dump::loadFile(args.file);
+    // Shown as text: names decoded from the host's code page.
+    ztexport::decodeTexts(file);
     if (args.validate) {
       const std::string summary = zt2dump::validateFile(file);
       std::cout << "OK\n" << summary << "\n";

@@ -13,7 +13,8 @@ namespace {
 
 std::string quoted(const std::string& s) {
   std::string q = "\"";
-  for (const unsigned char ch : s) {
+  for (std::size_t i = 0; i < s.size(); ++i) {
+    const auto ch = static_cast<unsigned char>(s[i]);
     switch (ch) {
       case '"': q += "\\\""; break;
       case '\\': q += "\\\\"; break;
@@ -24,6 +25,11 @@ std::string quoted(const std::string& s) {
         if (ch < 0x20 || ch == 0x7f) {
           char buf[8];
           std::snprintf(buf, sizeof buf, "\\x%02x", ch);
+          q += buf;
+        } else if (ch == 0xc2 && i + 1 < s.size() && static_cast<unsigned char>(s[i + 1]) < 0xa0) {
+          // A C1 control (U+0080 to U+009F): from one of the bytes the code page leaves undefined.
+          char buf[8];
+          std::snprintf(buf, sizeof buf, "\\x%02x", static_cast<unsigned char>(s[++i]));
           q += buf;
         } else {
           q += static_cast<char>(ch);

@@ -21,7 +21,9 @@ std::string sibling(const std::string& path, const char* extension) {
 
 DecodedFile loadSibling(const std::string& path) {
   try {
-    return loadFile(path);
+    DecodedFile file = loadFile(path);
+    ztexport::decodeTexts(file);  // compared with the file validated, whose names are text
+    return file;
   } catch (const FormatError& e) {
     // The sibling was found, so even a file that cannot be read is a fault of the pair.
     if (!e.unreadable()) throw;

@@ -7,6 +7,9 @@
 // skin influences) are ztexport::Array: contiguous, typed, copied straight
 // from the file's bytes. Every count is checked against the bytes that remain
 // before anything is allocated for it. Every failure is a FormatError.
+//
+// Strings (names, file names, paths) hold the file's bytes: the host's code
+// page, Windows-1252. Messages decode them into UTF-8.
 #pragma once
 
 #include <cstddef>
@@ -35,9 +38,9 @@ class FormatError : public std::runtime_error {
   };
 
   FormatError(Kind kind, std::string path, const std::string& message, std::size_t offset = 0,
-              std::string chunkPath = {})
+              std::string chunkPath = {}, int systemError = 0)
       : std::runtime_error(message), kind_(kind), path_(std::move(path)), offset_(offset),
-        chunkPath_(std::move(chunkPath)) {}
+        chunkPath_(std::move(chunkPath)), systemError_(systemError) {}
 
   Kind kind() const { return kind_; }
   bool unreadable() const { return kind_ == Kind::Unreadable; }
@@ -47,14 +50,20 @@ class FormatError : public std::runtime_error {
   // when the file could not be read at all.
   std::size_t offset() const { return offset_; }
   // Where in the chunk tree: `MeshChunk "Character" > MeshVertexChunk > positions`;
-  // empty outside any chunk (the file header).
+  // empty outside any chunk (the file header). Names in it, as in what(), are
+  // decoded from the host's code page into UTF-8.
   const std::string& chunkPath() const { return chunkPath_; }
+  // For an unreadable file, the system's error number (ENOENT for a missing
+  // file, EISDIR for a folder, EINVAL for a name holding a NUL); 0 when the
+  // system gave none.
+  int systemError() const { return systemError_; }
 
  private:
   Kind kind_;
   std::string path_;
   std::size_t offset_;
   std::string chunkPath_;
+  int systemError_;
 };
 
 // ---------------------------------------------------------------- values
