@@ -391,6 +391,7 @@ BatchResult runBatch(const BatchRequest& request) {
       if (!why.empty()) {
         file.status = Status::Failed;
         file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
+        if (r.json) std::fputs(jsonLine(file).c_str(), stdout), std::fflush(stdout);  // its final record
       } else if (const std::string fault = writeSmallFile(path, h.text); !fault.empty()) {
         file.messages.push_back(path + ": cannot write the stamp: " + fault);
       }
@@ -504,7 +505,9 @@ BatchResult runBatch(const BatchRequest& request) {
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       result.files[i].input = inputs[i];
       if (result.files[i].output.empty()) result.files[i].output = outputs[i];
+      if (r.json && result.files[i].status == Status::Interrupted) std::fputs(jsonLine(result.files[i]).c_str(), stdout);
     }
+    std::fflush(stdout);
   }
   writeHeldStamps();
   // Texture copies that files of this run need with different contents: no
