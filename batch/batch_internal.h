@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <ctime>
+
 #include <string>
 #include <vector>
 
@@ -14,7 +16,7 @@ namespace ztbatch {
 inline constexpr const char* kManifestName = "ztexport-manifest.json";
 inline constexpr const char* kStampSuffix = ".stamp";
 // Work directories of running batches in the output directory: the prefix,
-// then the batch's process id.
+// then WorkDirectory's random part.
 inline constexpr const char* kWorkPrefix = ".ztexport-work.";
 
 // The request with every path absolute and the exporter program named.
@@ -32,10 +34,14 @@ struct ExportProcess {
   std::vector<std::string> createdDirs;  // made for its output, deepest last; the caller
                                          // removes those left empty once no export runs
   double startedAt = 0;   // monotonic seconds
+  timespec startedAtWall{};  // the clock file times are taken from, before the export started
   std::string startError; // why no process could be started
 };
 
 double monotonicSeconds();
+
+// The SHA-256 of the file's bytes as they are now, in hex; empty when it cannot be read.
+std::string sha256Of(const std::string& path);
 
 // The stamp beside the scene file `output` (relative to the output directory).
 std::string stampPath(const BatchRequest& request, const std::string& output);
@@ -45,12 +51,14 @@ std::string stampPath(const BatchRequest& request, const std::string& output);
 // files appear together when it succeeds, and not at all otherwise.
 // With `deferFlush` the export does not flush its files to the disk; the
 // caller then flushes them before it writes the stamp (finishExport's `heldStamp`).
-ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work,
-                          bool deferFlush = false);
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& output,
+                          const std::string& work, bool deferFlush = false);
 // Kills the export and every process it started.
 void killExport(const ExportProcess& process);
 // Reads what the ended export (its wait status) wrote and said and stamps
-// its files. `timedOut` when it was killed for its time limit. With
+// its files: the content of every output and dependency, unless a
+// dependency changed after the export started (its stamp would then vouch
+// for content the export never read: it is left unstamped, with a message). `timedOut` when it was killed for its time limit. With
 // `heldStamp` the stamp's text goes there instead, for the caller to write
 // once the files are on the disk.
 FileResult finishExport(const BatchRequest& request, ExportProcess& process, int waitStatus, bool timedOut,

@@ -6,16 +6,19 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
@@ -38,31 +41,16 @@ std::string readFile(const fs::path& path) {
   return text.str();
 }
 
+std::string lowered(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
 std::string hex(const unsigned char* bytes, unsigned size) {
   static const char digits[] = "0123456789abcdef";
   std::string out;
   for (unsigned i = 0; i < size; ++i) out += digits[bytes[i] >> 4], out += digits[bytes[i] & 15];
   return out;
-}
-
-std::string sha256Of(const std::string& path) {
-  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return {};
-  EVP_MD_CTX* context = EVP_MD_CTX_new();
-  bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1;
-  char block[1 << 16];
-  while (ok) {
-    const ssize_t n = ::read(fd, block, sizeof block);
-    if (n == 0) break;
-    if (n < 0 && errno == EINTR) continue;
-    ok = n > 0 && EVP_DigestUpdate(context, block, static_cast<std::size_t>(n)) == 1;
-  }
-  ::close(fd);
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned size = 0;
-  ok = ok && EVP_DigestFinal_ex(context, digest, &size) == 1;
-  EVP_MD_CTX_free(context);
-  return ok ? hex(digest, size) : std::string();
 }
 
 struct Rule {
@@ -159,6 +147,26 @@ std::string selfProgram() {
 
 }  // namespace
 
+std::string sha256Of(const std::string& path) {
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return {};
+  EVP_MD_CTX* context = EVP_MD_CTX_new();
+  bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1;
+  char block[1 << 16];
+  while (ok) {
+    const ssize_t n = ::read(fd, block, sizeof block);
+    if (n == 0) break;
+    if (n < 0 && errno == EINTR) continue;
+    ok = n > 0 && EVP_DigestUpdate(context, block, static_cast<std::size_t>(n)) == 1;
+  }
+  ::close(fd);
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned size = 0;
+  ok = ok && EVP_DigestFinal_ex(context, digest, &size) == 1;
+  EVP_MD_CTX_free(context);
+  return ok ? hex(digest, size) : std::string();
+}
+
 std::string stampPath(const BatchRequest& request, const std::string& output) {
   return (fs::path(request.outputDir) / (output + kStampSuffix)).string();
 }
@@ -205,6 +213,12 @@ std::vector<std::string> effectiveOptions(const BatchRequest& request) {
   if (!r.configDir.empty()) options.insert(options.end(), {"--config-dir", r.configDir});
   if (!r.module.empty()) options.insert(options.end(), {"--module", r.module});
   for (const std::string& set : r.sets) options.insert(options.end(), {"--set", set});
+  for (const std::string& dir : r.texturePaths)
+    options.insert(options.end(), {"--texture-path", fs::absolute(dir).lexically_normal().string()});
+  if (!r.missingTextures.empty()) options.insert(options.end(), {"--missing-textures", r.missingTextures});
+  if (r.copyTexturesOutside) options.push_back("--copy-textures-outside");
+  if (!r.memoryLimitMiB.empty()) options.insert(options.end(), {"--memory-limit", r.memoryLimitMiB});
+  if (!r.textureNames.empty()) options.insert(options.end(), {"--texture-names", r.textureNames});
   return options;
 }
 
@@ -242,59 +256,71 @@ std::string exporterVersion(const BatchRequest& request) {
   return text;
 }
 
-bool isUpToDate(const BatchRequest& request, const std::string& input, const std::string& version,
-                HashCache& hashes, FileResult* result) {
+std::string staleReason(const BatchRequest& request, const std::string& input, const std::string& output,
+                        const std::string& version, HashCache& hashes, FileResult* result) {
   const BatchRequest r = normalized(request);
-  const std::string output = outputFor(r.sourceDir, input);
+  if (r.force) return "--force";
   nlohmann::json stamp;
+  std::error_code ec;
+  const std::string stampFile = stampPath(r, output);
+  if (!fs::exists(stampFile, ec)) return "new";
   try {
-    stamp = nlohmann::json::parse(readFile(stampPath(r, output)));
-    if (stamp.at("exporter").get<std::string>() != version) return false;
-    if (stamp.at("options").get<std::vector<std::string>>() != effectiveOptions(r)) return false;
+    stamp = nlohmann::json::parse(readFile(stampFile));
+    if (stamp.at("exporter").get<std::string>() != version) return "the exporter changed";
+    if (stamp.at("options").get<std::vector<std::string>>() != effectiveOptions(r)) return "the options changed";
     std::vector<std::string> outputs;
+    std::vector<SharedOutput> shared;
     std::uint64_t bytes = 0;
-    for (const auto& name : stamp.at("outputs")) {
-      const fs::path path = fs::path(r.outputDir) / name.get<std::string>();
-      std::error_code ec;
-      if (!fs::is_regular_file(path, ec)) return false;
-      outputs.push_back(name.get<std::string>());
+    for (const auto& entry : stamp.at("outputs")) {
+      const std::string name = entry.at("path").get<std::string>();
+      const fs::path path = fs::path(r.outputDir) / name;
+      if (!fs::is_regular_file(path, ec)) return name + " is missing";
+      if (hashes.hashOf(path.string()) != entry.at("sha256").get<std::string>()) return name + " changed";
+      outputs.push_back(name);
       bytes += sizeOf(path);
+      if (entry.contains("source"))
+        shared.push_back({name, entry.at("sha256").get<std::string>(), entry.at("source").get<std::string>()});
     }
     for (const auto& dependency : stamp.at("dependencies")) {
-      const std::string hash = hashes.hashOf(dependency.at("path").get<std::string>());
-      if (hash.empty() || hash != dependency.at("sha256").get<std::string>()) return false;
+      const std::string path = dependency.at("path").get<std::string>();
+      const std::string hash = hashes.hashOf(path);
+      if (hash.empty()) return path + " is missing";
+      if (hash != dependency.at("sha256").get<std::string>()) return path + " changed";
     }
     if (result != nullptr) {
       result->input = input;
       result->output = output;
       result->outputs = std::move(outputs);
+      result->shared = std::move(shared);
       result->bytes = bytes;
       result->status = Status::UpToDate;
     }
-    return true;
+    return {};
   } catch (const std::exception&) {
-    // No stamp, or not one of ours: export again.
-    return false;
+    return "the stamp is not one this exporter reads";
   }
 }
 
-ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& work,
-                          bool deferFlush) {
+bool isUpToDate(const BatchRequest& request, const std::string& input, const std::string& output,
+                const std::string& version, HashCache& hashes, FileResult* result) {
+  return staleReason(request, input, output, version, hashes, result).empty();
+}
+
+ExportProcess startExport(const BatchRequest& request, const std::string& input, const std::string& output,
+                          const std::string& work, bool deferFlush) {
   ExportProcess process;
   process.input = input;
-  process.output = outputFor(request.sourceDir, input);
+  process.output = output;
   process.work = work;
   process.startedAt = monotonicSeconds();
+  // Before the export reads anything: a dependency changed from here on may
+  // not be what the export read.
+  ::clock_gettime(CLOCK_REALTIME_COARSE, &process.startedAtWall);
   const fs::path target = fs::path(request.outputDir) / process.output;
   process.target = target.string();
-  std::error_code ec;
   // zt2export writes into a directory that is there; textures go beside the scene file.
-  for (fs::path dir = target.parent_path(); !fs::exists(dir, ec); dir = dir.parent_path())
-    process.createdDirs.insert(process.createdDirs.begin(), dir.string());
-  fs::create_directories(target.parent_path(), ec);
-  if (!ec) fs::create_directories(fs::path(work).parent_path(), ec);
-  if (ec) {
-    process.startError = target.parent_path().string() + ": cannot create the directory: " + ec.message();
+  if (const std::string why = makeDirectories(target.parent_path().string(), &process.createdDirs); !why.empty()) {
+    process.startError = why;
     return process;
   }
   process.outFd = ::memfd_create("zt2export-stdout", MFD_CLOEXEC);
@@ -352,7 +378,7 @@ void discardExport(ExportProcess& process, bool killed) {
     if (*fd >= 0) ::close(*fd);
     *fd = -1;
   }
-  ::unlink((process.work + ".d").c_str());
+  removeOwnFile(process.work + ".d");
   if (killed && !process.target.empty()) {
     const fs::path scene(process.target);
     removeAbandonedTemporaries(scene.parent_path().string(),
@@ -400,26 +426,72 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   // names) and every file the export read, with its content now.
   const Rule rule = ruleOf(readFile(process.work + ".d"));
   const fs::path outputDir(request.outputDir);
+  const fs::path scene = fs::path(process.target).lexically_normal();
+  const fs::path skin = fs::path(scene).replace_extension(".skd");
+  std::map<std::string, fs::path> written;
   for (const std::string& target : rule.targets) {
     const fs::path path = fs::absolute(target).lexically_normal();
     const fs::path relative = path.lexically_relative(outputDir);
     const bool inside = !relative.empty() && *relative.begin() != "..";
-    result.outputs.push_back(inside ? relative.generic_string() : path.string());
-    result.bytes += sizeOf(path);
+    written.emplace(inside ? relative.generic_string() : path.string(), path);
   }
-  std::sort(result.outputs.begin(), result.outputs.end());
-  result.outputs.erase(std::unique(result.outputs.begin(), result.outputs.end()), result.outputs.end());
+  // A dependency changed since the export began may have been read before
+  // or after the change: its hash now proves nothing about the output.
+  std::vector<std::string> changed;
   nlohmann::json dependencies = nlohmann::json::array();
+  std::vector<std::pair<std::string, std::string>> dependencyHashes;
   for (const std::string& path : rule.prerequisites) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) == 0 &&
+        (st.st_ctim.tv_sec > process.startedAtWall.tv_sec ||
+         (st.st_ctim.tv_sec == process.startedAtWall.tv_sec && st.st_ctim.tv_nsec >= process.startedAtWall.tv_nsec)))
+      changed.push_back(path);
     const std::string hash = hashes.hashOf(path);
-    if (!hash.empty()) dependencies.push_back({{"path", path}, {"sha256", hash}});
+    if (hash.empty()) continue;
+    dependencies.push_back({{"path", path}, {"sha256", hash}});
+    dependencyHashes.emplace_back(path, hash);
+  }
+  nlohmann::json outputs = nlohmann::json::array();
+  for (const auto& [name, path] : written) {
+    result.outputs.push_back(name);
+    result.bytes += sizeOf(path);
+    // Hashed anew: another export of the run may have replaced a shared copy.
+    const std::string hash = sha256Of(path.string());
+    nlohmann::json entry = {{"path", name}, {"sha256", hash}};
+    if (path != scene && path != skin) {
+      // The image this is a copy of: the dependency of the same bytes, else
+      // the one of the same name (the copy was replaced by another image).
+      SharedOutput shared{name, hash, {}};
+      const std::string fileName = lowered(path.filename().string());
+      for (const auto& [dependency, dependencyHash] : dependencyHashes)
+        if (dependencyHash == hash) {
+          shared.source = dependency;
+          break;
+        }
+      if (shared.source.empty())
+        for (const auto& [dependency, dependencyHash] : dependencyHashes)
+          if (lowered(fs::path(dependency).filename().string()) == fileName) {
+            shared = {name, dependencyHash, dependency};
+            break;
+          }
+      entry["source"] = shared.source;
+      entry["sha256"] = shared.sha256;
+      result.shared.push_back(std::move(shared));
+    }
+    outputs.push_back(std::move(entry));
   }
   result.seconds = monotonicSeconds() - process.startedAt;
 
+  if (!changed.empty()) {
+    for (const std::string& path : changed)
+      result.messages.push_back(path + " changed while it was exported; not stamped, the next run exports it again");
+    discardExport(process, false);
+    return result;
+  }
   const nlohmann::json stamp = {{"exporter", version},
                                 {"options", effectiveOptions(request)},
                                 {"dependencies", dependencies},
-                                {"outputs", result.outputs}};
+                                {"outputs", outputs}};
   const std::string text = stamp.dump(1) + "\n";
   if (heldStamp != nullptr)
     *heldStamp = text;
@@ -429,13 +501,12 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   return result;
 }
 
-FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& version,
-                     HashCache& hashes, const std::string& work) {
+FileResult exportOne(const BatchRequest& request, const std::string& input, const std::string& output,
+                     const std::string& version, HashCache& hashes, const std::string& work) {
   const BatchRequest r = normalized(request);
   // A stamp of the files about to be replaced would vouch for a mixture.
-  std::error_code ec;
-  fs::remove(stampPath(r, outputFor(r.sourceDir, input)), ec);
-  ExportProcess process = startExport(r, input, fs::absolute(work).string());
+  removeOwnFile(stampPath(r, output));
+  ExportProcess process = startExport(r, input, output, fs::absolute(work).string());
   int status = 0;
   bool timedOut = false;
   if (process.pid > 0) {

@@ -62,6 +62,8 @@ std::string manifestText(const BatchRequest& request, const std::string& version
                      {"messages", f.messages},
                      {"seconds", f.seconds},
                      {"bytes", f.bytes}});
+  nlohmann::ordered_json skipped = nlohmann::ordered_json::array();
+  for (const SkippedFolder& folder : result.skipped) skipped.push_back({{"folder", folder.path}, {"reason", folder.reason}});
   const nlohmann::ordered_json manifest = {{"source", r.sourceDir},
                                            {"output", r.outputDir},
                                            {"exporter", version},
@@ -70,6 +72,7 @@ std::string manifestText(const BatchRequest& request, const std::string& version
                                            {"exitStatus", exitStatusOf(result)},
                                            {"seconds", result.seconds},
                                            {"counts", counts},
+                                           {"skipped", skipped},
                                            {"files", files}};
   return manifest.dump(2) + "\n";
 }
@@ -167,19 +170,6 @@ class Progress {
   bool shown_ = false;
 };
 
-// Work directories that a batch killed outright left behind.
-void removeStaleWork(const fs::path& outputDir) {
-  std::error_code ec;
-  for (fs::directory_iterator it(outputDir, ec), end; !ec && it != end; it.increment(ec)) {
-    const std::string name = it->path().filename().string();
-    if (name.rfind(kWorkPrefix, 0) != 0) continue;
-    const long pid = std::strtol(name.c_str() + std::strlen(kWorkPrefix), nullptr, 10);
-    if (pid > 0 && (::kill(static_cast<pid_t>(pid), 0) == 0 || errno != ESRCH)) continue;
-    std::error_code ignored;
-    fs::remove_all(it->path(), ignored);
-  }
-}
-
 bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToDate; }
 
 // Flushes the file system that holds `dir` to the disk: empty on success,
@@ -194,6 +184,8 @@ std::string flushFileSystem(const std::string& dir) {
 
 }  // namespace
 
+const char* workDirectoryPrefix() { return kWorkPrefix; }
+
 void prepareOutput(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
   std::error_code ec;
@@ -201,9 +193,25 @@ void prepareOutput(const BatchRequest& request) {
     throw BatchError(request.outputDir + ": not a directory");
   if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
     throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
-  fs::create_directories(r.outputDir, ec);
-  if (!fs::is_directory(r.outputDir, ec)) throw BatchError(request.outputDir + ": cannot create the directory");
-  removeStaleWork(r.outputDir);
+  if (const std::string why = makeDirectories(r.outputDir); !why.empty())
+    throw BatchError("cannot create the output directory " + why);
+  // Only folders that prove themselves a batch's, and whose batch is gone.
+  removeAbandonedWorkDirectories(r.outputDir, kWorkPrefix);
+}
+
+void lockOutput(const BatchRequest& request, RunLock& lock) {
+  const BatchRequest r = normalized(request);
+  bool busy = false;
+  std::string why = lock.acquire(r.outputDir, false, busy);
+  if (busy && r.wait) {
+    std::fprintf(stderr, "zt2export: %s: another batch is exporting into it; waiting for it to end\n",
+                 r.outputDir.c_str());
+    why = lock.acquire(r.outputDir, true, busy);
+  }
+  if (busy)
+    throw BatchError(r.outputDir + ": another batch is exporting into this directory; run one at a time, or give " +
+                     "--wait to wait for it");
+  if (!why.empty()) throw BatchError("cannot lock the output directory: " + why);
 }
 
 std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::vector<std::string>& inputs,
@@ -212,21 +220,22 @@ std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::ve
                                       const std::function<bool()>& stop) {
   const BatchRequest r = normalized(request);
   result.files.resize(inputs.size());
-  // Two inputs that would write one file: the first in order keeps it.
+  std::map<std::size_t, std::string> clashes;
+  const std::vector<std::string> outputs = outputsFor(r.sourceDir, inputs, &clashes);
   std::vector<std::size_t> pending;
-  std::map<std::string, std::string> writers;
   for (std::size_t i = 0; i < inputs.size() && !(stop && stop()); ++i) {
     FileResult& file = result.files[i];
     file.input = inputs[i];
-    file.output = outputFor(r.sourceDir, inputs[i]);
-    if (const auto [it, first] = writers.emplace(file.output, inputs[i]); !first) {
+    file.output = outputs[i];
+    if (const auto clash = clashes.find(i); clash != clashes.end()) {
       file.status = Status::Failed;
-      file.messages.push_back(file.output + " is written by " + it->second + " already");
+      file.messages.push_back(clash->second);
       if (settled) settled(file);
       continue;
     }
     const double checkStarted = monotonicSeconds();
-    if (!r.force && isUpToDate(r, inputs[i], version, hashes, &file)) {
+    file.reason = staleReason(r, inputs[i], outputs[i], version, hashes, &file);
+    if (file.reason.empty()) {
       file.seconds = monotonicSeconds() - checkStarted;
       if (settled) settled(file);
       continue;
@@ -236,23 +245,112 @@ std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::ve
   return pending;
 }
 
+std::vector<std::size_t> failSharedOutputClashes(const BatchRequest& request, BatchResult& result) {
+  const BatchRequest r = normalized(request);
+  struct Claim {
+    std::size_t index;
+    SharedOutput output;
+  };
+  std::map<std::string, std::vector<Claim>> claims;
+  for (std::size_t i = 0; i < result.files.size(); ++i) {
+    const FileResult& file = result.files[i];
+    if (file.status != Status::Exported && file.status != Status::UpToDate) continue;
+    for (const SharedOutput& shared : file.shared) claims[shared.path].push_back({i, shared});
+  }
+  auto sourceName = [&](const SharedOutput& shared) {
+    if (shared.source.empty()) return std::string("an image of its own");
+    const fs::path relative = fs::path(shared.source).lexically_relative(r.sourceDir);
+    return !relative.empty() && *relative.begin() != ".." ? relative.generic_string() : shared.source;
+  };
+  std::vector<std::size_t> failed;
+  auto fail = [&](std::size_t index, const std::string& message) {
+    FileResult& file = result.files[index];
+    file.messages.push_back(message);
+    if (file.status == Status::Failed) return;
+    file.status = Status::Failed;
+    removeOwnFile(stampPath(r, file.output));
+    failed.push_back(index);
+  };
+  for (const auto& [path, users] : claims) {
+    bool differ = false;
+    for (const Claim& c : users) differ = differ || c.output.sha256 != users.front().output.sha256;
+    if (differ) {
+      // Each user is told of one other that needs a different image here.
+      for (const Claim& c : users)
+        for (const Claim& d : users)
+          if (d.output.sha256 != c.output.sha256) {
+            fail(c.index, "ERROR: " + path + ": " + result.files[c.index].input + " needs here the copy of " +
+                              sourceName(c.output) + " and " + result.files[d.index].input + " the copy of " +
+                              sourceName(d.output) +
+                              ", a different image of the same name; one copy replaces the other (rename one "
+                              "image, or give --texture-names unique)");
+            break;
+          }
+      continue;
+    }
+    const std::string now = sha256Of((fs::path(r.outputDir) / path).string());
+    if (now != users.front().output.sha256)
+      for (const Claim& c : users)
+        fail(c.index, "ERROR: " + path + ": it is no longer the copy of " + sourceName(c.output) + " that " +
+                          result.files[c.index].input + " needs; it changed during the run");
+  }
+  std::sort(failed.begin(), failed.end());
+  return failed;
+}
+
+std::string jsonLine(const FileResult& file) {
+  const nlohmann::ordered_json line = {{"input", file.input},
+                                       {"status", statusName(file.status)},
+                                       {"outputs", file.outputs},
+                                       {"seconds", file.seconds},
+                                       {"messages", file.messages}};
+  return line.dump() + "\n";
+}
+
+BatchResult dryRun(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  std::error_code ec;
+  if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
+    throw BatchError(request.outputDir + ": not a directory");
+  if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
+    throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
+  BatchResult result;
+  const std::vector<std::string> inputs = findInputs(r, &result.skipped);
+  const std::string version = exporterVersion(r);
+  HashCache hashes;
+  for (std::size_t index : settleInputs(r, inputs, version, hashes, result)) result.files[index].status = Status::Exported;
+  result.exitStatus = exitStatusOf(result);
+  return result;
+}
+
 BatchResult runBatch(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
   const double started = monotonicSeconds();
   std::error_code ec;
   if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
     throw BatchError(request.outputDir + ": not a directory");
-  const std::vector<std::string> inputs = findInputs(r);
+  BatchResult result;
+  const std::vector<std::string> inputs = findInputs(r, &result.skipped);
   const std::string version = exporterVersion(r);
   prepareOutput(r);
+  // One batch at a time: two at once would each stamp the other's files.
+  RunLock lock;
+  lockOutput(r, lock);
+  WorkDirectory work;
+  if (const std::string why = work.create(r.outputDir, kWorkPrefix); !why.empty())
+    throw BatchError(r.outputDir + ": cannot create the work directory: " + why);
 
-  BatchResult result;
   StopSignals signals;
   Progress progress(r.progress, inputs.size());
   HashCache hashes;
   std::size_t done = 0, failed = 0;
   auto report = [&](const FileResult& file) {
     ++done;
+    if (r.json) {
+      progress.clear();
+      std::fputs(jsonLine(file).c_str(), stdout);
+      std::fflush(stdout);
+    }
     if (!failedStatus(file.status)) return;
     ++failed;
     progress.clear();
@@ -276,7 +374,7 @@ BatchResult runBatch(const BatchRequest& request) {
   // flushed too, so that no earlier stamp can vouch for a new file.
   bool removedStamps = false;
   for (std::size_t index : pending)
-    removedStamps = ::unlink(stampPath(r, result.files[index].output).c_str()) == 0 || removedStamps;
+    removedStamps = removeOwnFile(stampPath(r, result.files[index].output)) || removedStamps;
   const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).empty();
   struct HeldStamp {
     std::size_t index;
@@ -293,6 +391,7 @@ BatchResult runBatch(const BatchRequest& request) {
       if (!why.empty()) {
         file.status = Status::Failed;
         file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
+        if (r.json) std::fputs(jsonLine(file).c_str(), stdout), std::fflush(stdout);  // its final record
       } else if (const std::string fault = writeSmallFile(path, h.text); !fault.empty()) {
         file.messages.push_back(path + ": cannot write the stamp: " + fault);
       }
@@ -301,7 +400,7 @@ BatchResult runBatch(const BatchRequest& request) {
     lastFlush = monotonicSeconds();
   };
 
-  const fs::path workRoot = fs::path(r.outputDir) / (kWorkPrefix + std::to_string(::getpid()));
+  const fs::path workRoot = work.path();
   std::vector<ExportProcess> running;
   const std::size_t exportsTotal = pending.size();
   std::size_t exportsDone = 0;
@@ -326,7 +425,8 @@ BatchResult runBatch(const BatchRequest& request) {
     while (!stopSignal && running.size() < r.jobs && !pending.empty()) {
       const std::size_t index = pending.front();
       pending.pop_front();
-      ExportProcess process = startExport(r, inputs[index], (workRoot / std::to_string(index)).string(), deferFlush);
+      ExportProcess process = startExport(r, inputs[index], result.files[index].output,
+                                          (workRoot / std::to_string(index)).string(), deferFlush);
       if (process.pid < 0)
         finish(process, 0, false);
       else
@@ -401,17 +501,33 @@ BatchResult runBatch(const BatchRequest& request) {
     for (std::size_t index : pending) result.files[index].status = Status::Interrupted;
     for (FileResult& file : result.files)
       if (file.input.empty()) file.status = Status::Interrupted;  // not even looked at
+    const std::vector<std::string> outputs = outputsFor(r.sourceDir, inputs);
     for (std::size_t i = 0; i < inputs.size(); ++i) {
       result.files[i].input = inputs[i];
-      if (result.files[i].output.empty()) result.files[i].output = outputFor(r.sourceDir, inputs[i]);
+      if (result.files[i].output.empty()) result.files[i].output = outputs[i];
+      if (r.json && result.files[i].status == Status::Interrupted) std::fputs(jsonLine(result.files[i]).c_str(), stdout);
     }
+    std::fflush(stdout);
   }
   writeHeldStamps();
-  fs::remove_all(workRoot, ec);
+  // Texture copies that files of this run need with different contents: no
+  // file is stamped on an image another one replaced.
+  for (std::size_t index : failSharedOutputClashes(r, result)) {
+    const FileResult& file = result.files[index];
+    progress.clear();
+    if (r.json) {
+      std::fputs(jsonLine(file).c_str(), stdout);
+      std::fflush(stdout);
+    }
+    std::fprintf(stderr, "zt2export: %s: %s\n", file.input.c_str(), statusName(file.status));
+    for (const std::string& message : file.messages)
+      if (message.rfind("ERROR: ", 0) == 0) std::fprintf(stderr, "zt2export: %s\n", message.c_str());
+  }
+  work.remove();
   std::sort(madeDirs.begin(), madeDirs.end(), [](const std::string& a, const std::string& b) {
     return a.size() != b.size() ? a.size() > b.size() : a < b;
   });
-  for (const std::string& dir : madeDirs) ::rmdir(dir.c_str());  // refused while anything is in it
+  for (const std::string& dir : madeDirs) removeEmptyDirectory(dir);
   progress.clear();
   result.seconds = monotonicSeconds() - started;
   result.exitStatus = exitStatusOf(result);

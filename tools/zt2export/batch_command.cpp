@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -21,7 +22,9 @@ void printBatchUsage(std::FILE* to) {
   std::fprintf(to,
                "Usage: zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
                "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
-               "                 [--module PATH] [--quiet]\n");
+               "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
+               "                 [--copy-textures-outside] [--memory-limit MIB] [--texture-names keep|unique]\n"
+               "                 [--module PATH] [--exporter PATH] [--wait] [--dry-run] [--json] [--quiet]\n");
 }
 
 void printBatchHelp() {
@@ -31,10 +34,14 @@ void printBatchHelp() {
       "Exports every scene-description file and every model under SRC_DIR into the same relative\n"
       "place under OUT_DIR, each in a process of its own, and writes OUT_DIR/ztexport-manifest.json.\n"
       "An output whose stamp (OUT.zt2.stamp) matches the content of every file it was made from,\n"
-      "the options and the exporter's version is left as it is.\n"
+      "the content of every file it wrote, the options and the exporter's version is left as it is.\n"
+      "Models of one folder that share a name (car.3ds, car.obj) are exported to car.3ds.zt2 and\n"
+      "car.obj.zt2. An .xml file is a model only when the model reader takes it for one (Collada,\n"
+      "Irrlicht, Ogre, XGL). OUT_DIR may lie inside SRC_DIR when it holds no file to export.\n"
       "\n"
       "Options:\n"
-      "  -o, --output OUT_DIR   where the outputs go (created when missing)\n"
+      "  -o, --output OUT_DIR   where the outputs go (created when missing); one batch at a time\n"
+      "                         exports into it\n"
       "  -j, --jobs N           exports at once; default: the number of processors\n"
       "  --include GLOB         export the files the pattern takes; may be repeated; default:\n"
       "                         *.json and *.EXT for every model format zt2export --help lists.\n"
@@ -43,12 +50,24 @@ void printBatchHelp() {
       "  --exclude GLOB         leave out the files the pattern takes; may be repeated\n"
       "  --force                export every file, up to date or not\n"
       "  --timeout S            seconds one file may take before its export is stopped (600)\n"
-      "  --config-dir DIR, --set FIELD=VALUE, --module PATH   as for one export, for every file\n"
+      "  --config-dir DIR, --set FIELD=VALUE, --texture-path DIR, --missing-textures error|drop,\n"
+      "  --copy-textures-outside, --memory-limit MIB, --texture-names keep|unique, --module PATH\n"
+      "                         as for one export, for every file; kept in the stamps, so that\n"
+      "                         changing one exports every file again\n"
+      "  --exporter PATH        the zt2export program each file is exported with (default: this one)\n"
+      "  --wait                 when another batch is exporting into OUT_DIR, wait for it to end\n"
+      "                         (without it the run is refused, exit status 2)\n"
+      "  --dry-run              list on standard output what would be exported and why; export and\n"
+      "                         write nothing\n"
+      "  --json                 one JSON object per finished file on standard output: input,\n"
+      "                         status, outputs, seconds, messages\n"
       "  --quiet                no progress line\n"
       "\n"
       "Exit status: 0 every file exported or up to date; 1 any cancelled because of errors in\n"
-      "the scene, failed or timed out; 2 the command line is wrong or the run cannot start;\n"
-      "128 + the signal when interrupted (Ctrl-C: 130).\n");
+      "the scene, failed or timed out (a texture copy that two files need with different images\n"
+      "fails both); 2 the command line is wrong or the run cannot start (another batch holds\n"
+      "OUT_DIR, OUT_DIR inside SRC_DIR holds sources); 128 + the signal when interrupted\n"
+      "(Ctrl-C: 130).\n");
 }
 
 [[noreturn]] void usageError(const std::string& message) {
@@ -75,6 +94,7 @@ int batchCommand(int argc, char** argv) {
   CLI::App app{"", "zt2export"};
   app.set_help_flag();
   bool quiet = false;
+  bool dryRunOnly = false;
   int jobs = 0;
   app.add_option("--batch", request.sourceDir);
   auto single = [&](const char* names, std::string& target) {
@@ -83,6 +103,15 @@ int batchCommand(int argc, char** argv) {
   single("-o,--output", request.outputDir);
   single("--config-dir", request.configDir);
   single("--module", request.module);
+  single("--exporter", request.exporter);
+  single("--missing-textures", request.missingTextures);
+  single("--texture-names", request.textureNames);
+  single("--memory-limit", request.memoryLimitMiB);
+  app.add_option("--texture-path", request.texturePaths)->allow_extra_args(false);
+  app.add_flag("--copy-textures-outside", request.copyTexturesOutside);
+  app.add_flag("--wait", request.wait);
+  app.add_flag("--dry-run", dryRunOnly);
+  app.add_flag("--json", request.json);
   app.add_option("-j,--jobs", jobs)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.add_option("--timeout", request.timeoutSeconds)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.add_option("--include", request.include)->allow_extra_args(false);
@@ -105,6 +134,18 @@ int batchCommand(int argc, char** argv) {
   if (jobs < 0) usageError("-j needs a number of exports of 1 or more");
   if (!(request.timeoutSeconds > 0)) usageError("--timeout needs a number of seconds above 0");
   request.jobs = static_cast<unsigned>(jobs);
+  if (!request.missingTextures.empty() && request.missingTextures != "error" && request.missingTextures != "drop")
+    usageError("--missing-textures " + request.missingTextures + ": expected error or drop");
+  if (!request.textureNames.empty() && request.textureNames != "keep" && request.textureNames != "unique")
+    usageError("--texture-names " + request.textureNames + ": expected keep or unique");
+  if (!request.memoryLimitMiB.empty()) {
+    const std::string& value = request.memoryLimitMiB;
+    const bool digits = value.size() <= 8 && value.find_first_not_of("0123456789") == std::string::npos;
+    if (!digits || std::stoul(value) < 1 || std::stoul(value) > (1ul << 24))
+      usageError("--memory-limit " + value + ": expected a whole number of MiB from 1 to 16777216");
+  }
+  for (const std::string& dir : request.texturePaths)
+    if (dir.empty()) usageError("--texture-path needs a directory");
   // Fields and the form of values are checked once here; limits that hang on
   // a scene's frame range are checked by each export.
   const FrameLimits anyScene{0, 1 << 30};
@@ -116,15 +157,50 @@ int batchCommand(int argc, char** argv) {
     if (!parseOptionEdit(assignment.substr(0, eq), assignment.substr(eq + 1), anyScene, edit, error))
       usageError(error);
   }
-  request.progress = !quiet && ::isatty(2);
+  request.progress = !quiet && !request.json && ::isatty(2);
 
   try {
+    if (dryRunOnly) {
+      const BatchResult result = dryRun(request);
+      std::size_t toExport = 0, upToDate = 0, failing = 0;
+      for (const FileResult& file : result.files) {
+        if (file.status == Status::Exported) {
+          ++toExport;
+          if (request.json)
+            std::printf("%s\n", nlohmann::ordered_json({{"input", file.input},
+                                                        {"status", "would export"},
+                                                        {"output", file.output},
+                                                        {"reason", file.reason}})
+                                    .dump()
+                                    .c_str());
+          else
+            std::printf("%s: would export (%s)\n", file.input.c_str(), file.reason.c_str());
+        } else if (file.status == Status::UpToDate) {
+          ++upToDate;
+          if (request.json) std::fputs(jsonLine(file).c_str(), stdout);
+        } else {
+          ++failing;
+          if (request.json)
+            std::fputs(jsonLine(file).c_str(), stdout);
+          else
+            for (const std::string& message : file.messages) std::printf("%s: %s\n", file.input.c_str(), message.c_str());
+        }
+      }
+      for (const SkippedFolder& folder : result.skipped)
+        std::fprintf(stderr, "zt2export: %s skipped: %s\n", folder.path.c_str(), folder.reason.c_str());
+      std::fprintf(stderr, "zt2export: dry run: %zu would be exported, %zu up to date, %zu would fail; nothing written\n",
+                   toExport, upToDate, failing);
+      return failing > 0 ? 1 : 0;
+    }
     const BatchResult result = runBatch(request);
     std::size_t exported = 0, upToDate = 0, other = 0;
     for (const FileResult& file : result.files)
       (file.status == Status::Exported ? exported : file.status == Status::UpToDate ? upToDate : other) += 1;
-    std::fprintf(stderr, "zt2export: %zu exported, %zu up to date, %zu not exported%s; see %s/ztexport-manifest.json\n",
-                 exported, upToDate, other, result.interrupted ? " (interrupted)" : "", request.outputDir.c_str());
+    std::string skipped;
+    for (const SkippedFolder& folder : result.skipped) skipped += ", " + folder.path + " skipped (" + folder.reason + ")";
+    std::fprintf(stderr, "zt2export: %zu exported, %zu up to date, %zu not exported%s%s; see %s/ztexport-manifest.json\n",
+                 exported, upToDate, other, skipped.c_str(), result.interrupted ? " (interrupted)" : "",
+                 request.outputDir.c_str());
     return result.exitStatus;
   } catch (const BatchError& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
