@@ -61,3 +61,40 @@ bool codePageFromUtf8(std::string_view text, std::string& bytes) {
   }
   return true;
 }
+
+namespace {
+
+// The length of the UTF-8 sequence starting at `text[at]`, 0 when it is not one.
+std::size_t utf8SequenceLength(std::string_view text, std::size_t at) {
+  const auto c = static_cast<unsigned char>(text[at]);
+  const std::size_t n = c < 0x80 ? 1 : (c >> 5) == 0x6 ? 2 : (c >> 4) == 0xE ? 3 : (c >> 3) == 0x1E ? 4 : 0;
+  if (n == 0 || at + n > text.size()) return 0;
+  for (std::size_t i = 1; i < n; ++i)
+    if ((static_cast<unsigned char>(text[at + i]) & 0xC0) != 0x80) return 0;
+  return n;
+}
+
+}  // namespace
+
+std::string codePageFromUtf8Lossy(std::string_view text) {
+  std::string bytes;
+  if (codePageFromUtf8(text, bytes)) return bytes;
+  bytes.clear();
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t n = utf8SequenceLength(text, at);
+    std::string one;
+    if (n > 0 && codePageFromUtf8(text.substr(at, n), one)) bytes += one;
+    else bytes += '?';
+    at += n > 0 ? n : 1;
+  }
+  return bytes;
+}
+
+std::string displayText(std::string_view bytes) {
+  for (std::size_t at = 0; at < bytes.size();) {
+    const std::size_t n = utf8SequenceLength(bytes, at);
+    if (n == 0) return codePageToUtf8(bytes);
+    at += n;
+  }
+  return std::string(bytes);
+}

@@ -17,3 +17,13 @@ std::string codePageToUtf8(std::string_view bytes);
 // The inverse: the code page's bytes for UTF-8 `text`. False when `text` is
 // not UTF-8 or holds a character the code page has no byte for.
 bool codePageFromUtf8(std::string_view text, std::string& bytes);
+
+// `text` (UTF-8) as the host's code page would hold it: each character the
+// code page lacks, and each byte that is not UTF-8, becomes '?', as the
+// system's own conversion to the code page does.
+std::string codePageFromUtf8Lossy(std::string_view text);
+
+// Bytes for a person to read: themselves when they are UTF-8 already (a path
+// of this system, an ASCII name), otherwise read as the code page. Messages
+// mix names in the code page with paths of the file system; each reads right.
+std::string displayText(std::string_view bytes);

@@ -246,3 +246,18 @@ TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
     EXPECT_TRUE(fs::is_regular_file(dir.file("out/" + n))) << n;
   }
 }
+
+// Names are the host's code page in the file (Windows-1252): a scene file's
+// UTF-8 name is written so, a character the code page lacks becomes '?', and
+// every reader shows the text again.
+TEST(Zt2ExportIntegrity, NamesAreWrittenInTheHostsCodePage) {
+  TempDir dir;
+  const auto run = ztx_test::exportSceneIn(
+      dir, R"({"nodes": [{"name": "Café", "object": {"type": "helper"}}, {"name": "日本", "object": {"type": "helper"}}]})",
+      ztx_test::plainOptions());
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const std::string bytes = ztx_test::readText(dir.file("out.zt2"));
+  EXPECT_NE(bytes.find("Caf\xe9"), std::string::npos);
+  EXPECT_EQ(bytes.find("Café"), std::string::npos);
+  EXPECT_EQ(ztx_test::objectNames(run.file), (std::vector<std::string>{"Café", "??"}));
+}

@@ -1,3 +1,4 @@
+#include "format/code_page.h"
 #include "host/memory/scene_loader_parts.h"
 
 namespace hostmodel {
@@ -45,7 +46,8 @@ std::unique_ptr<MemoryTexmap> readTexmap(const JsonCursor& c, LoadContext&, bool
   } else {
     c["type"].fail("unknown texture map type \"" + type + "\" (expected ztTexture, bitmap or other)");
   }
-  const std::string name = declared ? c.stringOr("name", c["id"].asString()) : c["name"].asString();
+  const std::string name =
+      codePageFromUtf8Lossy(declared ? c.stringOr("name", c["id"].asString()) : c["name"].asString());
   auto map = std::make_unique<MemoryTexmap>(name, classId);
   if (const auto params = c.find("params")) readParams(*params, map->params());
   return map;
@@ -82,7 +84,8 @@ std::unique_ptr<MemoryMtl> createMaterial(const JsonCursor& c, bool declared) {
     c["type"].fail("unknown material type \"" + type + "\" (expected standard, multi, ztMaterial or other)");
   }
   if (type != "other" && c.has("classId")) c["classId"].fail("only a material of type \"other\" takes a class id");
-  const std::string name = declared ? c.stringOr("name", c["id"].asString()) : c["name"].asString();
+  const std::string name =
+      codePageFromUtf8Lossy(declared ? c.stringOr("name", c["id"].asString()) : c["name"].asString());
   return std::make_unique<MemoryMtl>(name, classId);
 }
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <set>
 
+#include "format/code_page.h"
 #include "host/memory/memory_derived_object.h"
 #include "host/memory/regular_file.h"
 
@@ -53,11 +54,16 @@ void readNode(const JsonCursor& c, MemoryNode& parent, LoadContext& ctx, int dep
   c.expectMembers({"name", "id", "object", "material", "hidden", "groupMember", "groupHead", "openGroupMember",
                    "openGroupHead", "userProperties", "transform", "objectOffset", "visibility", "inheritVisibility",
                    "modifiers", "sharedModifiers", "children"});
-  MemoryNode& node = parent.addChild(c["name"].asString());
-  std::string id = node.GetName();
+  // The host holds names in its code page; the scene file's text is UTF-8.
+  // References name the node as the scene file spells it.
+  const std::string spelled = c["name"].asString();
+  MemoryNode& node = parent.addChild(codePageFromUtf8Lossy(spelled));
+  std::string id = spelled;
   if (const auto m = c.find("id")) {
     id = m->asString();
     if (id.empty()) m->fail("an id cannot be empty");
+    ctx.scene.nodeIds[&node] = id;
+  } else if (id != node.GetName()) {
     ctx.scene.nodeIds[&node] = id;
   }
   ctx.nodesById.emplace(id, &node);
@@ -223,13 +229,25 @@ class CheckedDocumentParser {
     frames_.pop_back();
     return value(result);
   }
+  // Told by its ends past a few dozen levels, as JsonCursor::path does: the
+  // middle of a place thousands of levels down helps nobody find it.
   std::string path() const {
+    constexpr std::size_t kShownAtEachEnd = 12;
+    const std::size_t elided = frames_.size() > 3 * kShownAtEachEnd ? frames_.size() - 2 * kShownAtEachEnd : 0;
     std::string p;
-    for (const Frame& f : frames_) {
+    bool afterGap = false;
+    for (std::size_t i = 0; i < frames_.size(); ++i) {
+      if (elided && i >= kShownAtEachEnd && i < kShownAtEachEnd + elided) {
+        if (i == kShownAtEachEnd) p += "...(" + std::to_string(elided) + " steps)...";
+        afterGap = true;
+        continue;
+      }
+      const Frame& f = frames_[i];
       if (f.object)
-        p += (p.empty() ? "" : ".") + f.key;
+        p += (p.empty() || afterGap ? "" : ".") + f.key;
       else
         p += "[" + std::to_string(f.index) + "]";
+      afterGap = false;
     }
     return p;
   }

@@ -81,10 +81,12 @@ py::str pathText(const std::string& path) {
   return owned(PyUnicode_DecodeFSDefaultAndSize(path.data(), static_cast<py::ssize_t>(path.size())));
 }
 
-// Our messages are UTF-8 but for the paths in them, whose other bytes stay as
+// Our messages mix names in the code page with paths of the file system
+// (displayText), and a path that is not UTF-8 keeps its bytes as
 // os.fsdecode keeps them.
 py::str messageText(const std::string& message) {
-  return owned(PyUnicode_DecodeUTF8(message.data(), static_cast<py::ssize_t>(message.size()), "surrogateescape"));
+  const std::string shown = displayText(message);
+  return owned(PyUnicode_DecodeUTF8(shown.data(), static_cast<py::ssize_t>(shown.size()), "surrogateescape"));
 }
 
 // The system would read a NUL as the end of the name: another file than the one named.
@@ -407,6 +409,7 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
       if (const std::string fault = makeDirectories(configDir); !fault.empty())
         failure = "cannot create the configuration directory " + fault;
     }
+    if (failure.empty()) failure = zt2export::optionsFileProblem(configDir);
     std::vector<OptionEdit> edits;
     if (failure.empty()) {
       host->setConfigDir(configDir);

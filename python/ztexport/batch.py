@@ -112,6 +112,14 @@ def run(request: Dict[str, Any], scheduler: Optional[str] = None, workers: int =
 
     started = time.monotonic()
     request = dict(request)
+    # A NUL would end the name where the system reads it: another file.
+    from . import _path
+    for key in ("source_dir", "output_dir", "config_dir", "module", "exporter"):
+        if request.get(key):
+            request[key] = os.fsdecode(_path(request[key], key))
+    for key in ("texture_paths",):
+        if request.get(key):
+            request[key] = [os.fsdecode(_path(p, key)) for p in request[key]]
     request["source_dir"] = os.path.abspath(request["source_dir"])
     request["output_dir"] = os.path.abspath(request["output_dir"])
     if not request.get("exporter"):

@@ -137,6 +137,10 @@ class DaskBatchTest(unittest.TestCase):
         self.assertEqual(run.returncode, 2)
         self.assertIn("nowhere: not a directory", run.stderr)
         self.assertFalse(os.path.exists(os.path.join(self.work, "bad")))
+        # A NUL would end the name early where the system reads it.
+        with self.assertRaisesRegex(ValueError, "output_dir: a path cannot hold a NUL"):
+            batch.run({"source_dir": self.work, "output_dir": os.path.join(self.work, "bad\0x")})
+        self.assertFalse(os.path.exists(os.path.join(self.work, "bad")))
 
     def test_a_worker_killed_mid_run_loses_nothing(self):
         self.client.wait_for_workers(2)

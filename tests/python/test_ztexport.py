@@ -157,6 +157,12 @@ class ZtexportTest(unittest.TestCase):
         self.assertFalse(os.path.exists(self.path("never.zt2")))
         with self.assertRaises(ztexport.ExportError):
             ztexport.export(self.path("missing.scene.json"), self.path("never.zt2"), config_dir=self.config)
+        # Saved options that are not a file are not quietly taken for none.
+        folder_config = self.path("folder-config")
+        os.makedirs(os.path.join(folder_config, "ZTExport.cfg"))
+        with self.assertRaisesRegex(ztexport.ExportError, "ZTExport.cfg: not read: it is a folder"):
+            ztexport.export(self.scene, self.path("never.zt2"), config_dir=folder_config)
+        self.assertFalse(os.path.exists(self.path("never.zt2")))
         with open(self.first, "rb") as f:
             data = f.read()
         damaged = self.path("damaged.zt2")

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "format/code_page.h"
 #include "format/output_files.h"
 #include "host/inhouse/exceptions.h"
 #include "host/import/importers.h"
@@ -569,10 +570,11 @@ int main(int argc, char** argv) {
   // The exporter's message names the image it asked for; the file behind it
   // (an image list's entry) and the reason are the host's to tell.
   for (const std::string& text : host->imageProblems()) std::fprintf(stderr, "zt2export: %s\n", text.c_str());
-  for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", text.c_str());
+  // Names in the exporter's words are in the host's code page; shown as text.
+  for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", displayText(text).c_str());
   for (const std::string& text : host->exportInfoTexts()) {
     std::string shown = "Export Info\n";
-    for (char c : text)
+    for (char c : displayText(text))
       if (c != '\r') shown += c;
     std::fputs(shown.c_str(), stdout);
   }
