@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cinttypes>
 #include <cstdio>
@@ -134,7 +135,9 @@ std::string openCopyDirectory(SceneExporter& exporter) {
   } else {
     OutputDirectory output, parent;
     error = output.open(exporter.writtenPath.empty() ? "." : exporter.writtenPath);
-    std::string parentPart = copyPart, last;
+    // The path is joined to the exported file's folder whatever it starts with,
+    // as the exporter's rules join them: "/maps" is OUT/maps.
+    std::string parentPart = copyPart.substr(std::min(copyPart.find_first_not_of('/'), copyPart.size())), last;
     while (!parentPart.empty() && parentPart.back() == '/') parentPart.pop_back();
     const std::size_t slash = parentPart.find_last_of('/');
     last = slash == std::string::npos ? parentPart : parentPart.substr(slash + 1);

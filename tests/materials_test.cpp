@@ -191,6 +191,16 @@ TEST_F(Materials, CopyFailureIsAnErrorWithTheSystemText) {
                        "\": " + dir.file("blocker") + ": " + std::strerror(ENOTDIR) + ".");
   expected.push_back("Export process canceled due to error(s) encountered.");
   EXPECT_EQ(ztx_test::infoLines(run), expected);
+
+  // A path that starts with '/' is joined to the export's folder all the same;
+  // its parent missing, nothing is said to be created.
+  const auto absolute = exportWith(kScene, "texturePath=/abs/dir");
+  EXPECT_EQ(absolute.exitCode, 1);
+  const std::vector<std::string> lines = ztx_test::infoLines(absolute);
+  ASSERT_FALSE(lines.empty());
+  EXPECT_NE(lines[0].find(dir.file("abs") + ": " + std::strerror(ENOENT)), std::string::npos) << lines[0];
+  for (const std::string& line : lines) EXPECT_EQ(line.find("created for textures"), std::string::npos) << line;
+  EXPECT_FALSE(fs::exists(dir.file("abs")));
 }
 
 // The texture converter on its own, where the record can be looked at even

@@ -261,3 +261,23 @@ TEST(Zt2ExportIntegrity, NamesAreWrittenInTheHostsCodePage) {
   EXPECT_EQ(bytes.find("Café"), std::string::npos);
   EXPECT_EQ(ztx_test::objectNames(run.file), (std::vector<std::string>{"Café", "??"}));
 }
+
+// A texture path saved with a NUL in it would name another folder to the
+// system (the part before the NUL): refused, nothing copied.
+TEST(Zt2ExportIntegrity, ATexturePathWithANulIsRefused) {
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  const std::string scene = exampleIn(dir);
+  ASSERT_EQ(runExport(exportArgs(dir, scene, {"--set", "texturePath=mapsXfolder", "--save-options"})).exitCode, 0);
+  std::string cfg = ztx_test::readText(dir.file("config/ZTExport.cfg"));
+  const std::size_t at = cfg.find("mapsXfolder");
+  ASSERT_NE(at, std::string::npos);
+  cfg[at + 4] = '\0';
+  ztx_test::writeText(dir.file("config/ZTExport.cfg"), cfg);
+  fs::remove_all(dir.file("out"));
+  fs::create_directory(dir.file("out"));
+  const auto r = runExport(exportArgs(dir, scene));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.out.find("ERROR: Texture path \"maps\" holds a NUL byte"), std::string::npos) << r.out;
+  EXPECT_TRUE(fs::is_empty(dir.file("out")));
+}
