@@ -186,13 +186,23 @@ std::string flushFileSystem(const std::string& dir) {
 
 const char* workDirectoryPrefix() { return kWorkPrefix; }
 
-void prepareOutput(const BatchRequest& request) {
-  const BatchRequest r = normalized(request);
+namespace {
+
+// An output directory that is not one, or is the source directory itself:
+// BatchError, named as the user gave it.
+void refuseOutputDirectory(const BatchRequest& request, const BatchRequest& r) {
   std::error_code ec;
   if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
     throw BatchError(request.outputDir + ": not a directory");
   if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
     throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
+}
+
+}  // namespace
+
+void prepareOutput(const BatchRequest& request) {
+  const BatchRequest r = normalized(request);
+  refuseOutputDirectory(request, r);
   if (const std::string why = makeDirectories(r.outputDir); !why.empty())
     throw BatchError("cannot create the output directory " + why);
   // Only folders that prove themselves a batch's, and whose batch is gone.
@@ -309,11 +319,7 @@ std::string jsonLine(const FileResult& file) {
 
 BatchResult dryRun(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
-  std::error_code ec;
-  if (fs::exists(r.outputDir, ec) && !fs::is_directory(r.outputDir, ec))
-    throw BatchError(request.outputDir + ": not a directory");
-  if (fs::exists(r.outputDir, ec) && fs::equivalent(r.outputDir, r.sourceDir, ec))
-    throw BatchError(request.outputDir + ": the output directory cannot be the source directory");
+  refuseOutputDirectory(request, r);
   BatchResult result;
   const std::vector<std::string> inputs = findInputs(r, &result.skipped);
   const std::string version = exporterVersion(r);
