@@ -39,6 +39,18 @@ def _write(path, data):
     _batch.write_small_file(path, data)
 
 
+def write_document(document, folder):
+    """Writes the scene description, its buffer and the packed images into
+    `folder`; returns the scene description's path."""
+    if document.buffer.size:
+        _write(os.path.join(folder, _gather.BUFFER_NAME), document.buffer.bytes())
+    for name, data in sorted(document.extra_files.items()):
+        _write(os.path.join(folder, name), data)
+    scene_path = os.path.join(folder, SCENE_NAME)
+    _write(scene_path, json.dumps(document.scene, indent=1))
+    return scene_path
+
+
 def export_scene(context, filepath, options, animation=True):
     """Export the scene of `context` to `filepath`; returns (ExportResult, warnings).
     Raises ztexport.ExportError or ValueError when the export cannot start."""
@@ -46,13 +58,7 @@ def export_scene(context, filepath, options, animation=True):
     document = _gather.gather(context, animation=animation)
     work = _work_directory()
     try:
-        if document.buffer.size:
-            _write(os.path.join(work.path, _gather.BUFFER_NAME), document.buffer.bytes())
-        for name, data in sorted(document.extra_files.items()):
-            _write(os.path.join(work.path, name), data)
-        scene_path = os.path.join(work.path, SCENE_NAME)
-        _write(scene_path, json.dumps(document.scene, indent=1, sort_keys=False))
-        result = ztexport.export(scene_path, filepath, options=options)
+        result = ztexport.export(write_document(document, work.path), filepath, options=options)
     finally:
         work.remove()
     return result, document.warnings

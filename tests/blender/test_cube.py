@@ -111,4 +111,7 @@ t.check(uv_deviation < 1e-4, "exported UVs do not match Blender's corners (%.3g)
 t.check(len(world) > 8, "the UV seams split no vertex")
 
 
+# The same document through zt2export gives the same bytes.
+t.check(t.same_bytes_as_zt2export(path, {"exportSkinning": 0}), "zt2export wrote other bytes for the document")
+
 t.report("cube", t.position_deviation(exported, cube))

@@ -3,6 +3,7 @@ nested empty holding a mesh with a modifier, and a child hidden from renders;
 the root empty turns over the frame range."""
 
 import math
+import os
 
 import bpy
 import numpy as np
@@ -99,3 +100,14 @@ except RuntimeError as error:
     t.check("missing" in str(error), "the refusal does not name the folder: %s" % error)
 else:
     t.fail("an export into a missing folder was not cancelled")
+
+# Errors in the scene cancel the operator with the exporter's words: with
+# skinning asked for, no node has the Physique the exporter wants.
+refused = path[:-len(".zt2")] + "-skinned.zt2"
+try:
+    bpy.ops.export_scene.zt2(filepath=refused, exportSkinning=True)
+except RuntimeError as error:
+    t.check("physique" in str(error).lower(), "the refusal does not say why: %s" % error)
+else:
+    t.fail("an export with skinning and no Physique was not cancelled")
+t.check(not os.path.exists(refused), "a cancelled export left a file")

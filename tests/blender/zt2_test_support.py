@@ -1,6 +1,6 @@
 """Shared steps of the Blender add-on tests, run inside `blender -b --python`.
 
-ZT2DUMP names the zt2dump program; PYTHONPATH holds the build's python folder
+ZT2DUMP and ZT2EXPORT name the zt2dump and zt2export programs; PYTHONPATH holds the build's python folder
 and the add-on's folder.
 """
 
@@ -48,6 +48,22 @@ def export(name, **options):
     check(dump.returncode == 0, "%s: zt2dump --validate failed (%d):\n%s%s" %
           (name, dump.returncode, dump.stdout, dump.stderr))
     return path
+
+
+def same_bytes_as_zt2export(path, sets):
+    """Gathers the scene again, writes the document beside `path` and exports it
+    with zt2export and the same option edits: true when the bytes equal `path`'s."""
+    folder = path[:-len(".zt2")] + "-document"
+    os.makedirs(folder)
+    scene_path = io_scene_zt2.write_document(io_scene_zt2.gather.gather(bpy.context), folder)
+    again = path[:-len(".zt2")] + "-zt2export.zt2"
+    command = [os.environ["ZT2EXPORT"], scene_path, "-o", again, "--quiet"]
+    for name, value in sets.items():
+        command += ["--set", "%s=%s" % (name, value)]
+    run = subprocess.run(command, capture_output=True, text=True)
+    check(run.returncode == 0, "zt2export failed (%d): %s%s" % (run.returncode, run.stdout, run.stderr))
+    with open(path, "rb") as a, open(again, "rb") as b:
+        return a.read() == b.read()
 
 
 def matrix(rows):
