@@ -25,8 +25,6 @@ from bpy_extras.io_utils import ExportHelper
 from . import gather as _gather
 from . import options as _options
 
-SCENE_NAME = "scene.json"
-
 
 def _work_directory():
     # The package's own work folder: private to this run, removed with what it holds.
@@ -46,7 +44,7 @@ def write_document(document, folder):
         _write(os.path.join(folder, _gather.BUFFER_NAME), document.buffer.bytes())
     for name, data in sorted(document.extra_files.items()):
         _write(os.path.join(folder, name), data)
-    scene_path = os.path.join(folder, SCENE_NAME)
+    scene_path = os.path.join(folder, _gather.DOCUMENT_NAME)
     _write(scene_path, json.dumps(document.scene, indent=1))
     return scene_path
 
@@ -75,8 +73,11 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
 
     def execute(self, context):
         import ztexport
+        options = _options.chosen_options(self)
+        # Sampling every frame is wasted when the exporter writes no animation.
+        animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
         try:
-            result, warnings = export_scene(context, self.filepath, _options.chosen_options(self))
+            result, warnings = export_scene(context, self.filepath, options, animation=animation)
         except (ztexport.ExportError, ValueError) as error:
             self.report({"ERROR"}, str(error))
             return {"CANCELLED"}

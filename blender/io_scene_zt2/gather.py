@@ -13,6 +13,7 @@ import os
 import bpy
 import numpy as np
 
+DOCUMENT_NAME = "scene.json"
 BUFFER_NAME = "scene.bin"
 
 # Blender's default strength of a point or spot light (watts) and of a sun
@@ -92,7 +93,7 @@ class _Gatherer:
         self.out_materials = []
         self.out_texmaps = []
         self.exported = set()
-        self.image_names = set()
+        self.image_names = {BUFFER_NAME, DOCUMENT_NAME}  # the work folder's own files
         self.default_material = None
 
     # --- materials -------------------------------------------------------
@@ -116,13 +117,14 @@ class _Gatherer:
                                      "the map is left out" % (material.name, image.name, image.source.lower()))
             return None
         if image.packed_file is not None:
-            base = bpy.path.basename(image.filepath) or image.name
-            stem, ext = os.path.splitext(bpy.path.clean_name(os.path.splitext(base)[0]) + os.path.splitext(base)[1])
-            name = stem + (ext or ".png")
-            number = 1
+            # Written into the work folder under its own file name, so that the
+            # copy beside the export carries the name the user knows.
+            stem, ext = os.path.splitext(bpy.path.basename(image.filepath) or image.name)
+            stem, ext = bpy.path.clean_name(stem), ext or ".png"
+            name, number = stem + ext, 1
             while name in self.image_names:
                 number += 1
-                name = "%s_%d%s" % (stem, number, ext or ".png")
+                name = "%s_%d%s" % (stem, number, ext)
             self.image_names.add(name)
             self.doc.extra_files[name] = bytes(image.packed_file.data)
             path = name
