@@ -20,6 +20,7 @@ packages=(
   libssl-dev                         # content hashes of zt2export --batch's stamps
   pybind11-dev python3-dev python3-numpy  # the Python package ztexport (docs/python.md)
   python3-distributed                # ztexport.batch on a Dask cluster (docs/batch.md)
+  blender                            # the Blender add-on's tests (docs/blender.md)
   nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
   clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
   dpkg-dev file                      # cpack -G DEB: dpkg-shlibdeps finds the package's dependencies

@@ -1,0 +1,108 @@
+"""File > Export > ZT2 Scene (.zt2): Blender as a host of the ZT2 exporter.
+
+The evaluated scene is written as a scene-description document into a work
+folder of its own, and the exporter module runs on it in this process
+(ztexport.export), so the file is byte for byte what zt2export writes for
+that document.
+"""
+
+bl_info = {
+    "name": "ZT2 Scene format",
+    "author": "ZTExport",
+    "version": (0, 1, 0),
+    "blender": (3, 4, 0),
+    "location": "File > Export > ZT2 Scene (.zt2)",
+    "description": "Export the scene as a ZT2.0 scene file through the ZTExport exporter",
+    "category": "Import-Export",
+}
+
+import json
+import os
+
+import bpy
+from bpy_extras.io_utils import ExportHelper
+
+from . import gather as _gather
+from . import options as _options
+
+
+def _work_directory():
+    # The package's own work folder: private to this run, removed with what it holds.
+    from ztexport._ztexport import _batch
+    return _batch.WorkDirectory("")
+
+
+def _write(path, data):
+    from ztexport._ztexport import _batch
+    _batch.write_small_file(path, data)
+
+
+def write_document(document, folder):
+    """Writes the scene description, its buffer and the packed images into
+    `folder`; returns the scene description's path."""
+    if document.buffer.size:
+        _write(os.path.join(folder, _gather.BUFFER_NAME), document.buffer.bytes())
+    for name, data in sorted(document.extra_files.items()):
+        _write(os.path.join(folder, name), data)
+    scene_path = os.path.join(folder, _gather.DOCUMENT_NAME)
+    _write(scene_path, json.dumps(document.scene, indent=1))
+    return scene_path
+
+
+def export_scene(context, filepath, options, animation=True):
+    """Export the scene of `context` to `filepath`; returns (ExportResult, warnings).
+    Raises ztexport.ExportError or ValueError when the export cannot start."""
+    import ztexport
+    document = _gather.gather(context, animation=animation)
+    work = _work_directory()
+    try:
+        result = ztexport.export(write_document(document, work.path), filepath, options=options)
+    finally:
+        work.remove()
+    return result, document.warnings
+
+
+class ExportZT2(bpy.types.Operator, ExportHelper):
+    """Export the scene as a ZT2.0 scene file"""
+    bl_idname = "export_scene.zt2"
+    bl_label = "Export ZT2"
+    bl_options = {"PRESET"}
+
+    filename_ext = ".zt2"
+    filter_glob: bpy.props.StringProperty(default="*.zt2", options={"HIDDEN"})
+
+    def execute(self, context):
+        import ztexport
+        options = _options.chosen_options(self)
+        # Sampling every frame is wasted when the exporter writes no animation.
+        animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
+        try:
+            result, warnings = export_scene(context, self.filepath, options, animation=animation)
+        except (ztexport.ExportError, ValueError) as error:
+            self.report({"ERROR"}, str(error))
+            return {"CANCELLED"}
+        for warning in warnings:
+            self.report({"WARNING"}, warning)
+        text = "\n".join(m.text for m in result.messages)
+        if result.status != 0:
+            errors = [m.text for m in result.messages if m.kind in ("error", "messageBox")]
+            self.report({"ERROR"}, "\n".join(errors) or text or "the export was cancelled")
+            return {"CANCELLED"}
+        if text:
+            self.report({"INFO"}, text)
+        return {"FINISHED"}
+
+
+def _menu(self, context):
+    self.layout.operator(ExportZT2.bl_idname, text="ZT2 Scene (.zt2)")
+
+
+def register():
+    ExportZT2.__annotations__.update(_options.option_properties())
+    bpy.utils.register_class(ExportZT2)
+    bpy.types.TOPBAR_MT_file_export.append(_menu)
+
+
+def unregister():
+    bpy.types.TOPBAR_MT_file_export.remove(_menu)
+    bpy.utils.unregister_class(ExportZT2)
