@@ -46,6 +46,9 @@ struct Workspace {
 void BM_CopyTexture(benchmark::State& state) {
   Workspace w(static_cast<std::size_t>(state.range(0)));
   SceneExporter exporter;
+  // The copy directory is found from the exported file's folder and the texture path.
+  exporter.writtenPath = w.dir.string() + "/";
+  exporter.options.texturePath = "copies";
   exporter.textureCopyDirectory = (w.dir / "copies").string();
   const std::string destination = (w.dir / "copies" / "image.bin").string();
   for (auto _ : state) {
@@ -105,6 +108,8 @@ void BM_ImageList(benchmark::State& state) {
     SceneExporter exporter;
     exporter.host = host.get();
     exporter.options.copyTextures = true;
+    exporter.writtenPath = dir.string() + "/";
+    exporter.options.texturePath = "copies";
     exporter.textureCopyDirectory = (dir / "copies").string();
     TextureRecord record;
     state.ResumeTiming();
