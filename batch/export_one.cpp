@@ -495,7 +495,7 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   const std::string text = stamp.dump(1) + "\n";
   if (heldStamp != nullptr)
     *heldStamp = text;
-  else if (const std::string why = writeSmallFile(stampPath(request, result.output), text); !why.empty())
+  else if (const std::string why = writeSmallFile(stampPath(request, result.output), text, false); !why.empty())
     result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
   discardExport(process, false);
   return result;

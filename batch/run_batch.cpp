@@ -80,8 +80,13 @@ std::string manifestText(const BatchRequest& request, const std::string& version
 void writeManifest(const BatchRequest& request, const std::string& version, const BatchResult& result) {
   const std::string path = (fs::path(normalized(request).outputDir) / kManifestName).string();
   const std::string text = manifestText(request, version, result);
-  if (const std::string why = replaceFileContents(path, {{text.data(), text.size()}}); !why.empty())
-    throw BatchError(path + ": cannot write the manifest: " + why);
+  // Flushed, as the record of the run; a link of its name is replaced, never written through.
+  OutputDirectory dir;
+  FileStaging staging;
+  std::string why = dir.open(normalized(request).outputDir);
+  if (why.empty()) why = staging.stageReplacementIn(dir, kManifestName, {{text.data(), text.size()}});
+  if (why.empty()) why = staging.commit();
+  if (!why.empty()) throw BatchError(path + ": cannot write the manifest: " + why);
 }
 
 namespace {
@@ -398,7 +403,7 @@ BatchResult runBatch(const BatchRequest& request) {
         file.status = Status::Failed;
         file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
         if (r.json) std::fputs(jsonLine(file).c_str(), stdout), std::fflush(stdout);  // its final record
-      } else if (const std::string fault = writeSmallFile(path, h.text); !fault.empty()) {
+      } else if (const std::string fault = writeSmallFile(path, h.text, false); !fault.empty()) {
         file.messages.push_back(path + ": cannot write the stamp: " + fault);
       }
     }

@@ -774,13 +774,18 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
 
 // --- Small files, folders and removal ---------------------------------------
 
-std::string writeSmallFile(const std::string& path, const std::string& text) {
+std::string writeSmallFile(const std::string& path, const std::string& text, bool followLinks) {
   std::string target = path;
   std::string error;
-  if (!resolveLinks(target, error)) return error;
+  if (followLinks && !resolveLinks(target, error)) return error;
   struct stat existing {};
-  const bool exists = ::stat(target.c_str(), &existing) == 0;
+  const bool exists = ::lstat(target.c_str(), &existing) == 0;
   if (!exists && errno != ENOENT) return reason(errno);
+  if (exists && S_ISLNK(existing.st_mode)) {
+    // Only reached unfollowed: the rename replaces the link itself.
+    existing.st_mode = S_IFREG | (0666 & ~processUmask());
+    existing.st_nlink = 1;
+  }
   if (exists && !S_ISREG(existing.st_mode)) return "not a regular file";
   if (exists && existing.st_nlink > 1)
     return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";

@@ -258,7 +258,12 @@ class OutputDirectory {
 // gets the mode every output gets (0666 under the umask), a replaced one
 // keeps its own; a target that is not a regular file, or one with other hard
 // links, is refused. Empty on success, else the reason.
-std::string writeSmallFile(const std::string& path, const std::string& text);
+//
+// `followLinks`: a name the user gave (a dependency file) is a link followed
+// to the file it names, as every output of theirs; a name this program
+// chooses inside its output folder (a stamp, the manifest) is not: a link of
+// that name is replaced by the file, never written through.
+std::string writeSmallFile(const std::string& path, const std::string& text, bool followLinks = true);
 
 // Makes the folder `path` and its missing parents; those made are appended
 // to `made`, outermost first. Empty on success, else "FOLDER: reason".

@@ -464,3 +464,23 @@ TEST(BatchIntegrity, ModelsOfOneNameEachExportAndOnlyModelXmlIsAnInput) {
                 "crate.3ds and crate.3ds.obj would all be exported to crate.3ds.zt2"),
             std::string::npos);
 }
+
+// A stamp or the manifest whose name a link holds replaces the link: the
+// file it names, outside the output folder, is never written through.
+TEST(BatchIntegrity, LinksPlantedAtAStampOrTheManifestAreReplacedNotWrittenThrough) {
+  TempDir dir;
+  const fs::path src = dir.path() / "src", out = dir.path() / "out";
+  makeTree(src);
+  fs::create_directories(out);
+  writeText(dir.file("victim-stamp"), "victim");
+  writeText(dir.file("victim-manifest"), "victim");
+  fs::create_symlink(dir.file("victim-stamp"), out / "example.zt2.stamp");
+  fs::create_symlink(dir.file("victim-manifest"), out / "ztexport-manifest.json");
+  const auto r = runExport(batchArgs(src, out, dir.path() / "config", {"--quiet", "--include", "*.json"}));
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(readText(dir.file("victim-stamp")), "victim");
+  EXPECT_EQ(readText(dir.file("victim-manifest")), "victim");
+  EXPECT_FALSE(fs::is_symlink(out / "example.zt2.stamp"));
+  EXPECT_FALSE(fs::is_symlink(out / "ztexport-manifest.json"));
+  EXPECT_EQ(statuses(out)["example.scene.json"], "exported");
+}
