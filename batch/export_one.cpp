@@ -24,7 +24,9 @@
 
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
+#include "driver/depfile.h"
 #include "format/output_files.h"
+#include "host/inhouse/text.h"
 
 extern char** environ;
 
@@ -41,72 +43,13 @@ std::string readFile(const fs::path& path) {
   return text.str();
 }
 
-std::string lowered(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
+std::string lowered(const std::string& text) { return ztext::asciiLower(text); }
 
 std::string hex(const unsigned char* bytes, unsigned size) {
   static const char digits[] = "0123456789abcdef";
   std::string out;
   for (unsigned i = 0; i < size; ++i) out += digits[bytes[i] >> 4], out += digits[bytes[i] & 15];
   return out;
-}
-
-struct Rule {
-  std::vector<std::string> targets, prerequisites;
-};
-
-// A make rule as zt2export --depfile writes it.
-Rule ruleOf(const std::string& text) {
-  Rule rule;
-  std::string word;
-  bool any = false, afterColon = false;
-  auto endWord = [&] {
-    if (any) (afterColon ? rule.prerequisites : rule.targets).push_back(word);
-    word.clear();
-    any = false;
-  };
-  for (std::size_t i = 0; i < text.size();) {
-    const char c = text[i];
-    if (c == '\\') {
-      std::size_t n = 0;
-      while (i + n < text.size() && text[i + n] == '\\') ++n;
-      const char next = i + n < text.size() ? text[i + n] : '\0';
-      if (n == 1 && next == '\n') {  // a continued line
-        endWord();
-        i += 2;
-        continue;
-      }
-      if (next == ' ' || next == '#') {
-        word.append(n / 2, '\\');
-        if (n % 2 == 1) word += next, i += 1;
-        any = true;
-        i += n;
-        continue;
-      }
-      word.append(n, '\\'), any = true, i += n;
-      continue;
-    }
-    if (c == '$' && i + 1 < text.size() && text[i + 1] == '$') {
-      word += '$', any = true, i += 2;
-      continue;
-    }
-    if (c == ' ' || c == '\t' || c == '\n') {
-      endWord();
-      ++i;
-      continue;
-    }
-    if (c == ':' && !afterColon && (i + 1 == text.size() || text[i + 1] == ' ' || text[i + 1] == '\n')) {
-      endWord();
-      afterColon = true;
-      ++i;
-      continue;
-    }
-    word += c, any = true, ++i;
-  }
-  endWord();
-  return rule;
 }
 
 // The lines a run printed, blank lines and the window's title left out.
@@ -424,7 +367,7 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
 
   // What was written (the scene file, its skin file, the texture copies it
   // names) and every file the export read, with its content now.
-  const Rule rule = ruleOf(readFile(process.work + ".d"));
+  const zt2export::ExportFiles rule = zt2export::parseDependencyRule(readFile(process.work + ".d"));
   const fs::path outputDir(request.outputDir);
   const fs::path scene = fs::path(process.target).lexically_normal();
   const fs::path skin = fs::path(scene).replace_extension(".skd");

@@ -10,6 +10,7 @@
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
 #include "host/import/importers.h"
+#include "host/inhouse/text.h"
 
 namespace ztbatch {
 
@@ -17,10 +18,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string lowered(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
+std::string lowered(const std::string& text) { return ztext::asciiLower(text); }
 
 // The start of a file as ASCII: UTF-16 (by its byte-order mark) loses its
 // zero bytes, which is enough to read element names.

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
-#include "tools/zt2dump/dump_error.h"
-#include "tools/zt2dump/json_printer.h"
-#include "tools/zt2dump/reader_tree.h"
-#include "tools/zt2dump/text_printer.h"
-#include "tools/zt2dump/validate.h"
+#include "dump/dump_error.h"
+#include "dump/json_printer.h"
+#include "dump/reader_tree.h"
+#include "dump/text_printer.h"
+#include "dump/validate.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
 

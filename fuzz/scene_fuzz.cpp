@@ -14,8 +14,8 @@
 #include "host/memory/memory_host.h"
 #include "options/options_dialog.h"
 #include "plugin/scene_exporter.h"
-#include "tools/zt2dump/reader_tree.h"
-#include "tools/zt2dump/validate.h"
+#include "dump/reader_tree.h"
+#include "dump/validate.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);

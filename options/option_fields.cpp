@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <numeric>
 
+#include "host/inhouse/text.h"
 #include "options/number_text.h"
 #include "options/option_limits.h"
 #include "options/options_dialog.h"
@@ -82,10 +83,7 @@ const Field* findField(const std::string& name) {
   return nullptr;
 }
 
-std::string lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return s;
-}
+std::string lower(const std::string& s) { return ztext::asciiLower(s); }
 
 std::size_t editDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);

@@ -146,7 +146,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     staging.discard();
 
     host->ExportStage("done");
-    if (hasError()) logMessage("Export process canceled due to error(s) encountered.");
+    if (hasError()) logMessage("%s", kExportCanceledMessage);
     host->SetFrameRate(savedFrameRate);
     skinWeightTable.clear();
     skinBoneIndexTable.clear();

@@ -7,6 +7,11 @@
 #include <string>
 #include <vector>
 
+// The last line of the info text of an export cancelled by errors in the
+// scene. A host learns the outcome only from what the exporter shows, so the
+// front ends read their status from this line.
+inline constexpr const char kExportCanceledMessage[] = "Export process canceled due to error(s) encountered.";
+
 class InfoLog {
  public:
   // Formats like printf and appends one line. Lines longer than 1023 bytes are cut there.

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "host/memory/image_decode.h"
+#include "images/image_decode.h"
 #include "support/scene_export.h"
 
 using ztx_test::runExport;

@@ -1,5 +1,6 @@
 #include "host/memory/memory_bitmaps.h"
 
+#include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 
 #include <cstdio>
@@ -7,7 +8,7 @@
 
 #include "host/memory/regular_file.h"
 
-#include "host/memory/image_decode.h"
+#include "images/image_decode.h"
 #include "host/memory/json_cursor.h"
 
 namespace hostmodel {
@@ -40,9 +41,7 @@ std::string trimmed(const std::string& text, std::size_t begin, std::size_t end)
 }  // namespace
 
 bool isImageList(const std::string& name) {
-  std::string ext = std::filesystem::path(name).extension().string();
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return ext == ".ifl";
+  return ztext::asciiLower(std::filesystem::path(name).extension().string()) == ".ifl";
 }
 
 bool readImageList(const std::string& path, std::vector<std::string>& entries, std::string* reason) {

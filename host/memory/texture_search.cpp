@@ -1,4 +1,5 @@
 #include "host/memory/texture_search.h"
+#include "host/inhouse/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -10,10 +11,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
-}
+std::string lower(const std::string& s) { return ztext::asciiLower(s); }
 
 bool isDirectory(const fs::path& p) {
   std::error_code ec;

@@ -30,9 +30,9 @@
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/options_dialog.h"
-#include "tools/zt2export/config_dir.h"
-#include "tools/zt2export/depfile.h"
-#include "tools/zt2export/exporter_module.h"
+#include "driver/config_dir.h"
+#include "driver/export_session.h"
+#include "driver/exporter_module.h"
 #include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
@@ -278,14 +278,6 @@ const ExporterModule& loadedModule(const std::string& path) {
   return *slot;
 }
 
-// The folder of a dry run's textures, in the system's temporary folder.
-constexpr const char* kDryRunPrefix = "ztexport-dry-run-";
-
-std::string folderOf(const std::string& file) {
-  const fs::path dir = fs::path(file).parent_path();
-  return dir.empty() ? std::string(".") : dir.string();
-}
-
 [[noreturn]] void exportError(const std::string& message) {
   PyErr_SetObject(exportErrorType, messageText(message).ptr());
   throw py::error_already_set();
@@ -300,195 +292,73 @@ std::string optionText(const py::handle& value) {
                        py::str(py::type::of(value).attr("__name__")).cast<std::string>());
 }
 
-struct Message {
-  std::string kind, text;
-};
-
-// The "Export Info" texts line by line, each kind taken from its prefix.
-void splitInfo(const std::string& text, std::vector<Message>& out) {
-  std::size_t start = 0;
-  while (start < text.size()) {
-    std::size_t end = text.find('\n', start);
-    if (end == std::string::npos) end = text.size();
-    std::string line = text.substr(start, end - start);
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    start = end + 1;
-    if (line.empty()) continue;
-    std::string kind = "text";
-    for (const char* prefix : {"INFO", "WARNING", "ERROR"})
-      if (line.rfind(std::string(prefix) + ":", 0) == 0) {
-        kind = prefix;
-        for (char& c : kind) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-      }
-    out.push_back({kind, line});
+const char* messageKindName(ztdriver::MessageKind kind) {
+  switch (kind) {
+    case ztdriver::MessageKind::info: return "info";
+    case ztdriver::MessageKind::warning: return "warning";
+    case ztdriver::MessageKind::error: return "error";
+    case ztdriver::MessageKind::text: return "text";
+    case ztdriver::MessageKind::messageBox: return "messageBox";
+    case ztdriver::MessageKind::imageProblem: return "imageProblem";
+    case ztdriver::MessageKind::textureNote: return "note";
+    case ztdriver::MessageKind::note: return "note";
   }
+  return "text";
 }
 
-// The destination of an "INFO: Texture "a" copied to "b"." line, or empty.
-std::string copiedTexture(const std::string& line) {
-  const std::string mark = "\" copied to \"";
-  const std::size_t at = line.rfind(mark);
-  if (line.rfind("INFO: Texture \"", 0) != 0 || at == std::string::npos || !line.ends_with("\".")) return {};
-  return line.substr(at + mark.size(), line.size() - 2 - at - mark.size());
-}
-
-py::tuple exportScene(const std::string& scene, const std::string& outputGiven, const py::dict& options,
-                      const std::string& configDirGiven, bool dryRun, const std::string& module,
-                      const std::vector<std::string>& texturePaths, bool copyTexturesOutside) {
-  const long long startedAt = zt2export::nowNanoseconds();
+py::tuple exportScene(const std::string& scene, const std::string& output, const py::dict& options,
+                      const std::string& configDir, bool dryRun, const std::string& module,
+                      const std::vector<std::string>& texturePaths, bool copyTexturesOutside,
+                      bool dropMissingTextures, bool replaceTextures, bool uniqueTextureNames, bool sync) {
   requirePath(scene, "scene");
-  requirePath(outputGiven, "out");
-  requirePath(configDirGiven, "config_dir");
+  requirePath(output, "out");
+  requirePath(configDir, "config_dir");
   requirePath(module, "module");
   for (const std::string& path : texturePaths) requirePath(path, "texture_paths");
-  const std::string output = outputGiven;
-  {
-    std::string ext = fs::path(output).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (ext != ".zt2")
-      throw py::value_error("out: " + output + ": the output is a ZT2 scene file and its name must end in .zt2");
-  }
-  std::vector<std::pair<std::string, std::string>> sets;
-  for (const auto& [name, value] : options) sets.emplace_back(py::str(name).cast<std::string>(), optionText(value));
+  if (const std::string why = ztdriver::outputNameProblem(output); !why.empty()) throw py::value_error("out: " + why);
+  ztdriver::ExportRequest request;
+  request.scene = scene;
+  request.output = output;
+  request.configDir = configDir;
+  request.configDirOption = "config_dir";
+  for (const auto& [name, value] : options) request.sets.emplace_back(py::str(name).cast<std::string>(), optionText(value));
+  request.texturePaths = texturePaths;
+  request.dryRun = dryRun;
+  request.everyMessage = true;  // every message is handed back, not only those of a failed export
+  request.copyTexturesOutside = copyTexturesOutside;
+  request.dropMissingTextures = dropMissingTextures;
+  request.replaceTextures = replaceTextures;
+  request.uniqueTextureNames = uniqueTextureNames;
+  request.noSync = !sync;
 
-  std::string configDir = configDirGiven.empty() ? zt2export::defaultConfigDir() : configDirGiven;
-  if (configDir.empty()) exportError("no configuration directory: neither XDG_CONFIG_HOME nor HOME is set; give config_dir");
-
-  int status = 0;
-  std::vector<Message> messages;
-  std::vector<std::string> written;
-  std::string failure;          // a reason to raise ExportError, before the exporter runs
-  std::string optionFailure;    // a bad option: ValueError
+  ztdriver::ExportOutcome outcome;
+  std::string moduleFailure;
   {
     py::gil_scoped_release unlocked;
-    // One export at a time: the host model keeps the files read and written per process.
-    static std::mutex exporting;
-    std::lock_guard<std::mutex> one(exporting);
-    const ExporterModule* exporterModule = nullptr;
     try {
-      exporterModule = &loadedModule(modulePath(module));
+      const ExporterModule& exporterModule = loadedModule(modulePath(module));
+      ztdriver::ExportObserver quiet;
+      outcome = ztdriver::runExport(request, exporterModule, quiet);
     } catch (const ModuleError& e) {
-      failure = e.what();
+      moduleFailure = e.what();
     }
-    std::unique_ptr<hostmodel::MemoryHost> host;
-    FileStaging embeddedTextures;
-    std::string textureDir;
-    std::string why;
-    if (failure.empty()) {
-      if (const std::string clash = overwrittenInput(output, {scene}); !clash.empty())
-        failure = output + ": the output would overwrite " + clash;
-    }
-    if (failure.empty() && ::access(folderOf(output).c_str(), W_OK | X_OK) != 0)
-      failure = "cannot write " + output + ": " + folderOf(output) + ": " + std::strerror(errno);
-    // A dry run keeps the textures held in a model in a folder of the run, removed with it.
-    WorkDirectory dryRunTextures;
-    if (failure.empty() && !hostimport::isSceneDescription(scene)) {
-      if (dryRun) {
-        why = dryRunTextures.create("", kDryRunPrefix);
-        if (why.empty()) {
-          textureDir = dryRunTextures.path();
-          // What a dry run killed on its way left behind.
-          removeAbandonedWorkDirectories(fs::path(textureDir).parent_path().string(), kDryRunPrefix);
-        }
-      } else {
-        textureDir = embeddedTextures.newFilesDirectory(folderOf(resolvedTarget(output)), why);
-      }
-      if (textureDir.empty()) failure = output + ": cannot write beside the output: " + why;
-    }
-    if (failure.empty()) {
-      try {
-        hostimport::OpenOptions open;
-        open.textureDir = textureDir;
-        open.texturePaths = texturePaths;
-        host = hostimport::openScene(scene, open);
-      } catch (const std::exception& e) {
-        failure = e.what();
-      }
-    }
-    if (failure.empty() && !dryRun) {
-      if (const std::string fault = makeDirectories(configDir); !fault.empty())
-        failure = "cannot create the configuration directory " + fault;
-    }
-    if (failure.empty()) failure = zt2export::optionsFileProblem(configDir);
-    std::vector<OptionEdit> edits;
-    if (failure.empty()) {
-      host->setConfigDir(configDir);
-      // Checked against the scene's frame range before anything runs, as --set is.
-      const int ticksPerFrame = host->GetTicksPerFrame();
-      const Interval range = host->GetAnimRange();
-      const FrameLimits frames{0, ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0};
-      for (const auto& [field, value] : sets) {
-        std::string error;
-        OptionEdit edit;
-        if (parseOptionEdit(field, value, frames, edit, error)) {
-          edits.push_back(std::move(edit));
-        } else if (optionFailure.empty()) {
-          optionFailure = error.rfind("--set ", 0) == 0 ? error.substr(6) : error;
-        }
-      }
-    }
-    const std::size_t writtenBefore = hostmodel::filesWritten().size();
-    if (failure.empty() && optionFailure.empty()) {
-      host->setOptionsEditor([&](OptionsDialog& record) {
-        for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
-        if (!record.exportMaterials && record.exportGeometry)
-          messages.push_back({"note", "exportMaterials is off, so meshes carry no geometry (faces are written in "
-                                      "the groups of their materials)"});
-        record.saveOnClose = false;
-        // Every message is handed back, not only those of a failed export.
-        record.dumpInfo = 1;
-      });
-      host->setWritesSuppressed(dryRun);
-      host->setTextureCopiesOutsideAllowed(copyTexturesOutside);
-      int result = 0;
-      try {
-        const std::unique_ptr<SceneExport> exporter = exporterModule->createExporter();
-        result = exporter->DoExport(output.c_str(), nullptr, host.get(), TRUE);
-      } catch (const std::exception& e) {
-        messages.push_back({"error", std::string("export failed: ") + e.what()});
-        result = 0;
-      }
-      for (const std::string& text : host->messageBoxes()) messages.push_back({"messageBox", text});
-      for (const std::string& text : host->exportInfoTexts()) splitInfo(text, messages);
-      for (const std::string& note : host->textureNotes()) messages.push_back({"note", note});
-      const std::string cancelled = "Export process canceled due to error(s) encountered.\r\n";
-      const auto& infos = host->exportInfoTexts();
-      const bool errors = !infos.empty() && infos.back().ends_with(cancelled);
-      status = result == 0 || !host->messageBoxes().empty() ? 2 : errors ? 1 : 0;
-      if (status == 0) {
-        if (const std::string fault = embeddedTextures.commit(); !fault.empty()) {
-          messages.push_back({"error", "cannot save a texture held in the model: " + fault});
-          status = 2;
-        }
-      }
-      if (status == 0 && !dryRun) {
-        const zt2export::ExportFiles files = zt2export::exportFiles(output, configDir, startedAt);
-        // The record of files written is the process's: this run's are those it added.
-        const std::vector<std::string> all = hostmodel::filesWritten();
-        written.push_back(files.targets[0]);
-        if (files.targets.size() > 1 && files.targets[1].ends_with(".skd")) written.push_back(files.targets[1]);
-        for (std::size_t i = writtenBefore; i < all.size(); ++i) written.push_back(all[i]);
-        for (const Message& m : messages)
-          if (std::string copied = copiedTexture(m.text); !copied.empty())
-            written.push_back(fs::path(copied).lexically_normal().string());
-        // A copy is both in the host's record and in its message: each file once, in the order first met.
-        std::vector<std::string> once;
-        for (std::string& file : written)
-          if (std::find(once.begin(), once.end(), file) == once.end()) once.push_back(std::move(file));
-        written = std::move(once);
-      }
-    }
-    embeddedTextures.discard();
-    dryRunTextures.remove();
   }
-  if (!failure.empty()) exportError(failure);
-  if (!optionFailure.empty()) throw py::value_error(optionFailure);
+  if (!moduleFailure.empty()) exportError(moduleFailure);
+  if (outcome.failureKind == ztdriver::FailureKind::badRequest) {
+    // Option edits are refused as --set words them; here they are keyword arguments.
+    std::string why = outcome.failure.substr(0, outcome.failure.find('\n'));
+    throw py::value_error(why.rfind("--set ", 0) == 0 ? why.substr(6) : why);
+  }
+  if (outcome.failureKind == ztdriver::FailureKind::setup) exportError(outcome.failure);
 
   py::list messageList;
-  for (const Message& m : messages) messageList.append(py::make_tuple(m.kind, messageText(m.text)));
+  for (const ztdriver::ExportMessage& m : outcome.messages)
+    messageList.append(py::make_tuple(messageKindName(m.kind), messageText(m.text)));
+  // A run that could not put its files in place says why among its messages.
+  if (!outcome.failure.empty()) messageList.append(py::make_tuple("error", messageText(outcome.failure)));
   py::list files;
-  for (const std::string& file : written) files.append(pathText(file));
-  return py::make_tuple(status, messageList, files, pathText(output));
+  for (const std::string& file : outcome.filesWritten) files.append(pathText(file));
+  return py::make_tuple(static_cast<int>(outcome.status), messageList, files, pathText(outcome.output));
 }
 
 }  // namespace
@@ -787,7 +657,9 @@ PYBIND11_MODULE(_ztexport, m) {
         return diffFiles(a, b, options);
       }, py::arg("a"), py::arg("b"), py::arg("tolerance") = 0.0);
   m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
-        py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
+        py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"),
+        py::arg("drop_missing_textures") = false, py::arg("replace_textures") = false,
+        py::arg("unique_texture_names") = false, py::arg("sync") = true);
   m.def("option_names", &optionFieldNames);
   m.def("module_path", [](const std::string& given) {
     requirePath(given, "module");

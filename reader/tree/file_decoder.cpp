@@ -14,6 +14,7 @@
 #include "chunk_schema.h"
 #include "format/memory_file.h"
 #include "host/inhouse/exceptions.h"
+#include "host/inhouse/text.h"
 #include "options_file.h"
 
 namespace ztexport {
@@ -21,9 +22,7 @@ namespace ztexport {
 namespace {
 
 std::string lowerExtension(const std::string& path) {
-  std::string ext = std::filesystem::path(path).extension().string();
-  for (char& ch : ext) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
-  return ext;
+  return ztext::asciiLower(std::filesystem::path(path).extension().string());
 }
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, std::size_t offset) {

@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "dump_error.h"
+#include "dump/dump_error.h"
 #include "format/output_files.h"
-#include "gltf_export.h"
-#include "json_printer.h"
-#include "reader_tree.h"
-#include "text_printer.h"
-#include "validate.h"
+#include "gltf/gltf_export.h"
+#include "dump/json_printer.h"
+#include "dump/reader_tree.h"
+#include "dump/text_printer.h"
+#include "dump/validate.h"
 #include "ztexport/diff.h"
 
 namespace {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "batch/batch.h"
+#include "host/inhouse/text.h"
 #include "options/option_fields.h"
 
 namespace ztbatch {
@@ -150,11 +151,11 @@ int batchCommand(int argc, char** argv) {
   // a scene's frame range are checked by each export.
   const FrameLimits anyScene{0, 1 << 30};
   for (const std::string& assignment : request.sets) {
-    const std::size_t eq = assignment.find('=');
-    if (eq == std::string::npos || eq == 0) usageError("--set " + assignment + ": expected FIELD=VALUE");
+    const auto split = ztext::splitAssignment(assignment);
+    if (!split) usageError("--set " + assignment + ": expected FIELD=VALUE");
     OptionEdit edit;
     std::string error;
-    if (!parseOptionEdit(assignment.substr(0, eq), assignment.substr(eq + 1), anyScene, edit, error))
+    if (!parseOptionEdit(split->first, split->second, anyScene, edit, error))
       usageError(error);
   }
   request.progress = !quiet && !request.json && ::isatty(2);

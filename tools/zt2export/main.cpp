@@ -3,42 +3,32 @@
 // its entry points exactly as the host would, with prompts suppressed unless
 // --dialog asks for the options dialog.
 #include <malloc.h>
-#include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
 #include <filesystem>
-#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "format/code_page.h"
-#include "format/output_files.h"
-#include "host/inhouse/exceptions.h"
 #include "host/import/importers.h"
+#include "host/inhouse/exit_codes.h"
+#include "host/inhouse/text.h"
 #include "host/memory/memory_host.h"
-#include "options/apply_options.h"
 #include "options/option_fields.h"
-#include "options/options_dialog.h"
 #include "tools/zt2export/batch_command.h"
-#include "tools/zt2export/config_dir.h"
-#include "tools/zt2export/depfile.h"
-#include "tools/zt2export/exporter_module.h"
+#include "driver/export_session.h"
+#include "driver/exporter_module.h"
 #include "ui/display_probe.h"
 
 namespace {
 
-constexpr int kExitOk = 0;
-constexpr int kExitExportErrors = 1;
-constexpr int kExitFailure = 2;
+using ztexit::kOk, ztexit::kFailure;
 
 struct Arguments {
   std::string scene;
@@ -168,7 +158,7 @@ void printHelp() {
 [[noreturn]] void usageError(const std::string& message) {
   std::fprintf(stderr, "zt2export: %s\n", message.c_str());
   printUsage(stderr);
-  std::exit(kExitFailure);
+  std::exit(kFailure);
 }
 
 Arguments parseArguments(int argc, char** argv) {
@@ -240,20 +230,20 @@ Arguments parseArguments(int argc, char** argv) {
   }
   if (help) {
     printHelp();
-    std::exit(kExitOk);
+    std::exit(kOk);
   }
   const std::vector<std::string> extras = app.remaining();
   for (const std::string& assignment : assignments) {
-    const std::size_t eq = assignment.find('=');
-    if (eq == std::string::npos || eq == 0) {
+    std::optional<std::pair<std::string, std::string>> split = ztext::splitAssignment(assignment);
+    if (!split) {
       // "--set sampleRate 15" leaves the value as a word of its own.
-      for (int i = 1; eq == std::string::npos && i + 2 < argc; ++i)
+      for (int i = 1; assignment.find('=') == std::string::npos && i + 2 < argc; ++i)
         if (std::string(argv[i]) == "--set" && argv[i + 1] == assignment && argv[i + 2][0] != '-')
           usageError("--set " + assignment + " " + argv[i + 2] + ": the field and its value are one word joined by " +
                      "'=': --set " + assignment + "=" + argv[i + 2]);
       usageError("--set " + assignment + ": expected FIELD=VALUE, as in --set sampleRate=15");
     }
-    a.sets.emplace_back(assignment.substr(0, eq), assignment.substr(eq + 1));
+    a.sets.push_back(std::move(*split));
   }
   for (const std::string& extra : extras) {
     if (!extra.empty() && extra[0] == '-') usageError("unknown option " + extra);
@@ -265,86 +255,18 @@ Arguments parseArguments(int argc, char** argv) {
   if (textureNames != "keep" && textureNames != "unique")
     usageError("--texture-names " + textureNames + ": expected keep or unique");
   a.uniqueTextureNames = textureNames == "unique";
-  // The exporter writes ZT2 bytes whatever the name says; a model's extension
-  // on them would fool every program that opens the file.
-  if (!a.output.empty()) {
-    std::string ext = std::filesystem::path(a.output).extension().string();
-    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (ext != ".zt2")
-      usageError("-o " + a.output + ": the output is a ZT2 scene file and its name must end in .zt2 (as in -o " +
-                 std::filesystem::path(a.output).replace_extension(".zt2").string() + ")");
-  }
+  if (!a.output.empty())
+    if (const std::string why = ztdriver::outputNameProblem(a.output, "-o "); !why.empty()) usageError(why);
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
   if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
   return a;
 }
 
-std::string directoryOrCurrent(const std::filesystem::path& file) {
-  const std::filesystem::path dir = file.parent_path();
-  return dir.empty() ? std::string(".") : dir.string();
-}
-
-// The first file the run would write over one it reads, as a message; empty
-// when there is none. The .skd goes beside the file the output finally names.
-std::string outputOverwritingInput(const Arguments& args, const std::string& output) {
-  namespace fs = std::filesystem;
-  struct Named {
-    std::string path;
-    std::string what;
-  };
-  const std::string skd = fs::path(resolvedTarget(output)).replace_extension(".skd").string();
-  std::vector<Named> exportOutputs = {{output, "the output"}, {skd, "the output's .skd"}};
-  std::vector<Named> inputs = {{args.scene, "the scene it is exported from"}};
-  std::vector<Named> outputs = exportOutputs;
-  if (!args.writeScene.empty()) {
-    const std::string buffer = (fs::path(directoryOrCurrent(args.writeScene)) / hostimport::bufferNameFor(args.writeScene)).string();
-    outputs.push_back({args.writeScene, "--write-scene"});
-    outputs.push_back({buffer, "--write-scene's buffer"});
-    // What --write-scene writes is read back and exported.
-    for (const Named& out : exportOutputs)
-      for (const Named& in : {Named{args.writeScene, "the scene file of --write-scene"},
-                              Named{buffer, "the buffer of --write-scene"}})
-        if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
-  }
-  for (const Named& out : outputs)
-    for (const Named& in : inputs)
-      if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
-  return {};
-}
-
-std::string defaultOutput(const std::string& scene) {
-  if (!hostimport::isSceneDescription(scene)) return std::filesystem::path(scene).stem().string() + ".zt2";
-  std::string stem = std::filesystem::path(scene).filename().string();
-  for (const char* suffix : {".json", ".scene"})
-    if (stem.size() > std::string(suffix).size() && stem.ends_with(suffix)) stem.resize(stem.size() - std::string(suffix).size());
-  return stem + ".zt2";
-}
-
-// Whether files can be made in the folder `file` goes into; `why` gets the
-// system's reason when not.
-bool folderWritable(const std::string& file, std::string& why) {
-  const std::filesystem::path parent = std::filesystem::path(file).parent_path();
-  const std::string folder = parent.empty() ? "." : parent.string();
-  struct stat info {};
-  int error = ::stat(folder.c_str(), &info) != 0 ? errno : !S_ISDIR(info.st_mode) ? ENOTDIR : 0;
-  if (error == 0 && ::access(folder.c_str(), W_OK | X_OK) != 0) error = errno;
-  if (error == 0) return true;
-  why = folder + ": " + std::strerror(error);
-  return false;
-}
-
-// The exporter reports an export cancelled by errors in its last message,
-// which it always shows.
-bool exportFailed(const std::vector<std::string>& infoTexts) {
-  const std::string last = "Export process canceled due to error(s) encountered.\r\n";
-  return !infoTexts.empty() && infoTexts.back().ends_with(last);
-}
-
 // Prints the exporter's progress on one terminal line.
-class ProgressLine {
+class ProgressLine : public ztdriver::ExportObserver {
  public:
   explicit ProgressLine(bool enabled) : enabled_(enabled) {}
-  void show(const hostmodel::ProgressCall& call) {
+  void progress(const hostmodel::ProgressCall& call) override {
     if (!enabled_) return;
     if (call.kind == hostmodel::ProgressCall::Update) {
       std::fprintf(stderr, "\r\033[K%3d%%  %s", call.percent, call.title.c_str());
@@ -353,6 +275,11 @@ class ProgressLine {
       clear();
     }
     std::fflush(stderr);
+  }
+  // Trace lines share standard error with the progress line: each clears it first.
+  void trace(const std::string& line) override {
+    clear();
+    std::fputs(line.c_str(), stderr);
   }
   // Takes the line off the terminal, so that other output starts on a clean line.
   void clear() {
@@ -379,13 +306,12 @@ int main(int argc, char** argv) {
   // A whole tree: each file runs through this same program in a process of its own.
   if (ztbatch::isBatchCommand(argc, argv)) return ztbatch::batchCommand(argc, argv);
 
-  const long long startedAt = zt2export::nowNanoseconds();
   const Arguments args = parseArguments(argc, argv);
 
   if (args.dialog || args.about) {
     if (const std::string why = displayUnavailableReason(); !why.empty()) {
       std::fprintf(stderr, "zt2export: %s needs a display (%s)\n", args.about ? "--about" : "--dialog", why.c_str());
-      return kExitFailure;
+      return kFailure;
     }
   }
   std::unique_ptr<ExporterModule> module;
@@ -396,215 +322,65 @@ int main(int argc, char** argv) {
       const unsigned int version = exporter->Version();
       std::printf("%s\n%s %u.%02u\n", module->description().c_str(), exporter->ShortDesc(), version / 100,
                   version % 100);
-      return kExitOk;
+      return kOk;
     }
     if (args.about) {
       module->createExporter()->ShowAbout(nullptr);
-      return kExitOk;
+      return kOk;
     }
   } catch (const ModuleError& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
-    return kExitFailure;
+    return kFailure;
   }
 
-  const std::string output = args.output.empty() ? defaultOutput(args.scene) : args.output;
-  if (const std::string clash = outputOverwritingInput(args, output); !clash.empty()) {
-    std::fprintf(stderr, "zt2export: %s\n", clash.c_str());
-    return kExitFailure;
-  }
-  const std::string configDir = args.configDir.empty() ? zt2export::defaultConfigDir() : args.configDir;
-  if (!args.depfile.empty()) {
-    // What is known before the export; the files it reads are checked again after it.
-    RunInputs taken;
-    taken.add(args.scene, "the scene it is exported from");
-    taken.add(output, "the output");
-    taken.add(std::filesystem::path(resolvedTarget(output)).replace_extension(".skd").string(), "the output's .skd");
-    taken.add(args.writeScene, "--write-scene");
-    if (!configDir.empty()) {
-      taken.add(configDir + "/" + kOptionsFileName, kOptionsFileName);
-      taken.add(configDir + "/" + kAdditionalConfigFileName, kAdditionalConfigFileName);
-    }
-    if (const std::string clash = taken.clash(args.depfile, "--depfile"); !clash.empty()) {
-      std::fprintf(stderr, "zt2export: %s\n", clash.c_str());
-      return kExitFailure;
-    }
-  }
-
-  // A run that cannot save must say so before anything is written: an
-  // import writes a model's own textures beside the output, the exporter
-  // makes its texture folder.
-  for (const std::string& target : {output, args.writeScene}) {
-    std::string why;
-    if (!target.empty() && !folderWritable(target, why)) {
-      std::fprintf(stderr, "zt2export: cannot write %s: %s\n", target.c_str(), why.c_str());
-      return kExitFailure;
-    }
-  }
-
-  // Textures held inside a model go beside what is written: beside the scene
-  // file of --write-scene, which they belong to, or beside the exported file,
-  // staged there until the export succeeds. A dry run keeps them in a
-  // directory of its own that goes with it.
-  setFlushBeforeCommit(!args.noSync);
-  FileStaging embeddedTextures;
-  std::string textureDir;
-  WorkDirectory dryRunTextures;
-  if (!args.writeScene.empty()) {
-    textureDir = directoryOrCurrent(args.writeScene);
-  } else if (!hostimport::isSceneDescription(args.scene)) {
-    std::string error;
-    if (args.check) {
-      error = dryRunTextures.create({}, "zt2export-");
-      textureDir = dryRunTextures.path();
-    } else {
-      textureDir = embeddedTextures.newFilesDirectory(directoryOrCurrent(resolvedTarget(output)), error);
-    }
-    if (textureDir.empty()) {
-      std::fprintf(stderr, "zt2export: %s: cannot write beside the output: %s\n", output.c_str(), error.c_str());
-      return kExitFailure;
-    }
-  }
-
-  std::unique_ptr<hostmodel::MemoryHost> host;
-  try {
-    hostimport::OpenOptions open;
-    open.writeScene = args.writeScene;
-    open.textureDir = textureDir;
-    open.texturePaths = args.texturePaths;
-    open.dropMissingTextures = args.dropMissingTextures;
-    open.limits.memoryMiB = args.memoryLimitMiB;
-    host = hostimport::openScene(args.scene, open);
-  } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "zt2export: %s: out of memory while loading the scene\n", args.scene.c_str());
-    return kExitFailure;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "zt2export: %s\n", e.what());
-    return kExitFailure;
-  }
-
-  if (configDir.empty()) {
-    std::fprintf(stderr, "zt2export: no configuration directory: neither XDG_CONFIG_HOME nor HOME is set and the "
-                         "user has no home directory; give --config-dir\n");
-    return kExitFailure;
-  }
-  if (!args.check) {
-    if (const std::string why = makeDirectories(configDir); !why.empty()) {
-      std::fprintf(stderr, "zt2export: cannot create the configuration directory %s: %s\n", configDir.c_str(),
-                   why.c_str());
-      return kExitFailure;
-    }
-  }
-  if (const std::string why = zt2export::optionsFileProblem(configDir); !why.empty()) {
-    std::fprintf(stderr, "zt2export: %s\n", why.c_str());
-    return kExitFailure;
-  }
-  host->setConfigDir(configDir);
-
-  // Every --set is checked once, against the scene's frame range, before
-  // anything runs, so a typo never leaves a half-done export behind; the
-  // checked edits are what the record receives.
-  const int ticksPerFrame = host->GetTicksPerFrame();
-  const Interval range = host->GetAnimRange();
-  const FrameLimits frames{0, ticksPerFrame > 0 ? (range.End() - range.Start()) / ticksPerFrame : 0};
-  std::vector<OptionEdit> edits;
-  {
-    bool bad = false;
-    for (const auto& [field, value] : args.sets) {
-      std::string error;
-      OptionEdit edit;
-      if (parseOptionEdit(field, value, frames, edit, error)) {
-        edits.push_back(std::move(edit));
-      } else {
-        std::fprintf(stderr, "zt2export: %s\n", error.c_str());
-        bad = true;
-      }
-    }
-    if (bad) return kExitFailure;
-  }
-
+  ztdriver::ExportRequest request;
+  request.scene = args.scene;
+  request.output = args.output;
+  request.configDir = args.configDir;
+  request.writeScene = args.writeScene;
+  request.depfile = args.depfile;
+  request.sets = args.sets;
+  request.texturePaths = args.texturePaths;
+  request.memoryLimitMiB = args.memoryLimitMiB;
+  request.dropMissingTextures = args.dropMissingTextures;
+  request.copyTexturesOutside = args.copyTexturesOutside;
+  request.replaceTextures = args.replaceTextures;
+  request.uniqueTextureNames = args.uniqueTextureNames;
+  request.noSync = args.noSync;
+  request.saveOptions = args.saveOptions;
+  request.dryRun = args.check;
+  request.dialog = args.dialog;
+  request.trace = args.verbose;
+  request.dryRunPrefix = "zt2export-";
   ProgressLine progress(!args.quiet && ::isatty(2));
-  host->setProgressObserver([&progress](const hostmodel::ProgressCall& call) { progress.show(call); });
-  // Trace lines share standard error with the progress line: each clears it first.
-  if (args.verbose)
-    host->setVerboseSink([&progress](const std::string& line) {
-      progress.clear();
-      std::fputs(line.c_str(), stderr);
-    });
+  const ztdriver::ExportOutcome outcome = ztdriver::runExport(request, *module, progress);
+  progress.clear();
 
-  host->setOptionsEditor([&](OptionsDialog& record) {
-    for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
-    // By the exporter's rules a mesh's faces are written in the groups of
-    // their materials; without materials there are none, which surprises.
-    if (!record.exportMaterials && record.exportGeometry) {
-      progress.clear();
-      std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
-                           "in the groups of their materials)\n");
-    }
-    if (args.saveOptions) record.saveOnClose = true;
-    if (args.check) {
-      record.saveOnClose = false;
-      record.dumpInfo = 1;  // every message is shown, not only those of a failed export
-    }
-  });
-  host->setWritesSuppressed(args.check);
-  host->setTextureCopiesOutsideAllowed(args.copyTexturesOutside);
-  host->setChangedTextureCopiesReplaced(args.replaceTextures);
-  host->setTextureCopiesNamedByContent(args.uniqueTextureNames);
-  host->setFlushesDeferred(args.noSync);
-
-  int result = 0;
-  try {
-    const std::unique_ptr<SceneExport> exporter = module->createExporter();
-    result = exporter->DoExport(output.c_str(), nullptr, host.get(), args.dialog ? FALSE : TRUE);
-  } catch (const ModuleError& e) {
-    std::fprintf(stderr, "zt2export: %s\n", e.what());
-    return kExitFailure;
-  } catch (const std::bad_alloc&) {
-    std::fprintf(stderr, "zt2export: %s: export failed: out of memory\n", output.c_str());
-    return kExitFailure;
-  } catch (const std::exception& e) {
-    std::fprintf(stderr, "zt2export: export failed: %s\n", e.what());
-    return kExitFailure;
-  }
-
-  // The exporter's message names the image it asked for; the file behind it
-  // (an image list's entry) and the reason are the host's to tell.
-  for (const std::string& text : host->imageProblems()) std::fprintf(stderr, "zt2export: %s\n", text.c_str());
-  // Names in the exporter's words are in the host's code page; shown as text.
-  for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", displayText(text).c_str());
-  for (const std::string& text : host->exportInfoTexts()) {
+  using ztdriver::MessageKind;
+  auto print = [&](MessageKind kind, std::FILE* to, const char* prefix) {
+    for (const ztdriver::ExportMessage& m : outcome.messages)
+      if (m.kind == kind) std::fprintf(to, "%s%s\n", prefix, m.text.c_str());
+  };
+  print(MessageKind::note, stderr, "zt2export: note: ");
+  print(MessageKind::imageProblem, stderr, "zt2export: ");
+  print(MessageKind::messageBox, stderr, "");
+  for (const std::string& text : outcome.infoTexts) {
     std::string shown = "Export Info\n";
-    for (char c : displayText(text))
+    for (char c : text)
       if (c != '\r') shown += c;
     std::fputs(shown.c_str(), stdout);
   }
-  if (args.check && host->exportInfoTexts().empty()) std::puts("Export Info\nno messages");
-  // What the host knows of images the exporter could not open, or found
-  // under another name: the exporter's own message names the image only.
-  for (const std::string& note : host->textureNotes()) std::fprintf(stderr, "zt2export: %s\n", note.c_str());
-
-  // The exporter's message boxes all end a run that failed: the file could
-  // not be saved, or a window it was asked for could not be shown.
-  const bool failed = result == 0 || !host->messageBoxes().empty();
-  int code = failed ? kExitFailure : exportFailed(host->exportInfoTexts()) ? kExitExportErrors : kExitOk;
-  if (code == kExitOk) {
-    if (const std::string failure = embeddedTextures.commit(); !failure.empty()) {
-      std::fprintf(stderr, "zt2export: cannot save a texture held in the model: %s\n", failure.c_str());
-      code = kExitFailure;
-    }
+  if (args.check && outcome.infoTexts.empty() && outcome.failure.empty()) std::puts("Export Info\nno messages");
+  print(MessageKind::textureNote, stderr, "zt2export: ");
+  // Each line of the reason alone: several option edits can be wrong at once.
+  for (std::size_t start = 0; start < outcome.failure.size();) {
+    const std::size_t end = std::min(outcome.failure.find('\n', start), outcome.failure.size());
+    std::fprintf(stderr, "zt2export: %s\n", outcome.failure.substr(start, end - start).c_str());
+    start = end + 1;
   }
-  if (code == kExitOk && !args.check && !args.depfile.empty()) {
-    const zt2export::ExportFiles files = zt2export::exportFiles(output, configDir, startedAt);
-    std::string why = zt2export::depfileClash(args.depfile, files);
-    if (why.empty()) why = zt2export::writeDepfile(args.depfile, files);
-    if (!why.empty()) {
-      std::fprintf(stderr, "zt2export: %s: cannot write the dependency file: %s\n", args.depfile.c_str(), why.c_str());
-      code = kExitFailure;
-    }
-  }
-  // _Exit runs no destructor: what was not committed goes here.
-  embeddedTextures.discard();
-  dryRunTextures.remove();
+  const int code = outcome.status == ztdriver::ExportStatus::ok            ? kOk
+                   : outcome.status == ztdriver::ExportStatus::sceneErrors ? ztexit::kProblems
+                                                                           : kFailure;
   // Every file is written and closed by now. Tearing down a scene of millions
   // of elements only hands memory back that the system reclaims anyway, so
   // leave at once.

@@ -4,9 +4,9 @@
 #include <string>
 
 #include "format/output_files.h"
-#include "gltf_export.h"
+#include "gltf/gltf_export.h"
 #include "page.h"
-#include "reader_tree.h"
+#include "dump/reader_tree.h"
 
 namespace {
 

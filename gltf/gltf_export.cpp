@@ -1,0 +1,136 @@
+// The glTF conversion as a whole: finding the files, putting the parts
+// together, and writing the .glb.
+#include "gltf/gltf_export.h"
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+#include "dump/dump_error.h"
+#include "format/code_page.h"
+#include "format/output_files.h"
+#include "dump/reader_tree.h"
+#include "gltf/gltf_builder.h"
+
+namespace zt2dump {
+
+namespace {
+
+// Names are bytes in the host's code page; glTF's are UTF-8, decoded from it
+// as in zt2dump's other outputs. The tree keeps the bytes until here: they
+// name the image files to look for.
+std::string utf8(const std::string& s) { return codePageToUtf8(s); }
+
+void makeUtf8(tinygltf::Value& v) {
+  if (v.IsString()) {
+    v = tinygltf::Value(utf8(v.Get<std::string>()));
+  } else if (v.IsArray()) {
+    for (tinygltf::Value& e : v.Get<tinygltf::Value::Array>()) makeUtf8(e);
+  } else if (v.IsObject()) {
+    for (auto& [key, e] : v.Get<tinygltf::Value::Object>()) makeUtf8(e);
+  }
+}
+
+template <class T>
+void makeUtf8(std::vector<T>& items) {
+  for (T& item : items) {
+    item.name = utf8(item.name);
+    makeUtf8(item.extras);
+  }
+}
+
+void makeUtf8(tinygltf::Model& m) {
+  makeUtf8(m.nodes);
+  makeUtf8(m.meshes);
+  makeUtf8(m.materials);
+  makeUtf8(m.images);
+  makeUtf8(m.textures);
+  makeUtf8(m.skins);
+  makeUtf8(m.cameras);
+  makeUtf8(m.lights);
+  makeUtf8(m.animations);
+  makeUtf8(m.scenes);
+}
+
+}  // namespace
+
+GltfSource loadGltfSource(const std::string& scenePath) {
+  GltfSource source;
+  source.scene = loadFile(scenePath);
+  if (source.scene.kind != FileKind::Scene)
+    throw DumpError(scenePath + ": a " + fileKindName(source.scene.kind) + " file, not a scene file");
+  const std::filesystem::path path(scenePath);
+  std::filesystem::path skd = path;
+  skd.replace_extension(".skd");
+  std::error_code ec;
+  if (std::filesystem::is_regular_file(skd, ec)) {
+    source.vertexData = loadFile(skd.string());
+    if (source.vertexData->kind != FileKind::VertexData)
+      throw DumpError(skd.string() + ": a " + fileKindName(source.vertexData->kind) + " file, not a per-vertex file");
+  }
+  // The copied textures lie in the scene's directory followed directly by
+  // the texture path cut before its first ';', as the exporter copies them.
+  std::string directory = path.parent_path().string();
+  if (!directory.empty()) directory += '/';
+  for (const DecodedChunk& c : source.scene.chunks)
+    if (gltf::isKind(c, chunk_kind::kMaterialList)) {
+      std::string texturePath = c.at("texturePath").get<std::string>();
+      texturePath = texturePath.substr(0, texturePath.find(';'));
+      for (char& ch : texturePath)
+        if (ch == '\\') ch = '/';
+      directory += texturePath;
+      if (!directory.empty() && directory.back() != '/') directory += '/';
+      break;
+    }
+  source.textureDirectory = directory;
+  return source;
+}
+
+tinygltf::Model buildGltf(const GltfSource& source, std::vector<std::string>& warnings) {
+  if (source.scene.kind != FileKind::Scene) throw DumpError(source.scene.path + ": not a scene file");
+  gltf::Builder b(warnings);
+  try {
+    gltf::addMaterials(b, source.scene, source.textureDirectory);
+    gltf::addNodes(b, source.scene);
+    gltf::addMeshes(b, source.scene, source.vertexData ? &*source.vertexData : nullptr);
+    gltf::addAnimations(b, source.scene);
+  } catch (const nlohmann::json::exception& e) {
+    // The decoders give every known chunk its whole layout; a field of the
+    // wrong kind can only come from a decoder and converter out of step.
+    throw DumpError(source.scene.path + ": cannot convert: " + e.what());
+  }
+
+  tinygltf::Scene scene;
+  scene.name = std::filesystem::path(source.scene.path).stem().string();
+  for (std::size_t n = 0; n < b.model.nodes.size(); ++n)
+    if (b.nodeParent[n] < 0) scene.nodes.push_back(static_cast<int>(n));
+  tinygltf::Value::Object extras;
+  for (const DecodedChunk& c : source.scene.chunks)
+    if (gltf::isKind(c, chunk_kind::kEnvironment))
+      for (const char* key : {"ambientColour", "backgroundColour"}) {
+        tinygltf::Value::Array a;
+        for (const Json& v : c.at(key)) a.push_back(tinygltf::Value(v.get<int>()));
+        extras[key] = tinygltf::Value(std::move(a));
+      }
+  scene.extras = tinygltf::Value(std::move(extras));
+  b.model.scenes.push_back(std::move(scene));
+  b.model.defaultScene = 0;
+  b.finish();
+  makeUtf8(b.model);
+  return std::move(b.model);
+}
+
+std::vector<std::uint8_t> glbBytes(const tinygltf::Model& model) {
+  std::ostringstream out;
+  tinygltf::TinyGLTF writer;
+  if (!writer.WriteGltfSceneToStream(&model, out, false, true)) throw std::runtime_error("cannot write glTF");
+  const std::string s = out.str();
+  return std::vector<std::uint8_t>(s.begin(), s.end());
+}
+
+void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+  if (const std::string why = replaceFileContents(path, {ByteRange{bytes.data(), bytes.size()}}); !why.empty())
+    throw UnwritableFile(path + ": cannot write the file: " + why);
+}
+
+}  // namespace zt2dump

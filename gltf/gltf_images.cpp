@@ -1,0 +1,18 @@
+#include "gltf/gltf_images.h"
+
+#include "images/image_decode.h"
+
+namespace zt2dump::gltf {
+
+std::string browserImage(const std::string& path, std::vector<unsigned char>& bytes, const std::string& mimeType) {
+  if (!mimeType.empty() || bytes.empty()) return mimeType;
+  int width = 0, height = 0;
+  std::string why;
+  hostmodel::ImagePixels pixels;
+  std::vector<unsigned char> png;
+  if (!hostmodel::decodeImage(path, width, height, why, &pixels) || !hostmodel::encodePng(pixels, png)) return mimeType;
+  bytes = std::move(png);
+  return "image/png";
+}
+
+}  // namespace zt2dump::gltf
