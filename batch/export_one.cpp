@@ -58,6 +58,13 @@ void collectMessages(const std::string& text, std::vector<std::string>& messages
   for (std::string line; std::getline(in, line);) {
     if (!line.empty() && line.back() == '\r') line.pop_back();
     if (line.empty() || line == "Export Info") continue;
+    // The run's own name heads its lines on standard error; the message is
+    // what follows, as zt2export's other front ends give it.
+    for (const std::string_view prefix : {"zt2export: note: ", "zt2export: "})
+      if (line.starts_with(prefix)) {
+        line.erase(0, prefix.size());
+        break;
+      }
     messages.push_back(line);
   }
 }
