@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 namespace {
 
@@ -107,12 +108,25 @@ struct Band {
 // `component(value, c)` gives component c as a double; `limits[c]` is the
 // tolerance of component c, exactly as the tolerance compares it; `Scalar` is
 // the type the estimate is computed in.
-template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+//
+// Where the estimate is not linear in the blend (normalised axes, kept
+// lengths), `Blend` is given instead: `blend(lo, hi, sampled)` says whether
+// every estimate made from blended components within [lo[c], hi[c]] lies
+// within the tolerance of `sampled`. The blend of a band's entries is the
+// wedge's own expression, value[r] + (value[i] - value[r]) * w(ti): for one
+// residual it is monotone in ti, for one ti linear in the residual, so the
+// band's four corners bound it.
+struct NoBlend {};
+
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component,
+          typename Blend = NoBlend>
 class BoundedSearch {
+  static constexpr bool kLinear = std::is_same_v<Blend, NoBlend>;
+
  public:
   BoundedSearch(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
-                const std::array<double, N>& limits, const Component& component)
-      : in_(in), estimate_(estimate), tolerance_(tolerance), limits_(limits), component_(component) {
+                const std::array<double, N>& limits, const Component& component, const Blend& blend = {})
+      : in_(in), estimate_(estimate), tolerance_(tolerance), limits_(limits), component_(component), blend_(blend) {
     // A component that holds one finite value over the whole series is
     // estimated as that value up to a few roundings of it: where those stay
     // within its tolerance, no entry can exceed through it, and the bounds
@@ -123,6 +137,15 @@ class BoundedSearch {
     for (std::size_t k = 1, left = N; left > 0 && k < in_.size(); ++k)
       for (int c = 0; c < N; ++c)
         if (standing[c] && !(value(k, c) == value(0, c))) standing[c] = false, --left;
+    if constexpr (!kLinear) {
+      // Every component enters the normalisation: a standing one as its
+      // value, which the bands need not follow.
+      for (int c = 0; c < N; ++c) {
+        standing_[c] = standing[c] && std::isfinite(value(0, c));
+        if (!standing_[c]) moving_.push_back(c);
+      }
+      return;
+    }
     for (int c = 0; c < N; ++c) {
       const double v = standing[c] ? value(0, c) : 0.0, limit = limits_[c];
       if (!(standing[c] && std::isfinite(v) &&
@@ -277,7 +300,7 @@ class BoundedSearch {
   }
 
   // The aligned group j of 2^level entries from the run's first entry.
-  Band<N> group(int level, std::size_t j) {
+  const Band<N>& group(int level, std::size_t j) {
     if (groups_.size() <= static_cast<std::size_t>(level)) groups_.resize(static_cast<std::size_t>(level) + 1);
     auto& built = groups_[static_cast<std::size_t>(level)];
     if (j < built.size() && built[j].ready) return built[j].band;
@@ -287,11 +310,12 @@ class BoundedSearch {
       b = single(first);
       for (std::size_t k = first + 1; k < first + (std::size_t{1} << level); ++k) extend(b, k);
     } else {
-      b = merge(group(level - 1, 2 * j), group(level - 1, 2 * j + 1));
+      const Band<N> left = group(level - 1, 2 * j);  // the next call may move it
+      b = merge(left, group(level - 1, 2 * j + 1));
     }
     if (built.size() <= j) built.resize(j + 1);
     built[j] = {b, true};
-    return b;
+    return built[j].band;
   }
 
   // Whether no entry of band b can exceed the tolerance for candidate q
@@ -302,6 +326,7 @@ class BoundedSearch {
     const double tq = time(q), tr = time(r);
     const double wFirst = (tr - tq) / (tr - time(b.first));
     const double wLast = (tr - tq) / (tr - time(b.last));
+    if constexpr (!kLinear) return blendClears(b, q, r, wFirst, wLast);
     for (const int c : moving_) {
       const double vq = value(q, c), vr = value(r, c), va = value(b.first, c);
       // The band's far side: on the chord, which may run on past its anchor.
@@ -325,10 +350,38 @@ class BoundedSearch {
     return true;
   }
 
+  // The nonlinear estimates: the range of each blended component over the
+  // band, widened by what rounding (this bound's and the rule's blend) may
+  // move it, handed to the blend's own bound.
+  bool blendClears(const Band<N>& b, std::size_t q, std::size_t r, double wFirst, double wLast) const {
+    std::array<double, N> lo, hi;
+    for (int c = 0; c < N; ++c) {
+      if (standing_[c]) {
+        // The blend of two equal values, up to its roundings.
+        const double v = value(0, c), margin = 16 * kRoundoff<double> * std::fabs(v);
+        lo[c] = v - margin;
+        hi[c] = v + margin;
+        continue;
+      }
+      const double vr = value(r, c), va = value(b.first, c);
+      const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
+      const double corners[4] = {vr + (va + b.lo[c] - vr) * wFirst, vr + (va + b.hi[c] - vr) * wFirst,
+                                 vr + (vb + b.lo[c] - vr) * wLast, vr + (vb + b.hi[c] - vr) * wLast};
+      const double magnitude = std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(b.lo[c]) + std::fabs(b.hi[c]);
+      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
+                            32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(vr));
+      lo[c] = std::min({corners[0], corners[1], corners[2], corners[3]}) - margin;
+      hi[c] = std::max({corners[0], corners[1], corners[2], corners[3]}) + margin;
+      // Written so that a NaN anywhere clears nothing.
+      if (!(lo[c] <= hi[c])) return false;
+    }
+    return blend_(lo, hi, in_.values[q]);
+  }
+
   bool groupExceeds(int level, std::size_t j, std::size_t q, std::size_t r) {
-    const Band<N> b = group(level, j);
-    if (clears(b, q, r)) return false;
-    if (level == kGroupLevel) return anyExceedsEntryByEntry(b.first, b.last + 1, q, r);
+    if (clears(group(level, j), q, r)) return false;
+    const std::size_t first = p_ + (j << level);
+    if (level == kGroupLevel) return anyExceedsEntryByEntry(first, first + (std::size_t{1} << level), q, r);
     return groupExceeds(level - 1, 2 * j, q, r) || groupExceeds(level - 1, 2 * j + 1, q, r);
   }
 
@@ -363,16 +416,20 @@ class BoundedSearch {
   const Tolerance& tolerance_;
   const std::array<double, N> limits_;
   const Component& component_;
+  const Blend blend_;
   std::size_t p_ = 0;         // the last kept entry
   Band<N> runBand_;           // the entries from p_ on
   std::vector<std::vector<Built>> groups_;  // by level, from p_
   std::vector<int> moving_;  // the components the bounds look at
+  std::array<bool, N> standing_{};  // with a blend: the components that hold one finite value
 };
 
-template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component,
+          typename Blend = NoBlend>
 KeySeries<T> reduceBounded(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
-                           const std::array<double, N>& limits, const Component& component) {
-  return BoundedSearch<T, N, Scalar, Estimate, Tolerance, Component>(in, estimate, tolerance, limits, component)
+                           const std::array<double, N>& limits, const Component& component, const Blend& blend = {}) {
+  return BoundedSearch<T, N, Scalar, Estimate, Tolerance, Component, Blend>(in, estimate, tolerance, limits,
+                                                                            component, blend)
       .run();
 }
 
@@ -434,6 +491,109 @@ class MatrixEstimate {
   bool maintainScaling_;
 };
 
+double length(const Row& row) { return std::sqrt(dot(row, row)); }
+
+// The bound of the normalised and orthonormalised estimates for the bounded
+// search. Components 0..11 are the matrix by rows, 12..14 the axis lengths
+// (the kept scaling blends them). A blended row x within distance rho of c
+// normalises to within 2 rho / |c| of c / |c|, whatever x is (a zero x stays
+// zero, at distance 1 <= 2 rho / |c|). Gram-Schmidt takes it from row to row:
+// removing the projection on a unit row known within d moves the result by
+// at most 2 rho + 2 |c| d. Each step adds a few roundings of what it works on.
+class MatrixBlendBound {
+ public:
+  static constexpr int kComponents = 15;
+
+  MatrixBlendBound(const MatrixKeyTolerance& tolerance, FrameInterpolation mode, bool maintainScaling)
+      : tolerance_(tolerance), mode_(mode), maintainScaling_(maintainScaling) {}
+
+  bool operator()(const std::array<double, kComponents>& lo, const std::array<double, kComponents>& hi,
+                  const SampleMatrix& sampled) const {
+    constexpr double eps = std::numeric_limits<double>::epsilon();
+    // The translation is blended only.
+    for (int j = 0; j < 3; ++j) {
+      const double s = sampled[3][j], a = lo[9 + j], b = hi[9 + j];
+      const double off = std::max(std::fabs(s - a), std::fabs(b - s));
+      if (!(off + 8 * eps * (std::fabs(s) + std::fabs(a) + std::fabs(b)) <= tolerance_.positionDelta)) return false;
+    }
+    Row centre[3]{}, unit[3]{};
+    double radius[3]{}, deviation[3]{};
+    for (int k = 0; k < 3; ++k) {
+      double sum = 0.0;
+      for (int j = 0; j < 3; ++j) {
+        const int c = 3 * k + j;
+        centre[k][j] = 0.5 * (lo[c] + hi[c]);
+        const double half = 0.5 * (hi[c] - lo[c]);
+        sum += half * half;
+      }
+      radius[k] = std::sqrt(sum) * (1 + 8 * eps) + 64 * eps * length(centre[k]);
+    }
+    switch (mode_) {
+      case FrameInterpolation::None:
+        for (int k = 0; k < 3; ++k) unit[k] = centre[k], deviation[k] = radius[k];
+        break;
+      case FrameInterpolation::Normalized:
+        for (int k = 0; k < 3; ++k) deviation[k] = towardUnit(centre[k], radius[k], unit[k]);
+        break;
+      case FrameInterpolation::Orthonormalized: {
+        deviation[0] = towardUnit(centre[0], radius[0], unit[0]);
+        Row y = centre[1];
+        double moved = withoutProjection(y, radius[1], unit[0], deviation[0]);
+        deviation[1] = towardUnit(y, moved, unit[1]);
+        y = centre[2];
+        moved = withoutProjection(y, radius[2], unit[0], deviation[0]);
+        moved = withoutProjection(y, moved, unit[1], deviation[1]);
+        deviation[2] = towardUnit(y, moved, unit[2]);
+        break;
+      }
+    }
+    for (int k = 0; k < 3; ++k) {
+      // Past this the rows may pass through zero; the entries are tried.
+      if (!(deviation[k] <= 1.0)) return false;
+      double scale = 1.0, scaleSpread = 0.0, scaleMost = 1.0;
+      if (maintainScaling_) {
+        // The rule rounds the blended length to float.
+        const double a = lo[12 + k], b = hi[12 + k], most = std::max(std::fabs(a), std::fabs(b));
+        scale = 0.5 * (a + b);
+        scaleSpread = 0.5 * (b - a) + std::ldexp(most, -23);
+        scaleMost = most * (1 + std::ldexp(1.0, -22));
+      }
+      for (int j = 0; j < 3; ++j) {
+        const double estimate = unit[k][j] * scale;
+        const double off = std::fabs(sampled[k][j] - estimate) + deviation[k] * scaleMost +
+                           std::fabs(unit[k][j]) * scaleSpread;
+        const double rounding = 64 * eps * (std::fabs(sampled[k][j]) + scaleMost * (1 + std::fabs(unit[k][j])));
+        if (!(off + rounding <= tolerance_.rotationDelta)) return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  // unit = c / |c|; how far a normalised row within `radius` of c may lie from it.
+  static double towardUnit(const Row& c, double radius, Row& unit) {
+    const double n = length(c);
+    if (!(n > 0.0)) return std::numeric_limits<double>::infinity();
+    for (int j = 0; j < 3; ++j) unit[j] = c[j] / n;
+    return (2 * radius / n) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+           16 * std::numeric_limits<double>::epsilon();
+  }
+  // y loses its projection on `unit`; returns how far a row within `radius`
+  // of y, losing its projection on a unit row within `deviation` of `unit`,
+  // may then lie from the new y.
+  static double withoutProjection(Row& y, double radius, const Row& unit, double deviation) {
+    const double size = length(y);
+    const double f = dot(y, unit);
+    for (int j = 0; j < 3; ++j) y[j] -= unit[j] * f;
+    return (2 * radius + 2 * size * deviation) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+           64 * std::numeric_limits<double>::epsilon() * (size + radius);
+  }
+
+  MatrixKeyTolerance tolerance_;
+  FrameInterpolation mode_;
+  bool maintainScaling_;
+};
+
 // Walks every sample of the span once, beside the recorded entries and the
 // keys; `measure(sampled, estimated, worst)` folds one difference into worst.
 template <typename T, typename Estimate, typename Error, typename Measure>
@@ -454,6 +614,53 @@ Error largestError(const KeySeries<T>& recorded, const KeySeries<T>& keys, int n
               estimate(keys.values[k], keys.values[k + 1], keys.indices[k], j, keys.indices[k + 1]), worst);
   }
   return worst;
+}
+
+// The greedy reduction of reduceKeysWithinBound over the samples 0 up to the
+// last recorded entry; `fits(sampled, estimated)` says whether one estimate
+// lies within the tolerance (false for a NaN difference).
+template <typename T, typename Estimate, typename Fits>
+KeySeries<T> reduceWithin(const KeySeries<T>& in, const Estimate& estimate, const Fits& fits) {
+  KeySeries<T> out;
+  if (in.empty()) return out;
+  // The value in force at each sample: a dropped repeat has its entry's.
+  const int last = in.indices.back();
+  std::vector<const T*> at(static_cast<std::size_t>(last) + 1);
+  for (std::size_t e = 0; e < in.size(); ++e) {
+    const int end = e + 1 < in.size() ? in.indices[e + 1] : last + 1;
+    for (int j = in.indices[e]; j < end; ++j) at[static_cast<std::size_t>(j)] = &in.values[e];
+  }
+  const auto segmentFits = [&](int a, int b) {
+    const T& va = *at[static_cast<std::size_t>(a)];
+    const T& vb = *at[static_cast<std::size_t>(b)];
+    for (int j = a + 1; j < b; ++j)
+      if (!fits(*at[static_cast<std::size_t>(j)], estimate(va, vb, a, j, b))) return false;
+    return true;
+  };
+  const auto keep = [&](int j) {
+    out.values.push_back(*at[static_cast<std::size_t>(j)]);
+    out.indices.push_back(j);
+  };
+  keep(0);
+  for (int a = 0; a < last;) {
+    // The next sample always fits: no sample lies between.
+    int good = a + 1, bad = -1;
+    for (long long d = 2; good < last; d *= 2) {
+      const int b = static_cast<int>(std::min<long long>(a + d, last));
+      if (!segmentFits(a, b)) {
+        bad = b;
+        break;
+      }
+      good = b;
+    }
+    while (bad >= 0 && bad - good > 1) {
+      const int mid = good + (bad - good) / 2;
+      (segmentFits(a, mid) ? good : bad) = mid;
+    }
+    keep(good);
+    a = good;
+  }
+  return out;
 }
 
 // A NaN difference leaves the largest as it was.
@@ -532,9 +739,21 @@ KeySeries<SampleColor> reduceKeys(const KeySeries<SampleColor>& recorded, const 
 KeySeries<SampleMatrix> reduceKeys(const KeySeries<SampleMatrix>& recorded, const MatrixKeyTolerance& tolerance,
                                    FrameInterpolation mode, bool maintainMatrixScaling) {
   const MatrixEstimate estimate(mode, maintainMatrixScaling);
-  // Normalised axes and kept lengths are not linear in the blend: no band
-  // bounds them, and every entry is tried.
-  if (mode != FrameInterpolation::None || maintainMatrixScaling) return reduce(recorded, estimate, tolerance);
+  // Normalised axes and kept lengths are not linear in the blend: the bands
+  // bound the blended components, and MatrixBlendBound what the mode makes
+  // of them.
+  if (mode != FrameInterpolation::None || maintainMatrixScaling) {
+    constexpr int kComponents = MatrixBlendBound::kComponents;
+    std::array<double, kComponents> limits;
+    for (int c = 0; c < kComponents; ++c)
+      limits[static_cast<std::size_t>(c)] = c < 9 ? tolerance.rotationDelta : tolerance.positionDelta;
+    const auto component = [](const SampleMatrix& m, int c) {
+      if (c >= 12) return length(m[static_cast<std::size_t>(c - 12)]);  // as the rule computes it
+      return m[static_cast<std::size_t>(c / 3)][static_cast<std::size_t>(c % 3)];
+    };
+    return reduceBounded<SampleMatrix, kComponents, double>(recorded, estimate, tolerance, limits, component,
+                                                            MatrixBlendBound(tolerance, mode, maintainMatrixScaling));
+  }
   std::array<double, 12> limits;
   for (int c = 0; c < 12; ++c) limits[static_cast<std::size_t>(c)] = c < 9 ? tolerance.rotationDelta : tolerance.positionDelta;
   const auto component = [](const SampleMatrix& m, int c) {
@@ -556,4 +775,33 @@ KeySeries<SampleMatrix> reduceKeysEntryByEntry(const KeySeries<SampleMatrix>& re
                                                const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
                                                bool maintainMatrixScaling) {
   return reduce(recorded, MatrixEstimate(mode, maintainMatrixScaling), tolerance);
+}
+
+KeySeries<float> reduceKeysWithinBound(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance) {
+  return reduceWithin(recorded, estimateScalar,
+                      [&](float s, float m) { return std::fabs(s - m) <= tolerance.threshold; });
+}
+
+KeySeries<SampleColor> reduceKeysWithinBound(const KeySeries<SampleColor>& recorded,
+                                             const ColorKeyTolerance& tolerance) {
+  const double limit = tolerance.threshold * 255.0;  // as the tolerance compares
+  return reduceWithin(recorded, estimateColor, [&](const SampleColor& s, const SampleColor& m) {
+    for (int c = 0; c < 3; ++c)
+      if (!(std::fabs(s[c] - m[c]) <= limit)) return false;
+    return true;
+  });
+}
+
+KeySeries<SampleMatrix> reduceKeysWithinBound(const KeySeries<SampleMatrix>& recorded,
+                                              const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
+                                              bool maintainMatrixScaling) {
+  return reduceWithin(recorded, MatrixEstimate(mode, maintainMatrixScaling),
+                      [&](const SampleMatrix& s, const SampleMatrix& m) {
+                        for (int c = 0; c < 3; ++c)
+                          if (!(std::fabs(s[3][c] - m[3][c]) <= tolerance.positionDelta)) return false;
+                        for (int r = 0; r < 3; ++r)
+                          for (int c = 0; c < 3; ++c)
+                            if (!(std::fabs(s[r][c] - m[r][c]) <= tolerance.rotationDelta)) return false;
+                        return true;
+                      });
 }

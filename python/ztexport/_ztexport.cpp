@@ -334,7 +334,8 @@ std::string copiedTexture(const std::string& line) {
 
 py::tuple exportScene(const std::string& scene, const std::string& outputGiven, const py::dict& options,
                       const std::string& configDirGiven, bool dryRun, const std::string& module,
-                      const std::vector<std::string>& texturePaths, bool copyTexturesOutside) {
+                      const std::vector<std::string>& texturePaths, bool copyTexturesOutside,
+                      bool keyErrorBound) {
   const long long startedAt = zt2export::nowNanoseconds();
   requirePath(scene, "scene");
   requirePath(outputGiven, "out");
@@ -440,6 +441,7 @@ py::tuple exportScene(const std::string& scene, const std::string& outputGiven, 
       });
       host->setWritesSuppressed(dryRun);
       host->setTextureCopiesOutsideAllowed(copyTexturesOutside);
+      host->setKeyErrorBound(keyErrorBound);
       int result = 0;
       try {
         const std::unique_ptr<SceneExport> exporter = exporterModule->createExporter();
@@ -787,7 +789,8 @@ PYBIND11_MODULE(_ztexport, m) {
         return diffFiles(a, b, options);
       }, py::arg("a"), py::arg("b"), py::arg("tolerance") = 0.0);
   m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
-        py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"));
+        py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"),
+        py::arg("key_error_bound") = false);
   m.def("option_names", &optionFieldNames);
   m.def("module_path", [](const std::string& given) {
     requirePath(given, "module");
