@@ -103,6 +103,10 @@ struct Band {
   std::array<double, N> lo{}, hi{};  // residuals about the chord, lo <= 0 <= hi
   std::array<double, N> largest{};  // the largest magnitude of a value in the band
   std::array<double, N> error{};    // how far rounding may have moved lo and hi
+  // With the chord through the last entry (anchor == last), where every
+  // residual is 0: the largest |residual| / (t[last] - t) of an entry, so
+  // that a residual shrinks to 0 toward the last entry at that slope.
+  std::array<double, N> towardLast{};
 };
 
 // `component(value, c)` gives component c as a double; `limits[c]` is the
@@ -184,6 +188,8 @@ class BoundedSearch {
  private:
   static constexpr int kGroupLevel = 3;  // groups of 8 entries are tried entry by entry
   static constexpr std::size_t kShortRun = 8;  // runs this short are tried entry by entry, without a band
+  static constexpr int kPrefixLevel = 6;  // the prefix band leaves out fewer than 64 entries
+  static constexpr std::size_t kPrefixRun = std::size_t{1} << kPrefixLevel;
 
   double value(std::size_t k, int c) const { return component_(in_.values[k], c); }
   double time(std::size_t k) const { return in_.indices[k]; }
@@ -201,6 +207,7 @@ class BoundedSearch {
   void startRun(std::size_t p) {
     p_ = p;
     runBand_ = single(p);
+    prefixCount_ = 0;
     for (auto& level : groups_) level.clear();
   }
 
@@ -263,9 +270,20 @@ class BoundedSearch {
       b.largest.fill(0.0);
       b.error.fill(0.0);
       for (std::size_t i = b.first; i <= k; ++i) takeResidual(b, i);
+      takeTowardLast(b);
     } else {
       takeResidual(b, k);
     }
+  }
+
+  // How the residuals of a band whose chord ends at its last entry shrink
+  // toward it: one pass over its entries.
+  void takeTowardLast(Band<N>& b) const {
+    b.towardLast.fill(0.0);
+    const double tLast = time(b.last);
+    for (std::size_t i = b.first; i < b.last; ++i)
+      for (const int c : moving_)
+        b.towardLast[c] = std::max(b.towardLast[c], std::fabs(value(i, c) - chordAt(b, c, i)) / (tLast - time(i)));
   }
 
   void takeResidual(Band<N>& b, std::size_t i) const {
@@ -293,6 +311,14 @@ class BoundedSearch {
       const double eRight = value(right.first, c) - chordAt(b, c, right.first);
       b.lo[c] = std::min(left.lo[c] + std::min(0.0, eLeft), right.lo[c] + std::min(0.0, eRight));
       b.hi[c] = std::max(left.hi[c] + std::max(0.0, eLeft), right.hi[c] + std::max(0.0, eRight));
+      // Both chords end where the halves end: the difference of the right
+      // half's chord and this one is 0 at the last entry and eRight at the
+      // right half's first; of the left half's, 0 at the first entry and
+      // eLeft at its last, which lies at least t[last] - t[left.last] before
+      // the end. Each half's own residuals shrink toward its own last entry.
+      const double tLast = time(b.last);
+      b.towardLast[c] = std::max(left.towardLast[c] + std::fabs(eLeft) / (tLast - time(left.last)),
+                                 right.towardLast[c] + std::fabs(eRight) / (tLast - time(right.first)));
       b.error[c] = std::max(left.error[c], right.error[c]) +
                    residualError(3 * b.largest[c] + std::fabs(b.lo[c]) + std::fabs(b.hi[c]));
     }
@@ -309,6 +335,7 @@ class BoundedSearch {
       const std::size_t first = p_ + (j << level);
       b = single(first);
       for (std::size_t k = first + 1; k < first + (std::size_t{1} << level); ++k) extend(b, k);
+      takeTowardLast(b);
     } else {
       const Band<N> left = group(level - 1, 2 * j);  // the next call may move it
       b = merge(left, group(level - 1, 2 * j + 1));
@@ -328,26 +355,47 @@ class BoundedSearch {
     const double wLast = (tr - tq) / (tr - time(b.last));
     if constexpr (!kLinear) return blendClears(b, q, r, wFirst, wLast);
     for (const int c : moving_) {
-      const double vq = value(q, c), vr = value(r, c), va = value(b.first, c);
-      // The band's far side: on the chord, which may run on past its anchor.
-      const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
-      const double lo = b.lo[c], hi = b.hi[c];
-      const double magnitude = std::fabs(vq) + std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(lo) +
-                               std::fabs(hi);
+      const double vq = value(q, c), vr = value(r, c);
+      double lo = 0.0, hi = 0.0, magnitude = 0.0;
+      blendRange(b, c, r, tr - tq, wFirst, wLast, lo, hi, magnitude);
       // This bound's own rounding, and the rule's: its estimate and difference
       // are rounded in `Scalar` from values of at most this size.
-      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
+      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * (magnitude + std::fabs(vq)) +
                             32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(vr) + std::fabs(vq) +
                                                       std::fabs(limits_[c]));
       const double allowed = limits_[c] - margin;
-      const double base = vr - vq;
-      const double corners[4] = {base + (va + lo - vr) * wFirst, base + (va + hi - vr) * wFirst,
-                                 base + (vb + lo - vr) * wLast, base + (vb + hi - vr) * wLast};
       // Written so that a NaN anywhere clears nothing.
-      for (double f : corners)
-        if (!(std::fabs(f) <= allowed)) return false;
+      if (!(std::fabs(lo - vq) <= allowed && std::fabs(hi - vq) <= allowed)) return false;
     }
     return true;
+  }
+
+  // The range of the blend value[r] + (value[i] - value[r]) * w(ti) of
+  // component c over the entries of band b, before rounding; `magnitude` the
+  // size of what it was computed from. Two bounds, both kept:
+  // - the band's four corners (for one residual the blend is monotone in ti,
+  //   for one ti linear in the residual);
+  // - the chord's part, monotone in ti, at both ends, plus the residual's part
+  //   e * w, which lies within [lo, hi] * w(t[last]) and, where the residuals
+  //   shrink toward the last entry, within towardLast * (tr - tq), however
+  //   near the band ends to the candidate.
+  void blendRange(const Band<N>& b, int c, std::size_t r, double gap, double wFirst, double wLast, double& lo,
+                  double& hi, double& magnitude) const {
+    const double vr = value(r, c), va = value(b.first, c);
+    // The band's far side: on the chord, which may run on past its anchor.
+    const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
+    const double corners[4] = {vr + (va + b.lo[c] - vr) * wFirst, vr + (va + b.hi[c] - vr) * wFirst,
+                               vr + (vb + b.lo[c] - vr) * wLast, vr + (vb + b.hi[c] - vr) * wLast};
+    lo = std::min({corners[0], corners[1], corners[2], corners[3]});
+    hi = std::max({corners[0], corners[1], corners[2], corners[3]});
+    magnitude = std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(b.lo[c]) + std::fabs(b.hi[c]);
+    if (b.anchor != b.last || b.first == b.last) return;
+    const double ea = vr + (va - vr) * wFirst, eb = vr + (vb - vr) * wLast;
+    const double shrink = (b.towardLast[c] + 4 * b.error[c]) * gap * (1 + 8 * kRoundoff<double>);
+    const double below = std::max(b.lo[c] * wLast, -shrink), above = std::min(b.hi[c] * wLast, shrink);
+    lo = std::max(lo, std::min(ea, eb) + below);
+    hi = std::min(hi, std::max(ea, eb) + above);
+    magnitude += shrink;
   }
 
   // The nonlinear estimates: the range of each blended component over the
@@ -363,15 +411,12 @@ class BoundedSearch {
         hi[c] = v + margin;
         continue;
       }
-      const double vr = value(r, c), va = value(b.first, c);
-      const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
-      const double corners[4] = {vr + (va + b.lo[c] - vr) * wFirst, vr + (va + b.hi[c] - vr) * wFirst,
-                                 vr + (vb + b.lo[c] - vr) * wLast, vr + (vb + b.hi[c] - vr) * wLast};
-      const double magnitude = std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(b.lo[c]) + std::fabs(b.hi[c]);
+      double magnitude = 0.0;
+      blendRange(b, c, r, time(r) - time(q), wFirst, wLast, lo[c], hi[c], magnitude);
       const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
-                            32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(vr));
-      lo[c] = std::min({corners[0], corners[1], corners[2], corners[3]}) - margin;
-      hi[c] = std::max({corners[0], corners[1], corners[2], corners[3]}) + margin;
+                            32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(value(r, c)));
+      lo[c] -= margin;
+      hi[c] += margin;
       // Written so that a NaN anywhere clears nothing.
       if (!(lo[c] <= hi[c])) return false;
     }
@@ -394,8 +439,27 @@ class BoundedSearch {
     const std::size_t count = q - p_;
     if (count <= kShortRun) return anyExceedsEntryByEntry(p_ + 1, q, q, r);
     if (clears(runBand_, q, r)) return false;
-    std::size_t offset = 0;
-    for (int level = std::numeric_limits<std::size_t>::digits - 1; level >= 0; --level) {
+    // The aligned groups of the run but its last few entries, as one band
+    // (its chord ends at its last entry, so its residuals shrink toward the
+    // candidate): where it clears, only the few entries after it are left.
+    const std::size_t head = count & ~(kPrefixRun - 1);
+    if (head > 0) {
+      if (prefixCount_ != head) buildPrefix(head);
+      if (clears(prefix_, q, r)) {
+        if (count == head) return false;
+        // The entries after it, fewer than kPrefixRun, as one more band.
+        while (tail_.last + 1 < q) grow(tail_, tail_.last + 1);
+        if (clears(tail_, q, r)) return false;
+        return anyGroupExceeds(count, head, kPrefixLevel - 1, q, r);
+      }
+    }
+    return anyGroupExceeds(count, 0, std::numeric_limits<std::size_t>::digits - 1, q, r);
+  }
+
+  // The entries from p_ + offset on, the run's aligned groups of `count`
+  // from `top` down, each group cleared or split.
+  bool anyGroupExceeds(std::size_t count, std::size_t offset, int top, std::size_t q, std::size_t r) {
+    for (int level = top; level >= 0; --level) {
       const std::size_t size = std::size_t{1} << level;
       if ((count & size) == 0) continue;
       const bool found = level < kGroupLevel ? anyExceedsEntryByEntry(p_ + offset, p_ + offset + size, q, r)
@@ -404,6 +468,21 @@ class BoundedSearch {
       offset += size;
     }
     return false;
+  }
+
+  // The merged band of the aligned groups of the first `head` entries of
+  // the run: built anew each time `head` grows by kPrefixRun entries, from
+  // the few groups its bits name, so that it costs next to nothing a candidate.
+  void buildPrefix(std::size_t head) {
+    std::size_t offset = 0;
+    for (int level = std::numeric_limits<std::size_t>::digits - 1; level >= kPrefixLevel; --level) {
+      const std::size_t size = std::size_t{1} << level;
+      if ((head & size) == 0) continue;
+      prefix_ = offset == 0 ? group(level, 0) : merge(prefix_, group(level, offset >> level));
+      offset += size;
+    }
+    prefixCount_ = head;
+    tail_ = single(p_ + head);
   }
 
   struct Built {
@@ -419,6 +498,9 @@ class BoundedSearch {
   const Blend blend_;
   std::size_t p_ = 0;         // the last kept entry
   Band<N> runBand_;           // the entries from p_ on
+  Band<N> prefix_;            // the first prefixCount_ entries from p_, when prefixCount_ > 0
+  std::size_t prefixCount_ = 0;
+  Band<N> tail_;              // the entries after the prefix, up to the candidate
   std::vector<std::vector<Built>> groups_;  // by level, from p_
   std::vector<int> moving_;  // the components the bounds look at
   std::array<bool, N> standing_{};  // with a blend: the components that hold one finite value
@@ -495,11 +577,11 @@ double length(const Row& row) { return std::sqrt(dot(row, row)); }
 
 // The bound of the normalised and orthonormalised estimates for the bounded
 // search. Components 0..11 are the matrix by rows, 12..14 the axis lengths
-// (the kept scaling blends them). A blended row x within distance rho of c
-// normalises to within 2 rho / |c| of c / |c|, whatever x is (a zero x stays
-// zero, at distance 1 <= 2 rho / |c|). Gram-Schmidt takes it from row to row:
-// removing the projection on a unit row known within d moves the result by
-// at most 2 rho + 2 |c| d. Each step adds a few roundings of what it works on.
+// (the kept scaling blends them). A blended row x within distance rho < |c|
+// of c normalises to within asin(rho / |c|) of c / |c|; Gram-Schmidt takes
+// it from row to row: removing the projection on a unit row known within d
+// moves the result by at most rho + |c| d. Each step adds a few roundings of
+// what it works on.
 class MatrixBlendBound {
  public:
   static constexpr int kComponents = 15;
@@ -570,22 +652,26 @@ class MatrixBlendBound {
   }
 
  private:
-  // unit = c / |c|; how far a normalised row within `radius` of c may lie from it.
+  // unit = c / |c|; how far a normalised row within `radius` of c may lie
+  // from it: a row in the ball sees c at an angle of at most asin(radius /
+  // |c|), and two unit rows lie no farther apart than their angle. A ball
+  // that holds zero bounds nothing.
   static double towardUnit(const Row& c, double radius, Row& unit) {
     const double n = length(c);
-    if (!(n > 0.0)) return std::numeric_limits<double>::infinity();
+    if (!(radius < n)) return std::numeric_limits<double>::infinity();
     for (int j = 0; j < 3; ++j) unit[j] = c[j] / n;
-    return (2 * radius / n) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+    return std::asin(radius / n) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
            16 * std::numeric_limits<double>::epsilon();
   }
   // y loses its projection on `unit`; returns how far a row within `radius`
   // of y, losing its projection on a unit row within `deviation` of `unit`,
-  // may then lie from the new y.
+  // may then lie from the new y. Removing a projection moves no row farther,
+  // and the two projections differ by at most the sine of the rows' angle.
   static double withoutProjection(Row& y, double radius, const Row& unit, double deviation) {
     const double size = length(y);
     const double f = dot(y, unit);
     for (int j = 0; j < 3; ++j) y[j] -= unit[j] * f;
-    return (2 * radius + 2 * size * deviation) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+    return (radius + size * deviation) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
            64 * std::numeric_limits<double>::epsilon() * (size + radius);
   }
 

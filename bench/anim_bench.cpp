@@ -659,12 +659,12 @@ int main(int argc, char** argv) {
     compare(recordTrack(still, 1000), FrameInterpolation::None);
     compare(recordTrack(turning, 1000), FrameInterpolation::Normalized);
     compare(recordTrack(turning, 1000), FrameInterpolation::Orthonormalized);
-    // The steady turn of the growth benchmark, one run of 10,000 entries: the
+    // The steady turn of the growth benchmark, one run of 5,000 entries: the
     // rule tried entry by entry takes a second or so for each mode.
-    compare(recordTrack(slowTurning, 10000), FrameInterpolation::Normalized);
-    compare(recordTrack(slowTurning, 10000), FrameInterpolation::Orthonormalized);
+    compare(recordTrack(slowTurning, 5000), FrameInterpolation::Normalized);
+    compare(recordTrack(slowTurning, 5000), FrameInterpolation::Orthonormalized);
     {
-      const auto turnTrack = recordTrack(slowTurning, 10000);
+      const auto turnTrack = recordTrack(slowTurning, 5000);
       const auto a = reduceKeys(turnTrack, kTolerance, FrameInterpolation::Normalized, true);
       const auto b = reduceKeysEntryByEntry(turnTrack, kTolerance, FrameInterpolation::Normalized, true);
       same = same && a.indices == b.indices && a.values == b.values;
