@@ -89,7 +89,17 @@ SampleColor estimateColor(const SampleColor& a, const SampleColor& b, int ta, in
 // anew each time the run doubles (a straight move stays in it whatever its
 // length, so each candidate costs the same), and, only once that band cannot
 // clear a candidate, as aligned groups of 8, 16, 32... entries, each band
-// built once from its two halves.
+// built once from its two halves. A curve leaves the run's band: there the
+// groups of all but the last few entries are merged into one band, drawn
+// anew each time the run grows by 64 entries, and the entries after it make
+// one more band; those two clear a steady turn at any length, so it too costs
+// the same per candidate. Only a band that cannot clear is split.
+//
+// Where a band's chord ends at its last entry (every group, the merged
+// prefix), its residuals are also bounded by how they shrink toward that
+// entry: e * w(t) <= towardLast * (t[last] - t) * (tr - tq) / (tr - t) <=
+// towardLast * (tr - tq), however near the band ends to the candidate. Without
+// it a curved band next to the candidate would never clear.
 
 // Unit roundoff of the arithmetic that computes an estimate.
 template <typename Scalar>

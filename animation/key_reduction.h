@@ -125,11 +125,10 @@ float largestKeyError(const KeySeries<float>& recorded, const KeySeries<float>& 
 float largestKeyError(const KeySeries<SampleColor>& recorded, const KeySeries<SampleColor>& keys, int numSamples);
 
 // The same keys found as the rule reads: for each candidate, every entry since
-// the last key is tried. reduceKeys finds them without trying every entry
-// where the estimate is linear (scalars, colours, matrices without a
-// frame-to-frame mode), so a straight move costs time in proportion to its
-// length; this is the reference it is held to, and quadratic in a run that
-// interpolates well.
+// the last key is tried. reduceKeys finds them without trying every entry, in
+// every frame-to-frame mode, so a straight move or a steady turn costs time
+// in proportion to its length; this is the reference it is held to, and
+// quadratic in a run that interpolates well.
 KeySeries<float> reduceKeysEntryByEntry(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance);
 KeySeries<SampleColor> reduceKeysEntryByEntry(const KeySeries<SampleColor>& recorded,
                                               const ColorKeyTolerance& tolerance);
