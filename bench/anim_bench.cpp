@@ -544,8 +544,9 @@ KeyCount countKeys(const Recorded& r, bool bound) {
 }
 
 // Argument: 0 the slow turn, 1 this benchmark's scene, 2 the flag. Times the
-// reduction within the bound; the counters hold both key counts and errors
-// (the tolerances: 0.001 per transform element, 0.01 visibility).
+// reduction within the bound with the measure of its error; the counters hold
+// both key counts and errors (the tolerances: 0.001 per transform element,
+// 0.01 visibility).
 void BM_KeysRuleAgainstBound(benchmark::State& state) {
   const Recorded r = caseTracks(static_cast<int>(state.range(0)));
   if (r.transforms.empty()) {
