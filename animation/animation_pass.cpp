@@ -12,6 +12,7 @@ void exportSceneAnimation(SceneExporter& exporter) {
   // Only the additional script can set such a range; sampleSpan then takes
   // the start alone, which the user should hear about once, not per node.
   const ExportOptions& o = exporter.options;
+  exporter.animation.keyErrorBound = exporter.host->KeyErrorBound();
   if (o.endFrame < o.startFrame)
     exporter.logMessage(
         "WARNING: Animation end frame %d lies before start frame %d: every node is sampled at the start frame alone.",

@@ -16,4 +16,8 @@ struct AnimationState {
   int sampleStepFrames = 1;       // frames at the sample rate between two samples
   float visibilityDelta = 0.01f;  // tolerance of the visibility track (0 hidden .. 1 visible)
   LightParameterDeltas parameterDeltas;
+  // Keys that rebuild every sample within the tolerances
+  // (reduceKeysWithinBound) instead of the rule's: the host's choice for
+  // this run (Interface::KeyErrorBound), taken when the pass begins.
+  bool keyErrorBound = false;
 };

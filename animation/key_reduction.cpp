@@ -5,6 +5,7 @@
 #include <cassert>
 #include <cmath>
 #include <limits>
+#include <type_traits>
 
 namespace {
 
@@ -88,7 +89,17 @@ SampleColor estimateColor(const SampleColor& a, const SampleColor& b, int ta, in
 // anew each time the run doubles (a straight move stays in it whatever its
 // length, so each candidate costs the same), and, only once that band cannot
 // clear a candidate, as aligned groups of 8, 16, 32... entries, each band
-// built once from its two halves.
+// built once from its two halves. A curve leaves the run's band: there the
+// groups of all but the last few entries are merged into one band, drawn
+// anew each time the run grows by 64 entries, and the entries after it make
+// one more band; those two clear a steady turn at any length, so it too costs
+// the same per candidate. Only a band that cannot clear is split.
+//
+// Where a band's chord ends at its last entry (every group, the merged
+// prefix), its residuals are also bounded by how they shrink toward that
+// entry: e * w(t) <= towardLast * (t[last] - t) * (tr - tq) / (tr - t) <=
+// towardLast * (tr - tq), however near the band ends to the candidate. Without
+// it a curved band next to the candidate would never clear.
 
 // Unit roundoff of the arithmetic that computes an estimate.
 template <typename Scalar>
@@ -102,17 +113,34 @@ struct Band {
   std::array<double, N> lo{}, hi{};  // residuals about the chord, lo <= 0 <= hi
   std::array<double, N> largest{};  // the largest magnitude of a value in the band
   std::array<double, N> error{};    // how far rounding may have moved lo and hi
+  // With the chord through the last entry (anchor == last), where every
+  // residual is 0: the largest |residual| / (t[last] - t) of an entry, so
+  // that a residual shrinks to 0 toward the last entry at that slope.
+  std::array<double, N> towardLast{};
 };
 
 // `component(value, c)` gives component c as a double; `limits[c]` is the
 // tolerance of component c, exactly as the tolerance compares it; `Scalar` is
 // the type the estimate is computed in.
-template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+//
+// Where the estimate is not linear in the blend (normalised axes, kept
+// lengths), `Blend` is given instead: `blend(lo, hi, sampled)` says whether
+// every estimate made from blended components within [lo[c], hi[c]] lies
+// within the tolerance of `sampled`. The blend of a band's entries is the
+// wedge's own expression, value[r] + (value[i] - value[r]) * w(ti): for one
+// residual it is monotone in ti, for one ti linear in the residual, so the
+// band's four corners bound it.
+struct NoBlend {};
+
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component,
+          typename Blend = NoBlend>
 class BoundedSearch {
+  static constexpr bool kLinear = std::is_same_v<Blend, NoBlend>;
+
  public:
   BoundedSearch(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
-                const std::array<double, N>& limits, const Component& component)
-      : in_(in), estimate_(estimate), tolerance_(tolerance), limits_(limits), component_(component) {
+                const std::array<double, N>& limits, const Component& component, const Blend& blend = {})
+      : in_(in), estimate_(estimate), tolerance_(tolerance), limits_(limits), component_(component), blend_(blend) {
     // A component that holds one finite value over the whole series is
     // estimated as that value up to a few roundings of it: where those stay
     // within its tolerance, no entry can exceed through it, and the bounds
@@ -123,6 +151,15 @@ class BoundedSearch {
     for (std::size_t k = 1, left = N; left > 0 && k < in_.size(); ++k)
       for (int c = 0; c < N; ++c)
         if (standing[c] && !(value(k, c) == value(0, c))) standing[c] = false, --left;
+    if constexpr (!kLinear) {
+      // Every component enters the normalisation: a standing one as its
+      // value, which the bands need not follow.
+      for (int c = 0; c < N; ++c) {
+        standing_[c] = standing[c] && std::isfinite(value(0, c));
+        if (!standing_[c]) moving_.push_back(c);
+      }
+      return;
+    }
     for (int c = 0; c < N; ++c) {
       const double v = standing[c] ? value(0, c) : 0.0, limit = limits_[c];
       if (!(standing[c] && std::isfinite(v) &&
@@ -161,6 +198,8 @@ class BoundedSearch {
  private:
   static constexpr int kGroupLevel = 3;  // groups of 8 entries are tried entry by entry
   static constexpr std::size_t kShortRun = 8;  // runs this short are tried entry by entry, without a band
+  static constexpr int kPrefixLevel = 6;  // the prefix band leaves out fewer than 64 entries
+  static constexpr std::size_t kPrefixRun = std::size_t{1} << kPrefixLevel;
 
   double value(std::size_t k, int c) const { return component_(in_.values[k], c); }
   double time(std::size_t k) const { return in_.indices[k]; }
@@ -178,6 +217,7 @@ class BoundedSearch {
   void startRun(std::size_t p) {
     p_ = p;
     runBand_ = single(p);
+    prefixCount_ = 0;
     for (auto& level : groups_) level.clear();
   }
 
@@ -240,9 +280,20 @@ class BoundedSearch {
       b.largest.fill(0.0);
       b.error.fill(0.0);
       for (std::size_t i = b.first; i <= k; ++i) takeResidual(b, i);
+      takeTowardLast(b);
     } else {
       takeResidual(b, k);
     }
+  }
+
+  // How the residuals of a band whose chord ends at its last entry shrink
+  // toward it: one pass over its entries.
+  void takeTowardLast(Band<N>& b) const {
+    b.towardLast.fill(0.0);
+    const double tLast = time(b.last);
+    for (std::size_t i = b.first; i < b.last; ++i)
+      for (const int c : moving_)
+        b.towardLast[c] = std::max(b.towardLast[c], std::fabs(value(i, c) - chordAt(b, c, i)) / (tLast - time(i)));
   }
 
   void takeResidual(Band<N>& b, std::size_t i) const {
@@ -270,6 +321,14 @@ class BoundedSearch {
       const double eRight = value(right.first, c) - chordAt(b, c, right.first);
       b.lo[c] = std::min(left.lo[c] + std::min(0.0, eLeft), right.lo[c] + std::min(0.0, eRight));
       b.hi[c] = std::max(left.hi[c] + std::max(0.0, eLeft), right.hi[c] + std::max(0.0, eRight));
+      // Both chords end where the halves end: the difference of the right
+      // half's chord and this one is 0 at the last entry and eRight at the
+      // right half's first; of the left half's, 0 at the first entry and
+      // eLeft at its last, which lies at least t[last] - t[left.last] before
+      // the end. Each half's own residuals shrink toward its own last entry.
+      const double tLast = time(b.last);
+      b.towardLast[c] = std::max(left.towardLast[c] + std::fabs(eLeft) / (tLast - time(left.last)),
+                                 right.towardLast[c] + std::fabs(eRight) / (tLast - time(right.first)));
       b.error[c] = std::max(left.error[c], right.error[c]) +
                    residualError(3 * b.largest[c] + std::fabs(b.lo[c]) + std::fabs(b.hi[c]));
     }
@@ -277,7 +336,7 @@ class BoundedSearch {
   }
 
   // The aligned group j of 2^level entries from the run's first entry.
-  Band<N> group(int level, std::size_t j) {
+  const Band<N>& group(int level, std::size_t j) {
     if (groups_.size() <= static_cast<std::size_t>(level)) groups_.resize(static_cast<std::size_t>(level) + 1);
     auto& built = groups_[static_cast<std::size_t>(level)];
     if (j < built.size() && built[j].ready) return built[j].band;
@@ -286,12 +345,14 @@ class BoundedSearch {
       const std::size_t first = p_ + (j << level);
       b = single(first);
       for (std::size_t k = first + 1; k < first + (std::size_t{1} << level); ++k) extend(b, k);
+      takeTowardLast(b);
     } else {
-      b = merge(group(level - 1, 2 * j), group(level - 1, 2 * j + 1));
+      const Band<N> left = group(level - 1, 2 * j);  // the next call may move it
+      b = merge(left, group(level - 1, 2 * j + 1));
     }
     if (built.size() <= j) built.resize(j + 1);
     built[j] = {b, true};
-    return b;
+    return built[j].band;
   }
 
   // Whether no entry of band b can exceed the tolerance for candidate q
@@ -302,33 +363,80 @@ class BoundedSearch {
     const double tq = time(q), tr = time(r);
     const double wFirst = (tr - tq) / (tr - time(b.first));
     const double wLast = (tr - tq) / (tr - time(b.last));
+    if constexpr (!kLinear) return blendClears(b, q, r, wFirst, wLast);
     for (const int c : moving_) {
-      const double vq = value(q, c), vr = value(r, c), va = value(b.first, c);
-      // The band's far side: on the chord, which may run on past its anchor.
-      const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
-      const double lo = b.lo[c], hi = b.hi[c];
-      const double magnitude = std::fabs(vq) + std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(lo) +
-                               std::fabs(hi);
+      const double vq = value(q, c), vr = value(r, c);
+      double lo = 0.0, hi = 0.0, magnitude = 0.0;
+      blendRange(b, c, r, tr - tq, wFirst, wLast, lo, hi, magnitude);
       // This bound's own rounding, and the rule's: its estimate and difference
       // are rounded in `Scalar` from values of at most this size.
-      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
+      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * (magnitude + std::fabs(vq)) +
                             32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(vr) + std::fabs(vq) +
                                                       std::fabs(limits_[c]));
       const double allowed = limits_[c] - margin;
-      const double base = vr - vq;
-      const double corners[4] = {base + (va + lo - vr) * wFirst, base + (va + hi - vr) * wFirst,
-                                 base + (vb + lo - vr) * wLast, base + (vb + hi - vr) * wLast};
       // Written so that a NaN anywhere clears nothing.
-      for (double f : corners)
-        if (!(std::fabs(f) <= allowed)) return false;
+      if (!(std::fabs(lo - vq) <= allowed && std::fabs(hi - vq) <= allowed)) return false;
     }
     return true;
   }
 
+  // The range of the blend value[r] + (value[i] - value[r]) * w(ti) of
+  // component c over the entries of band b, before rounding; `magnitude` the
+  // size of what it was computed from. Two bounds, both kept:
+  // - the band's four corners (for one residual the blend is monotone in ti,
+  //   for one ti linear in the residual);
+  // - the chord's part, monotone in ti, at both ends, plus the residual's part
+  //   e * w, which lies within [lo, hi] * w(t[last]) and, where the residuals
+  //   shrink toward the last entry, within towardLast * (tr - tq), however
+  //   near the band ends to the candidate.
+  void blendRange(const Band<N>& b, int c, std::size_t r, double gap, double wFirst, double wLast, double& lo,
+                  double& hi, double& magnitude) const {
+    const double vr = value(r, c), va = value(b.first, c);
+    // The band's far side: on the chord, which may run on past its anchor.
+    const double vb = b.anchor == b.last ? value(b.last, c) : chordAt(b, c, b.last);
+    const double corners[4] = {vr + (va + b.lo[c] - vr) * wFirst, vr + (va + b.hi[c] - vr) * wFirst,
+                               vr + (vb + b.lo[c] - vr) * wLast, vr + (vb + b.hi[c] - vr) * wLast};
+    lo = std::min({corners[0], corners[1], corners[2], corners[3]});
+    hi = std::max({corners[0], corners[1], corners[2], corners[3]});
+    magnitude = std::fabs(vr) + std::fabs(va) + std::fabs(vb) + std::fabs(b.lo[c]) + std::fabs(b.hi[c]);
+    if (b.anchor != b.last || b.first == b.last) return;
+    const double ea = vr + (va - vr) * wFirst, eb = vr + (vb - vr) * wLast;
+    const double shrink = (b.towardLast[c] + 4 * b.error[c]) * gap * (1 + 8 * kRoundoff<double>);
+    const double below = std::max(b.lo[c] * wLast, -shrink), above = std::min(b.hi[c] * wLast, shrink);
+    lo = std::max(lo, std::min(ea, eb) + below);
+    hi = std::min(hi, std::max(ea, eb) + above);
+    magnitude += shrink;
+  }
+
+  // The nonlinear estimates: the range of each blended component over the
+  // band, widened by what rounding (this bound's and the rule's blend) may
+  // move it, handed to the blend's own bound.
+  bool blendClears(const Band<N>& b, std::size_t q, std::size_t r, double wFirst, double wLast) const {
+    std::array<double, N> lo, hi;
+    for (int c = 0; c < N; ++c) {
+      if (standing_[c]) {
+        // The blend of two equal values, up to its roundings.
+        const double v = value(0, c), margin = 16 * kRoundoff<double> * std::fabs(v);
+        lo[c] = v - margin;
+        hi[c] = v + margin;
+        continue;
+      }
+      double magnitude = 0.0;
+      blendRange(b, c, r, time(r) - time(q), wFirst, wLast, lo[c], hi[c], magnitude);
+      const double margin = 2 * b.error[c] + 16 * kRoundoff<double> * magnitude +
+                            32 * kRoundoff<Scalar> * (b.largest[c] + std::fabs(value(r, c)));
+      lo[c] -= margin;
+      hi[c] += margin;
+      // Written so that a NaN anywhere clears nothing.
+      if (!(lo[c] <= hi[c])) return false;
+    }
+    return blend_(lo, hi, in_.values[q]);
+  }
+
   bool groupExceeds(int level, std::size_t j, std::size_t q, std::size_t r) {
-    const Band<N> b = group(level, j);
-    if (clears(b, q, r)) return false;
-    if (level == kGroupLevel) return anyExceedsEntryByEntry(b.first, b.last + 1, q, r);
+    if (clears(group(level, j), q, r)) return false;
+    const std::size_t first = p_ + (j << level);
+    if (level == kGroupLevel) return anyExceedsEntryByEntry(first, first + (std::size_t{1} << level), q, r);
     return groupExceeds(level - 1, 2 * j, q, r) || groupExceeds(level - 1, 2 * j + 1, q, r);
   }
 
@@ -341,8 +449,27 @@ class BoundedSearch {
     const std::size_t count = q - p_;
     if (count <= kShortRun) return anyExceedsEntryByEntry(p_ + 1, q, q, r);
     if (clears(runBand_, q, r)) return false;
-    std::size_t offset = 0;
-    for (int level = std::numeric_limits<std::size_t>::digits - 1; level >= 0; --level) {
+    // The aligned groups of the run but its last few entries, as one band
+    // (its chord ends at its last entry, so its residuals shrink toward the
+    // candidate): where it clears, only the few entries after it are left.
+    const std::size_t head = count & ~(kPrefixRun - 1);
+    if (head > 0) {
+      if (prefixCount_ != head) buildPrefix(head);
+      if (clears(prefix_, q, r)) {
+        if (count == head) return false;
+        // The entries after it, fewer than kPrefixRun, as one more band.
+        while (tail_.last + 1 < q) grow(tail_, tail_.last + 1);
+        if (clears(tail_, q, r)) return false;
+        return anyGroupExceeds(count, head, kPrefixLevel - 1, q, r);
+      }
+    }
+    return anyGroupExceeds(count, 0, std::numeric_limits<std::size_t>::digits - 1, q, r);
+  }
+
+  // The entries from p_ + offset on, the run's aligned groups of `count`
+  // from `top` down, each group cleared or split.
+  bool anyGroupExceeds(std::size_t count, std::size_t offset, int top, std::size_t q, std::size_t r) {
+    for (int level = top; level >= 0; --level) {
       const std::size_t size = std::size_t{1} << level;
       if ((count & size) == 0) continue;
       const bool found = level < kGroupLevel ? anyExceedsEntryByEntry(p_ + offset, p_ + offset + size, q, r)
@@ -351,6 +478,21 @@ class BoundedSearch {
       offset += size;
     }
     return false;
+  }
+
+  // The merged band of the aligned groups of the first `head` entries of
+  // the run: built anew each time `head` grows by kPrefixRun entries, from
+  // the few groups its bits name, so that it costs next to nothing a candidate.
+  void buildPrefix(std::size_t head) {
+    std::size_t offset = 0;
+    for (int level = std::numeric_limits<std::size_t>::digits - 1; level >= kPrefixLevel; --level) {
+      const std::size_t size = std::size_t{1} << level;
+      if ((head & size) == 0) continue;
+      prefix_ = offset == 0 ? group(level, 0) : merge(prefix_, group(level, offset >> level));
+      offset += size;
+    }
+    prefixCount_ = head;
+    tail_ = single(p_ + head);
   }
 
   struct Built {
@@ -363,16 +505,23 @@ class BoundedSearch {
   const Tolerance& tolerance_;
   const std::array<double, N> limits_;
   const Component& component_;
+  const Blend blend_;
   std::size_t p_ = 0;         // the last kept entry
   Band<N> runBand_;           // the entries from p_ on
+  Band<N> prefix_;            // the first prefixCount_ entries from p_, when prefixCount_ > 0
+  std::size_t prefixCount_ = 0;
+  Band<N> tail_;              // the entries after the prefix, up to the candidate
   std::vector<std::vector<Built>> groups_;  // by level, from p_
   std::vector<int> moving_;  // the components the bounds look at
+  std::array<bool, N> standing_{};  // with a blend: the components that hold one finite value
 };
 
-template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component>
+template <typename T, int N, typename Scalar, typename Estimate, typename Tolerance, typename Component,
+          typename Blend = NoBlend>
 KeySeries<T> reduceBounded(const KeySeries<T>& in, const Estimate& estimate, const Tolerance& tolerance,
-                           const std::array<double, N>& limits, const Component& component) {
-  return BoundedSearch<T, N, Scalar, Estimate, Tolerance, Component>(in, estimate, tolerance, limits, component)
+                           const std::array<double, N>& limits, const Component& component, const Blend& blend = {}) {
+  return BoundedSearch<T, N, Scalar, Estimate, Tolerance, Component, Blend>(in, estimate, tolerance, limits,
+                                                                            component, blend)
       .run();
 }
 
@@ -434,6 +583,113 @@ class MatrixEstimate {
   bool maintainScaling_;
 };
 
+double length(const Row& row) { return std::sqrt(dot(row, row)); }
+
+// The bound of the normalised and orthonormalised estimates for the bounded
+// search. Components 0..11 are the matrix by rows, 12..14 the axis lengths
+// (the kept scaling blends them). A blended row x within distance rho < |c|
+// of c normalises to within asin(rho / |c|) of c / |c|; Gram-Schmidt takes
+// it from row to row: removing the projection on a unit row known within d
+// moves the result by at most rho + |c| d. Each step adds a few roundings of
+// what it works on.
+class MatrixBlendBound {
+ public:
+  static constexpr int kComponents = 15;
+
+  MatrixBlendBound(const MatrixKeyTolerance& tolerance, FrameInterpolation mode, bool maintainScaling)
+      : tolerance_(tolerance), mode_(mode), maintainScaling_(maintainScaling) {}
+
+  bool operator()(const std::array<double, kComponents>& lo, const std::array<double, kComponents>& hi,
+                  const SampleMatrix& sampled) const {
+    constexpr double eps = std::numeric_limits<double>::epsilon();
+    // The translation is blended only.
+    for (int j = 0; j < 3; ++j) {
+      const double s = sampled[3][j], a = lo[9 + j], b = hi[9 + j];
+      const double off = std::max(std::fabs(s - a), std::fabs(b - s));
+      if (!(off + 8 * eps * (std::fabs(s) + std::fabs(a) + std::fabs(b)) <= tolerance_.positionDelta)) return false;
+    }
+    Row centre[3]{}, unit[3]{};
+    double radius[3]{}, deviation[3]{};
+    for (int k = 0; k < 3; ++k) {
+      double sum = 0.0;
+      for (int j = 0; j < 3; ++j) {
+        const int c = 3 * k + j;
+        centre[k][j] = 0.5 * (lo[c] + hi[c]);
+        const double half = 0.5 * (hi[c] - lo[c]);
+        sum += half * half;
+      }
+      radius[k] = std::sqrt(sum) * (1 + 8 * eps) + 64 * eps * length(centre[k]);
+    }
+    switch (mode_) {
+      case FrameInterpolation::None:
+        for (int k = 0; k < 3; ++k) unit[k] = centre[k], deviation[k] = radius[k];
+        break;
+      case FrameInterpolation::Normalized:
+        for (int k = 0; k < 3; ++k) deviation[k] = towardUnit(centre[k], radius[k], unit[k]);
+        break;
+      case FrameInterpolation::Orthonormalized: {
+        deviation[0] = towardUnit(centre[0], radius[0], unit[0]);
+        Row y = centre[1];
+        double moved = withoutProjection(y, radius[1], unit[0], deviation[0]);
+        deviation[1] = towardUnit(y, moved, unit[1]);
+        y = centre[2];
+        moved = withoutProjection(y, radius[2], unit[0], deviation[0]);
+        moved = withoutProjection(y, moved, unit[1], deviation[1]);
+        deviation[2] = towardUnit(y, moved, unit[2]);
+        break;
+      }
+    }
+    for (int k = 0; k < 3; ++k) {
+      // Past this the rows may pass through zero; the entries are tried.
+      if (!(deviation[k] <= 1.0)) return false;
+      double scale = 1.0, scaleSpread = 0.0, scaleMost = 1.0;
+      if (maintainScaling_) {
+        // The rule rounds the blended length to float.
+        const double a = lo[12 + k], b = hi[12 + k], most = std::max(std::fabs(a), std::fabs(b));
+        scale = 0.5 * (a + b);
+        scaleSpread = 0.5 * (b - a) + std::ldexp(most, -23);
+        scaleMost = most * (1 + std::ldexp(1.0, -22));
+      }
+      for (int j = 0; j < 3; ++j) {
+        const double estimate = unit[k][j] * scale;
+        const double off = std::fabs(sampled[k][j] - estimate) + deviation[k] * scaleMost +
+                           std::fabs(unit[k][j]) * scaleSpread;
+        const double rounding = 64 * eps * (std::fabs(sampled[k][j]) + scaleMost * (1 + std::fabs(unit[k][j])));
+        if (!(off + rounding <= tolerance_.rotationDelta)) return false;
+      }
+    }
+    return true;
+  }
+
+ private:
+  // unit = c / |c|; how far a normalised row within `radius` of c may lie
+  // from it: a row in the ball sees c at an angle of at most asin(radius /
+  // |c|), and two unit rows lie no farther apart than their angle. A ball
+  // that holds zero bounds nothing.
+  static double towardUnit(const Row& c, double radius, Row& unit) {
+    const double n = length(c);
+    if (!(radius < n)) return std::numeric_limits<double>::infinity();
+    for (int j = 0; j < 3; ++j) unit[j] = c[j] / n;
+    return std::asin(radius / n) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+           16 * std::numeric_limits<double>::epsilon();
+  }
+  // y loses its projection on `unit`; returns how far a row within `radius`
+  // of y, losing its projection on a unit row within `deviation` of `unit`,
+  // may then lie from the new y. Removing a projection moves no row farther,
+  // and the two projections differ by at most the sine of the rows' angle.
+  static double withoutProjection(Row& y, double radius, const Row& unit, double deviation) {
+    const double size = length(y);
+    const double f = dot(y, unit);
+    for (int j = 0; j < 3; ++j) y[j] -= unit[j] * f;
+    return (radius + size * deviation) * (1 + 16 * std::numeric_limits<double>::epsilon()) +
+           64 * std::numeric_limits<double>::epsilon() * (size + radius);
+  }
+
+  MatrixKeyTolerance tolerance_;
+  FrameInterpolation mode_;
+  bool maintainScaling_;
+};
+
 // Walks every sample of the span once, beside the recorded entries and the
 // keys; `measure(sampled, estimated, worst)` folds one difference into worst.
 template <typename T, typename Estimate, typename Error, typename Measure>
@@ -454,6 +710,53 @@ Error largestError(const KeySeries<T>& recorded, const KeySeries<T>& keys, int n
               estimate(keys.values[k], keys.values[k + 1], keys.indices[k], j, keys.indices[k + 1]), worst);
   }
   return worst;
+}
+
+// The greedy reduction of reduceKeysWithinBound over the samples 0 up to the
+// last recorded entry; `fits(sampled, estimated)` says whether one estimate
+// lies within the tolerance (false for a NaN difference).
+template <typename T, typename Estimate, typename Fits>
+KeySeries<T> reduceWithin(const KeySeries<T>& in, const Estimate& estimate, const Fits& fits) {
+  KeySeries<T> out;
+  if (in.empty()) return out;
+  // The value in force at each sample: a dropped repeat has its entry's.
+  const int last = in.indices.back();
+  std::vector<const T*> at(static_cast<std::size_t>(last) + 1);
+  for (std::size_t e = 0; e < in.size(); ++e) {
+    const int end = e + 1 < in.size() ? in.indices[e + 1] : last + 1;
+    for (int j = in.indices[e]; j < end; ++j) at[static_cast<std::size_t>(j)] = &in.values[e];
+  }
+  const auto segmentFits = [&](int a, int b) {
+    const T& va = *at[static_cast<std::size_t>(a)];
+    const T& vb = *at[static_cast<std::size_t>(b)];
+    for (int j = a + 1; j < b; ++j)
+      if (!fits(*at[static_cast<std::size_t>(j)], estimate(va, vb, a, j, b))) return false;
+    return true;
+  };
+  const auto keep = [&](int j) {
+    out.values.push_back(*at[static_cast<std::size_t>(j)]);
+    out.indices.push_back(j);
+  };
+  keep(0);
+  for (int a = 0; a < last;) {
+    // The next sample always fits: no sample lies between.
+    int good = a + 1, bad = -1;
+    for (long long d = 2; good < last; d *= 2) {
+      const int b = static_cast<int>(std::min<long long>(a + d, last));
+      if (!segmentFits(a, b)) {
+        bad = b;
+        break;
+      }
+      good = b;
+    }
+    while (bad >= 0 && bad - good > 1) {
+      const int mid = good + (bad - good) / 2;
+      (segmentFits(a, mid) ? good : bad) = mid;
+    }
+    keep(good);
+    a = good;
+  }
+  return out;
 }
 
 // A NaN difference leaves the largest as it was.
@@ -532,9 +835,21 @@ KeySeries<SampleColor> reduceKeys(const KeySeries<SampleColor>& recorded, const 
 KeySeries<SampleMatrix> reduceKeys(const KeySeries<SampleMatrix>& recorded, const MatrixKeyTolerance& tolerance,
                                    FrameInterpolation mode, bool maintainMatrixScaling) {
   const MatrixEstimate estimate(mode, maintainMatrixScaling);
-  // Normalised axes and kept lengths are not linear in the blend: no band
-  // bounds them, and every entry is tried.
-  if (mode != FrameInterpolation::None || maintainMatrixScaling) return reduce(recorded, estimate, tolerance);
+  // Normalised axes and kept lengths are not linear in the blend: the bands
+  // bound the blended components, and MatrixBlendBound what the mode makes
+  // of them.
+  if (mode != FrameInterpolation::None || maintainMatrixScaling) {
+    constexpr int kComponents = MatrixBlendBound::kComponents;
+    std::array<double, kComponents> limits;
+    for (int c = 0; c < kComponents; ++c)
+      limits[static_cast<std::size_t>(c)] = c < 9 ? tolerance.rotationDelta : tolerance.positionDelta;
+    const auto component = [](const SampleMatrix& m, int c) {
+      if (c >= 12) return length(m[static_cast<std::size_t>(c - 12)]);  // as the rule computes it
+      return m[static_cast<std::size_t>(c / 3)][static_cast<std::size_t>(c % 3)];
+    };
+    return reduceBounded<SampleMatrix, kComponents, double>(recorded, estimate, tolerance, limits, component,
+                                                            MatrixBlendBound(tolerance, mode, maintainMatrixScaling));
+  }
   std::array<double, 12> limits;
   for (int c = 0; c < 12; ++c) limits[static_cast<std::size_t>(c)] = c < 9 ? tolerance.rotationDelta : tolerance.positionDelta;
   const auto component = [](const SampleMatrix& m, int c) {
@@ -556,4 +871,33 @@ KeySeries<SampleMatrix> reduceKeysEntryByEntry(const KeySeries<SampleMatrix>& re
                                                const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
                                                bool maintainMatrixScaling) {
   return reduce(recorded, MatrixEstimate(mode, maintainMatrixScaling), tolerance);
+}
+
+KeySeries<float> reduceKeysWithinBound(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance) {
+  return reduceWithin(recorded, estimateScalar,
+                      [&](float s, float m) { return std::fabs(s - m) <= tolerance.threshold; });
+}
+
+KeySeries<SampleColor> reduceKeysWithinBound(const KeySeries<SampleColor>& recorded,
+                                             const ColorKeyTolerance& tolerance) {
+  const double limit = tolerance.threshold * 255.0;  // as the tolerance compares
+  return reduceWithin(recorded, estimateColor, [&](const SampleColor& s, const SampleColor& m) {
+    for (int c = 0; c < 3; ++c)
+      if (!(std::fabs(s[c] - m[c]) <= limit)) return false;
+    return true;
+  });
+}
+
+KeySeries<SampleMatrix> reduceKeysWithinBound(const KeySeries<SampleMatrix>& recorded,
+                                              const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
+                                              bool maintainMatrixScaling) {
+  return reduceWithin(recorded, MatrixEstimate(mode, maintainMatrixScaling),
+                      [&](const SampleMatrix& s, const SampleMatrix& m) {
+                        for (int c = 0; c < 3; ++c)
+                          if (!(std::fabs(s[3][c] - m[3][c]) <= tolerance.positionDelta)) return false;
+                        for (int r = 0; r < 3; ++r)
+                          for (int c = 0; c < 3; ++c)
+                            if (!(std::fabs(s[r][c] - m[r][c]) <= tolerance.rotationDelta)) return false;
+                        return true;
+                      });
 }

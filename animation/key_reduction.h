@@ -9,7 +9,10 @@
 //
 // A key list made so is exact at every key and, interpolated linearly by
 // sample index (matrices with the frame-to-frame mode applied to the blend),
-// within tolerance at every dropped sample. The rule is one loop
+// within tolerance of each dropped entry's neighbours: the rule compares a
+// candidate only with estimates whose right end is the entry after it, so a
+// slow steady curve can stray far from the tolerance between two keys.
+// reduceKeysWithinBound keeps the promise instead (see below). The rule is one loop
 // (key_reduction.cpp); the value types differ only in how an entry is
 // estimated and how far an estimate may stray, which the tolerances below say.
 #pragma once
@@ -122,17 +125,35 @@ float largestKeyError(const KeySeries<float>& recorded, const KeySeries<float>& 
 float largestKeyError(const KeySeries<SampleColor>& recorded, const KeySeries<SampleColor>& keys, int numSamples);
 
 // The same keys found as the rule reads: for each candidate, every entry since
-// the last key is tried. reduceKeys finds them without trying every entry
-// where the estimate is linear (scalars, colours, matrices without a
-// frame-to-frame mode), so a straight move costs time in proportion to its
-// length; this is the reference it is held to, and quadratic in a run that
-// interpolates well.
+// the last key is tried. reduceKeys finds them without trying every entry, in
+// every frame-to-frame mode, so a straight move or a steady turn costs time
+// in proportion to its length; this is the reference it is held to, and
+// quadratic in a run that interpolates well.
 KeySeries<float> reduceKeysEntryByEntry(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance);
 KeySeries<SampleColor> reduceKeysEntryByEntry(const KeySeries<SampleColor>& recorded,
                                               const ColorKeyTolerance& tolerance);
 KeySeries<SampleMatrix> reduceKeysEntryByEntry(const KeySeries<SampleMatrix>& recorded,
                                                const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
                                                bool maintainMatrixScaling);
+
+// Keys that rebuild every sample of the span within the tolerance, as
+// largestKeyError measures it: between two keys every sample (recorded
+// entries and the repeats recording dropped) is compared with the keys'
+// interpolation, through `mode` and the kept scaling, and a NaN difference
+// counts as a miss. A key may fall on any sample up to the last recorded
+// entry, which is always a key; after it the value holds, as recorded.
+// Greedy: from each key the next is the farthest sample found by doubling
+// the segment and then halving between the last that fits and the first that
+// does not, every try checking each sample of the segment. A straight move
+// costs time in proportion to its length; a curve O(n log k) for segments of
+// k samples. Not the rule's keys: for the choice of a caller who wants the
+// bound (zt2export --key-error-bound).
+KeySeries<float> reduceKeysWithinBound(const KeySeries<float>& recorded, const ScalarKeyTolerance& tolerance);
+KeySeries<SampleColor> reduceKeysWithinBound(const KeySeries<SampleColor>& recorded,
+                                             const ColorKeyTolerance& tolerance);
+KeySeries<SampleMatrix> reduceKeysWithinBound(const KeySeries<SampleMatrix>& recorded,
+                                              const MatrixKeyTolerance& tolerance, FrameInterpolation mode,
+                                              bool maintainMatrixScaling);
 
 // Modified Gram-Schmidt over the axis rows 0, 1, 2 in that order; the
 // translation row is untouched. A row that comes out of zero length stays

@@ -88,7 +88,9 @@ void sampleLightAnimation(SceneExporter& exporter, LightAnimation& record, INode
   record.numSamples = span.numSamples;
 
   const LightParameterDeltas& d = exporter.animation.parameterDeltas;
-  const KeySeries<SampleColor> colourKeys = reduceKeys(colour, ColorKeyTolerance{d.colour});
+  const bool bound = exporter.animation.keyErrorBound;
+  const KeySeries<SampleColor> colourKeys = bound ? reduceKeysWithinBound(colour, ColorKeyTolerance{d.colour})
+                                                  : reduceKeys(colour, ColorKeyTolerance{d.colour});
   record.colourKeys = colorKeys(colourKeys);
   if (Sys->verboseActive())
     Sys->verbose("Light animation \"%s\" colour: %d samples, %zu keys, largest error %g\n", node->GetName(),
@@ -107,7 +109,9 @@ void sampleLightAnimation(SceneExporter& exporter, LightAnimation& record, INode
                 {"hotspot", hotspot, d.hotspot, record.hotspotKeys},
                 {"falloff", falloff, d.falloff, record.falloffKeys}};
   for (const auto& track : tracks) {
-    const KeySeries<float> kept = reduceKeys(track.samples, ScalarKeyTolerance{track.delta});
+    const ScalarKeyTolerance tolerance{track.delta};
+    const KeySeries<float> kept =
+        bound ? reduceKeysWithinBound(track.samples, tolerance) : reduceKeys(track.samples, tolerance);
     track.keys = scalarKeys(kept);
     if (Sys->verboseActive() && !track.samples.empty())
       Sys->verbose("Light animation \"%s\" %s: %d samples, %zu keys, largest error %g\n", node->GetName(), track.name,

@@ -66,15 +66,19 @@ void sampleTransformAnimation(SceneExporter& exporter, TransformAnimation& recor
   record.maintainMatrixScaling =
       o.maintainMatrixScaling && record.frameToFrameInterpolation != FrameInterpolation::None;
   const MatrixKeyTolerance tolerance{o.rotationDelta, o.positionDelta};
+  const bool bound = exporter.animation.keyErrorBound;
   const KeySeries<SampleMatrix> keys =
-      reduceKeys(transforms, tolerance, record.frameToFrameInterpolation, record.maintainMatrixScaling);
+      bound ? reduceKeysWithinBound(transforms, tolerance, record.frameToFrameInterpolation,
+                                    record.maintainMatrixScaling)
+            : reduceKeys(transforms, tolerance, record.frameToFrameInterpolation, record.maintainMatrixScaling);
   record.keys.clear();
   record.keys.reserve(keys.size());
   for (std::size_t k = 0; k < keys.size(); ++k) record.keys.push_back({keys.indices[k], narrow(keys.values[k])});
   record.numSamples = span.numSamples;
 
-  const KeySeries<float> visibilityKeys =
-      reduceKeys(visibility, ScalarKeyTolerance{exporter.animation.visibilityDelta});
+  const ScalarKeyTolerance visibilityTolerance{exporter.animation.visibilityDelta};
+  const KeySeries<float> visibilityKeys = bound ? reduceKeysWithinBound(visibility, visibilityTolerance)
+                                                : reduceKeys(visibility, visibilityTolerance);
   record.visibilityKeys = scalarKeys(visibilityKeys);
 
   // The error walk visits every sample again: only when someone reads it.

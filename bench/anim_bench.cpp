@@ -16,7 +16,15 @@
 //   visibility, as the pass samples them), reduction (of those samples), and
 //   the whole animation pass; then the same scene with every tenth free node
 //   on one long linear ramp, the reduction's quadratic worst case. The
-//   summary at the end adds the peak heap of one pass over each scene.
+//   summary at the end adds the peak heap of one pass over each scene;
+// - the growth of each frame-to-frame mode's reduction on a steady turn of
+//   90 degrees per 50,000 frames (one run, which the rule tried entry by
+//   entry makes quadratic) at 10,000, 20,000 and 50,000 frames;
+// - the keys kept by the rule and by --key-error-bound (reduceKeysWithinBound),
+//   with the largest error each leaves (counters rule_keys, bound_keys,
+//   rule_error, bound_error), on a slow steady turn (90 degrees over 1,000
+//   frames), on this benchmark's scene, and on the flag of the tests, made
+//   into a scene file by zt2export --write-scene and sampled at 120 per second.
 //
 // Times are processor time of the one thread: the figures stay comparable on
 // a machine that is busy with other work. Every timed iteration gets a freshly
@@ -41,6 +49,8 @@
 #include <vector>
 
 #include "bench/bench_support.h"
+#include "support/flag_model.h"
+#include "support/test_support.h"
 #include "animation/animation_pass.h"
 #include "animation/key_reduction.h"
 #include "animation/sample_span.h"
@@ -144,6 +154,32 @@ BENCHMARK(BM_ReduceStraightMove)->Arg(100)->Arg(1000)->Arg(10000)->Arg(100000)->
 BENCHMARK(BM_ReduceStraightMoveEntryByEntry)->Arg(1000)->Arg(10000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
 BENCHMARK(BM_ReduceTurnNormalized)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
 BENCHMARK(BM_ReduceJitter)->Arg(1000)->Unit(benchmark::kMicrosecond)->Apply(medianOfFive);
+
+// A steady turn of 90 degrees per 50,000 frames: the rule keeps one run over
+// the whole track in every mode.
+SampleMatrix slowTurning(int i) { return turn(i * (kPi / 2) / 50000.0); }
+
+// Argument 0: the mode (0 none, 1 normalised, 2 orthonormalised, 3
+// normalised with kept scaling); 1: the frames.
+void BM_TurnGrowth(benchmark::State& state) {
+  const int mode = static_cast<int>(state.range(0)), n = static_cast<int>(state.range(1));
+  const KeySeries<SampleMatrix> recorded = recordTrack(slowTurning, n);
+  const FrameInterpolation modes[] = {FrameInterpolation::None, FrameInterpolation::Normalized,
+                                      FrameInterpolation::Orthonormalized, FrameInterpolation::Normalized};
+  std::size_t keys = 0;
+  for (auto _ : state) {
+    const KeySeries<SampleMatrix> kept = reduceKeys(recorded, kTolerance, modes[mode], mode == 3);
+    keys = kept.size();
+    benchmark::DoNotOptimize(kept.values.data());
+  }
+  state.counters["keys"] = double(keys);
+  state.counters["per_sample"] =
+      benchmark::Counter(double(n), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+BENCHMARK(BM_TurnGrowth)
+    ->ArgsProduct({{0, 1, 2, 3}, {10000, 20000, 50000}})
+    ->Unit(benchmark::kMillisecond)
+    ->Apply(medianOfFive);
 
 // --- the scene of 1,000 nodes ---
 
@@ -427,6 +463,106 @@ BENCHMARK(BM_ReductionEntryByEntry)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecon
 BENCHMARK(BM_AnimationPass)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
 BENCHMARK(BM_AnimationPassUncached)->Arg(0)->Unit(benchmark::kMillisecond)->Apply(medianOfFive);
 
+// --- keys of the rule against keys within the bound ---
+
+// The flag of the tests as a scene file, written once by zt2export
+// --write-scene into a directory of this run; its text and its folder (the
+// buffers lie beside it).
+struct FlagScene {
+  std::unique_ptr<ztx_test::TempDir> dir;
+  std::string json;
+};
+const FlagScene& flagScene() {
+  static const FlagScene flag = [] {
+    FlagScene f;
+    f.dir = std::make_unique<ztx_test::TempDir>();
+    ztx_test::writeFlag(f.dir->path().string());
+    const auto r = ztx_test::runExport({f.dir->file("flag.md5mesh"), "--write-scene", f.dir->file("flag.scene.json"),
+                                        "-o", f.dir->file("flag.zt2"), "--config-dir", f.dir->file("config"),
+                                        "--quiet"});
+    if (r.exitCode == 0)
+      f.json = ztx_test::readText(f.dir->file("flag.scene.json"));
+    else
+      std::fprintf(stderr, "anim_bench: the flag could not be exported: %s\n", r.err.c_str());
+    return f;
+  }();
+  return flag;
+}
+
+// The transform and visibility tracks of one of the cases, sampled as the pass samples them.
+Recorded caseTracks(int which) {
+  if (which == 0) {
+    // A slow steady turn: 90 degrees over 1,000 frames.
+    Recorded r;
+    r.transforms.push_back(recordTrack([](int i) { return turn(i * (kPi / 2) / 1000.0); }, 1001));
+    return r;
+  }
+  if (which == 1) {
+    Setup s = prepare(false);
+    return sampleAll(*s.exporter);
+  }
+  const FlagScene& flag = flagScene();
+  if (flag.json.empty()) return {};
+  auto host = hostmodel::loadSceneFromString(flag.json, flag.dir->path().string());
+  SceneExporter e;
+  e.host = host.get();
+  e.ticksPerFrame = host->GetTicksPerFrame();
+  const Interval range = host->GetAnimRange();
+  e.options.startFrame = 0;
+  e.options.endFrame = e.ticksPerFrame > 0 ? (range.End() - range.Start()) / e.ticksPerFrame : 0;
+  // Sampled 120 times a second, as the driver applies a sample rate: the
+  // rule's error grows with the rate, the bound's does not.
+  host->SetFrameRate(120);
+  return sampleAll(e);
+}
+
+struct KeyCount {
+  std::size_t keys = 0;
+  double error = 0;  // the largest over every track: translation, axis or visibility element
+};
+
+// The error is measured over the samples up to the last recorded entry,
+// where every later sample repeats it.
+KeyCount countKeys(const Recorded& r, bool bound) {
+  KeyCount count;
+  for (const auto& series : r.transforms) {
+    const auto keys = bound ? reduceKeysWithinBound(series, kTolerance, FrameInterpolation::None, false)
+                            : reduceKeys(series, kTolerance, FrameInterpolation::None, false);
+    const int n = series.empty() ? 0 : series.indices.back() + 1;
+    const MatrixKeyError e = largestKeyError(series, keys, n, FrameInterpolation::None, false);
+    count.keys += keys.size();
+    count.error = std::max({count.error, e.position, e.axes});
+  }
+  for (const auto& series : r.visibility) {
+    const auto keys = bound ? reduceKeysWithinBound(series, ScalarKeyTolerance{0.01f})
+                            : reduceKeys(series, ScalarKeyTolerance{0.01f});
+    const int n = series.empty() ? 0 : series.indices.back() + 1;
+    count.keys += keys.size();
+    count.error = std::max(count.error, double(largestKeyError(series, keys, n)));
+  }
+  return count;
+}
+
+// Argument: 0 the slow turn, 1 this benchmark's scene, 2 the flag. Times the
+// reduction within the bound with the measure of its error; the counters hold
+// both key counts and errors (the tolerances: 0.001 per transform element,
+// 0.01 visibility).
+void BM_KeysRuleAgainstBound(benchmark::State& state) {
+  const Recorded r = caseTracks(static_cast<int>(state.range(0)));
+  if (r.transforms.empty()) {
+    state.SkipWithError("no tracks");
+    return;
+  }
+  KeyCount bound;
+  for (auto _ : state) bound = countKeys(r, true);
+  const KeyCount rule = countKeys(r, false);
+  state.counters["rule_keys"] = double(rule.keys);
+  state.counters["bound_keys"] = double(bound.keys);
+  state.counters["rule_error"] = rule.error;
+  state.counters["bound_error"] = bound.error;
+}
+BENCHMARK(BM_KeysRuleAgainstBound)->DenseRange(0, 2)->Unit(benchmark::kMillisecond)->Iterations(3);
+
 
 // The bytes one pass writes, with or without the host's transform cache.
 std::vector<std::uint8_t> passBytes(bool ramps, bool cached) {
@@ -494,6 +630,15 @@ int main(int argc, char** argv) {
                   ramp100k / ramp10k);
     if (ramp10k > 0 && plain10k > 0)
       std::printf("Straight move of 10,000 samples, entry by entry / bounded search: %.0f\n", plain10k / ramp10k);
+    const char* const modeNames[] = {"none", "normalised", "orthonormalised", "normalised, kept scaling"};
+    for (int mode = 0; mode < 4; ++mode) {
+      const std::string name = "BM_TurnGrowth/" + std::to_string(mode);
+      const double t10 = perSample(name, 10000), t20 = perSample(name, 20000), t50 = perSample(name, 50000);
+      if (t10 > 0 && t20 > 0 && t50 > 0)
+        std::printf("Steady turn, %s: %.3f, %.3f, %.3f us per frame at 10,000, 20,000, 50,000 frames; per-frame "
+                    "cost at 20,000 and 50,000 over 10,000: %.3f, %.3f (goal <= 1.3)\n",
+                    modeNames[mode], t10 / 1e3, t20 / 1e3, t50 / 1e3, t20 / t10, t50 / t10);
+    }
     const double pass10k = perSample("BM_RampNodePass", 10000), pass100k = perSample("BM_RampNodePass", 100000);
     if (pass10k > 0 && pass100k > 0)
       std::printf("One node on a ramp, whole animation pass, time per frame at 100,000 frames over that at 10,000: "
@@ -514,6 +659,18 @@ int main(int argc, char** argv) {
     compare(recordTrack(straight, 10000), FrameInterpolation::None);
     compare(recordTrack(still, 1000), FrameInterpolation::None);
     compare(recordTrack(turning, 1000), FrameInterpolation::Normalized);
+    compare(recordTrack(turning, 1000), FrameInterpolation::Orthonormalized);
+    // The steady turn of the growth benchmark, one run of 5,000 entries: the
+    // rule tried entry by entry takes a second or so for each mode.
+    compare(recordTrack(slowTurning, 5000), FrameInterpolation::Normalized);
+    compare(recordTrack(slowTurning, 5000), FrameInterpolation::Orthonormalized);
+    {
+      const auto turnTrack = recordTrack(slowTurning, 5000);
+      const auto a = reduceKeys(turnTrack, kTolerance, FrameInterpolation::Normalized, true);
+      const auto b = reduceKeysEntryByEntry(turnTrack, kTolerance, FrameInterpolation::Normalized, true);
+      same = same && a.indices == b.indices && a.values == b.values;
+      ++tracks;
+    }
     compare(recordTrack(jittering, 1000), FrameInterpolation::None);
     for (const bool ramps : {false, true}) {
       Setup s = prepare(ramps);

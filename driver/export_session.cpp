@@ -250,6 +250,7 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   host->setChangedTextureCopiesReplaced(request.replaceTextures);
   host->setTextureCopiesNamedByContent(request.uniqueTextureNames);
   host->setFlushesDeferred(request.noSync);
+  host->setKeyErrorBound(request.keyErrorBound);
 
   int result = 0;
   try {

@@ -32,6 +32,7 @@ struct ExportRequest {
   bool replaceTextures = false;
   bool uniqueTextureNames = false;
   bool noSync = false;
+  bool keyErrorBound = false;  // keys that rebuild every sample within the tolerances
   bool saveOptions = false;   // ZTExport.cfg written at the end, as the dialog's OK does
   bool dryRun = false;        // the whole export, nothing written
   bool everyMessage = false;  // the exporter shows its messages even when nothing failed

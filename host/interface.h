@@ -72,6 +72,10 @@ class Interface {
   // which the scene file then names: images of one name from different
   // folders then never take each other's place.
   virtual bool TextureCopiesNamedByContent() { return false; }
+  // True when animation keys must rebuild every sample within the
+  // tolerances (zt2export --key-error-bound) rather than follow the rule
+  // that compares a sample with its neighbours only.
+  virtual bool KeyErrorBound() { return false; }
   // Told of every texture copy the exported file relies on: staged by this
   // export, or found there already with the image's bytes. A host that names
   // an export's outputs (a dependency file) lists them.

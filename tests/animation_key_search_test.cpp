@@ -90,10 +90,12 @@ void compareMany(int tracks, std::uint64_t seed, bool longRuns, const Make& make
     const int n = isLong ? 1000 + below(rng, 1500) : 1 + below(rng, 400);
     const double tol = tolerance(rng);
     KeySeries<T> recorded;
+    // A maker may lengthen the track it was asked for.
     const std::vector<T> samples = make(rng, kind, n, tol);
-    for (int i = 0; i < n; ++i) recordSample(recorded, samples[static_cast<std::size_t>(i)], i);
+    for (std::size_t i = 0; i < samples.size(); ++i) recordSample(recorded, samples[i], static_cast<int>(i));
     const KeySeries<T> fast = reduce(recorded, tol), plain = reference(recorded, tol);
-    ASSERT_TRUE(sameKeys(fast, plain)) << "track " << t << " of kind " << kind << ", " << n << " samples, tolerance "
+    ASSERT_TRUE(sameKeys(fast, plain)) << "track " << t << " of kind " << kind << ", " << samples.size()
+                                       << " samples, tolerance "
                                        << tol << ": " << fast.size() << " keys against " << plain.size();
     for (std::size_t k = 1; k < plain.size(); ++k) longest = std::max(longest, plain.indices[k] - plain.indices[k - 1]);
   }
@@ -172,4 +174,64 @@ TEST(KeySearch, ALongStraightMoveKeepsItsTwoKeys) {
   const MatrixKeyTolerance tolerance{0.001, 0.001};
   const auto keys = reduceKeys(recorded, tolerance, FrameInterpolation::None, false);
   EXPECT_EQ(keys.indices, (std::vector<int>{0, 19999}));
+}
+
+// The blending modes, on what they are made for: axes turning about an axis
+// that drifts, slowly (runs of a thousand entries and more, which only the
+// bands decide) or fast, with noise on and across the tolerance, growing and
+// shrinking axes, half turns whose blend passes through zero, and a
+// translation of its own kind beside them.
+TEST(KeySearch, TurningKeysAreTheRulesKeysInTheBlendingModes) {
+  const struct {
+    FrameInterpolation mode;
+    bool scaling;
+  } modes[] = {{FrameInterpolation::Normalized, false},
+               {FrameInterpolation::Normalized, true},
+               {FrameInterpolation::Orthonormalized, false},
+               {FrameInterpolation::Orthonormalized, true},
+               {FrameInterpolation::None, true}};
+  for (const auto& m : modes) {
+    SCOPED_TRACE(testing::Message() << "mode " << static_cast<int>(m.mode) << (m.scaling ? " with scaling" : ""));
+    const FrameInterpolation mode = m.mode;
+    const bool scaling = m.scaling;
+    compareMany<SampleMatrix>(
+        60, 40 + static_cast<int>(mode) * 2 + scaling, false,
+        [](Rng& rng, int kind, int n, double tol) {
+          // Long and slow now and then, whatever the kind.
+          const bool slow = below(rng, 3) == 0;
+          if (slow) n = std::max(n, 1500);
+          const double rate = slow ? uniform(rng, 1e-5, 5e-4) : uniform(rng, 1e-3, 0.2);
+          const double noise = below(rng, 2) == 0 ? 0.0 : uniform(rng, 0.2, 1.5) * tol;
+          const double grow = below(rng, 2) == 0 ? 0.0 : uniform(rng, -2e-4, 2e-4);
+          const bool flips = below(rng, 10) == 0;
+          // Or a turn whose rate changes by up to twice the tolerance now and
+          // then: the entry that misses most lies inside the run.
+          const bool kinks = below(rng, 2) == 0;
+          double angle = 0.0, kinkedRate = rate;
+          const std::vector<double> position = track(rng, kind, n, tol);
+          std::vector<SampleMatrix> out(static_cast<std::size_t>(n));
+          for (int i = 0; i < n; ++i) {
+            if (kinks && below(rng, 40) == 0) kinkedRate += uniform(rng, -2, 2) * tol;
+            angle += kinkedRate;
+            const double a = flips && i % 9 > 5 ? 3.14159265358979323846 : kinks ? angle : rate * i;
+            const double tilt = 0.3 + 1e-4 * i;  // the axis drifts
+            const double x = std::sin(tilt), z = std::cos(tilt), c = std::cos(a), s = std::sin(a), t = 1 - c;
+            const double rows[3][3] = {{t * x * x + c, -s * z, t * x * z},
+                                       {s * z, c, -s * x},
+                                       {t * x * z, s * x, t * z * z + c}};
+            SampleMatrix& v = out[static_cast<std::size_t>(i)];
+            for (int r = 0; r < 3; ++r)
+              for (int k = 0; k < 3; ++k)
+                v[r][k] = rows[r][k] * (1 + grow * i) + (noise > 0 ? uniform(rng, -1, 1) * noise : 0.0);
+            v[3] = {position[static_cast<std::size_t>(i)], 0.5 * position[static_cast<std::size_t>(i)], -2.0};
+          }
+          return out;
+        },
+        [&](const KeySeries<SampleMatrix>& s, double tol) {
+          return reduceKeys(s, MatrixKeyTolerance{tol, tol}, mode, scaling);
+        },
+        [&](const KeySeries<SampleMatrix>& s, double tol) {
+          return reduceKeysEntryByEntry(s, MatrixKeyTolerance{tol, tol}, mode, scaling);
+        });
+  }
 }

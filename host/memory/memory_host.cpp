@@ -55,6 +55,8 @@ void MemoryHost::setChangedTextureCopiesReplaced(bool replaced) { impl_->changed
 bool MemoryHost::ChangedTextureCopiesReplaced() { return impl_->changedTextureCopiesReplaced; }
 void MemoryHost::setTextureCopiesNamedByContent(bool named) { impl_->textureCopiesNamedByContent = named; }
 bool MemoryHost::TextureCopiesNamedByContent() { return impl_->textureCopiesNamedByContent; }
+void MemoryHost::setKeyErrorBound(bool bound) { impl_->keyErrorBound = bound; }
+bool MemoryHost::KeyErrorBound() { return impl_->keyErrorBound; }
 void MemoryHost::TextureCopyUsed(const std::string& path) { noteFileWritten(path); }
 void MemoryHost::setStageObserver(std::function<void(const char*)> observer) {
   impl_->stageObserver = std::move(observer);

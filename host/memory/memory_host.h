@@ -68,6 +68,8 @@ class MemoryHost : public Interface {
   void setChangedTextureCopiesReplaced(bool replaced);
   // What TextureCopiesNamedByContent answers (the command-line tool's --texture-names unique).
   void setTextureCopiesNamedByContent(bool named);
+  // What KeyErrorBound answers (the command-line tool's --key-error-bound).
+  void setKeyErrorBound(bool bound);
   // Called with each stage the exporter announces (benchmarks time them).
   void setStageObserver(std::function<void(const char*)> observer);
 
@@ -119,6 +121,7 @@ class MemoryHost : public Interface {
   bool TextureCopiesOutsideAllowed() override;
   bool ChangedTextureCopiesReplaced() override;
   bool TextureCopiesNamedByContent() override;
+  bool KeyErrorBound() override;
   bool FlushesDeferred() override;
   // Noted as a file written (file_reads.h).
   void TextureCopyUsed(const std::string& path) override;

@@ -51,6 +51,7 @@ struct MemoryHost::Impl {
   bool textureCopiesOutsideAllowed = false;
   bool changedTextureCopiesReplaced = false;
   bool textureCopiesNamedByContent = false;
+  bool keyErrorBound = false;
   bool flushesDeferred = false;
   std::function<void(const char*)> stageObserver;
   int cancelFromCall = 0;

@@ -140,7 +140,7 @@ _UNSET = object()
 
 
 def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_UNSET, module=None,
-           texture_paths=(), copy_textures_outside=False):
+           texture_paths=(), copy_textures_outside=False, key_error_bound=False):
     """Export `scene` (a scene-description file or a model) to `out` (a .zt2 name).
 
     Runs the exporter module in this process through its entry points, as
@@ -154,7 +154,9 @@ def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_
     whole export but writes nothing (zt2export --check); `check` is its former
     name, deprecated. `module` is the
     exporter module to load; by default ZTExport.dle beside this package,
-    else where an install or the build tree puts it.
+    else where an install or the build tree puts it. key_error_bound=True
+    keeps animation keys that rebuild every sample within the tolerances
+    (zt2export --key-error-bound).
 
     Returns an ExportResult (status, messages, files). Raises ExportError
     when the export cannot start (module, scene, output folder), ValueError
@@ -171,7 +173,8 @@ def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_
                                     _path(config_dir, "config_dir") if config_dir is not None else b"",
                                     bool(dry_run) if dry_run is not _UNSET else False,
                                     _path(module, "module") if module is not None else b"",
-                                    [_path(p, "texture_paths") for p in texture_paths], bool(copy_textures_outside))
+                                    [_path(p, "texture_paths") for p in texture_paths], bool(copy_textures_outside),
+                                    key_error_bound=bool(key_error_bound))
     return ExportResult(*result)
 
 

@@ -309,7 +309,8 @@ const char* messageKindName(ztdriver::MessageKind kind) {
 py::tuple exportScene(const std::string& scene, const std::string& output, const py::dict& options,
                       const std::string& configDir, bool dryRun, const std::string& module,
                       const std::vector<std::string>& texturePaths, bool copyTexturesOutside,
-                      bool dropMissingTextures, bool replaceTextures, bool uniqueTextureNames, bool sync) {
+                      bool dropMissingTextures, bool replaceTextures, bool uniqueTextureNames, bool sync,
+                      bool keyErrorBound) {
   requirePath(scene, "scene");
   requirePath(output, "out");
   requirePath(configDir, "config_dir");
@@ -330,6 +331,7 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
   request.replaceTextures = replaceTextures;
   request.uniqueTextureNames = uniqueTextureNames;
   request.noSync = !sync;
+  request.keyErrorBound = keyErrorBound;
 
   ztdriver::ExportOutcome outcome;
   std::string moduleFailure;
@@ -659,7 +661,7 @@ PYBIND11_MODULE(_ztexport, m) {
   m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
         py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"),
         py::arg("drop_missing_textures") = false, py::arg("replace_textures") = false,
-        py::arg("unique_texture_names") = false, py::arg("sync") = true);
+        py::arg("unique_texture_names") = false, py::arg("sync") = true, py::arg("key_error_bound") = false);
   m.def("option_names", &optionFieldNames);
   m.def("module_path", [](const std::string& given) {
     requirePath(given, "module");

@@ -52,6 +52,7 @@ struct Arguments {
   bool replaceTextures = false;
   bool noSync = false;
   bool uniqueTextureNames = false;
+  bool keyErrorBound = false;
 };
 
 void printUsage(std::FILE* to) {
@@ -61,7 +62,7 @@ void printUsage(std::FILE* to) {
                "                 [--memory-limit MIB] [--copy-textures-outside] [--replace-textures]\n"
                "                 [--texture-path DIR ...] [--missing-textures error|drop]\n"
                "                 [--dialog] [--module PATH] [--quiet] [--verbose] [--depfile OUT.d]\n"
-               "                 [--texture-names keep|unique] [--no-sync]\n"
+               "                 [--texture-names keep|unique] [--no-sync] [--key-error-bound]\n"
                "       zt2export --batch SRC_DIR -o OUT_DIR [-j N] [--include GLOB ...] [--exclude GLOB ...]\n"
                "                 [--force] [--timeout S] [--config-dir DIR] [--set FIELD=VALUE ...]\n"
                "                 [--module PATH] [--quiet]\n"
@@ -132,6 +133,10 @@ void printHelp() {
       "                         (\"wood.1a2b3c4d.png\", unique), which the scene file then names,\n"
       "                         so that images of one name from different folders never take\n"
       "                         each other's place\n"
+      "  --key-error-bound      animation keys that rebuild every sample within the tolerances\n"
+      "                         (positionDelta, rotationDelta and the fixed ones), often more\n"
+      "                         keys; by default the exporter's rule, which compares each\n"
+      "                         sample with its neighbours only (docs/animation.md)\n"
       "  --no-sync              put the files in place without first flushing each to the disk;\n"
       "                         for a caller that flushes the whole output at once (--batch does)\n"
       "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
@@ -212,6 +217,7 @@ Arguments parseArguments(int argc, char** argv) {
   app.add_flag("--copy-textures-outside", a.copyTexturesOutside);
   app.add_flag("--replace-textures", a.replaceTextures);
   app.add_flag("--no-sync", a.noSync);
+  app.add_flag("--key-error-bound", a.keyErrorBound);
   app.add_flag("--check", a.check);
   app.add_flag("--quiet", a.quiet);
   app.add_flag("--verbose", a.verbose);
@@ -351,6 +357,7 @@ int main(int argc, char** argv) {
   request.dryRun = args.check;
   request.dialog = args.dialog;
   request.trace = args.verbose;
+  request.keyErrorBound = args.keyErrorBound;
   request.dryRunPrefix = "zt2export-";
   ProgressLine progress(!args.quiet && ::isatty(2));
   const ztdriver::ExportOutcome outcome = ztdriver::runExport(request, *module, progress);
