@@ -20,11 +20,13 @@ class BuiltDistribution(Distribution):
 
 def package_files():
     folder = HERE / "ztexport"
-    if not (folder / "__init__.py").is_file():
-        raise SystemExit("%s: no built package here; build the wheel with cmake --build BUILD --target ztexport_wheel"
-                         % folder)
+    built = sorted(folder.glob("_ztexport*.so")) if folder.is_dir() else []
+    if not built or not (HERE / "VERSION").is_file():
+        raise SystemExit("%s: no built package here (the extension and VERSION are missing); build the wheel with "
+                         "cmake --build BUILD --target ztexport_wheel" % folder)
     return sorted(p.name for p in folder.iterdir() if p.is_file() and p.suffix != ".py")
 
 
+FILES = package_files()
 setup(version=(HERE / "VERSION").read_text(encoding="utf-8").strip(), distclass=BuiltDistribution,
-      package_data={"ztexport": package_files()})
+      package_data={"ztexport": FILES})

@@ -1,11 +1,13 @@
-"""The wheel installed into a fresh virtual environment (numpy from the
-system's site-packages) runs outside the build tree: it reads the example,
-exports it with the exporter module it carries, reads the export back, and
-runs the zt2export it carries.
+"""The wheel, built by its target and installed into a fresh virtual
+environment (numpy from the system's site-packages), runs outside the build
+tree: it reads the example, exports it with the exporter module it carries,
+reads the export back, and runs the zt2export it carries. Skipped (77) where
+the tools that package and install it are missing.
 
-    test_wheel.py SOURCE_DIR WHEEL_DIR VERSION
+    test_wheel.py SOURCE_DIR BUILD_DIR WHEEL_DIR VERSION CMAKE
 """
 import glob
+import importlib.util
 import os
 import shutil
 import subprocess
@@ -13,7 +15,10 @@ import sys
 import sysconfig
 import tempfile
 
-SOURCE, WHEELS, VERSION = sys.argv[1:4]
+SOURCE, BUILD, WHEELS, VERSION, CMAKE = sys.argv[1:6]
+# Debian's packages that give the modules the wheel is packaged and installed with.
+TOOLS = {"pip": "python3-pip", "setuptools": "python3-setuptools", "wheel": "python3-wheel",
+         "ensurepip": "python3-venv"}
 
 SCRIPT = r"""
 import os, sys
@@ -33,6 +38,11 @@ print("exported", len(scene.meshes), "meshes")
 
 
 def main():
+    missing = [package for module, package in TOOLS.items() if importlib.util.find_spec(module) is None]
+    if missing:
+        print("SKIP: the wheel needs %s (apt-get install %s)" % (", ".join(missing), " ".join(missing)))
+        return 77
+    subprocess.run([CMAKE, "--build", BUILD, "--target", "ztexport_wheel"], check=True)
     tag = "cp%d%d" % sys.version_info[:2]
     wheels = glob.glob(os.path.join(WHEELS, "ztexport-%s-%s-%s-*.whl" % (VERSION, tag, tag)))
     if len(wheels) != 1:
