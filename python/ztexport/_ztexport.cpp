@@ -271,7 +271,8 @@ py::array globalFaces(const Mesh& mesh) {
       *to++ = first + tri.c;
     }
   };
-  for (const MeshGroup& group : mesh.groups()) add(std::size_t{group.firstTriangle} + group.triangleCount, group.firstVertex);
+  for (const MeshGroup& group : mesh.groups())
+    add(std::size_t{group.firstTriangle} + group.triangleCount, group.firstVertex);
   add(mesh.triangles.size(), 0);
   return out;
 }
