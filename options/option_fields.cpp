@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <iterator>
 #include <numeric>
 
 #include "host/inhouse/text.h"
@@ -331,4 +332,42 @@ std::string optionFieldsHelp() {
   for (const Row& r : rows)
     text += "  " + pad(r.name, widths[0]) + pad(r.type, widths[1]) + pad(r.range, widths[2]) + r.defaultText + "\n";
   return text;
+}
+
+std::vector<OptionFieldInfo> optionFieldInfos() {
+  std::vector<OptionFieldInfo> out;
+  const OptionsDialog defaults;
+  for (const Field& f : fields()) {
+    OptionFieldInfo info;
+    info.name = f.name;
+    getOptionField(defaults, f.name, info.defaultValue);
+    if (f.sceneDefault) info.sceneDefault = f.sceneDefault;
+    switch (f.kind) {
+      case Kind::Flag: info.kind = "bool"; break;
+      case Kind::Float:
+        info.kind = "float";
+        info.hasLimits = true;
+        info.minimum = kFloatSpinnerMin;
+        info.maximum = kFloatSpinnerMax;
+        break;
+      case Kind::SampleRate:
+        info.kind = "int";
+        info.hasLimits = true;
+        info.minimum = kSampleRateMin;
+        info.maximum = kSampleRateMax;
+        break;
+      case Kind::Frame:
+        info.kind = "int";
+        info.limitsFromScene = true;
+        break;
+      case Kind::Text: info.kind = "string"; break;
+      case Kind::Interpolation:
+        info.kind = "enum";
+        info.choices.assign(std::begin(kInterpolationWords), std::end(kInterpolationWords));
+        break;
+    }
+    if (f.spinner) info.step = f.step;
+    out.push_back(std::move(info));
+  }
+  return out;
 }

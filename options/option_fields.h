@@ -76,6 +76,21 @@ bool getOptionField(const OptionsDialog& record, const std::string& name, std::s
 // Every field name, in the table's order.
 std::vector<std::string> optionFieldNames();
 
+// What a front end needs to build a control for each field, in the table's
+// order: a dialog, a property panel, a form.
+struct OptionFieldInfo {
+  std::string name;
+  const char* kind = "";          // "bool", "int", "float", "enum" or "string"
+  std::string defaultValue;       // a new record's, as getOptionField gives it
+  const char* sceneDefault = "";  // what sets the default on each export instead, or ""
+  bool hasLimits = false;         // minimum and maximum hold
+  double minimum = 0.0, maximum = 0.0;
+  bool limitsFromScene = false;   // the frames: the scene's frame range, known only with the scene
+  double step = 0.0;              // a spinner's step, else 0
+  std::vector<std::string> choices;  // an enum's words, value 0 first
+};
+std::vector<OptionFieldInfo> optionFieldInfos();
+
 // A listing of the fields for --help: one line each with name, type, accepted
 // range and default.
 std::string optionFieldsHelp();

@@ -26,20 +26,10 @@ from . import gather as _gather
 from . import options as _options
 
 
-def _work_directory():
-    # The package's own work folder: private to this run, removed with what it holds.
-    from ztexport._ztexport import _batch
-    return _batch.WorkDirectory("")
-
-
-def _write(path, data):
-    from ztexport._ztexport import _batch
-    _batch.write_small_file(path, data)
-
-
 def write_document(document, folder):
     """Writes the scene description, its buffer and the packed images into
     `folder`; returns the scene description's path."""
+    from ztexport import write_file as _write
     if document.buffer.size:
         _write(os.path.join(folder, _gather.BUFFER_NAME), document.buffer.bytes())
     for name, data in sorted(document.extra_files.items()):
@@ -54,11 +44,9 @@ def export_scene(context, filepath, options, animation=True):
     Raises ztexport.ExportError or ValueError when the export cannot start."""
     import ztexport
     document = _gather.gather(context, animation=animation)
-    work = _work_directory()
-    try:
-        result = ztexport.export(write_document(document, work.path), filepath, options=options)
-    finally:
-        work.remove()
+    # A folder of this run's own, removed with what it holds.
+    with ztexport.work_directory() as folder:
+        result = ztexport.export(write_document(document, folder), filepath, options=options)
     return result, document.warnings
 
 
@@ -85,7 +73,7 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
             self.report({"WARNING"}, warning)
         text = "\n".join(m.text for m in result.messages)
         if result.status != 0:
-            errors = [m.text for m in result.messages if m.kind in ("error", "messageBox")]
+            errors = [m.text for m in result.messages if m.kind in ("error", "message_box")]
             self.report({"ERROR"}, "\n".join(errors) or text or "the export was cancelled")
             return {"CANCELLED"}
         if text:

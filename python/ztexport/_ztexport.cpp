@@ -29,6 +29,8 @@
 #include "host/memory/file_reads.h"
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"
+#include "options/dialog_template.h"
+#include "options/number_text.h"
 #include "options/options_dialog.h"
 #include "driver/config_dir.h"
 #include "driver/export_session.h"
@@ -48,6 +50,8 @@ namespace {
 PyObject* formatErrorType = nullptr;
 PyObject* unreadableFileErrorType = nullptr;
 PyObject* missingFileErrorType = nullptr;
+PyObject* corruptFileErrorType = nullptr;
+PyObject* wrongKindErrorType = nullptr;
 PyObject* exportErrorType = nullptr;
 
 // ---------------------------------------------------------------- text
@@ -251,6 +255,119 @@ py::object optionValue(const OptionValue& v) {
   return py::none();
 }
 
+// A mesh's triangles with indices into its whole vertex arrays: each group's
+// vertices follow the previous group's, so a triangle's local index plus its
+// group's first vertex. Triangles past every group's count (a file no
+// exporter writes) keep their indices as written.
+py::array globalFaces(const Mesh& mesh) {
+  py::array_t<std::uint32_t> out({static_cast<py::ssize_t>(mesh.triangles.size()), py::ssize_t{3}});
+  std::uint32_t* to = out.mutable_data();
+  std::size_t t = 0;
+  const auto add = [&](std::size_t end, std::uint32_t first) {
+    for (; t < end && t < mesh.triangles.size(); ++t) {
+      const Triangle& tri = mesh.triangles[t];
+      *to++ = first + tri.a;
+      *to++ = first + tri.b;
+      *to++ = first + tri.c;
+    }
+  };
+  for (const MeshGroup& group : mesh.groups())
+    add(std::size_t{group.firstTriangle} + group.triangleCount, group.firstVertex);
+  add(mesh.triangles.size(), 0);
+  return out;
+}
+
+// ---------------------------------------------------------------- option fields
+
+// The dialog control that shows each field of the options table.
+int controlOf(const std::string& field) {
+  namespace id = control_id;
+  static const std::map<std::string, int> controls = {
+      {"exportGeometry", id::kGeometry}, {"exportSkinning", id::kSkinning},
+      {"exportAnimation", id::kAnimation}, {"exportCameras", id::kCameras},
+      {"exportLights", id::kLights}, {"exportMaterials", id::kMaterials},
+      {"exportHelpers", id::kHelpers}, {"exportEnvironment", id::kEnvironment},
+      {"removeFloatingVertices", id::kFloatingVertices}, {"removeHiddenObjects", id::kHiddenObjects},
+      {"rescale", id::kRescale}, {"rescaleFactor", id::kRescaleEdit},
+      {"texturePath", id::kTexturePath}, {"copyTextures", id::kCopyTextures},
+      {"dumpInfo", id::kDumpInfo}, {"retainHierarchies", id::kRetainHierarchies},
+      {"pivotAsMeshCenter", id::kPivotAsMeshCenter}, {"saveReferencesOnce", id::kSaveReferencesOnce},
+      {"sampleRate", id::kSampleRateEdit}, {"positionDelta", id::kPositionDeltaEdit},
+      {"rotationDelta", id::kRotationDeltaEdit}, {"frameToFrameInterpolation", id::kInterpolation},
+      {"maintainMatrixScaling", id::kMaintainMatrixScaling}, {"loop", id::kLoop},
+      {"loopInterpolation", id::kLoopInterpolation}, {"decreaseEndFrameByOne", id::kDecreaseEndFrameByOne},
+      {"useGlobalAnimationRange", id::kUseGlobalAnimationRange}, {"startFrame", id::kStartFrameEdit},
+      {"endFrame", id::kEndFrameEdit}, {"loopToFrame", id::kLoopToFrameEdit},
+  };
+  const auto at = controls.find(field);
+  return at == controls.end() ? control_id::kNone : at->second;
+}
+
+std::string withoutMnemonic(const std::string& text) {
+  std::string out;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '&' && i + 1 < text.size() && text[i + 1] != '&') continue;
+    out += text[i];
+  }
+  while (!out.empty() && out.back() == ':') out.pop_back();
+  return out;
+}
+
+// The text the export dialog shows for a field: a check box's own, or the
+// label beside (at most a row above) an edit or a list; none for the rescale
+// factor, whose edit sits under its check box.
+std::string dialogLabel(const std::string& field) {
+  const DialogTemplate& dialog = exportDialogTemplate();
+  const int id = controlOf(field);
+  const auto control = std::find_if(dialog.controls.begin(), dialog.controls.end(),
+                                    [id](const DialogControl& c) { return id != control_id::kNone && c.id == id; });
+  if (control == dialog.controls.end()) return {};
+  if (control->kind == ControlKind::CheckBox) return withoutMnemonic(control->text);
+  const DialogControl* nearest = nullptr;
+  long best = 0;
+  for (const DialogControl& c : dialog.controls) {
+    if (c.kind != ControlKind::Label || c.text.empty()) continue;
+    const long dx = c.x - control->x, dy = c.y - control->y;
+    if (dy < -16 || dy > 2 || (dx > 0 ? dx : -dx) > 60) continue;
+    const long distance = dx * dx + dy * dy;
+    if (!nearest || distance < best) nearest = &c, best = distance;
+  }
+  return nearest ? withoutMnemonic(nearest->text) : std::string();
+}
+
+py::list optionFields() {
+  py::list out;
+  for (const OptionFieldInfo& info : optionFieldInfos()) {
+    const std::string kind = info.kind;
+    py::object value;
+    if (kind == "bool") value = py::bool_(info.defaultValue == "1");
+    else if (kind == "int") value = py::int_(std::stoll(info.defaultValue));
+    else if (kind == "float") value = py::float_(std::stod(info.defaultValue));
+    else value = py::str(info.defaultValue);
+    py::dict field;
+    field["name"] = info.name;
+    field["kind"] = kind;
+    field["default"] = value;
+    field["scene_default"] = info.sceneDefault[0] ? py::object(py::str(info.sceneDefault)) : py::object(py::none());
+    const auto limit = [&](double v) -> py::object {
+      if (!info.hasLimits) return py::none();
+      if (kind == "int") return py::int_(static_cast<long long>(v));
+      return py::float_(v);
+    };
+    field["min"] = limit(info.minimum);
+    field["max"] = limit(info.maximum);
+    field["limits_from_scene"] = info.limitsFromScene;
+    // The step as the dialog shows it (0.0001), not the float's binary expansion.
+    field["step"] = info.step > 0 ? py::object(py::float_(std::stod(formatFloat(static_cast<float>(info.step)))))
+                                  : py::object(py::none());
+    field["choices"] = py::tuple(py::cast(info.choices));
+    const std::string label = dialogLabel(info.name);
+    field["label"] = label.empty() ? py::object(py::none()) : py::object(py::str(label));
+    out.append(field);
+  }
+  return out;
+}
+
 // ---------------------------------------------------------------- export
 
 // ZTExport.dle: `given`, else beside this extension, else where an install
@@ -298,8 +415,8 @@ const char* messageKindName(ztdriver::MessageKind kind) {
     case ztdriver::MessageKind::warning: return "warning";
     case ztdriver::MessageKind::error: return "error";
     case ztdriver::MessageKind::text: return "text";
-    case ztdriver::MessageKind::messageBox: return "messageBox";
-    case ztdriver::MessageKind::imageProblem: return "imageProblem";
+    case ztdriver::MessageKind::messageBox: return "message_box";
+    case ztdriver::MessageKind::imageProblem: return "image_problem";
     case ztdriver::MessageKind::textureNote: return "note";
     case ztdriver::MessageKind::note: return "note";
   }
@@ -367,6 +484,7 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
 
 PYBIND11_MODULE(_ztexport, m) {
   m.doc() = "The binding under the ztexport package; use ztexport itself.";
+  m.attr("__version__") = ZTX_PY_VERSION;
 
   // Every failure to read is a FormatError. One that is the system's (the
   // file cannot be read at all) is an OSError as well, and a missing file a
@@ -378,6 +496,14 @@ PYBIND11_MODULE(_ztexport, m) {
   missingFileErrorType = PyErr_NewException(
       "ztexport.MissingFileError",
       py::make_tuple(py::handle(unreadableFileErrorType), py::handle(PyExc_FileNotFoundError)).ptr(), nullptr);
+  // Bytes that do not follow the format, or a good file of another kind, are
+  // bad values as json's and zipfile's faults are: ValueError.
+  corruptFileErrorType = PyErr_NewException(
+      "ztexport.CorruptFileError", py::make_tuple(py::handle(formatErrorType), py::handle(PyExc_ValueError)).ptr(),
+      nullptr);
+  wrongKindErrorType = PyErr_NewException(
+      "ztexport.WrongKindError", py::make_tuple(py::handle(formatErrorType), py::handle(PyExc_ValueError)).ptr(),
+      nullptr);
   exportErrorType = PyErr_NewException("ztexport.ExportError", PyExc_RuntimeError, nullptr);
   // The reader's line, not OSError's "[Errno 2] ...: 'path'", which would say the path twice.
   py::reinterpret_borrow<py::object>(unreadableFileErrorType).attr("__str__") =
@@ -386,6 +512,8 @@ PYBIND11_MODULE(_ztexport, m) {
   m.add_object("FormatError", py::handle(formatErrorType));
   m.add_object("UnreadableFileError", py::handle(unreadableFileErrorType));
   m.add_object("MissingFileError", py::handle(missingFileErrorType));
+  m.add_object("CorruptFileError", py::handle(corruptFileErrorType));
+  m.add_object("WrongKindError", py::handle(wrongKindErrorType));
   m.add_object("ExportError", py::handle(exportErrorType));
   py::register_exception_translator([](std::exception_ptr p) {
     try {
@@ -404,6 +532,7 @@ PYBIND11_MODULE(_ztexport, m) {
           error.attr("filename") = pathText(e.path());
         }
       } else {
+        type = e.kind() == FormatError::Kind::Corrupt ? corruptFileErrorType : wrongKindErrorType;
         error = py::reinterpret_borrow<py::object>(type)(message);
       }
       error.attr("path") = pathText(e.path());
@@ -411,7 +540,7 @@ PYBIND11_MODULE(_ztexport, m) {
       error.attr("chunk") = messageText(e.chunkPath());
       error.attr("kind") = e.kind() == FormatError::Kind::Unreadable ? "unreadable"
                            : e.kind() == FormatError::Kind::Corrupt  ? "corrupt"
-                                                                     : "wrongKind";
+                                                                     : "wrong_kind";
       PyErr_SetObject(type, error.ptr());
     }
   });
@@ -430,12 +559,12 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_readonly("order", &Node::order)
       .def("__repr__", [](const Node& n) { return "<ztexport.Node " + py::repr(nameText(n.name)).cast<std::string>() + ">"; });
 
-  py::class_<MapChannel>(m, "MapChannel")
+  py::class_<MapChannel>(m, "MapChannel", "Texture coordinates or vertex colors of one of the host's channels: coordinates (n, 3) float32 (u, -v, 0), group_counts.")
       .def_readonly("channel", &MapChannel::channel)
       .def_property_readonly("coordinates", [](const MapChannel& c) { return vec3s(c.coordinates); })
       .def_property_readonly("group_counts", [](const MapChannel& c) { return small(c.groupCounts); });
 
-  py::class_<MeshGroup> group(m, "MeshGroup");
+  py::class_<MeshGroup> group(m, "MeshGroup", "One material group of a mesh: material, first_vertex and vertex_count in the mesh's vertex arrays, first_triangle and triangle_count in its triangles and faces.");
   textField(group, "material", [](const MeshGroup& g) -> const std::string& { return g.material; });
   group.def_readonly("first_vertex", &MeshGroup::firstVertex)
       .def_readonly("vertex_count", &MeshGroup::vertexCount)
@@ -455,11 +584,12 @@ PYBIND11_MODULE(_ztexport, m) {
     });
   };
 
-  py::class_<Mesh> mesh(m, "Mesh", "A mesh: positions and normals float32 (n, 3), triangles uint16 (m, 3) local to their group (groups()), map_channels; read-only views of the reader's storage.");
+  py::class_<Mesh> mesh(m, "Mesh", "A mesh: positions and normals float32 (n, 3) and triangles uint16 (m, 3) local to their group (groups()), read-only views of the reader's storage; faces uint32 (m, 3) into positions; map_channels.");
   nodeFields(mesh, &Mesh::node);
   mesh.def_property_readonly("positions", [](const Mesh& o) { return vec3s(o.positions); })
       .def_property_readonly("normals", [](const Mesh& o) { return vec3s(o.normals); })
       .def_property_readonly("triangles", [](const Mesh& o) { return view<std::uint16_t>(o.triangles, {3}, {2}); })
+      .def_property_readonly("faces", &globalFaces)
       .def_property_readonly("group_vertex_counts", [](const Mesh& o) { return small(o.groupVertexCounts); })
       .def_property_readonly("group_triangle_counts", [](const Mesh& o) { return small(o.groupTriangleCounts); })
       .def_property_readonly("map_channels", listOf(&Mesh::mapChannels))
@@ -472,34 +602,34 @@ PYBIND11_MODULE(_ztexport, m) {
   textListField(mesh, "material_names", [](const Mesh& o) -> const std::vector<std::string>& { return o.materialNames; });
   optionalTextField(mesh, "reference_name", [](const Mesh& o) { return o.referenceName ? &*o.referenceName : nullptr; });
 
-  py::class_<Camera> camera(m, "Camera");
+  py::class_<Camera> camera(m, "Camera", "A camera: fov (radians), near and far; the node's name, parent and transform.");
   nodeFields(camera, &Camera::node);
   camera.def_readonly("fov", &Camera::fov).def_readonly("near", &Camera::nearPlane).def_readonly("far", &Camera::farPlane);
 
-  py::class_<Light> light(m, "Light");
+  py::class_<Light> light(m, "Light", "A light: type (omni, directional, spot), color (0..255 each), intensity, attenuation, hotspot and falloff.");
   nodeFields(light, &Light::node);
   light.def_property_readonly("type", [](const Light& l) { return lightTypeName(l.type); })
-      .def_property_readonly("colour", [](const Light& l) { return rgba(l.colour); })
+      .def_property_readonly("color", [](const Light& l) { return rgba(l.colour); })
       .def_readonly("intensity", &Light::intensity)
       .def_readonly("attenuation_start", &Light::attenuationStart)
       .def_readonly("attenuation_end", &Light::attenuationEnd)
       .def_readonly("hotspot", &Light::hotspot)
       .def_readonly("falloff", &Light::falloff);
 
-  py::class_<Helper> helper(m, "Helper");
+  py::class_<Helper> helper(m, "Helper", "A helper object, with the host's class_name.");
   nodeFields(helper, &Helper::node);
   textField(helper, "class_name", [](const Helper& h) -> const std::string& { return h.className; });
 
-  py::class_<Environment>(m, "Environment")
+  py::class_<Environment>(m, "Environment", "The scene's ambient and background colors, 0..255 each.")
       .def_property_readonly("ambient", [](const Environment& e) { return rgba8(e.ambientColour); })
       .def_property_readonly("background", [](const Environment& e) { return rgba8(e.backgroundColour); });
 
-  py::class_<Texture> texture(m, "Texture");
+  py::class_<Texture> texture(m, "Texture", "A material's texture layer: name, value, mode and file_names.");
   textField(texture, "name", [](const Texture& t) -> const std::string& { return t.name; });
   textListField(texture, "file_names", [](const Texture& t) -> const std::vector<std::string>& { return t.fileNames; });
   texture.def_readonly("value", &Texture::textureValue).def_readonly("mode", &Texture::textureMode);
 
-  py::class_<Material> material(m, "Material");
+  py::class_<Material> material(m, "Material", "A material: ambient, diffuse and specular colors and layers 1 to 5 (None where empty).");
   textField(material, "name", [](const Material& x) -> const std::string& { return x.name; });
   material.def_property_readonly("ambient", [](const Material& x) { return rgba(x.ambient); })
       .def_property_readonly("diffuse", [](const Material& x) { return rgba(x.diffuse); })
@@ -512,7 +642,7 @@ PYBIND11_MODULE(_ztexport, m) {
         return out;
       });
 
-  py::class_<MaterialList> materialList(m, "MaterialList");
+  py::class_<MaterialList> materialList(m, "MaterialList", "The scene's materials and the texture_path they were written with.");
   textField(materialList, "texture_path", [](const MaterialList& l) -> const std::string& { return l.texturePath; });
   materialList.def_property_readonly("materials", listOf(&MaterialList::materials));
 
@@ -527,12 +657,12 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("visibility_keys", [](const TransformAnimation& a) { return floatKeys(a.visibilityKeys); })
       .def_readonly("order", &TransformAnimation::order);
 
-  py::class_<LightAnimation> lightAnimation(m, "LightAnimation");
+  py::class_<LightAnimation> lightAnimation(m, "LightAnimation", "A light's animation: color_keys, intensity_keys, attenuation and cone keys, as Keys.");
   textField(lightAnimation, "name", [](const LightAnimation& a) -> const std::string& { return a.header.name; });
   lightAnimation.def_property_readonly("type", [](const LightAnimation& a) { return lightTypeName(a.type); })
       .def_property_readonly("sample_rate", [](const LightAnimation& a) { return a.header.sampleRate; })
       .def_readonly("num_samples", &LightAnimation::numSamples)
-      .def_property_readonly("colour_keys", [](const LightAnimation& a) { return colourKeys(a.colourKeys); })
+      .def_property_readonly("color_keys", [](const LightAnimation& a) { return colourKeys(a.colourKeys); })
       .def_property_readonly("intensity_keys", [](const LightAnimation& a) { return floatKeys(a.intensityKeys); })
       .def_property_readonly("attenuation_start_keys", [](const LightAnimation& a) { return floatKeys(a.attenuationStartKeys); })
       .def_property_readonly("attenuation_end_keys", [](const LightAnimation& a) { return floatKeys(a.attenuationEndKeys); })
@@ -540,7 +670,7 @@ PYBIND11_MODULE(_ztexport, m) {
       .def_property_readonly("falloff_keys", [](const LightAnimation& a) { return floatKeys(a.falloffKeys); })
       .def_readonly("order", &LightAnimation::order);
 
-  py::class_<SkippedChunk>(m, "SkippedChunk")
+  py::class_<SkippedChunk>(m, "SkippedChunk", "A chunk the reader does not know, skipped whole: id, version, offset, name.")
       .def_readonly("id", &SkippedChunk::id)
       .def_readonly("version", &SkippedChunk::version)
       .def_readonly("offset", &SkippedChunk::offset)
@@ -663,6 +793,7 @@ PYBIND11_MODULE(_ztexport, m) {
         py::arg("drop_missing_textures") = false, py::arg("replace_textures") = false,
         py::arg("unique_texture_names") = false, py::arg("sync") = true, py::arg("key_error_bound") = false);
   m.def("option_names", &optionFieldNames);
+  m.def("option_fields", &optionFields);
   m.def("module_path", [](const std::string& given) {
     requirePath(given, "module");
     return pathText(modulePath(given));

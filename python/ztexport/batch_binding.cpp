@@ -114,15 +114,16 @@ BatchResult resultOf(const py::dict& d) {
   return r;
 }
 
-// zt2export as installed beside the package (bin of the same prefix) or at
-// the top of the build tree the extension was built in.
+// zt2export inside the package (a wheel carries it there), as installed with
+// the package (bin of the same prefix), or at the top of the build tree the
+// extension was built in.
 std::string defaultExporter() {
   Dl_info info{};
   if (!dladdr(reinterpret_cast<void*>(&defaultExporter), &info) || !info.dli_fname) return {};
   const fs::path here = fs::path(info.dli_fname).parent_path();
   std::error_code ec;
   for (const fs::path& candidate :
-       {here / ZTX_PY_TO_INSTALLED_EXPORTER / "zt2export", here / ZTX_PY_TO_BUILT_MODULE / "zt2export"})
+       {here / "zt2export", here / ZTX_PY_TO_INSTALLED_EXPORTER / "zt2export", here / ZTX_PY_TO_BUILT_MODULE / "zt2export"})
     if (fs::is_regular_file(candidate, ec)) return candidate.lexically_normal().string();
   return {};
 }

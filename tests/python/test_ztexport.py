@@ -146,8 +146,99 @@ class ZtexportTest(unittest.TestCase):
                 field = getattr(member, "name", None) or getattr(getattr(member, "target", None), "id", None)
                 if field and not field.startswith("__"):
                     self.assertTrue(hasattr(getattr(ztexport, name), field), f"{name}.{field}")
-        for function in ("read", "read_scene", "read_skin", "read_options", "diff", "export", "option_names"):
-            self.assertTrue(getattr(ztexport, function).__doc__)
+        # Every public name has its stub, with a docstring, and its docstring at run time.
+        with open(os.path.join(os.path.dirname(ztexport.__file__), "__init__.pyi"), encoding="utf-8") as f:
+            stubbed = {node.name: node for node in ast.parse(f.read()).body
+                       if isinstance(node, (ast.ClassDef, ast.FunctionDef))}
+        for name in ztexport.__all__:
+            self.assertIn(name, stubbed)
+            self.assertTrue(ast.get_docstring(stubbed[name]), name)
+            self.assertTrue(getattr(ztexport, name).__doc__, name)
+
+    def test_all_lists_every_public_name(self):
+        import types
+        public = {name for name, value in vars(ztexport).items()
+                  if not name.startswith("_") and not isinstance(value, types.ModuleType)}
+        self.assertEqual(sorted(ztexport.__all__), sorted(public))
+
+    def test_faces_index_the_whole_mesh(self):
+        scene = ztexport.read(self.first)
+        grouped = 0
+        for mesh in scene.meshes:
+            faces, triangles = mesh.faces, mesh.triangles
+            self.assertEqual((faces.dtype, faces.shape), (np.uint32, triangles.shape))
+            for group in mesh.groups():
+                rows = slice(group.first_triangle, group.first_triangle + group.triangle_count)
+                self.assertTrue(np.array_equal(faces[rows], triangles[rows].astype(np.uint32) + group.first_vertex))
+                if len(faces[rows]):
+                    self.assertGreaterEqual(faces[rows].min(), group.first_vertex)
+                    self.assertLess(faces[rows].max(), group.first_vertex + group.vertex_count)
+            grouped += len(mesh.groups()) > 1 and mesh.groups()[1].first_vertex > 0
+            self.assertLess(faces.max(initial=0), max(len(mesh.positions), 1))
+        self.assertGreater(grouped, 0, "no mesh of the example has a second group")
+
+    def test_color_with_its_former_spelling_deprecated(self):
+        scene = ztexport.read(self.first)
+        light = scene.lights[0]
+        animation = scene.light_animations[0] if scene.light_animations else None
+        with warnings.catch_warnings(record=True) as caught:
+            warnings.simplefilter("always")
+            self.assertEqual(light.colour, light.color)
+            if animation is not None:
+                self.assertTrue(np.array_equal(animation.colour_keys.values, animation.color_keys.values))
+        self.assertEqual({w.category for w in caught}, {DeprecationWarning})
+        self.assertIn("color", str(caught[0].message))
+        self.assertEqual(len(light.color), 4)
+
+    def test_option_fields_describe_the_record(self):
+        fields = {f.name: f for f in ztexport.option_fields()}
+        self.assertEqual(list(fields), ztexport.option_names())
+        # name: (kind, default, min, max, choices, label)
+        expected = {
+            "exportGeometry": ("bool", True, None, None, (), "Geometry"),
+            "rescaleFactor": ("float", 1.0, 0.0, 100.0, (), None),
+            "sampleRate": ("int", fields["sampleRate"].default, 1, 500, (), "Sample rate"),
+            "startFrame": ("int", 0, None, None, (), "Start frame"),
+            "frameToFrameInterpolation": ("enum", fields["frameToFrameInterpolation"].default, None, None,
+                                          ("none", "normalized", "orthonormalized"),
+                                          "Frame to frame rot. interpolation"),
+            "texturePath": ("string", ".", None, None, (), "Path"),
+            "positionDelta": ("float", fields["positionDelta"].default, 0.0, 100.0, (), "min. delta pos."),
+            "copyTextures": ("bool", fields["copyTextures"].default, None, None, (),
+                             "Copy textures to export path"),
+        }
+        for name, row in expected.items():
+            field = fields[name]
+            self.assertEqual((field.kind, field.default, field.min, field.max, field.choices, field.label), row, name)
+        self.assertEqual((fields["sampleRate"].scene_default, fields["endFrame"].limits_from_scene),
+                         ("scene frame rate", True))
+        self.assertIn(fields["frameToFrameInterpolation"].default, fields["frameToFrameInterpolation"].choices)
+        kinds = {"bool": bool, "int": int, "float": float, "enum": str, "string": str}
+        for field in fields.values():
+            self.assertIs(type(field.default), kinds[field.kind], field.name)
+        # The limits are those export() holds a value to.
+        with self.assertRaisesRegex(ValueError, "rescaleFactor must be between 0 and 100"):
+            ztexport.export(self.scene, self.path("never.zt2"), config_dir=self.config,
+                            options={"rescaleFactor": fields["rescaleFactor"].max + 1})
+
+    def test_front_end_helpers_write_through_the_package(self):
+        self.assertTrue(os.access(ztexport.default_exporter(), os.X_OK))
+        with ztexport.work_directory(self.work) as folder:
+            self.assertTrue(os.path.isdir(folder))
+            for name, data in (("a.json", "{\"\u00e9\": 1}"), ("b.bin", b"\0\1")):
+                ztexport.write_file(os.path.join(folder, name), data)
+                with open(os.path.join(folder, name), "rb") as f:
+                    self.assertEqual(f.read(), data.encode() if isinstance(data, str) else data)
+        self.assertFalse(os.path.exists(folder))
+        with self.assertRaisesRegex(OSError, "nowhere"):
+            ztexport.write_file(self.path("nowhere/a.json"), "x")
+
+    def test_a_python_without_numpy_is_told_what_to_install(self):
+        run = subprocess.run([sys.executable, "-c", "import sys; sys.modules['numpy'] = None; import ztexport"],
+                             capture_output=True, text=True)
+        self.assertNotEqual(run.returncode, 0)
+        self.assertIn("ImportError: ztexport needs numpy", run.stderr)
+        self.assertIn("-m pip install numpy", run.stderr)
 
     def test_faults(self):
         with self.assertRaisesRegex(ValueError, "sampleRate must be between 1 and 500"):
@@ -184,7 +275,7 @@ class ZtexportTest(unittest.TestCase):
                          (count + 4, 'MeshChunk "Character" > MeshVertexChunk > positions'))
         with self.assertRaises(ztexport.FormatError) as caught:
             ztexport.read_options(self.first)
-        self.assertEqual(caught.exception.kind, "wrongKind")
+        self.assertEqual(caught.exception.kind, "wrong_kind")
         with self.assertRaises(ztexport.FormatError) as caught:
             ztexport.diff(self.first, self.path("missing.zt2"))
         self.assertEqual((caught.exception.kind, caught.exception.offset), ("unreadable", 0))
@@ -205,10 +296,25 @@ class ZtexportTest(unittest.TestCase):
         self.assertIsInstance(caught.exception, OSError)
         self.assertNotIsInstance(caught.exception, FileNotFoundError)
         self.assertEqual(caught.exception.kind, "unreadable")
-        # The other kinds are faults of the bytes, not of the system.
-        with self.assertRaises(ztexport.FormatError) as caught:
-            ztexport.read_options(self.first)
-        self.assertNotIsInstance(caught.exception, OSError)
+        # The other kinds are faults of the bytes, not of the system: ValueErrors.
+        damaged = self.path("short.zt2")
+        with open(self.first, "rb") as f, open(damaged, "wb") as g:
+            g.write(f.read()[:300])
+        for read, kind, cls in ((lambda: ztexport.read(damaged), "corrupt", ztexport.CorruptFileError),
+                                (lambda: ztexport.read_options(self.first), "wrong_kind", ztexport.WrongKindError)):
+            with self.assertRaises(cls) as caught:
+                read()
+            self.assertIsInstance(caught.exception, ztexport.FormatError)
+            self.assertIsInstance(caught.exception, ValueError)
+            self.assertNotIsInstance(caught.exception, OSError)
+            self.assertEqual(caught.exception.kind, kind)
+        self.assertEqual(ztexport.FormatError.__bases__, (Exception,))
+        # The former spelling still compares equal for a release, with a warning.
+        with warnings.catch_warnings(record=True) as caught_warnings:
+            warnings.simplefilter("always")
+            self.assertTrue(caught.exception.kind == "wrongKind")
+            self.assertFalse(caught.exception.kind != "wrongKind")
+        self.assertEqual([w.category for w in caught_warnings], [DeprecationWarning] * 2)
 
     def test_a_nul_in_a_path_is_refused_naming_the_argument(self):
         victim = self.path("victim.json")
