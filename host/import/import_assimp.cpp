@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 
@@ -33,6 +34,8 @@ constexpr int kFrameRate = 30;
 constexpr int kTicksPerSecond = 4800;
 // Assimp's own default when a file gives no rate.
 constexpr double kDefaultAnimationTicksPerSecond = 25.0;
+// The most samples a second the export takes (options/option_fields.h).
+constexpr long long kMostSampleRate = 500;
 
 Matrix3 toMatrix(const aiMatrix4x4& m) {
   // Assimp's matrices act on column vectors: their columns are our rows.
@@ -81,6 +84,35 @@ struct Converter {
   std::map<std::string, const aiNodeAnim*> channels;
   double animationTicksPerSecond = kDefaultAnimationTicksPerSecond;
   int lastFrame = 0;
+  int frameRate = kFrameRate;  // the scene's, which the export samples at by default
+  int sourceFrameRate = 0;  // 0: its keys lie on no whole frames of a rate the export can sample at
+
+  // The rate of the frames the clip's keys lie on: its ticks a second when
+  // every key lies on a whole tick, less where they all fall on every n-th
+  // (a clip of 1000 ticks a second keyed every 40 is of 25 frames a second).
+  int frameRateOf(const aiAnimation& anim) const {
+    const double perSecond = animationTicksPerSecond;
+    if (perSecond != std::floor(perSecond) || perSecond > 1e6) return 0;
+    long long step = 0;
+    bool whole = true;
+    auto visit = [&](const auto* keys, unsigned count) {
+      for (unsigned k = 0; k < count; ++k) {
+        const double t = keys[k].mTime, r = std::round(t);
+        if (std::fabs(t - r) > 1e-6 * std::max(1.0, std::fabs(t))) whole = false;
+        else step = std::gcd(step, std::llabs(static_cast<long long>(r)));
+      }
+    };
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) {
+      const aiNodeAnim& ch = *anim.mChannels[c];
+      visit(ch.mPositionKeys, ch.mNumPositionKeys);
+      visit(ch.mRotationKeys, ch.mNumRotationKeys);
+      visit(ch.mScalingKeys, ch.mNumScalingKeys);
+    }
+    if (!whole || step == 0) return 0;
+    const auto ticks = static_cast<long long>(perSecond);
+    const long long rate = ticks / std::gcd(step, ticks);
+    return rate >= 1 && rate <= kMostSampleRate ? static_cast<int>(rate) : 0;
+  }
 
   std::string uniqueMaterialName(const std::string& wanted) {
     std::string name = wanted.empty() ? std::string("Material") : wanted;
@@ -208,11 +240,18 @@ struct Converter {
     // formats keep each bone's vertices in that bone's space, where vertices
     // of different bones coincide.
     const std::vector<std::vector<aiVector3D>> posed = posedAtStart(node);
+    // Two vertices at one place but held by different bones (an arm's corner
+    // on the body's) move apart once the bones turn: only vertices of the same
+    // influences are welded. Influences are numbered, 0 for none.
+    std::vector<std::uint32_t> firstInfluence;
+    const std::vector<std::vector<std::uint32_t>> influence = influencesOf(node);
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
       // Meshes without bones are welded where the file stores them.
       const aiVector3D* source = posed[k].empty() ? mesh.mVertices : posed[k].data();
+      const std::vector<std::uint32_t>& held = influence[k];
+      const auto heldBy = [&](unsigned v) { return held.empty() ? 0u : held[v]; };
       const auto home = [&](const aiVector3D& p) {
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
@@ -230,12 +269,15 @@ struct Converter {
           throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
                             " is not a finite number");
         std::size_t slot = home(p);
-        while (table[slot] != UINT32_MAX && std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0)
+        const std::uint32_t by = heldBy(v);
+        while (table[slot] != UINT32_MAX && (std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0 ||
+                                             firstInfluence[table[slot]] != by))
           slot = (slot + 1) & (capacity - 1);
         if (table[slot] == UINT32_MAX) {
           table[slot] = static_cast<std::uint32_t>(a.vertices.size() / 3);
           a.vertices.insert(a.vertices.end(), {p.x, p.y, p.z});
           firstSource.emplace_back(k, v);
+          firstInfluence.push_back(by);
         }
         const std::uint32_t found = table[slot];
         weld[v] = found;
@@ -314,6 +356,33 @@ struct Converter {
       node = parent == parentOf.end() ? nullptr : parent->second;
     }
     return m;
+  }
+
+  // Per mesh of the node, per vertex, a number for the set of bones and
+  // weights that hold it: equal numbers, equal influences; 0 for none. Empty
+  // for a mesh without bones.
+  std::vector<std::vector<std::uint32_t>> influencesOf(const aiNode& node) const {
+    std::vector<std::vector<std::uint32_t>> out;
+    std::map<std::vector<std::pair<std::string, float>>, std::uint32_t> numbers;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      out.emplace_back();
+      if (mesh.mNumBones == 0) continue;
+      std::vector<std::vector<std::pair<std::string, float>>> links(mesh.mNumVertices);
+      for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        for (unsigned w = 0; w < bone.mNumWeights; ++w)
+          if (bone.mWeights[w].mVertexId < mesh.mNumVertices)
+            links[bone.mWeights[w].mVertexId].emplace_back(bone.mName.C_Str(), bone.mWeights[w].mWeight);
+      }
+      out.back().resize(mesh.mNumVertices);
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        if (links[v].empty()) continue;
+        std::sort(links[v].begin(), links[v].end());
+        out.back()[v] = numbers.emplace(std::move(links[v]), static_cast<std::uint32_t>(numbers.size() + 1)).first->second;
+      }
+    }
+    return out;
   }
 
   // The host knows no bind pose of its own: its skin binds the mesh in the
@@ -514,7 +583,13 @@ struct Converter {
       if (anim.mTicksPerSecond > 0) animationTicksPerSecond = anim.mTicksPerSecond;
       for (unsigned i = 0; i < anim.mNumChannels; ++i)
         channels.emplace(anim.mChannels[i]->mNodeName.C_Str(), anim.mChannels[i]);
-      lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * kFrameRate));
+      sourceFrameRate = frameRateOf(anim);
+      // A clip faster than the host's 30 frames a second keeps its own rate,
+      // which the export then samples by default: at 30 it would blend
+      // every other pose of a 60-frame walk away. Slower clips keep 30, as
+      // before (zt2export says when samples miss their frames).
+      if (sourceFrameRate > kFrameRate && kTicksPerSecond % sourceFrameRate == 0) frameRate = sourceFrameRate;
+      lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * frameRate));
     }
     readMaterials();
     const aiNode& root = *scene.mRootNode;
@@ -532,7 +607,8 @@ struct Converter {
       const Matrix3 frame = toMatrix(root.mTransformation) * yUpToZUp();
       for (unsigned i = 0; i < root.mNumChildren; ++i) nodes.push_back(convertNode(*root.mChildren[i], frame, true));
     }
-    json document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({0, lastFrame})}};
+    json document = {{"version", 1}, {"frameRate", frameRate}, {"animationRange", json::array({0, lastFrame})}};
+    if (sourceFrameRate > 0) document["sourceFrameRate"] = sourceFrameRate;
     if (!materials.empty()) document["materials"] = materials;
     document["nodes"] = nodes;
     return builder.finish(document);
@@ -615,6 +691,97 @@ void clampKeysToClips(aiScene& scene, const std::string& model) {
   }
 }
 
+void preorder(aiNode& node, std::vector<aiNode*>& out) {
+  out.push_back(&node);
+  for (unsigned i = 0; i < node.mNumChildren; ++i) preorder(*node.mChildren[i], out);
+}
+
+// The exporter wants node names unique, and the library binds a mesh's bones
+// and an animation's channels to nodes by name alone: with two nodes of one
+// name (a B3D's root mesh and a bone inside it both "Body"), both would take
+// one node's keys, and a mesh's two bones of one name are refused by the
+// library's validation. So before anything is looked up by name, each name
+// that repeats takes a number ("Body#2", in the order met, depth first, as
+// the scene builder numbers them), and each bone and channel of such a name
+// is renamed after the node the file means:
+// - a mesh's bones: the nodes of that name other than those holding the mesh
+//   (a skin is moved by other nodes), the k-th bone of the name in the mesh
+//   the k-th of them;
+// - an animation's channels: the k-th channel of the name the k-th node of
+//   it when there are as many of each, else the nodes that bones were bound
+//   to first (keys of a name go to the skeleton), then the others.
+// Cameras and lights stay with the first node of their name, as the library
+// finds it.
+void uniqueNodeNames(aiScene& scene, const std::string& model) {
+  std::vector<aiNode*> nodes;
+  preorder(*scene.mRootNode, nodes);
+  std::map<std::string, std::vector<aiNode*>> byName;
+  for (aiNode* n : nodes) byName[n->mName.C_Str()].push_back(n);
+  bool repeated = false;
+  for (const auto& [name, list] : byName) repeated = repeated || list.size() > 1;
+  if (!repeated) return;
+
+  // Bones first: the channels' choice depends on where bones went.
+  std::set<const aiNode*> boneNodes;
+  std::map<std::pair<unsigned, unsigned>, aiNode*> boneTarget;  // (mesh, bone) -> node
+  for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+    const aiMesh& mesh = *scene.mMeshes[m];
+    std::map<std::string, unsigned> seen;
+    for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+      const auto found = byName.find(mesh.mBones[b]->mName.C_Str());
+      if (found == byName.end() || found->second.size() < 2) continue;
+      std::vector<aiNode*> candidates;
+      for (aiNode* n : found->second)
+        if (std::find(n->mMeshes, n->mMeshes + n->mNumMeshes, m) == n->mMeshes + n->mNumMeshes) candidates.push_back(n);
+      if (candidates.empty()) candidates = found->second;
+      const unsigned k = seen[found->first]++;
+      aiNode* target = candidates[std::min<std::size_t>(k, candidates.size() - 1)];
+      boneTarget[{m, b}] = target;
+      boneNodes.insert(target);
+    }
+  }
+  std::map<std::pair<unsigned, unsigned>, aiNode*> channelTarget;  // (animation, channel) -> node
+  for (unsigned a = 0; a < scene.mNumAnimations; ++a) {
+    const aiAnimation& anim = *scene.mAnimations[a];
+    std::map<std::string, unsigned> count, seen;
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) ++count[anim.mChannels[c]->mNodeName.C_Str()];
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) {
+      const auto found = byName.find(anim.mChannels[c]->mNodeName.C_Str());
+      if (found == byName.end() || found->second.size() < 2) continue;
+      std::vector<aiNode*> candidates = found->second;
+      if (count[found->first] != candidates.size())
+        std::stable_partition(candidates.begin(), candidates.end(), [&](aiNode* n) { return boneNodes.count(n) > 0; });
+      const unsigned k = seen[found->first]++;
+      channelTarget[{a, c}] = candidates[std::min<std::size_t>(k, candidates.size() - 1)];
+    }
+  }
+
+  // The names, as the scene builder would hand them out.
+  std::set<std::string> taken;
+  std::map<std::string, std::vector<std::string>> renamed;
+  for (aiNode* n : nodes) {
+    const std::string name = utf8(n->mName.C_Str());
+    const std::string base = name.empty() ? std::string("Node") : name;
+    std::string id = base;
+    // A number never takes the name of another node of the file ("Body#2" of its own).
+    for (int k = 2; taken.count(id) || (id != base && byName.count(id)); ++k) id = base + "#" + std::to_string(k);
+    taken.insert(id);
+    if (byName.at(n->mName.C_Str()).size() < 2) continue;
+    renamed[name].push_back(id);
+    if (id != base) n->mName.Set(id);
+  }
+  for (const auto& [where, node] : boneTarget) scene.mMeshes[where.first]->mBones[where.second]->mName = node->mName;
+  for (const auto& [where, node] : channelTarget)
+    scene.mAnimations[where.first]->mChannels[where.second]->mNodeName = node->mName;
+  for (const auto& [name, ids] : renamed) {
+    if (name.empty()) continue;  // nodes without a name were always "Node", "Node#2", ...
+    std::string list;
+    for (const std::string& id : ids) list += (list.empty() ? "\"" : ", \"") + id + "\"";
+    std::fprintf(stderr, "WARNING: %s: %zu nodes are named \"%s\"; they are told apart as %s\n", model.c_str(),
+                 ids.size(), name.c_str(), list.c_str());
+  }
+}
+
 void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
   names.insert(node.mName.C_Str());
   for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
@@ -661,6 +828,7 @@ ImportedScene importAssimp(const ImportRequest& request) {
   if (!read) refuse(importer.GetErrorString());
   if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
   aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
+  uniqueNodeNames(scene, request.path);
   clampKeysToClips(scene, request.path);
   std::set<std::string> nodeNames;
   collectNodeNames(*scene.mRootNode, nodeNames);

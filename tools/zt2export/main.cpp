@@ -2,6 +2,7 @@
 // the in-memory host model, loads the exporter module and drives it through
 // its entry points exactly as the host would, with prompts suppressed unless
 // --dialog asks for the options dialog.
+#include <numeric>
 #include <malloc.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -539,6 +540,18 @@ int main(int argc, char** argv) {
       progress.clear();
       std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
                            "in the groups of their materials)\n");
+    }
+    // Samples that miss frames of the model's own clips blend across them: a
+    // walk of 60 frames a second sampled at 30 loses every other pose.
+    if (const int source = host->sourceFrameRate(); source > 0 && record.sampleRate % source != 0) {
+      const int shared = std::gcd(source, record.sampleRate);
+      const int missed = (source - shared) / shared, of = source / shared;
+      progress.clear();
+      std::fprintf(stderr,
+                   "WARNING: %s: the model's animation has %d frames a second and the export samples %d: %d source "
+                   "frame%s in %d fall%s between samples; --set sampleRate=%d keeps them all\n",
+                   args.scene.c_str(), source, record.sampleRate, missed, missed == 1 ? "" : "s", of,
+                   missed == 1 ? "s" : "", source);
     }
     if (args.saveOptions) record.saveOnClose = true;
     if (args.check) {
