@@ -3,6 +3,8 @@
 // is turned onto the host's Z-up frame at the top of the tree, and smoothing
 // groups are derived from the normals.
 #include <assimp/DefaultIOSystem.h>
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/LogStream.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -115,8 +117,9 @@ struct Converter {
   }
 
   std::string uniqueMaterialName(const std::string& wanted) {
-    std::string name = wanted.empty() ? std::string("Material") : wanted;
-    for (int n = 2; materialNames.count(name); ++n) name = wanted + "#" + std::to_string(n);
+    const std::string base = wanted.empty() ? std::string("Material") : wanted;
+    std::string name = base;
+    for (int n = 2; materialNames.count(name); ++n) name = base + "#" + std::to_string(n);
     materialNames.insert(name);
     return name;
   }
@@ -165,19 +168,45 @@ struct Converter {
     return nullptr;
   }
 
+  // Only materials that a mesh of the tree uses are written: readers add
+  // some of their own (a default one, a second of an empty name) that
+  // nothing uses.
+  std::vector<bool> usedByMeshes() const {
+    std::vector<bool> used(scene.mNumMaterials, false);
+    std::vector<const aiNode*> stack{scene.mRootNode};
+    while (!stack.empty()) {
+      const aiNode* n = stack.back();
+      stack.pop_back();
+      for (unsigned k = 0; k < n->mNumMeshes; ++k)
+        if (const unsigned m = scene.mMeshes[n->mMeshes[k]]->mMaterialIndex; m < used.size()) used[m] = true;
+      stack.insert(stack.end(), n->mChildren, n->mChildren + n->mNumChildren);
+    }
+    return used;
+  }
+
   void readMaterials() {
+    const std::vector<bool> used = usedByMeshes();
     for (unsigned i = 0; i < scene.mNumMaterials; ++i) {
+      const std::string id = "m" + std::to_string(i);
+      materialIds.push_back(id);
+      if (!used[i]) continue;
       const aiMaterial& m = *scene.mMaterials[i];
       aiString sourceName;
       m.Get(AI_MATKEY_NAME, sourceName);
       const std::string name = uniqueMaterialName(utf8(sourceName.C_Str()));
-      aiColor3D ambient(0.5f, 0.5f, 0.5f), diffuse(0.5f, 0.5f, 0.5f), specular(0.9f, 0.9f, 0.9f);
+      // The library's Get overwrites its argument even when the key is missing:
+      // colours are read into a scratch value. A material without a diffuse
+      // colour takes the library's own default, white, as its conversions do;
+      // ambient and specular ones without a value stay black.
+      aiColor3D ambient(0, 0, 0), diffuse(1, 1, 1), specular(0, 0, 0), read;
       aiColor4D base;
-      if (m.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS && m.Get(AI_MATKEY_BASE_COLOR, base) == AI_SUCCESS)
-        diffuse = aiColor3D(base.r, base.g, base.b);
-      m.Get(AI_MATKEY_COLOR_AMBIENT, ambient);
-      m.Get(AI_MATKEY_COLOR_SPECULAR, specular);
-      const std::string id = "m" + std::to_string(i);
+      if (m.Get(AI_MATKEY_COLOR_DIFFUSE, read) == AI_SUCCESS) diffuse = read;
+      else if (m.Get(AI_MATKEY_BASE_COLOR, base) == AI_SUCCESS) diffuse = aiColor3D(base.r, base.g, base.b);
+      else
+        std::fprintf(stderr, "NOTE: %s: material \"%s\" gives no diffuse colour; the import library's default, white, "
+                             "is taken\n", request.path.c_str(), name.c_str());
+      if (m.Get(AI_MATKEY_COLOR_AMBIENT, read) == AI_SUCCESS) ambient = read;
+      if (m.Get(AI_MATKEY_COLOR_SPECULAR, read) == AI_SUCCESS) specular = read;
       json material = {{"id", id}, {"type", "ztMaterial"}, {"name", name}, {"ambient", colour(ambient)},
                        {"diffuse", colour(diffuse)}, {"specular", colour(specular)}};
       json params = {{"plainLayerMode", 1}};
@@ -195,7 +224,6 @@ struct Converter {
       material["params"] = params;
       if (!maps.empty()) material["texmaps"] = maps;
       materials.push_back(material);
-      materialIds.push_back(id);
     }
   }
 
@@ -782,6 +810,56 @@ void uniqueNodeNames(aiScene& scene, const std::string& model) {
   }
 }
 
+// What a reader says only in its log and the user must know: an OBJ file's
+// material library that is not there leaves every material of it out.
+class LibraryWarnings : public Assimp::LogStream {
+ public:
+  void write(const char* message) override { lines_.emplace_back(message); }
+  // The rest of each line after `marker`.
+  std::vector<std::string> after(const std::string& marker) const {
+    std::vector<std::string> out;
+    for (const std::string& line : lines_)
+      if (const std::size_t at = line.find(marker); at != std::string::npos) {
+        std::string rest = line.substr(at + marker.size());
+        while (!rest.empty() && (rest.back() == '\n' || rest.back() == '\r' || rest.back() == ' ')) rest.pop_back();
+        out.push_back(rest);
+      }
+    return out;
+  }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+// The library reads an IQM file's meshes only: its joints, poses and
+// animations are dropped without a word. Counted from the header
+// (docs/import.md), they are named in a warning, or in the refusal of a file
+// that holds nothing else.
+std::string iqmUnread(const std::string& path) {
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return {};
+  unsigned char head[124] = {};
+  const std::size_t got = std::fread(head, 1, sizeof head, f);
+  std::fclose(f);
+  if (got < sizeof head || std::memcmp(head, "INTERQUAKEMODEL", 16) != 0) return {};
+  auto word = [&](int index) {
+    std::uint32_t v;
+    std::memcpy(&v, head + 16 + 4 * index, 4);
+    return v;
+  };
+  // After the magic: version, filesize, flags, num_text, ofs_text, num_meshes,
+  // ofs_meshes, num_vertexarrays, num_vertexes, ofs_vertexarrays,
+  // num_triangles, ofs_triangles, ofs_adjacency, num_joints, ofs_joints,
+  // num_poses, ofs_poses, num_anims, ofs_anims, num_frames, ...
+  const std::uint32_t joints = word(13), anims = word(17), frames = word(19);
+  std::string parts;
+  if (joints > 0) parts = std::to_string(joints) + " joint" + (joints == 1 ? "" : "s");
+  if (anims > 0)
+    parts += (parts.empty() ? "" : " and ") + std::to_string(anims) + " anim" + (anims == 1 ? "" : "s") + " (" +
+             std::to_string(frames) + " frame" + (frames == 1 ? "" : "s") + ")";
+  return parts;
+}
+
 void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
   names.insert(node.mName.C_Str());
   for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
@@ -824,7 +902,20 @@ ImportedScene importAssimp(const ImportRequest& request) {
   auto refuse = [&](const std::string& library) { throw ImportError(request.path + ": " + plainReason(library)); };
   // Read first, mend what the library's validation would refuse although a
   // scene can be made of it, then validate and triangulate.
+  // The reader's own warnings, for what it drops without failing.
+  Assimp::DefaultLogger::create(nullptr, Assimp::Logger::NORMAL, 0);
+  auto* warnings = new LibraryWarnings;  // the logger owns it
+  Assimp::DefaultLogger::get()->attachStream(warnings, Assimp::Logger::Warn | Assimp::Logger::Err);
   const aiScene* read = importer.ReadFile(request.path, 0);
+  const std::vector<std::string> missingLibraries = warnings->after("OBJ: Unable to locate material file ");
+  const std::vector<std::string> fallbacks = warnings->after("OBJ: Opening fallback material file ");
+  Assimp::DefaultLogger::kill();
+  for (const std::string& library : missingLibraries)
+    std::fprintf(stderr, "WARNING: %s: material library \"%s\" not found; %s\n", request.path.c_str(),
+                 utf8(library).c_str(),
+                 fallbacks.empty() ? "its materials are left out and the meshes take the default material"
+                                   : ("\"" + utf8(fallbacks[0]) + "\" is read instead").c_str());
+  const std::string iqmLeftOut = iqmUnread(request.path);
   if (!read) refuse(importer.GetErrorString());
   if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
   aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
@@ -840,10 +931,17 @@ ImportedScene importAssimp(const ImportRequest& request) {
   // objects are exported. Such scenes are marked incomplete, as some of the
   // library's readers mark them already, which its validation accepts.
   if (scene.mNumMeshes == 0 && !(scene.mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
-    if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0)
+    if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0) {
+      if (!iqmLeftOut.empty())
+        throw ImportError(request.path + ": the import library reads the meshes of an IQM file only, and this one "
+                                         "holds none: its " + iqmLeftOut + " cannot be read");
       throw ImportError(request.path + ": the model holds no mesh, animation, camera or light: nothing to export");
+    }
     scene.mFlags |= AI_SCENE_FLAGS_INCOMPLETE;
   }
+  if (!iqmLeftOut.empty())
+    std::fprintf(stderr, "WARNING: %s: the import library reads the meshes of an IQM file only: its %s are left out\n",
+                 request.path.c_str(), iqmLeftOut.c_str());
   if (!importer.ApplyPostProcessing(aiProcess_ValidateDataStructure)) refuse(importer.GetErrorString());
   if (importer.GetScene()->mNumMeshes > 0 &&
       !importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType))
