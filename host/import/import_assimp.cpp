@@ -93,8 +93,9 @@ struct Converter {
   // every key lies on a whole tick, less where they all fall on every n-th
   // (a clip of 1000 ticks a second keyed every 40 is of 25 frames a second).
   int frameRateOf(const aiAnimation& anim) const {
-    const double perSecond = animationTicksPerSecond;
-    if (perSecond != std::floor(perSecond) || perSecond > 1e6) return 0;
+    // A rate given as the inverse of a rounded frame time (a BVH file's 0.008333 s) is taken whole.
+    const double perSecond = std::round(animationTicksPerSecond);
+    if (std::fabs(perSecond - animationTicksPerSecond) > 1e-4 * perSecond || perSecond < 1 || perSecond > 1e6) return 0;
     long long step = 0;
     bool whole = true;
     auto visit = [&](const auto* keys, unsigned count) {
@@ -110,10 +111,30 @@ struct Converter {
       visit(ch.mRotationKeys, ch.mNumRotationKeys);
       visit(ch.mScalingKeys, ch.mNumScalingKeys);
     }
-    if (!whole || step == 0) return 0;
-    const auto ticks = static_cast<long long>(perSecond);
-    const long long rate = ticks / std::gcd(step, ticks);
-    return rate >= 1 && rate <= kMostSampleRate ? static_cast<int>(rate) : 0;
+    if (whole && step > 0) {
+      const auto ticks = static_cast<long long>(perSecond);
+      const long long rate = ticks / std::gcd(step, ticks);
+      return rate >= 1 && rate <= kMostSampleRate ? static_cast<int>(rate) : 0;
+    }
+    // Keys off whole ticks (a clip of 1000 ticks a second keyed at 24 frames
+    // a second): the fewest frames a second on which they all fall.
+    for (long long rate = 1; rate <= kMostSampleRate; ++rate) {
+      bool fits = true;
+      auto onFrames = [&](const auto* keys, unsigned count) {
+        for (unsigned k = 0; fits && k < count; ++k) {
+          const double frame = keys[k].mTime / animationTicksPerSecond * static_cast<double>(rate);
+          fits = std::fabs(frame - std::round(frame)) < 1e-3;
+        }
+      };
+      for (unsigned c = 0; fits && c < anim.mNumChannels; ++c) {
+        const aiNodeAnim& ch = *anim.mChannels[c];
+        onFrames(ch.mPositionKeys, ch.mNumPositionKeys);
+        onFrames(ch.mRotationKeys, ch.mNumRotationKeys);
+        onFrames(ch.mScalingKeys, ch.mNumScalingKeys);
+      }
+      if (fits) return static_cast<int>(rate);
+    }
+    return 0;
   }
 
   std::string uniqueMaterialName(const std::string& wanted) {
