@@ -2,7 +2,6 @@
 // the in-memory host model, loads the exporter module and drives it through
 // its entry points exactly as the host would, with prompts suppressed unless
 // --dialog asks for the options dialog.
-#include <numeric>
 #include <malloc.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -17,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
