@@ -4,11 +4,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <mutex>
 #include <new>
+#include <numeric>
 
 #include "driver/config_dir.h"
 #include "driver/depfile.h"
@@ -241,6 +243,19 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
     if (!record.exportMaterials && record.exportGeometry)
       outcome.messages.push_back({MessageKind::note, "exportMaterials is off, so meshes carry no geometry (faces are "
                                                      "written in the groups of their materials)"});
+    // Samples that miss frames of the model's own clips blend across them: a
+    // walk of 60 frames a second sampled at 30 loses every other pose.
+    if (const int source = host->sourceFrameRate(); source > 0 && record.sampleRate % source != 0) {
+      const int shared = std::gcd(source, record.sampleRate);
+      const int missed = (source - shared) / shared, of = source / shared;
+      char text[1024];
+      std::snprintf(text, sizeof text,
+                    "WARNING: %s: the model's animation has %d frames a second and the export samples %d: %d source "
+                    "frame%s in %d fall%s between samples; --set sampleRate=%d keeps them all",
+                    request.scene.c_str(), source, record.sampleRate, missed, missed == 1 ? "" : "s", of,
+                    missed == 1 ? "s" : "", source);
+      outcome.messages.push_back({MessageKind::sceneWarning, text});
+    }
     if (request.saveOptions) record.saveOnClose = true;
     if (request.dryRun) record.saveOnClose = false;
     if (request.dryRun || request.everyMessage) record.dumpInfo = 1;

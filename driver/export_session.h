@@ -67,6 +67,7 @@ enum class MessageKind {
   imageProblem,  // the host's word on an image the exporter asked for (the file, the reason)
   textureNote,   // what the host knows of an image it could not open, or found under another name
   note,          // the driver's own remark on the request
+  sceneWarning,  // "WARNING: ..." of the host on the scene and the options together (samples missing frames)
 };
 
 struct ExportMessage {

@@ -166,7 +166,8 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
     s.joints.push_back(it != b.nodeByName.end() ? it->second : b.addRootNode(boneName, "bone"));
     // A node known by its keys alone is, here, a bone.
     tinygltf::Value::Object& extras = b.model.nodes[static_cast<std::size_t>(s.joints.back())].extras.Get<tinygltf::Value::Object>();
-    if (extras["type"].Get<std::string>() == "animated") extras["type"] = tinygltf::Value(std::string("bone"));
+    if (extras["type"].Get<std::string>() == "animated" || extras["type"].Get<std::string>() == "group")
+      extras["type"] = tinygltf::Value(std::string("bone"));
   }
   // The joint of the vertices no bone holds: the mesh's own node, with which they move.
   auto ownJoint = [&]() -> std::uint16_t {

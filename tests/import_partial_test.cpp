@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -81,6 +82,10 @@ Bytes b3d(int last) {
   return chunk("BB3D", file);
 }
 
+// The note on a material of a B3D mesh without a brush.
+const std::string kNoColourNote =
+    ": material \"Material\" gives no diffuse colour; the import library's default, white, is taken\n";
+
 std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, const std::string& out) {
   return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config"), "--quiet"};
 }
@@ -119,12 +124,13 @@ TEST(ImportPartial, KeysPastTheClipAreClampedWithAWarning) {
   ztx_test::writeBytes(dir.file("over.b3d"), b3d(11));
   const auto fits = runExport(exportArgs(dir, "fits.b3d", "fits.zt2"));
   ASSERT_EQ(fits.exitCode, 0) << fits.out << fits.err;
-  EXPECT_EQ(fits.err, "");
+  // Its mesh names no material: the library's own, without a colour, is white.
+  EXPECT_EQ(fits.err, "NOTE: " + dir.file("fits.b3d") + kNoColourNote);
   const auto over = runExport(exportArgs(dir, "over.b3d", "over.zt2"));
   ASSERT_EQ(over.exitCode, 0) << over.out << over.err;
   EXPECT_EQ(over.err, "WARNING: " + dir.file("over.b3d") +
                           ": 2 keys of the animation lie past its end (up to tick 11 of a clip 10 ticks long); moved "
-                          "onto its end\n");
+                          "onto its end\nNOTE: " + dir.file("over.b3d") + kNoColourNote);
   EXPECT_EQ(ztx_test::readBytes(dir.file("over.zt2")), ztx_test::readBytes(dir.file("fits.zt2")));
 }
 
@@ -172,5 +178,67 @@ TEST(ImportPartial, RefusedModelsAreExplainedInPlainWords) {
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_NE(r.err.find("zt2export: " + dir.file(name) + message), std::string::npos) << r.err;
     EXPECT_FALSE(std::filesystem::exists(dir.file("out.zt2")));
+  }
+}
+
+// What the library reads of a file only in part is said, and what it leaves
+// undefined takes its own default: an OBJ whose material library is missing,
+// an SMD whose material has no colour (white, with a note), an OBJ library of
+// two materials of which one is used (only that one is written), and an IQM
+// file of joints and a clip only, which the library cannot read at all.
+TEST(ImportPartial, WhatTheLibraryLeavesOutIsSaid) {
+  std::string iqm = std::string("INTERQUAKEMODEL") + '\0';
+  const std::uint32_t header[27] = {2, 124, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 2, 0, 0, 0, 1, 0, 10};
+  iqm.append(reinterpret_cast<const char*>(header), sizeof header);
+  const std::string triangle = "v 0 0 0\nv 1 0 0\nv 0 1 0\nusemtl Red\nf 1 2 3\n";
+  struct Case {
+    const char* file;
+    std::string text;
+    const char* besideName;  // a second file beside the model, if any
+    const char* beside;
+    int exitCode;
+    std::string said;
+    std::vector<std::string> materials;  // as written, with the first one's diffuse colour
+    std::vector<double> diffuse;
+  };
+  const Case cases[] = {
+      {"gone.obj", "mtllib gone.mtl\n" + triangle, nullptr, nullptr, 0,
+       ": material library \"gone.mtl\" not found; its materials are left out and the meshes take the default material\n",
+       {"Red"}, {0.6, 0.6, 0.6}},
+      {"two.obj", "mtllib two.mtl\n" + triangle, "two.mtl", "newmtl Red\nKd 1 0 0\nnewmtl Blue\nKd 0 0 1\n", 0, "",
+       {"Red"}, {1, 0, 0}},
+      {"plain.smd",
+       "version 1\nnodes\n0 \"root\" -1\nend\nskeleton\ntime 0\n0 0 0 0 0 0 0\nend\ntriangles\nplain\n"
+       "0 0 0 0 0 0 1 0 0\n0 1 0 0 0 0 1 1 0\n0 0 1 0 0 0 1 0 1\nend\n",
+       nullptr, nullptr, 0,
+       ": material \"Texture_0\" gives no diffuse colour; the import library's default, white, is taken\n",
+       {"Texture_0"}, {1, 1, 1}},
+      {"anim.iqm", iqm, nullptr, nullptr, 2,
+       ": the import library reads the meshes of an IQM file only, and this one holds none: its 2 joints and 1 anim "
+       "(10 frames) cannot be read\n",
+       {}, {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.file);
+    TempDir dir;
+    ztx_test::writeText(dir.file(c.file), c.text);
+    if (c.besideName) ztx_test::writeText(dir.file(c.besideName), c.beside);
+    auto args = exportArgs(dir, c.file, "out.zt2");
+    args.insert(args.end(), {"--missing-textures", "drop", "--write-scene", dir.file("out.scene.json")});
+    const auto r = runExport(args);
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+    if (c.said.empty()) EXPECT_EQ(r.err, "");
+    else EXPECT_NE(r.err.find(dir.file(c.file) + c.said), std::string::npos) << r.err;
+    if (c.exitCode != 0) {
+      EXPECT_FALSE(std::filesystem::exists(dir.file("out.zt2")));
+      continue;
+    }
+    const auto scene = nlohmann::json::parse(ztx_test::readText(dir.file("out.scene.json")));
+    std::vector<std::string> names;
+    for (const auto& m : scene.at("materials")) names.push_back(m.at("name"));
+    EXPECT_EQ(names, c.materials);
+    ASSERT_FALSE(names.empty());
+    const auto diffuse = scene.at("materials")[0].at("diffuse").get<std::vector<double>>();
+    for (std::size_t i = 0; i < 3; ++i) EXPECT_NEAR(diffuse.at(i), c.diffuse[i], 1e-6);
   }
 }

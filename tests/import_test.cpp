@@ -15,6 +15,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "host/import/smoothing_from_normals.h"
@@ -366,3 +367,29 @@ TEST(ImportErrors, BadModelsAreRefusedByNameWithNothingWritten) {
 }
 
 }  // namespace
+
+// A node without geometry in a model without animation is a group in the
+// glTF conversion: the exporter writes keys for every node it walks, but
+// keys that never change animate nothing.
+TEST(ImportNodes, GroupWithoutGeometryInAStillModelIsAGroup) {
+  TempDir dir;
+  const std::string triangle = "AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA";
+  ztx_test::writeText(dir.file("still.gltf"), R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 2]}],
+    "nodes": [{"name": "Group", "children": [1]}, {"name": "Tri", "mesh": 0}, {"name": "Other", "mesh": 0, "translation": [3, 0, 0]}],
+    "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}],
+    "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0, 0, 0], "max": [1, 1, 0]}],
+    "bufferViews": [{"buffer": 0, "byteLength": 36}],
+    "buffers": [{"byteLength": 36, "uri": "data:application/octet-stream;base64,)" + triangle + R"("}]})");
+  const Exported e = exportModel(dir, dir.file("still.gltf"));
+  ASSERT_EQ(e.run.exitCode, 0) << e.run.err;
+  ASSERT_EQ(ztx_test::runDump({dir.file("out.zt2"), "--gltf", dir.file("out.glb")}).exitCode, 0);
+  // The JSON chunk of the .glb: its length at byte 12, its text from byte 20.
+  const std::vector<unsigned char> glb = ztx_test::readBytes(dir.file("out.glb"));
+  ASSERT_GT(glb.size(), 20u);
+  std::uint32_t length = 0;
+  std::memcpy(&length, glb.data() + 12, 4);
+  const json gltf = json::parse(glb.begin() + 20, glb.begin() + 20 + length);
+  std::map<std::string, std::string> types;
+  for (const json& n : gltf.at("nodes")) types[n.at("name")] = n.at("extras").at("type");
+  EXPECT_EQ(types, (std::map<std::string, std::string>{{"Group", "group"}, {"Other", "mesh"}, {"Tri", "mesh"}}));
+}

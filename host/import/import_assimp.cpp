@@ -3,6 +3,8 @@
 // is turned onto the host's Z-up frame at the top of the tree, and smoothing
 // groups are derived from the normals.
 #include <assimp/DefaultIOSystem.h>
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/LogStream.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
@@ -14,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <set>
 
@@ -33,6 +36,8 @@ constexpr int kFrameRate = 30;
 constexpr int kTicksPerSecond = 4800;
 // Assimp's own default when a file gives no rate.
 constexpr double kDefaultAnimationTicksPerSecond = 25.0;
+// The most samples a second the export takes (options/option_fields.h).
+constexpr long long kMostSampleRate = 500;
 
 Matrix3 toMatrix(const aiMatrix4x4& m) {
   // Assimp's matrices act on column vectors: their columns are our rows.
@@ -81,10 +86,61 @@ struct Converter {
   std::map<std::string, const aiNodeAnim*> channels;
   double animationTicksPerSecond = kDefaultAnimationTicksPerSecond;
   int lastFrame = 0;
+  int frameRate = kFrameRate;  // the scene's, which the export samples at by default
+  int sourceFrameRate = 0;  // 0: its keys lie on no whole frames of a rate the export can sample at
+
+  // The rate of the frames the clip's keys lie on: its ticks a second when
+  // every key lies on a whole tick, less where they all fall on every n-th
+  // (a clip of 1000 ticks a second keyed every 40 is of 25 frames a second).
+  int frameRateOf(const aiAnimation& anim) const {
+    // A rate given as the inverse of a rounded frame time (a BVH file's 0.008333 s) is taken whole.
+    const double perSecond = std::round(animationTicksPerSecond);
+    if (std::fabs(perSecond - animationTicksPerSecond) > 1e-4 * perSecond || perSecond < 1 || perSecond > 1e6) return 0;
+    long long step = 0;
+    bool whole = true;
+    auto visit = [&](const auto* keys, unsigned count) {
+      for (unsigned k = 0; k < count; ++k) {
+        const double t = keys[k].mTime, r = std::round(t);
+        if (std::fabs(t - r) > 1e-6 * std::max(1.0, std::fabs(t))) whole = false;
+        else step = std::gcd(step, std::llabs(static_cast<long long>(r)));
+      }
+    };
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) {
+      const aiNodeAnim& ch = *anim.mChannels[c];
+      visit(ch.mPositionKeys, ch.mNumPositionKeys);
+      visit(ch.mRotationKeys, ch.mNumRotationKeys);
+      visit(ch.mScalingKeys, ch.mNumScalingKeys);
+    }
+    if (whole && step > 0) {
+      const auto ticks = static_cast<long long>(perSecond);
+      const long long rate = ticks / std::gcd(step, ticks);
+      return rate >= 1 && rate <= kMostSampleRate ? static_cast<int>(rate) : 0;
+    }
+    // Keys off whole ticks (a clip of 1000 ticks a second keyed at 24 frames
+    // a second): the fewest frames a second on which they all fall.
+    for (long long rate = 1; rate <= kMostSampleRate; ++rate) {
+      bool fits = true;
+      auto onFrames = [&](const auto* keys, unsigned count) {
+        for (unsigned k = 0; fits && k < count; ++k) {
+          const double frame = keys[k].mTime / animationTicksPerSecond * static_cast<double>(rate);
+          fits = std::fabs(frame - std::round(frame)) < 1e-3;
+        }
+      };
+      for (unsigned c = 0; fits && c < anim.mNumChannels; ++c) {
+        const aiNodeAnim& ch = *anim.mChannels[c];
+        onFrames(ch.mPositionKeys, ch.mNumPositionKeys);
+        onFrames(ch.mRotationKeys, ch.mNumRotationKeys);
+        onFrames(ch.mScalingKeys, ch.mNumScalingKeys);
+      }
+      if (fits) return static_cast<int>(rate);
+    }
+    return 0;
+  }
 
   std::string uniqueMaterialName(const std::string& wanted) {
-    std::string name = wanted.empty() ? std::string("Material") : wanted;
-    for (int n = 2; materialNames.count(name); ++n) name = wanted + "#" + std::to_string(n);
+    const std::string base = wanted.empty() ? std::string("Material") : wanted;
+    std::string name = base;
+    for (int n = 2; materialNames.count(name); ++n) name = base + "#" + std::to_string(n);
     materialNames.insert(name);
     return name;
   }
@@ -133,19 +189,45 @@ struct Converter {
     return nullptr;
   }
 
+  // Only materials that a mesh of the tree uses are written: readers add
+  // some of their own (a default one, a second of an empty name) that
+  // nothing uses.
+  std::vector<bool> usedByMeshes() const {
+    std::vector<bool> used(scene.mNumMaterials, false);
+    std::vector<const aiNode*> stack{scene.mRootNode};
+    while (!stack.empty()) {
+      const aiNode* n = stack.back();
+      stack.pop_back();
+      for (unsigned k = 0; k < n->mNumMeshes; ++k)
+        if (const unsigned m = scene.mMeshes[n->mMeshes[k]]->mMaterialIndex; m < used.size()) used[m] = true;
+      stack.insert(stack.end(), n->mChildren, n->mChildren + n->mNumChildren);
+    }
+    return used;
+  }
+
   void readMaterials() {
+    const std::vector<bool> used = usedByMeshes();
     for (unsigned i = 0; i < scene.mNumMaterials; ++i) {
+      const std::string id = "m" + std::to_string(i);
+      materialIds.push_back(id);
+      if (!used[i]) continue;
       const aiMaterial& m = *scene.mMaterials[i];
       aiString sourceName;
       m.Get(AI_MATKEY_NAME, sourceName);
       const std::string name = uniqueMaterialName(utf8(sourceName.C_Str()));
-      aiColor3D ambient(0.5f, 0.5f, 0.5f), diffuse(0.5f, 0.5f, 0.5f), specular(0.9f, 0.9f, 0.9f);
+      // The library's Get overwrites its argument even when the key is missing:
+      // colours are read into a scratch value. A material without a diffuse
+      // colour takes the library's own default, white, as its conversions do;
+      // ambient and specular ones without a value stay black.
+      aiColor3D ambient(0, 0, 0), diffuse(1, 1, 1), specular(0, 0, 0), read;
       aiColor4D base;
-      if (m.Get(AI_MATKEY_COLOR_DIFFUSE, diffuse) != AI_SUCCESS && m.Get(AI_MATKEY_BASE_COLOR, base) == AI_SUCCESS)
-        diffuse = aiColor3D(base.r, base.g, base.b);
-      m.Get(AI_MATKEY_COLOR_AMBIENT, ambient);
-      m.Get(AI_MATKEY_COLOR_SPECULAR, specular);
-      const std::string id = "m" + std::to_string(i);
+      if (m.Get(AI_MATKEY_COLOR_DIFFUSE, read) == AI_SUCCESS) diffuse = read;
+      else if (m.Get(AI_MATKEY_BASE_COLOR, base) == AI_SUCCESS) diffuse = aiColor3D(base.r, base.g, base.b);
+      else
+        std::fprintf(stderr, "NOTE: %s: material \"%s\" gives no diffuse colour; the import library's default, white, "
+                             "is taken\n", request.path.c_str(), name.c_str());
+      if (m.Get(AI_MATKEY_COLOR_AMBIENT, read) == AI_SUCCESS) ambient = read;
+      if (m.Get(AI_MATKEY_COLOR_SPECULAR, read) == AI_SUCCESS) specular = read;
       json material = {{"id", id}, {"type", "ztMaterial"}, {"name", name}, {"ambient", colour(ambient)},
                        {"diffuse", colour(diffuse)}, {"specular", colour(specular)}};
       json params = {{"plainLayerMode", 1}};
@@ -163,7 +245,6 @@ struct Converter {
       material["params"] = params;
       if (!maps.empty()) material["texmaps"] = maps;
       materials.push_back(material);
-      materialIds.push_back(id);
     }
   }
 
@@ -208,11 +289,18 @@ struct Converter {
     // formats keep each bone's vertices in that bone's space, where vertices
     // of different bones coincide.
     const std::vector<std::vector<aiVector3D>> posed = posedAtStart(node);
+    // Two vertices at one place but held by different bones (an arm's corner
+    // on the body's) move apart once the bones turn: only vertices of the same
+    // influences are welded. Influences are numbered, 0 for none.
+    std::vector<std::uint32_t> firstInfluence;
+    const std::vector<std::vector<std::uint32_t>> influence = influencesOf(node);
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       std::vector<std::uint32_t> weld(mesh.mNumVertices);
       // Meshes without bones are welded where the file stores them.
       const aiVector3D* source = posed[k].empty() ? mesh.mVertices : posed[k].data();
+      const std::vector<std::uint32_t>& held = influence[k];
+      const auto heldBy = [&](unsigned v) { return held.empty() ? 0u : held[v]; };
       const auto home = [&](const aiVector3D& p) {
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
@@ -230,12 +318,15 @@ struct Converter {
           throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
                             " is not a finite number");
         std::size_t slot = home(p);
-        while (table[slot] != UINT32_MAX && std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0)
+        const std::uint32_t by = heldBy(v);
+        while (table[slot] != UINT32_MAX && (std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0 ||
+                                             firstInfluence[table[slot]] != by))
           slot = (slot + 1) & (capacity - 1);
         if (table[slot] == UINT32_MAX) {
           table[slot] = static_cast<std::uint32_t>(a.vertices.size() / 3);
           a.vertices.insert(a.vertices.end(), {p.x, p.y, p.z});
           firstSource.emplace_back(k, v);
+          firstInfluence.push_back(by);
         }
         const std::uint32_t found = table[slot];
         weld[v] = found;
@@ -314,6 +405,33 @@ struct Converter {
       node = parent == parentOf.end() ? nullptr : parent->second;
     }
     return m;
+  }
+
+  // Per mesh of the node, per vertex, a number for the set of bones and
+  // weights that hold it: equal numbers, equal influences; 0 for none. Empty
+  // for a mesh without bones.
+  std::vector<std::vector<std::uint32_t>> influencesOf(const aiNode& node) const {
+    std::vector<std::vector<std::uint32_t>> out;
+    std::map<std::vector<std::pair<std::string, float>>, std::uint32_t> numbers;
+    for (unsigned k = 0; k < node.mNumMeshes; ++k) {
+      const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
+      out.emplace_back();
+      if (mesh.mNumBones == 0) continue;
+      std::vector<std::vector<std::pair<std::string, float>>> links(mesh.mNumVertices);
+      for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+        const aiBone& bone = *mesh.mBones[b];
+        for (unsigned w = 0; w < bone.mNumWeights; ++w)
+          if (bone.mWeights[w].mVertexId < mesh.mNumVertices)
+            links[bone.mWeights[w].mVertexId].emplace_back(bone.mName.C_Str(), bone.mWeights[w].mWeight);
+      }
+      out.back().resize(mesh.mNumVertices);
+      for (unsigned v = 0; v < mesh.mNumVertices; ++v) {
+        if (links[v].empty()) continue;
+        std::sort(links[v].begin(), links[v].end());
+        out.back()[v] = numbers.emplace(std::move(links[v]), static_cast<std::uint32_t>(numbers.size() + 1)).first->second;
+      }
+    }
+    return out;
   }
 
   // The host knows no bind pose of its own: its skin binds the mesh in the
@@ -514,7 +632,13 @@ struct Converter {
       if (anim.mTicksPerSecond > 0) animationTicksPerSecond = anim.mTicksPerSecond;
       for (unsigned i = 0; i < anim.mNumChannels; ++i)
         channels.emplace(anim.mChannels[i]->mNodeName.C_Str(), anim.mChannels[i]);
-      lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * kFrameRate));
+      sourceFrameRate = frameRateOf(anim);
+      // A clip faster than the host's 30 frames a second keeps its own rate,
+      // which the export then samples by default: at 30 it would blend
+      // every other pose of a 60-frame walk away. Slower clips keep 30, as
+      // before (zt2export says when samples miss their frames).
+      if (sourceFrameRate > kFrameRate && kTicksPerSecond % sourceFrameRate == 0) frameRate = sourceFrameRate;
+      lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * frameRate));
     }
     readMaterials();
     const aiNode& root = *scene.mRootNode;
@@ -532,7 +656,8 @@ struct Converter {
       const Matrix3 frame = toMatrix(root.mTransformation) * yUpToZUp();
       for (unsigned i = 0; i < root.mNumChildren; ++i) nodes.push_back(convertNode(*root.mChildren[i], frame, true));
     }
-    json document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({0, lastFrame})}};
+    json document = {{"version", 1}, {"frameRate", frameRate}, {"animationRange", json::array({0, lastFrame})}};
+    if (sourceFrameRate > 0) document["sourceFrameRate"] = sourceFrameRate;
     if (!materials.empty()) document["materials"] = materials;
     document["nodes"] = nodes;
     return builder.finish(document);
@@ -615,6 +740,147 @@ void clampKeysToClips(aiScene& scene, const std::string& model) {
   }
 }
 
+void preorder(aiNode& node, std::vector<aiNode*>& out) {
+  out.push_back(&node);
+  for (unsigned i = 0; i < node.mNumChildren; ++i) preorder(*node.mChildren[i], out);
+}
+
+// The exporter wants node names unique, and the library binds a mesh's bones
+// and an animation's channels to nodes by name alone: with two nodes of one
+// name (a B3D's root mesh and a bone inside it both "Body"), both would take
+// one node's keys, and a mesh's two bones of one name are refused by the
+// library's validation. So before anything is looked up by name, each name
+// that repeats takes a number ("Body#2", in the order met, depth first, as
+// the scene builder numbers them), and each bone and channel of such a name
+// is renamed after the node the file means:
+// - a mesh's bones: the nodes of that name other than those holding the mesh
+//   (a skin is moved by other nodes), the k-th bone of the name in the mesh
+//   the k-th of them;
+// - an animation's channels: the k-th channel of the name the k-th node of
+//   it when there are as many of each, else the nodes that bones were bound
+//   to first (keys of a name go to the skeleton), then the others.
+// Cameras and lights stay with the first node of their name, as the library
+// finds it.
+void uniqueNodeNames(aiScene& scene, const std::string& model) {
+  std::vector<aiNode*> nodes;
+  preorder(*scene.mRootNode, nodes);
+  std::map<std::string, std::vector<aiNode*>> byName;
+  for (aiNode* n : nodes) byName[n->mName.C_Str()].push_back(n);
+  bool repeated = false;
+  for (const auto& [name, list] : byName) repeated = repeated || list.size() > 1;
+  if (!repeated) return;
+
+  // Bones first: the channels' choice depends on where bones went.
+  std::set<const aiNode*> boneNodes;
+  std::map<std::pair<unsigned, unsigned>, aiNode*> boneTarget;  // (mesh, bone) -> node
+  for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+    const aiMesh& mesh = *scene.mMeshes[m];
+    std::map<std::string, unsigned> seen;
+    for (unsigned b = 0; b < mesh.mNumBones; ++b) {
+      const auto found = byName.find(mesh.mBones[b]->mName.C_Str());
+      if (found == byName.end() || found->second.size() < 2) continue;
+      std::vector<aiNode*> candidates;
+      for (aiNode* n : found->second)
+        if (std::find(n->mMeshes, n->mMeshes + n->mNumMeshes, m) == n->mMeshes + n->mNumMeshes) candidates.push_back(n);
+      if (candidates.empty()) candidates = found->second;
+      const unsigned k = seen[found->first]++;
+      aiNode* target = candidates[std::min<std::size_t>(k, candidates.size() - 1)];
+      boneTarget[{m, b}] = target;
+      boneNodes.insert(target);
+    }
+  }
+  std::map<std::pair<unsigned, unsigned>, aiNode*> channelTarget;  // (animation, channel) -> node
+  for (unsigned a = 0; a < scene.mNumAnimations; ++a) {
+    const aiAnimation& anim = *scene.mAnimations[a];
+    std::map<std::string, unsigned> count, seen;
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) ++count[anim.mChannels[c]->mNodeName.C_Str()];
+    for (unsigned c = 0; c < anim.mNumChannels; ++c) {
+      const auto found = byName.find(anim.mChannels[c]->mNodeName.C_Str());
+      if (found == byName.end() || found->second.size() < 2) continue;
+      std::vector<aiNode*> candidates = found->second;
+      if (count[found->first] != candidates.size())
+        std::stable_partition(candidates.begin(), candidates.end(), [&](aiNode* n) { return boneNodes.count(n) > 0; });
+      const unsigned k = seen[found->first]++;
+      channelTarget[{a, c}] = candidates[std::min<std::size_t>(k, candidates.size() - 1)];
+    }
+  }
+
+  // The names, as the scene builder would hand them out.
+  std::set<std::string> taken;
+  std::map<std::string, std::vector<std::string>> renamed;
+  for (aiNode* n : nodes) {
+    const std::string name = utf8(n->mName.C_Str());
+    const std::string base = name.empty() ? std::string("Node") : name;
+    std::string id = base;
+    // A number never takes the name of another node of the file ("Body#2" of its own).
+    for (int k = 2; taken.count(id) || (id != base && byName.count(id)); ++k) id = base + "#" + std::to_string(k);
+    taken.insert(id);
+    if (byName.at(n->mName.C_Str()).size() < 2) continue;
+    renamed[name].push_back(id);
+    if (id != base) n->mName.Set(id);
+  }
+  for (const auto& [where, node] : boneTarget) scene.mMeshes[where.first]->mBones[where.second]->mName = node->mName;
+  for (const auto& [where, node] : channelTarget)
+    scene.mAnimations[where.first]->mChannels[where.second]->mNodeName = node->mName;
+  for (const auto& [name, ids] : renamed) {
+    if (name.empty()) continue;  // nodes without a name were always "Node", "Node#2", ...
+    std::string list;
+    for (const std::string& id : ids) list += (list.empty() ? "\"" : ", \"") + id + "\"";
+    std::fprintf(stderr, "WARNING: %s: %zu nodes are named \"%s\"; they are told apart as %s\n", model.c_str(),
+                 ids.size(), name.c_str(), list.c_str());
+  }
+}
+
+// What a reader says only in its log and the user must know: an OBJ file's
+// material library that is not there leaves every material of it out.
+class LibraryWarnings : public Assimp::LogStream {
+ public:
+  void write(const char* message) override { lines_.emplace_back(message); }
+  // The rest of each line after `marker`.
+  std::vector<std::string> after(const std::string& marker) const {
+    std::vector<std::string> out;
+    for (const std::string& line : lines_)
+      if (const std::size_t at = line.find(marker); at != std::string::npos) {
+        std::string rest = line.substr(at + marker.size());
+        while (!rest.empty() && (rest.back() == '\n' || rest.back() == '\r' || rest.back() == ' ')) rest.pop_back();
+        out.push_back(rest);
+      }
+    return out;
+  }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+// The library reads an IQM file's meshes only: its joints, poses and
+// animations are dropped without a word. Counted from the header
+// (docs/import.md), they are named in a warning, or in the refusal of a file
+// that holds nothing else.
+std::string iqmUnread(const std::string& path) {
+  std::FILE* f = std::fopen(path.c_str(), "rb");
+  if (!f) return {};
+  unsigned char head[124] = {};
+  const std::size_t got = std::fread(head, 1, sizeof head, f);
+  std::fclose(f);
+  if (got < sizeof head || std::memcmp(head, "INTERQUAKEMODEL", 16) != 0) return {};
+  auto word = [&](int index) {
+    std::uint32_t v;
+    std::memcpy(&v, head + 16 + 4 * index, 4);
+    return v;
+  };
+  // After the magic: version, filesize, flags, num_text, ofs_text, num_meshes,
+  // ofs_meshes, num_vertexarrays, num_vertexes, ofs_vertexarrays,
+  // num_triangles, ofs_triangles, ofs_adjacency, num_joints, ofs_joints,
+  // num_poses, ofs_poses, num_anims, ofs_anims, num_frames, ...
+  const std::uint32_t joints = word(13), anims = word(17), frames = word(19);
+  std::string parts;
+  if (joints > 0) parts = std::to_string(joints) + " joint" + (joints == 1 ? "" : "s");
+  if (anims > 0)
+    parts += (parts.empty() ? "" : " and ") + std::to_string(anims) + " anim" + (anims == 1 ? "" : "s") + " (" +
+             std::to_string(frames) + " frame" + (frames == 1 ? "" : "s") + ")";
+  return parts;
+}
+
 void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
   names.insert(node.mName.C_Str());
   for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
@@ -657,10 +923,24 @@ ImportedScene importAssimp(const ImportRequest& request) {
   auto refuse = [&](const std::string& library) { throw ImportError(request.path + ": " + plainReason(library)); };
   // Read first, mend what the library's validation would refuse although a
   // scene can be made of it, then validate and triangulate.
+  // The reader's own warnings, for what it drops without failing.
+  Assimp::DefaultLogger::create(nullptr, Assimp::Logger::NORMAL, 0);
+  auto* warnings = new LibraryWarnings;  // the logger owns it
+  Assimp::DefaultLogger::get()->attachStream(warnings, Assimp::Logger::Warn | Assimp::Logger::Err);
   const aiScene* read = importer.ReadFile(request.path, 0);
+  const std::vector<std::string> missingLibraries = warnings->after("OBJ: Unable to locate material file ");
+  const std::vector<std::string> fallbacks = warnings->after("OBJ: Opening fallback material file ");
+  Assimp::DefaultLogger::kill();
+  for (const std::string& library : missingLibraries)
+    std::fprintf(stderr, "WARNING: %s: material library \"%s\" not found; %s\n", request.path.c_str(),
+                 utf8(library).c_str(),
+                 fallbacks.empty() ? "its materials are left out and the meshes take the default material"
+                                   : ("\"" + utf8(fallbacks[0]) + "\" is read instead").c_str());
+  const std::string iqmLeftOut = iqmUnread(request.path);
   if (!read) refuse(importer.GetErrorString());
   if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
   aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
+  uniqueNodeNames(scene, request.path);
   clampKeysToClips(scene, request.path);
   std::set<std::string> nodeNames;
   collectNodeNames(*scene.mRootNode, nodeNames);
@@ -672,10 +952,17 @@ ImportedScene importAssimp(const ImportRequest& request) {
   // objects are exported. Such scenes are marked incomplete, as some of the
   // library's readers mark them already, which its validation accepts.
   if (scene.mNumMeshes == 0 && !(scene.mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
-    if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0)
+    if (scene.mNumAnimations == 0 && scene.mNumCameras == 0 && scene.mNumLights == 0) {
+      if (!iqmLeftOut.empty())
+        throw ImportError(request.path + ": the import library reads the meshes of an IQM file only, and this one "
+                                         "holds none: its " + iqmLeftOut + " cannot be read");
       throw ImportError(request.path + ": the model holds no mesh, animation, camera or light: nothing to export");
+    }
     scene.mFlags |= AI_SCENE_FLAGS_INCOMPLETE;
   }
+  if (!iqmLeftOut.empty())
+    std::fprintf(stderr, "WARNING: %s: the import library reads the meshes of an IQM file only: its %s are left out\n",
+                 request.path.c_str(), iqmLeftOut.c_str());
   if (!importer.ApplyPostProcessing(aiProcess_ValidateDataStructure)) refuse(importer.GetErrorString());
   if (importer.GetScene()->mNumMeshes > 0 &&
       !importer.ApplyPostProcessing(aiProcess_Triangulate | aiProcess_SortByPType))

@@ -92,6 +92,7 @@ const std::vector<std::string>& MemoryHost::imageProblems() const { return impl_
 
 std::string MemoryHost::GetDir(int which) { return which == APP_PLUGCFG_DIR ? impl_->configDir : std::string(); }
 int MemoryHost::GetFrameRate() { return impl_->frameRate; }
+int MemoryHost::sourceFrameRate() const { return impl_->sourceFrameRate; }
 void MemoryHost::SetFrameRate(int rate) { impl_->frameRate = rate; }
 int MemoryHost::GetTicksPerFrame() {
   return impl_->frameRate > 0 ? TIME_TICKSPERSEC / impl_->frameRate : TIME_TICKSPERSEC;

@@ -113,6 +113,9 @@ class MemoryHost : public Interface {
   void addTexturePaths(const std::vector<std::string>& dirs);
   // The bitmap manager's warnings and errors about images (memory_bitmaps.h).
   const std::vector<std::string>& textureNotes() const;
+  // The frames a second of the model the scene was imported from (its clips'
+  // keys fall on them), or 0; the scene's own rate is what the export samples.
+  int sourceFrameRate() const;
   // Why images failed to load, once per file ("PATH: cannot read the image: REASON").
   const std::vector<std::string>& imageProblems() const;
   void EditExportOptions(OptionsDialog& record) override;

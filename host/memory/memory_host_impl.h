@@ -22,6 +22,7 @@ struct MemoryHost::Impl {
 
   // --- scene settings ---
   int frameRate = 30;
+  int sourceFrameRate = 0;  // the imported model's own frames a second; 0 when unknown
   Interval animRange{0, 100 * 160};
   AnimatedValue<Color> ambient;
   AnimatedValue<Color> background;

@@ -112,7 +112,7 @@ void resolveBones(LoadContext& ctx) {
 
 void readDocument(const JsonCursor& doc, LoadContext& ctx) {
   doc.expectMembers({"version", "frameRate", "animationRange", "ambientColor", "backgroundColor", "configDir",
-                     "texturePaths", "rootTransform", "texmaps", "materials", "objects", "nodes"});
+                     "texturePaths", "sourceFrameRate", "rootTransform", "texmaps", "materials", "objects", "nodes"});
   if (const auto v = doc.find("version")) {
     if (v->asInt() != kFormatVersion) v->fail("unsupported version; this host reads version 1");
   }
@@ -120,6 +120,8 @@ void readDocument(const JsonCursor& doc, LoadContext& ctx) {
   scene.bitmapManager.setBaseDir(ctx.baseDir);
   if (const auto m = doc.find("frameRate")) scene.frameRate = static_cast<int>(m->asInteger(1, TIME_TICKSPERSEC));
   ctx.ticksPerFrame = TIME_TICKSPERSEC / scene.frameRate;
+  if (const auto m = doc.find("sourceFrameRate"))
+    scene.sourceFrameRate = static_cast<int>(m->asInteger(1, TIME_TICKSPERSEC));
 
   int startFrame = 0, endFrame = 100;
   if (const auto m = doc.find("animationRange")) {

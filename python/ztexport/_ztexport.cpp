@@ -419,6 +419,7 @@ const char* messageKindName(ztdriver::MessageKind kind) {
     case ztdriver::MessageKind::imageProblem: return "image_problem";
     case ztdriver::MessageKind::textureNote: return "note";
     case ztdriver::MessageKind::note: return "note";
+    case ztdriver::MessageKind::sceneWarning: return "warning";
   }
   return "text";
 }

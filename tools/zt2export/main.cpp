@@ -369,6 +369,7 @@ int main(int argc, char** argv) {
       if (m.kind == kind) std::fprintf(to, "%s%s\n", prefix, m.text.c_str());
   };
   print(MessageKind::note, stderr, "zt2export: note: ");
+  print(MessageKind::sceneWarning, stderr, "");
   print(MessageKind::imageProblem, stderr, "zt2export: ");
   print(MessageKind::messageBox, stderr, "");
   for (const std::string& text : outcome.infoTexts) {
