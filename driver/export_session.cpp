@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -248,13 +249,17 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
     if (const int source = host->sourceFrameRate(); source > 0 && record.sampleRate % source != 0) {
       const int shared = std::gcd(source, record.sampleRate);
       const int missed = (source - shared) / shared, of = source / shared;
-      char text[1024];
-      std::snprintf(text, sizeof text,
-                    "WARNING: %s: the model's animation has %d frames a second and the export samples %d: %d source "
-                    "frame%s in %d fall%s between samples; --set sampleRate=%d keeps them all",
-                    request.scene.c_str(), source, record.sampleRate, missed, missed == 1 ? "" : "s", of,
-                    missed == 1 ? "s" : "", source);
-      outcome.messages.push_back({MessageKind::sceneWarning, text});
+      const char* format =
+          "WARNING: %s: the model's animation has %d frames a second and the export samples %d: %d source "
+          "frame%s in %d fall%s between samples; --set sampleRate=%d keeps them all";
+      auto print = [&](char* to, std::size_t size) {
+        return std::snprintf(to, size, format, request.scene.c_str(), source, record.sampleRate, missed,
+                             missed == 1 ? "" : "s", of, missed == 1 ? "s" : "", source);
+      };
+      // Sized to the scene's name, which can be long.
+      std::string text(static_cast<std::size_t>(std::max(print(nullptr, 0), 0)), '\0');
+      print(text.data(), text.size() + 1);
+      outcome.messages.push_back({MessageKind::sceneWarning, std::move(text)});
     }
     if (request.saveOptions) record.saveOnClose = true;
     if (request.dryRun) record.saveOnClose = false;
