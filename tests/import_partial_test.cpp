@@ -82,7 +82,7 @@ Bytes b3d(int last) {
 }
 
 std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, const std::string& out) {
-  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config"), "--quiet"};
+  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config")};
 }
 
 }  // namespace

@@ -20,6 +20,7 @@ from . import _ztexport
 from ._ztexport import (Camera, Diff, Difference, Environment, ExportError, FormatError, Helper, Keys, Light,
                         LightAnimation, MapChannel, Material, MaterialList, Mesh, MeshGroup, MissingFileError, Node,
                         Options, Scene, SkinData, SkippedChunk, Texture, TransformAnimation, UnreadableFileError)
+from ._ztexport import __version__
 
 __all__ = ["read", "read_scene", "read_skin", "read_options", "export", "diff", "option_names",
            "ExportResult", "Message", "FormatError", "UnreadableFileError", "MissingFileError", "ExportError",

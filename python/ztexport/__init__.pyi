@@ -5,6 +5,8 @@ from typing import Iterable, NamedTuple, Optional, Sequence, Union
 import numpy as np
 import numpy.typing as npt
 
+__version__: str
+
 _Path = Union[str, bytes, os.PathLike[str], os.PathLike[bytes]]  # no NUL: ValueError
 _Value = Union[bool, int, float, str]
 _F32 = npt.NDArray[np.float32]

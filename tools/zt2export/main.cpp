@@ -33,6 +33,7 @@
 #include "tools/zt2export/depfile.h"
 #include "tools/zt2export/exporter_module.h"
 #include "ui/display_probe.h"
+#include "ztx_version.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ struct Arguments {
   bool quiet = false;
   bool verbose = false;
   bool version = false;
+  bool listFields = false;
   bool dialog = false;
   bool about = false;
   bool copyTexturesOutside = false;
@@ -124,7 +126,8 @@ void printHelp() {
       "  --about                show the exporter's about box (needs a display)\n"
       "  --module PATH          the exporter module to load; default: ZTExport.dle beside\n"
       "                         this program, else in ../lib/ztexport (an installed copy)\n"
-      "  --version              print the module's description and the exporter's version\n"
+      "  --version              print the version of ZTExport and the exporter module's\n"
+      "                         identity\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"
       "  --memory-limit MIB     the memory a model's reader may take, in MiB; default: 1024\n"
@@ -146,7 +149,8 @@ void printHelp() {
       "                         for a caller that flushes the whole output at once (--batch does)\n"
       "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
       "                         zt2export --batch --help tells more\n"
-      "  --quiet                no progress display\n"
+      "  --quiet                print errors only: no progress display, no notes or warnings,\n"
+      "                         and of the \"Export Info\" text its ERROR lines alone\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
       "\n"
@@ -216,6 +220,8 @@ Arguments parseArguments(int argc, char** argv) {
   std::string textureNames = "keep";
   single("--texture-names", textureNames);
   app.add_flag("--version", a.version);
+  // The option fields one per line, for the shell completion made at build time.
+  app.add_flag("--list-fields", a.listFields);
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
   app.add_flag("--save-options", a.saveOptions);
@@ -240,6 +246,10 @@ Arguments parseArguments(int argc, char** argv) {
   }
   if (help) {
     printHelp();
+    std::exit(kExitOk);
+  }
+  if (a.listFields) {
+    for (const std::string& name : optionFieldNames()) std::printf("%s\n", name.c_str());
     std::exit(kExitOk);
   }
   const std::vector<std::string> extras = app.remaining();
@@ -394,8 +404,13 @@ int main(int argc, char** argv) {
     if (args.version) {
       const auto exporter = module->createExporter();
       const unsigned int version = exporter->Version();
-      std::printf("%s\n%s %u.%02u\n", module->description().c_str(), exporter->ShortDesc(), version / 100,
-                  version % 100);
+      // The module keeps its own identity: its short description and version,
+      // and the build date its description ends with ("[Mar 31 2003]").
+      const std::string description = module->description();
+      const std::size_t dateAt = description.rfind(" [");
+      const std::string date = dateAt != std::string::npos && description.ends_with("]") ? description.substr(dateAt) : "";
+      std::printf("zt2export %s (exporter module: %s %u.%02u%s)\n", ztexport::kVersion, exporter->ShortDesc(),
+                  version / 100, version % 100, date.c_str());
       return kExitOk;
     }
     if (args.about) {
@@ -535,7 +550,7 @@ int main(int argc, char** argv) {
     for (const OptionEdit& edit : edits) applyOptionEdit(record, edit);
     // By the exporter's rules a mesh's faces are written in the groups of
     // their materials; without materials there are none, which surprises.
-    if (!record.exportMaterials && record.exportGeometry) {
+    if (!record.exportMaterials && record.exportGeometry && !args.quiet) {
       progress.clear();
       std::fprintf(stderr, "zt2export: note: exportMaterials is off, so meshes carry no geometry (faces are written "
                            "in the groups of their materials)\n");
@@ -572,16 +587,26 @@ int main(int argc, char** argv) {
   for (const std::string& text : host->imageProblems()) std::fprintf(stderr, "zt2export: %s\n", text.c_str());
   // Names in the exporter's words are in the host's code page; shown as text.
   for (const std::string& text : host->messageBoxes()) std::fprintf(stderr, "%s\n", displayText(text).c_str());
+  // --quiet keeps the errors: of the info text, its ERROR lines without the heading.
+  const auto isError = [](const std::string& line) { return line.starts_with("ERROR"); };
   for (const std::string& text : host->exportInfoTexts()) {
-    std::string shown = "Export Info\n";
-    for (char c : displayText(text))
-      if (c != '\r') shown += c;
+    std::string shown;
+    if (args.quiet) {
+      std::istringstream lines(displayText(text));
+      for (std::string line; std::getline(lines, line);)
+        if (isError(line)) shown += line.substr(0, line.find_last_not_of('\r') + 1) + "\n";
+    } else {
+      shown = "Export Info\n";
+      for (char c : displayText(text))
+        if (c != '\r') shown += c;
+    }
     std::fputs(shown.c_str(), stdout);
   }
-  if (args.check && host->exportInfoTexts().empty()) std::puts("Export Info\nno messages");
+  if (args.check && !args.quiet && host->exportInfoTexts().empty()) std::puts("Export Info\nno messages");
   // What the host knows of images the exporter could not open, or found
   // under another name: the exporter's own message names the image only.
-  for (const std::string& note : host->textureNotes()) std::fprintf(stderr, "zt2export: %s\n", note.c_str());
+  for (const std::string& note : host->textureNotes())
+    if (!args.quiet || isError(note)) std::fprintf(stderr, "zt2export: %s\n", note.c_str());
 
   // The exporter's message boxes all end a run that failed: the file could
   // not be saved, or a window it was asked for could not be shown.
