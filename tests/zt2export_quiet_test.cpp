@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "support/test_support.h"
+#include "support/scene_export.h"
 
 using ztx_test::runExport;
 using ztx_test::TempDir;
@@ -37,15 +37,18 @@ TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
     std::string scene;
     std::vector<std::string> more;
     int exitCode;
-    bool errors;  // whether the run has errors to print
-    bool noted;   // whether it has a note on standard error
+    bool info;    // whether the run prints an "Export Info" text
+    bool errors;  // whether that text has errors
+    bool noted;   // whether the run has a note on standard error
   };
+  ztx_test::exampleIn(dir, "example.json");
   const Case cases[] = {
-      // The info text of a clean export, and the note on materials switched off.
-      {"helpers.json", {"--set", "dumpInfo=1", "--set", "exportMaterials=0"}, 0, false, true},
+      // The info text of a clean export (texture copies), the note on materials switched off.
+      {"example.json", {"--set", "dumpInfo=1"}, 0, true, false, false},
+      {"helpers.json", {"--set", "exportMaterials=0"}, 0, false, false, true},
       // Errors in the scene cancel the export.
-      {"clash.json", {}, 1, true, false},
-      {"helpers.json", {"--check"}, 0, false, false},
+      {"clash.json", {}, 1, true, true, false},
+      {"helpers.json", {"--check"}, 0, true, false, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.scene + " " + testing::PrintToString(c.more));
@@ -60,15 +63,16 @@ TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
     }
     const auto& [whole, quiet] = runs;
     // Without --quiet every message is there.
-    EXPECT_TRUE(whole.out.starts_with("Export Info\n")) << whole.out;
+    EXPECT_EQ(whole.out.starts_with("Export Info\n"), c.info) << whole.out;
     EXPECT_EQ(!errorLines(whole.out).empty(), c.errors) << whole.out;
     EXPECT_EQ(whole.err.find("note: ") != std::string::npos, c.noted) << whole.err;
     // With it, the error lines and nothing else.
     EXPECT_EQ(quiet.out, errorLines(whole.out));
     EXPECT_EQ(quiet.err, errorLines(whole.err));
     EXPECT_EQ(std::filesystem::exists(dir.file("whole.zt2")), std::filesystem::exists(dir.file("quiet.zt2")));
-    if (std::filesystem::exists(dir.file("whole.zt2")))
+    if (std::filesystem::exists(dir.file("whole.zt2"))) {
       EXPECT_EQ(ztx_test::readBytes(dir.file("whole.zt2")), ztx_test::readBytes(dir.file("quiet.zt2")));
+    }
     std::filesystem::remove(dir.file("whole.zt2"));
     std::filesystem::remove(dir.file("quiet.zt2"));
   }
