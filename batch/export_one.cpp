@@ -280,9 +280,10 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
     return process;
   }
   // The copies of textures that changed since the last run are replaced;
-  // the scene files would name stale images otherwise.
+  // the scene files would name stale images otherwise. No --quiet: every
+  // message goes into the manifest, and no progress line shows off a terminal.
   std::vector<std::string> args = {request.exporter, (fs::path(request.sourceDir) / input).string(),
-                                   "-o", target.string(), "--depfile", work + ".d", "--quiet", "--replace-textures"};
+                                   "-o", target.string(), "--depfile", work + ".d", "--replace-textures"};
   if (deferFlush) args.push_back("--no-sync");
   for (const std::string& option : effectiveOptions(request)) args.push_back(option);
   std::vector<char*> argv;

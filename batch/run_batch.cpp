@@ -23,6 +23,7 @@
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
 #include "format/output_files.h"
+#include "ztx_version.h"
 
 namespace ztbatch {
 
@@ -67,6 +68,7 @@ std::string manifestText(const BatchRequest& request, const std::string& version
   const nlohmann::ordered_json manifest = {{"source", r.sourceDir},
                                            {"output", r.outputDir},
                                            {"exporter", version},
+                                           {"ztexportVersion", ztexport::kVersion},
                                            {"options", effectiveOptions(r)},
                                            {"interrupted", result.interrupted},
                                            {"exitStatus", exitStatusOf(result)},

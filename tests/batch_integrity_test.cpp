@@ -167,7 +167,7 @@ TEST(BatchIntegrity, OneBatchAtATimeAndStampsVouchForEveryOutput) {
     EXPECT_EQ(readText((out / "ztexport-manifest.json").string()), manifest);
     for (const auto& [input, status] : statuses(out)) EXPECT_EQ(status, "exported") << input;
 
-    Background waiting(batchArgs(src, out, config, {"--wait", "--quiet"}));
+    Background waiting(batchArgs(src, out, config, {"--wait"}));
     ASSERT_TRUE(waiting.awaitText("waiting for it to end")) << waiting.seen;
     other.release();
     EXPECT_EQ(waiting.finish(), 0) << waiting.seen;
@@ -476,7 +476,7 @@ TEST(BatchIntegrity, LinksPlantedAtAStampOrTheManifestAreReplacedNotWrittenThrou
   writeText(dir.file("victim-manifest"), "victim");
   fs::create_symlink(dir.file("victim-stamp"), out / "example.zt2.stamp");
   fs::create_symlink(dir.file("victim-manifest"), out / "ztexport-manifest.json");
-  const auto r = runExport(batchArgs(src, out, dir.path() / "config", {"--quiet", "--include", "*.json"}));
+  const auto r = runExport(batchArgs(src, out, dir.path() / "config", {"--include", "*.json"}));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(readText(dir.file("victim-stamp")), "victim");
   EXPECT_EQ(readText(dir.file("victim-manifest")), "victim");

@@ -115,7 +115,7 @@ TEST(Batch, SerialAndParallelRunsWriteWhatSingleExportsWriteAndReportFailures) {
     const fs::path alone = dir.path() / "alone" / output;
     fs::create_directories(alone.parent_path());
     const auto r = runExport({(dir.path() / "src" / input).string(), "-o", alone.string() + ".zt2", "--config-dir",
-                              config.string(), "--quiet"});
+                              config.string()});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     for (const char* ext : {".zt2", ".skd"})
       EXPECT_EQ(readBytes(alone.string() + ext), readBytes((dir.path() / "parallel" / output).string() + ext))
@@ -210,7 +210,7 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
   const fs::path reference = dir.path() / "reference";
   fs::create_directories(reference);
   ASSERT_EQ(runExport({(src / "example.scene.json").string(), "-o", (reference / "example.zt2").string(),
-                       "--config-dir", config.string(), "--quiet"})
+                       "--config-dir", config.string()})
                 .exitCode,
             0);
 
@@ -281,12 +281,12 @@ TEST(Batch, TheDependencyFileNamesOutputsAndEveryFileReadAndDrivesNinja) {
   const fs::path config = root / "config", out = root / "out";
   fs::create_directories(out);
   ASSERT_EQ(runExport({(root / "src" / "crate.3ds").string(), "-o", (out / "crate.zt2").string(), "--config-dir",
-                       config.string(), "--quiet", "--save-options"})
+                       config.string(), "--save-options"})
                 .exitCode,
             0);
   writeText((config / "ZTExportAdditional.cfg").string(), "");
   const auto r = runExport({(root / "src" / "crate.3ds").string(), "-o", (out / "crate.zt2").string(), "--config-dir",
-                            config.string(), "--quiet", "--depfile", (out / "crate.d").string()});
+                            config.string(), "--depfile", (out / "crate.d").string()});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   auto escaped = [](const fs::path& p) {
     std::string s = p.string();

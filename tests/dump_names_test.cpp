@@ -29,7 +29,7 @@ class DumpNames : public ::testing::Test {
     std::filesystem::create_directories(dir_->file("config"));
     const ztx_test::RunResult r =
         ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o", dir_->file("example.zt2"),
-                             "--config-dir", dir_->file("config"), "--quiet"});
+                             "--config-dir", dir_->file("config")});
     ASSERT_EQ(r.exitCode, 0) << r.err;
     const std::string bytes = ztx_test::readText(dir_->file("example.zt2"));
     // One node renamed as a host in a Western code page writes it, one with bytes the code page leaves undefined.

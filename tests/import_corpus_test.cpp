@@ -118,8 +118,7 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
     SCOPED_TRACE(relative);
     ztx_test::TempDir dir;
     const ztx_test::RunResult r =
-        ztx_test::run(ZTX_ZT2EXPORT, {model.string(), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                                    "--quiet"});
+        ztx_test::run(ZTX_ZT2EXPORT, {model.string(), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
     const bool listed = refused.count(relative) != 0;
     if (r.exitCode == 2 && listed) {
       ++refusedCount;
@@ -137,7 +136,7 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
         ++missingTextures;
         ztx_test::TempDir again;
         const ztx_test::RunResult d = ztx_test::run(
-            ZTX_ZT2EXPORT, {model.string(), "-o", again.file("out.zt2"), "--config-dir", again.file("config"), "--quiet",
+            ZTX_ZT2EXPORT, {model.string(), "-o", again.file("out.zt2"), "--config-dir", again.file("config"),
                             "--missing-textures", "drop"});
         EXPECT_TRUE(d.exitCode == 0 || d.exitCode == 1) << d.out << d.err;
         exportedWithoutThem += d.exitCode == 0;

@@ -87,7 +87,7 @@ const std::string kNoColourNote =
     ": material \"Material\" gives no diffuse colour; the import library's default, white, is taken\n";
 
 std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, const std::string& out) {
-  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config"), "--quiet"};
+  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config")};
 }
 
 }  // namespace

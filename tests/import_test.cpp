@@ -110,7 +110,7 @@ struct Exported {
 
 // Exports `model` into `dir` as out.zt2, with --write-scene model.scene.json when asked.
 Exported exportModel(const TempDir& dir, const std::string& model, bool writeScene = false) {
-  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"};
+  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")};
   if (writeScene) args.insert(args.end(), {"--write-scene", dir.file("model.scene.json")});
   Exported e;
   e.run = ztx_test::runExport(args);

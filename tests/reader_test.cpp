@@ -23,7 +23,7 @@ using ztx_test::TempDir;
 // The example exported once per run with the given --set changes.
 std::string exportExample(const TempDir& dir, const std::string& name, std::vector<std::string> sets = {}) {
   std::vector<std::string> args = {ztx_test::sourcePath("examples/example.scene.json"), "-o", dir.file(name),
-                                   "--config-dir", dir.file(name + ".config"), "--quiet", "--save-options"};
+                                   "--config-dir", dir.file(name + ".config"), "--save-options"};
   for (const std::string& s : sets) args.insert(args.end(), {"--set", s});
   std::filesystem::create_directories(dir.file(name + ".config"));
   const ztx_test::RunResult r = ztx_test::runExport(args);

@@ -474,7 +474,7 @@ Outcome compareModel(const std::string& model, const Comparison& how = {}) {
   const std::string reference = how.reference.empty() ? model : how.reference;
   // The skin is what is compared: a map whose image the corpus lacks is left out.
   std::vector<std::string> args = {"60", ZTX_ZT2EXPORT, model, "-o", dir.file("ours.zt2"), "--config-dir",
-                                   dir.file("config"), "--quiet", "--missing-textures", "drop"};
+                                   dir.file("config"), "--missing-textures", "drop"};
   args.insert(args.end(), how.options.begin(), how.options.end());
   const auto e = ztx_test::run(ZTX_TIMEOUT, args);
   o.messages = e.err;
@@ -705,7 +705,7 @@ TEST(SkinningFlag, AClothOfBonesUnderAPoleWavesAsTheImportLibrarysOwnGltf) {
   // Its bones hang from one another as in the model: the last of the top
   // edge under the pole through the three before it.
   const auto e = ztx_test::runExport({dir.file("flag.md5mesh"), "-o", dir.file("flag.zt2"), "--config-dir",
-                                      dir.file("config"), "--quiet"});
+                                      dir.file("config")});
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   ASSERT_EQ(ztx_test::runDump({dir.file("flag.zt2"), "--gltf", dir.file("flag.glb")}).exitCode, 0);
   const tinygltf::Model m = ztx_test::readGlb(dir.file("flag.glb"));
@@ -757,7 +757,7 @@ TEST_P(SkinningByHand, CornersFollowTheirBonesAsWorkedOut) {
         {"name": "Sleeve", "object": "quad", "material": "red", "modifiers": [{"type": "physique", "vertices": )") +
                                                    c.binding + "}]}]}]}");
   const auto e = ztx_test::runExport({dir.file("arm.scene.json"), "-o", dir.file("arm.zt2"), "--config-dir",
-                                      dir.file("config"), "--quiet", "--set", "decreaseEndFrameByOne=0", "--set",
+                                      dir.file("config"), "--set", "decreaseEndFrameByOne=0", "--set",
                                       std::string("retainHierarchies=") + c.retainHierarchies});
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   const auto d = ztx_test::runDump({dir.file("arm.zt2"), "--gltf", dir.file("arm.glb")});

@@ -158,7 +158,7 @@ TEST(TextureFiles, ModelsFindTheirImagesAsArtistsLeaveThem) {
     if (std::string(c.rule).find("itself") != std::string::npos) ztx_test::writeText(dir.file("model/wood.png"), "x");
     fs::create_directories(dir.file("out"));
     std::vector<std::string> args = {root + "/model/m.obj", "-o", dir.file("out/m.zt2"), "--config-dir",
-                                     dir.file("config"), "--quiet", "--set", "exportSkinning=0"};
+                                     dir.file("config"), "--set", "exportSkinning=0"};
     for (const std::string& a : c.args) args.push_back(place(a));
     const auto r = runExport(args);
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
@@ -187,7 +187,7 @@ TEST(TextureFiles, SceneFilesSearchTheirTexturePaths) {
     "nodes": [{"name": "H", "object": {"type": "helper"}, "material": "m"}]})";
   ztx_test::writeText(dir.file("scene.json"), scene);
   const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                            "--quiet", "--set", "exportSkinning=0"});
+                            "--set", "exportSkinning=0"});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_TRUE(fs::exists(dir.file("Bark.tga"))) << r.out;
   ztx_test::writeText(dir.file("bad.json"), R"({"texturePaths": [""]})");
@@ -249,7 +249,7 @@ TEST(TextureFiles, FallbackFormatsExportAndBecomePngInGltf) {
   ztx_test::writeText(dir.file("scene.json"), R"({"materials": [)" + materials + R"(], "nodes": [)" + meshes + "]}");
   fs::create_directories(dir.file("out"));
   const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out/s.zt2"), "--config-dir", dir.file("config"),
-                            "--quiet", "--set", "exportSkinning=0"});
+                            "--set", "exportSkinning=0"});
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
   for (const char* f : files) EXPECT_TRUE(fs::exists(dir.file(std::string("out/") + f))) << f;
   const auto g = ztx_test::runDump({dir.file("out/s.zt2"), "--gltf", dir.file("out/s.glb")});

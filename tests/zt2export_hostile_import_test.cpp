@@ -26,7 +26,7 @@ namespace {
 constexpr std::uint64_t kMiB = 1 << 20;
 
 std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"};
+  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")};
   args.insert(args.end(), more.begin(), more.end());
   return args;
 }

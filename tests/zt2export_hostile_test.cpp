@@ -28,7 +28,7 @@ const std::string kHelper = R"({"nodes": [{"name": "H", "object": {"type": "help
 
 // Exports dir/scene.json to `output` with nothing asked of skins or materials.
 std::vector<std::string> argsFor(const TempDir& dir, const std::string& output, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {dir.file("scene.json"), "-o", output, "--config-dir", dir.file("config"), "--quiet",
+  std::vector<std::string> args = {dir.file("scene.json"), "-o", output, "--config-dir", dir.file("config"),
                                    "--set", "exportSkinning=0", "--set", "exportMaterials=0"};
   args.insert(args.end(), more.begin(), more.end());
   return args;
@@ -153,7 +153,7 @@ TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
     ztx_test::writeText(scene.file("scene.json"), sceneJson);
     fs::copy(ztx_test::sourcePath("examples/textures"), scene.file("textures"));
     const auto r = runExport({scene.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                              "--quiet", "--check"});
+                              "--check"});
     EXPECT_EQ(r.exitCode, exitCode) << r.err;
     EXPECT_NE(r.out.find(printed), std::string::npos) << r.out;
     EXPECT_TRUE(fs::is_empty(dir.path())) << fs::begin(fs::directory_iterator(dir.path()))->path();
@@ -165,7 +165,7 @@ TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
 TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   TempDir dir;
   fs::copy(ztx_test::sourcePath("examples/crate.3ds"), dir.file("crate.3ds"));
-  const auto made = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  const auto made = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
   ASSERT_EQ(made.exitCode, 0) << made.err;
   fs::create_symlink("out.skd", dir.file("skin.glb"));
   // Scene files must be named .zt2: links of that name reach the other outputs.
@@ -227,12 +227,12 @@ TEST(Zt2ExportHostile, FailedSaveKeepsTheOldPairAndWritesNothing) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     TempDir dir;
-    const auto first = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+    const auto first = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
     ASSERT_EQ(first.exitCode, 0) << first.err;
     c.spoil(dir);
     const auto before = snapshot(dir.path());
     const auto r = runExport({exampleIn(dir, "other.json", "Figure"), "-o", dir.file("out.zt2"), "--config-dir",
-                              dir.file("config"), "--quiet", "--set", "texturePath=maps"});
+                              dir.file("config"), "--set", "texturePath=maps"});
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_NE(r.err.find("Unable to write to " + dir.file("out.zt2")), std::string::npos) << r.err;
     EXPECT_NE(r.err.find(c.reason), std::string::npos) << r.err;
@@ -255,7 +255,7 @@ TEST(Zt2ExportHostile, FailedExportLeavesNothingOfItself) {
   ztx_test::writeText(dir.file("out.skd"), "the last good run's");
   const auto before = snapshot(dir.path());
   const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                            "--quiet", "--set", "texturePath=maps"});
+                            "--set", "texturePath=maps"});
   EXPECT_EQ(r.exitCode, 1) << r.err;
   EXPECT_NE(r.out.find("ERROR: Object \"Huge\" has vertices beyond the range of a float once placed and scaled"),
             std::string::npos) << r.out;
@@ -285,7 +285,7 @@ TEST(Zt2ExportHostile, KilledRunsTemporariesAreRemovedByTheNextRun) {
   }
   const int live = ::open(dir.file(".out.zt2.LiVe99LiVe99.ztmp").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(::flock(live, LOCK_EX), 0);
-  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
   ::close(live);
   EXPECT_EQ(r.exitCode, 0) << r.err;
   for (const std::string& name : stale) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
@@ -300,7 +300,7 @@ TEST(Zt2ExportHostile, ConcurrentExportsNeverMixTheirPairs) {
   TempDir dir;
   const std::string a = exampleIn(dir, "a.json"), b = exampleIn(dir, "b.json", "Figure");
   auto exportOnce = [&](const std::string& scene) {
-    const auto r = runExport({scene, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--quiet", "--set",
+    const auto r = runExport({scene, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--set",
                               "copyTextures=0"});
     EXPECT_EQ(r.exitCode, 0) << r.err;
   };
@@ -323,7 +323,7 @@ TEST(Zt2ExportHostile, SymlinkedOutputHasItsSkdBesideTheTarget) {
   TempDir dir;
   fs::create_directory(dir.file("real"));
   fs::create_symlink("real/scene.zt2", dir.file("link.zt2"));
-  const auto r = runExport({exampleIn(dir), "-o", dir.file("link.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  const auto r = runExport({exampleIn(dir), "-o", dir.file("link.zt2"), "--config-dir", dir.file("config")});
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_TRUE(fs::is_symlink(dir.file("link.zt2")));
   EXPECT_FALSE(fs::exists(dir.file("link.skd")));
@@ -358,7 +358,7 @@ TEST(Zt2ExportHostile, TextureCopiesStayInsideTheExportDirectoryUnlessAskedOther
     for (const char* gone : {"out/m", "out/abs", "x", "out/out.zt2", "out/out.skd"}) fs::remove_all(root.file(gone));
     const auto before = snapshot(root.path());
     std::vector<std::string> args = {root.file("scene.json"), "-o", root.file("out/out.zt2"), "--config-dir",
-                                     root.file("config"), "--quiet"};
+                                     root.file("config")};
     args.insert(args.end(), c.args.begin(), c.args.end());
     const auto r = runExport(args);
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
@@ -381,7 +381,7 @@ TEST(Zt2ExportHostile, ModelNamedWithoutAFolderExports) {
   fs::copy(ztx_test::sourcePath("examples/textures"), dir.file("textures"));
   const fs::path was = fs::current_path();
   fs::current_path(dir.path());
-  const auto r = runExport({"crate.3ds", "--config-dir", "config", "--quiet"});
+  const auto r = runExport({"crate.3ds", "--config-dir", "config"});
   fs::current_path(was);
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(ztx_test::runDump({"--validate", dir.file("crate.zt2")}).exitCode, 0);
@@ -419,7 +419,7 @@ TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
     TempDir dir;
     ztx_test::writeText(dir.file("scene.json"), "{" + material + R"("nodes": [)" + c.nodes + "]}");
     std::vector<std::string> args = {dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir",
-                                     dir.file("config"), "--quiet", "--set", "exportSkinning=0"};
+                                     dir.file("config"), "--set", "exportSkinning=0"};
     args.insert(args.end(), c.args.begin(), c.args.end());
     const auto r = runExport(args);
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
@@ -466,7 +466,7 @@ TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
     ztx_test::writeText(dir.file("tri.gltf"), model);
     fs::create_directory(dir.file("out"));
     std::vector<std::string> args = {dir.file("tri.gltf"), "-o", dir.file("out/tri.zt2"), "--config-dir",
-                                     dir.file("config"), "--quiet"};
+                                     dir.file("config")};
     args.insert(args.end(), c.args.begin(), c.args.end());
     const auto r = runExport(args);
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;

@@ -48,7 +48,7 @@ void expectKept(const std::map<std::string, std::string>& before, const std::map
 }
 
 std::vector<std::string> exportArgs(const TempDir& dir, const std::string& scene, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {scene, "-o", dir.file("out/scene.zt2"), "--config-dir", dir.file("config"), "--quiet"};
+  std::vector<std::string> args = {scene, "-o", dir.file("out/scene.zt2"), "--config-dir", dir.file("config")};
   args.insert(args.end(), more.begin(), more.end());
   return args;
 }

@@ -21,7 +21,7 @@ const std::string kTwoHelpers =
 std::vector<std::string> plain(const TempDir& dir, std::vector<std::string> more = {},
                                const std::string& scene = "scene.json") {
   std::vector<std::string> args = {dir.file(scene), "-o", dir.file("out.zt2"), "--config-dir",
-                                   dir.file("config"), "--quiet", "--set", "exportSkinning=0", "--set",
+                                   dir.file("config"), "--set", "exportSkinning=0", "--set",
                                    "exportMaterials=0"};
   args.insert(args.end(), more.begin(), more.end());
   return args;
@@ -32,7 +32,7 @@ std::vector<std::string> plain(const TempDir& dir, std::vector<std::string> more
 TEST(Zt2Export, ExampleSceneExportsCleanlyAndReadsBack) {
   TempDir dir;
   const auto r = runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o", dir.file("example.zt2"),
-                            "--config-dir", dir.file("config"), "--quiet"});
+                            "--config-dir", dir.file("config")});
   ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
   // The only messages are the texture copies: five images beside the file.
   EXPECT_EQ(r.out.find("ERROR"), std::string::npos) << r.out;
@@ -67,7 +67,7 @@ TEST(Zt2Export, SavedOptionsAreVersion10AndReadByTheNextRun) {
 
   // The second run reads the saved record: hierarchies stay flattened without
   // any --set; without --save-options it leaves the file alone.
-  r = runExport({dir.file("scene.json"), "-o", dir.file("second.zt2"), "--config-dir", dir.file("config"), "--quiet"});
+  r = runExport({dir.file("scene.json"), "-o", dir.file("second.zt2"), "--config-dir", dir.file("config")});
   const auto file = ztx_test::dumpJson(dir.file("second.zt2"));
   EXPECT_EQ(ztx_test::objectFields(ztx_test::findObject(file, "Child"))["hasParent"], false);
   EXPECT_EQ(ztx_test::readBytes(dir.file("config/ZTExport.cfg")), before);

@@ -93,7 +93,7 @@ TEST_F(PageTest, ScrubbingMovesTheAnimatedNode) {
 TEST_F(PageTest, SkinnedFlagShowsItsBonesUnderTheirParents) {
   ztx_test::writeFlag(dir.path().string());
   const auto e = ztx_test::runExport({dir.file("flag.md5mesh"), "-o", dir.file("flag.zt2"), "--config-dir",
-                                      dir.file("config"), "--quiet"});
+                                      dir.file("config")});
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   const auto v = ztx_test::run(kZt2view, {dir.file("flag.zt2"), "-o", dir.file("flag.html")});
   ASSERT_EQ(v.exitCode, 0) << v.err;

@@ -54,6 +54,36 @@ check "installed zt2export exports the example" \
 dump_and_validate() { /usr/bin/zt2dump "$1" >/dev/null && /usr/bin/zt2dump --validate "$1"; }
 check "installed zt2dump reads and validates the export" dump_and_validate "$work/out/example.zt2"
 
+# What a user meets besides the programs: the manual pages through man, the
+# bash completion as bash-completion loads it, the licences.
+man_renders() {
+  local text
+  text="$(MANWIDTH=80 man zt2export 2>&1)" || { echo "$text"; return 1; }
+  grep -q -- '--set FIELD=VALUE' <<<"$text" || { echo "man zt2export shows no --set:"; head -n 20 <<<"$text"; return 1; }
+  man -w zt2dump zt2view
+}
+check "man zt2export, zt2dump, zt2view" man_renders
+completes_installed() {
+  local got
+  got="$(bash -c 'source /usr/share/bash-completion/completions/zt2export; COMP_WORDS=(zt2export --set sampl);
+    COMP_CWORD=2; _zt2export; echo "${COMPREPLY[*]}"')" || return 1
+  [ "$got" = "sampleRate=" ] || { echo "zt2export --set sampl completes to '$got'"; return 1; }
+  for tool in zt2dump zt2view; do
+    [ -f "/usr/share/bash-completion/completions/$tool" ] || { echo "no completion for $tool"; return 1; }
+  done
+}
+check "the installed completion completes zt2export --set sampl" completes_installed
+licences_installed() {
+  grep -q '^Format: https://www.debian.org/doc/packaging-manuals/copyright-format/1.0/' /usr/share/doc/ztexport/copyright &&
+    grep -q '^Files: tools/zt2view/web/node_modules/three/\*' /usr/share/doc/ztexport/copyright &&
+    [ -f /usr/share/doc/ztexport/CHANGELOG.md ]
+}
+check "/usr/share/doc/ztexport/copyright and CHANGELOG.md" licences_installed
+check "installed tools print the package's version" bash -c '
+  version="$(dpkg-query -W -f="\${Version}" ztexport)" &&
+  [ "$(/usr/bin/zt2dump --version)" = "zt2dump $version" ] && [ "$(/usr/bin/zt2view --version)" = "zt2view $version" ] &&
+  /usr/bin/zt2export --version | grep -qx "zt2export $version (exporter module: .*)"'
+
 # The reader library as another project finds it under /usr, with no path given.
 consumer_prints() {  # consumer_prints PROGRAM: what the consumer must print for the example
   local out
@@ -118,7 +148,7 @@ fi
 
 check "apt-get remove ztexport" "${as_root[@]}" apt-get remove -y -q ztexport
 check "nothing of the package is left" \
-  bash -c '! [ -e /usr/bin/zt2export ] && ! [ -e /usr/bin/zt2dump ] && ! [ -e /usr/lib/ztexport ] && ! dpkg -s ztexport 2>/dev/null | grep -q "^Status: install ok"'
+  bash -c '! [ -e /usr/bin/zt2export ] && ! [ -e /usr/bin/zt2dump ] && ! [ -e /usr/lib/ztexport ] && ! [ -e /usr/share/man/man1/zt2export.1.gz ] && ! [ -e /usr/share/bash-completion/completions/zt2export ] && ! dpkg -s ztexport 2>/dev/null | grep -q "^Status: install ok"'
 
 # Removing keeps dpkg's record of the package (its maintainer scripts); purge it too.
 "${as_root[@]}" dpkg --purge ztexport >/dev/null 2>&1 || true

@@ -1,30 +1,49 @@
 #!/usr/bin/env bash
-# Installs the Debian packages the build, the tests and the benchmarks need,
-# when they are missing. Run as root (or through sudo) on Debian 12.
+# Installs the Debian packages that are missing, on Debian 12; run as root (or
+# with sudo at hand).
+#   tools/setup.sh          what the build and the example need: the tools, the
+#                           exporter module with its windows, zt2view's page
+#   tools/setup.sh --tests  that, and what only the tests, the benchmarks, the
+#                           fuzzers and the package check need
 set -euo pipefail
+
+tests=0
+case "${1:-}" in
+  "") ;;
+  --tests) tests=1 ;;
+  *) echo "setup: unknown argument '$1' (tools/setup.sh [--tests])" >&2; exit 2 ;;
+esac
 
 packages=(
   g++ cmake ninja-build pkg-config
-  libgtest-dev libgmock-dev          # tests
-  libbenchmark-dev                   # benchmarks
   nlohmann-json3-dev                 # scene files and JSON output
   libcli11-dev                       # command lines of the tools
-  libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark; the skinning comparison
   libstb-dev                         # image decoding of the host model
   libopenimageio-dev                 # the image formats stb does not read (DDS, TIFF, EXR, SGI, ...)
-  qt6-base-dev fonts-dejavu-core     # the exporter's windows and their tests
-  xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
+  qt6-base-dev                       # the exporter's windows
   lib3ds-dev libassimp-dev           # model front ends of zt2export
-  assimp-testmodels                  # the model corpus of the tests
-  libtinygltf-dev                    # zt2dump --gltf
+  libtinygltf-dev                    # zt2dump --gltf and zt2view
   libssl-dev                         # content hashes of zt2export --batch's stamps
+  nodejs                             # bundles zt2view's page script at build time
+  help2man                           # the tools' manual pages
+)
+test_packages=(
+  libgtest-dev libgmock-dev          # tests
+  libbenchmark-dev                   # benchmarks
+  libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark; the skinning comparison
+  fonts-dejavu-core                  # the windows' tests draw text
+  xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
+  assimp-testmodels                  # the model corpus of the tests
   pybind11-dev python3-dev python3-numpy  # the Python package ztexport (docs/python.md)
+  python3-venv python3-wheel python3-setuptools  # the Python package's wheel
   python3-distributed                # ztexport.batch on a Dask cluster (docs/batch.md)
   blender                            # the Blender add-on's tests (docs/blender.md)
-  nodejs chromium                    # zt2view's page, the glTF validator and the browser tests
+  chromium                           # the page's browser tests
   clang libclang-rt-14-dev           # the fuzzers (libFuzzer and the sanitizers' runtimes)
   dpkg-dev file                      # cpack -G DEB: dpkg-shlibdeps finds the package's dependencies
+  man-db                             # the package check reads the installed manual page
 )
+[ "$tests" -eq 1 ] && packages+=("${test_packages[@]}")
 
 missing=()
 for p in "${packages[@]}"; do

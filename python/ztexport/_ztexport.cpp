@@ -38,6 +38,7 @@
 #include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
+#include "ztx_version.h"
 
 namespace py = pybind11;
 
@@ -485,7 +486,7 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
 
 PYBIND11_MODULE(_ztexport, m) {
   m.doc() = "The binding under the ztexport package; use ztexport itself.";
-  m.attr("__version__") = ZTX_PY_VERSION;
+  m.attr("__version__") = ztexport::kVersion;
 
   // Every failure to read is a FormatError. One that is the system's (the
   // file cannot be read at all) is an OSError as well, and a missing file a

@@ -20,7 +20,7 @@ def main():
     with tempfile.TemporaryDirectory() as work:
         shutil.copytree(os.path.join(source, "examples"), os.path.join(work, "examples"))
         env = dict(os.environ, XDG_CONFIG_HOME=os.path.join(work, "config"))
-        subprocess.run([zt2export, "examples/example.scene.json", "-o", "example.zt2", "--quiet"], cwd=work, env=env,
+        subprocess.run([zt2export, "examples/example.scene.json", "-o", "example.zt2"], cwd=work, env=env,
                        check=True, stdout=subprocess.DEVNULL)
         failed = 0
         for number, code in enumerate(blocks, 1):

@@ -95,7 +95,7 @@ class DaskBatchTest(unittest.TestCase):
     @classmethod
     def run_zt2export(cls, name, *options):
         out = os.path.join(cls.work, name)
-        run = subprocess.run([ZT2EXPORT, "--batch", cls.source, "-o", out, "--quiet", *options],
+        run = subprocess.run([ZT2EXPORT, "--batch", cls.source, "-o", out, *options],
                              capture_output=True, text=True)
         assert run.returncode == 0, run.stderr
         return out

@@ -49,7 +49,7 @@ class ZtexportTest(unittest.TestCase):
             ours, theirs = self.path("ours.zt2"), self.path("theirs.zt2")
             result = ztexport.export(self.scene, ours, options=options, config_dir=self.config)
             sets = [a for name, value in options.items() for a in ("--set", f"{name}={int(value) if value is True else value}")]
-            subprocess.run([ZT2EXPORT, self.scene, "-o", theirs, "--config-dir", self.config, "--quiet", *sets],
+            subprocess.run([ZT2EXPORT, self.scene, "-o", theirs, "--config-dir", self.config, *sets],
                            check=True, stdout=subprocess.DEVNULL)
             self.assertEqual(result.status, 0)
             self.assertEqual(result.files[:2], [ours, self.path("ours.skd")])

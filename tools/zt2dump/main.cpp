@@ -1,6 +1,7 @@
 // zt2dump: prints, checks and compares the files the exporter writes (scene
 // .zt2, per-vertex .skd, ZTExport.cfg).
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,6 +17,7 @@
 #include "dump/text_printer.h"
 #include "dump/validate.h"
 #include "ztexport/diff.h"
+#include "ztx_version.h"
 
 namespace {
 
@@ -26,6 +28,7 @@ constexpr int kExitUsage = 2;
 const char* const kUsage =
     "usage: zt2dump FILE [--json] [--validate] [--full] [--gltf OUT.glb]\n"
     "       zt2dump --diff OLD NEW [--tolerance T] [--json]\n"
+    "       zt2dump --version | --help\n"
     "\n"
     "Prints a scene file (.zt2), a per-vertex file (.skd) or the options file\n"
     "(ZTExport.cfg); the kind is told from the content.\n"
@@ -41,6 +44,7 @@ const char* const kUsage =
     "              added, removed, changed and moved nodes and chunks\n"
     "  --tolerance T  with --diff, numbers within T relative to their\n"
     "              magnitude (absolute below 1) count as equal; default 0\n"
+    "  --version   print the version of ZTExport\n"
     "  --help      this text\n"
     "\n"
     "Exit codes: 0 success, 1 corrupt, truncated or invalid content,\n"
@@ -57,6 +61,7 @@ struct Arguments {
   bool validate = false;
   bool full = false;
   bool help = false;
+  bool version = false;
   std::string gltf;
 };
 
@@ -67,6 +72,7 @@ bool parse(int argc, char** argv, Arguments& args, std::string& error) {
     else if (a == "--validate") args.validate = true;
     else if (a == "--full") args.full = true;
     else if (a == "--help" || a == "-h") args.help = true;
+    else if (a == "--version") args.version = true;
     else if (a == "--diff") args.diff = true;
     else if (a == "--tolerance") {
       char* end = nullptr;
@@ -94,11 +100,11 @@ bool parse(int argc, char** argv, Arguments& args, std::string& error) {
       return false;
     }
   }
-  if (args.file.empty() && !args.help) {
+  if (args.file.empty() && !args.help && !args.version) {
     error = "no file given";
     return false;
   }
-  if (args.diff && args.other.empty() && !args.help) {
+  if (args.diff && args.other.empty() && !args.help && !args.version) {
     error = "--diff takes two files";
     return false;
   }
@@ -120,6 +126,10 @@ int main(int argc, char** argv) {
   }
   if (args.help) {
     std::cout << kUsage;
+    return kExitOk;
+  }
+  if (args.version) {
+    std::printf("zt2dump %s\n", ztexport::kVersion);
     return kExitOk;
   }
   if (args.diff) {

@@ -25,6 +25,7 @@
 #include "driver/export_session.h"
 #include "driver/exporter_module.h"
 #include "ui/display_probe.h"
+#include "ztx_version.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ struct Arguments {
   bool quiet = false;
   bool verbose = false;
   bool version = false;
+  bool listFields = false;
   bool dialog = false;
   bool about = false;
   bool copyTexturesOutside = false;
@@ -115,7 +117,8 @@ void printHelp() {
       "  --about                show the exporter's about box (needs a display)\n"
       "  --module PATH          the exporter module to load; default: ZTExport.dle beside\n"
       "                         this program, else in ../lib/ztexport (an installed copy)\n"
-      "  --version              print the module's description and the exporter's version\n"
+      "  --version              print the version of ZTExport and the exporter module's\n"
+      "                         identity\n"
       "  --write-scene OUT.scene.json  write the imported model as a scene-description file,\n"
       "                         its arrays in OUT.bin beside it, then export that file\n"
       "  --memory-limit MIB     the memory a model's reader may take, in MiB; default: 1024\n"
@@ -141,7 +144,8 @@ void printHelp() {
       "                         for a caller that flushes the whole output at once (--batch does)\n"
       "  --batch SRC_DIR        export every scene and model under SRC_DIR into -o OUT_DIR;\n"
       "                         zt2export --batch --help tells more\n"
-      "  --quiet                no progress display\n"
+      "  --quiet                print errors only: no progress display, no notes or warnings,\n"
+      "                         and of the \"Export Info\" text its ERROR lines alone\n"
       "  --verbose              print the exporter's developer trace on standard error\n"
       "  -h, --help             this text\n"
       "\n"
@@ -211,6 +215,8 @@ Arguments parseArguments(int argc, char** argv) {
   std::string textureNames = "keep";
   single("--texture-names", textureNames);
   app.add_flag("--version", a.version);
+  // The option fields one per line, for the shell completion made at build time.
+  app.add_flag("--list-fields", a.listFields);
   app.add_flag("--dialog", a.dialog);
   app.add_flag("--about", a.about);
   app.add_flag("--save-options", a.saveOptions);
@@ -236,6 +242,10 @@ Arguments parseArguments(int argc, char** argv) {
   }
   if (help) {
     printHelp();
+    std::exit(kOk);
+  }
+  if (a.listFields) {
+    for (const std::string& name : optionFieldNames()) std::printf("%s\n", name.c_str());
     std::exit(kOk);
   }
   const std::vector<std::string> extras = app.remaining();
@@ -326,8 +336,13 @@ int main(int argc, char** argv) {
     if (args.version) {
       const auto exporter = module->createExporter();
       const unsigned int version = exporter->Version();
-      std::printf("%s\n%s %u.%02u\n", module->description().c_str(), exporter->ShortDesc(), version / 100,
-                  version % 100);
+      // The module keeps its own identity: its short description and version,
+      // and the build date its description ends with ("[Mar 31 2003]").
+      const std::string description = module->description();
+      const std::size_t dateAt = description.rfind(" [");
+      const std::string date = dateAt != std::string::npos && description.ends_with("]") ? description.substr(dateAt) : "";
+      std::printf("zt2export %s (exporter module: %s %u.%02u%s)\n", ztexport::kVersion, exporter->ShortDesc(),
+                  version / 100, version % 100, date.c_str());
       return kOk;
     }
     if (args.about) {
@@ -368,18 +383,32 @@ int main(int argc, char** argv) {
     for (const ztdriver::ExportMessage& m : outcome.messages)
       if (m.kind == kind) std::fprintf(to, "%s%s\n", prefix, m.text.c_str());
   };
-  print(MessageKind::note, stderr, "zt2export: note: ");
-  print(MessageKind::sceneWarning, stderr, "");
+  // --quiet keeps the errors alone: of the info text, its ERROR lines without the heading.
+  const auto isError = [](const std::string& line) { return line.starts_with("ERROR"); };
+  if (!args.quiet) {
+    print(MessageKind::note, stderr, "zt2export: note: ");
+    print(MessageKind::sceneWarning, stderr, "");
+  }
   print(MessageKind::imageProblem, stderr, "zt2export: ");
   print(MessageKind::messageBox, stderr, "");
   for (const std::string& text : outcome.infoTexts) {
-    std::string shown = "Export Info\n";
-    for (char c : text)
-      if (c != '\r') shown += c;
+    std::string shown;
+    if (args.quiet) {
+      std::istringstream lines(text);
+      for (std::string line; std::getline(lines, line);)
+        if (isError(line)) shown += line.substr(0, line.find_last_not_of('\r') + 1) + "\n";
+    } else {
+      shown = "Export Info\n";
+      for (char c : text)
+        if (c != '\r') shown += c;
+    }
     std::fputs(shown.c_str(), stdout);
   }
-  if (args.check && outcome.infoTexts.empty() && outcome.failure.empty()) std::puts("Export Info\nno messages");
-  print(MessageKind::textureNote, stderr, "zt2export: ");
+  if (args.check && !args.quiet && outcome.infoTexts.empty() && outcome.failure.empty())
+    std::puts("Export Info\nno messages");
+  for (const ztdriver::ExportMessage& m : outcome.messages)
+    if (m.kind == MessageKind::textureNote && (!args.quiet || isError(m.text)))
+      std::fprintf(stderr, "zt2export: %s\n", m.text.c_str());
   // Each line of the reason alone: several option edits can be wrong at once.
   for (std::size_t start = 0; start < outcome.failure.size();) {
     const std::size_t end = std::min(outcome.failure.find('\n', start), outcome.failure.size());

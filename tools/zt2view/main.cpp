@@ -1,4 +1,5 @@
 // zt2view: one self-contained HTML page that shows an exported scene.
+#include <cstdio>
 #include <filesystem>
 #include <iostream>
 #include <string>
@@ -7,16 +8,22 @@
 #include "gltf/gltf_export.h"
 #include "page.h"
 #include "dump/reader_tree.h"
+#include "ztx_version.h"
 
 namespace {
 
 const char* const kUsage =
     "usage: zt2view FILE.zt2 [-o OUT.html]\n"
+    "       zt2view --version | --help\n"
     "\n"
     "Writes one HTML page that shows the scene (and the .skd beside it) in a\n"
     "browser: the model with orbit controls, the node tree, the material list\n"
     "and an animation player. The page needs no network. By default OUT is\n"
     "FILE with the extension .html.\n"
+    "\n"
+    "  -o OUT.html  the page to write\n"
+    "  --version    print the version of ZTExport\n"
+    "  --help       this text\n"
     "\n"
     "Exit codes: 0 success, 1 corrupt file, 2 bad usage, unreadable file or page\n"
     "not written.\n";
@@ -29,6 +36,10 @@ int main(int argc, char** argv) {
     const std::string a = argv[i];
     if (a == "--help" || a == "-h") {
       std::cout << kUsage;
+      return 0;
+    }
+    if (a == "--version") {
+      std::printf("zt2view %s\n", ztexport::kVersion);
       return 0;
     }
     if (a == "-o" && i + 1 < argc) {
