@@ -69,7 +69,7 @@ class FrontEndsAgree(unittest.TestCase):
             sets = [a for k, v in options.items() for a in ("--set", "%s=%s" % (k, str(v).lower() if isinstance(v, bool) else v))]
             if door == "zt2export":
                 depfile = os.path.join(case, door, "deps.d")
-                run = subprocess.run([ZT2EXPORT, path, "-o", target, "--config-dir", config, "--quiet",
+                run = subprocess.run([ZT2EXPORT, path, "-o", target, "--config-dir", config,
                                       "--depfile", depfile, *sets], capture_output=True, text=True)
                 messages = [line for line in run.stdout.splitlines() if line and line != "Export Info"]
                 for line in run.stderr.splitlines():
@@ -89,7 +89,7 @@ class FrontEndsAgree(unittest.TestCase):
                                  list(result.files))
             else:
                 run = subprocess.run([ZT2EXPORT, "--batch", src, "-o", out, "--config-dir", config, "--json",
-                                      "--quiet", *sets], capture_output=True, text=True)
+                                      *sets], capture_output=True, text=True)
                 lines = [json.loads(line) for line in run.stdout.splitlines() if line.startswith("{")]
                 self.assertEqual(len(lines), 1, (name, run.stdout, run.stderr))
                 record = lines[0]
