@@ -35,7 +35,7 @@ from ._ztexport import (Camera, CorruptFileError, Diff, Difference, Environment,
 
 __version__ = _ztexport.__version__
 
-__all__ = ["read", "read_scene", "read_skin", "read_options", "export", "diff", "option_names", "option_fields",
+__all__ = ["read", "read_scene", "read_skin", "read_options", "export", "diff", "to_gltf", "option_names", "option_fields",
            "default_exporter", "write_file", "work_directory",
            "ExportResult", "Message", "OptionField",
            "FormatError", "UnreadableFileError", "MissingFileError", "CorruptFileError", "WrongKindError",
@@ -161,6 +161,16 @@ def read_skin(path):
 def read_options(path):
     """Read an options file (ZTExport.cfg, any version) into an Options; FormatError otherwise."""
     return _ztexport.read_options(_path(path, "path"))
+
+
+def to_gltf(path, out):
+    """Write the scene file `path` (with the .skd beside it) as binary glTF 2.0 to
+    `out`, as zt2dump --gltf does (docs/gltf.md gives the mapping). Returns the
+    warnings, one line per thing left out (a texture not found...). Raises
+    FormatError when `path` cannot be read or is no scene file, OSError when
+    `out` cannot be written, ValueError when `out` would overwrite its input.
+    """
+    return _ztexport.to_gltf(_path(path, "path"), _path(out, "out"))
 
 
 def diff(a, b, tolerance=0.0):

@@ -336,6 +336,8 @@ def read_skin(path: _Path) -> SkinData:
     """Read a .skd per-vertex skin file; FormatError for any other file."""
 def read_options(path: _Path) -> Options:
     """Read an options file (ZTExport.cfg, any version); FormatError otherwise."""
+def to_gltf(path: _Path, out: _Path) -> list[str]:
+    """Write the scene file (with its .skd) as binary glTF 2.0; the warnings, one line each."""
 def diff(a: _Path, b: _Path, tolerance: float = 0.0) -> Diff:
     """The semantic difference between two files of the same kind."""
 def export(scene: _Path, out: _Path, options: Optional[dict[str, _Value]] = None,

@@ -35,6 +35,7 @@
 #include "driver/config_dir.h"
 #include "driver/export_session.h"
 #include "driver/exporter_module.h"
+#include "gltf/gltf_export.h"
 #include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
@@ -781,6 +782,31 @@ PYBIND11_MODULE(_ztexport, m) {
         py::arg("path"));
   m.def("read_options", [](const std::string& path) { return readingFile(path, [&] { return readOptions(path); }); },
         py::arg("path"));
+  // A scene file (with its .skd) as binary glTF, as zt2dump --gltf writes it.
+  m.def("to_gltf", [](const std::string& path, const std::string& out) {
+        requirePath(out, "out");
+        const std::string skd = fs::path(path).replace_extension(".skd").string();
+        if (const std::string input = overwrittenInput(out, {path, skd}); !input.empty())
+          throw py::value_error("out: " + out + ": the output would overwrite " + input + ", which it is made from");
+        std::vector<std::string> warnings;
+        std::string unwritable;
+        readingFile(path, [&] {
+          const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(path), warnings);
+          try {
+            zt2dump::writeFileWhole(out, zt2dump::glbBytes(model));
+          } catch (const zt2dump::UnwritableFile& e) {
+            unwritable = e.what();
+          }
+          return 0;
+        });
+        if (!unwritable.empty()) {
+          PyErr_SetString(PyExc_OSError, unwritable.c_str());
+          throw py::error_already_set();
+        }
+        py::list lines;
+        for (const std::string& warning : warnings) lines.append(messageText(warning));
+        return lines;
+      });
   m.def("diff", [](const std::string& a, const std::string& b, double tolerance) {
         requirePath(a, "a");
         requirePath(b, "b");
