@@ -268,10 +268,18 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   ::clock_gettime(CLOCK_REALTIME_COARSE, &process.startedAtWall);
   const fs::path target = fs::path(request.outputDir) / process.output;
   process.target = target.string();
-  // zt2export writes into a directory that is there; textures go beside the scene file.
-  if (const std::string why = makeDirectories(target.parent_path().string(), &process.createdDirs); !why.empty()) {
-    process.startError = why;
-    return process;
+  // zt2export writes into a directory that is there; textures go beside the
+  // scene file. The folders are made beneath the output folder, never through
+  // a link that leads out of it: the export would write wherever it pointed.
+  {
+    OutputDirectory root, folder;
+    std::string why = root.open(request.outputDir);
+    const std::string sub = fs::path(process.output).parent_path().string();
+    if (why.empty() && !sub.empty()) why = root.openBeneath(sub, true, folder, &process.createdDirs);
+    if (!why.empty()) {
+      process.startError = why;
+      return process;
+    }
   }
   process.outFd = ::memfd_create("zt2export-stdout", MFD_CLOEXEC);
   process.errFd = ::memfd_create("zt2export-stderr", MFD_CLOEXEC);

@@ -483,4 +483,17 @@ TEST(BatchIntegrity, LinksPlantedAtAStampOrTheManifestAreReplacedNotWrittenThrou
   EXPECT_FALSE(fs::is_symlink(out / "example.zt2.stamp"));
   EXPECT_FALSE(fs::is_symlink(out / "ztexport-manifest.json"));
   EXPECT_EQ(statuses(out)["example.scene.json"], "exported");
+
+  // A folder of the tree whose place in the output folder is a link leading
+  // out of it: that file fails, naming the place, and nothing lands outside.
+  fs::create_directories(src / "level");
+  fs::copy_file(src / "example.scene.json", src / "level" / "example.scene.json");
+  fs::create_directories(dir.path() / "elsewhere");
+  fs::create_symlink(dir.path() / "elsewhere", out / "level");
+  const auto planted = runExport(batchArgs(src, out, dir.path() / "config", {"--include", "*.json"}));
+  EXPECT_EQ(planted.exitCode, 1) << planted.err;
+  EXPECT_EQ(statuses(out)["level/example.scene.json"], "failed");
+  EXPECT_NE(readText((out / "ztexport-manifest.json").string()).find("level: a symbolic link to a place outside the output directory"),
+            std::string::npos);
+  EXPECT_TRUE(fs::is_empty(dir.path() / "elsewhere"));
 }
