@@ -25,6 +25,7 @@ struct Influence {
 // Per vertex up to four influences, strongest first, weights summing to 1.
 struct SkinData {
   std::vector<int> joints;  // node of each bone of the .skd
+  std::vector<bool> standIn;  // per joint: made for a bone the file holds nothing of
   std::vector<std::array<Influence, 4>> vertices;
 };
 
@@ -136,6 +137,15 @@ int buildMesh(Builder& b, const std::string& nodeName, const MeshSource& src, co
   return static_cast<int>(b.model.meshes.size() - 1);
 }
 
+// A joint for a bone the file holds nothing of, on `node` without a
+// transform of its own.
+int standInJoint(Builder& b, const std::string& name, int node) {
+  const int joint = b.addRootNode(name, "bone");
+  b.nodeParent[static_cast<std::size_t>(joint)] = node;
+  b.model.nodes[static_cast<std::size_t>(node)].children.push_back(joint);
+  return joint;
+}
+
 // The .skd's influences for the mesh of node `meshNode`, or nothing: with a
 // warning when they do not fit, silently when every vertex follows only the
 // mesh's own node (the importer binds a mesh without bones so), which makes a
@@ -162,8 +172,10 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
     const std::string boneName = name.get<std::string>();
     const auto it = b.nodeByName.find(boneName);
     // A bone that was not exported (a hidden one, say) still needs a joint:
-    // one at the root, in place, so that the mesh shows in its bind pose.
-    s.joints.push_back(it != b.nodeByName.end() ? it->second : b.addRootNode(boneName, "bone"));
+    // one on the mesh's node, so that what it holds shows in its bind pose
+    // and moves with the node, as a vertex that no bone holds does.
+    s.standIn.push_back(it == b.nodeByName.end());
+    s.joints.push_back(s.standIn.back() ? standInJoint(b, boneName, meshNode) : it->second);
     // A node known by its keys alone is, here, a bone.
     tinygltf::Value::Object& extras = b.model.nodes[static_cast<std::size_t>(s.joints.back())].extras.Get<tinygltf::Value::Object>();
     if (extras["type"].Get<std::string>() == "animated" || extras["type"].Get<std::string>() == "group")
@@ -172,7 +184,10 @@ std::optional<SkinData> readSkin(Builder& b, const DecodedChunk& vd, std::size_t
   // The joint of the vertices no bone holds: the mesh's own node, with which they move.
   auto ownJoint = [&]() -> std::uint16_t {
     auto it = std::find(s.joints.begin(), s.joints.end(), meshNode);
-    if (it == s.joints.end()) it = s.joints.insert(s.joints.end(), meshNode);
+    if (it == s.joints.end()) {
+      it = s.joints.insert(s.joints.end(), meshNode);
+      s.standIn.push_back(false);
+    }
     return static_cast<std::uint16_t>(it - s.joints.begin());
   };
   s.vertices.resize(vertexCount);
@@ -223,11 +238,18 @@ void gatherJoints(Builder& b, const std::vector<int>& joints, const std::string&
 }
 
 // One skin per node that shows the skinned mesh: the bind matrices place the
-// mesh where that node stands.
-int addSkin(Builder& b, const SkinData& s, int meshNode) {
+// mesh where that node stands. A node sharing the mesh of the .skd's node
+// gets stand-in joints of its own, named "<bone> (<node>)", so that it moves
+// with itself, not with the other.
+int addSkin(Builder& b, const SkinData& s, int meshNode, int skdNode) {
   tinygltf::Skin skin;
   skin.name = b.model.nodes[static_cast<std::size_t>(meshNode)].name;
   skin.joints = s.joints;
+  if (meshNode != skdNode)
+    for (std::size_t j = 0; j < s.joints.size(); ++j)
+      if (s.standIn[j])
+        skin.joints[j] = standInJoint(b, b.model.nodes[static_cast<std::size_t>(s.joints[j])].name + " (" + skin.name + ")", meshNode);
+  gatherJoints(b, skin.joints, skin.name);
   const Mat4 meshGlobal = b.nodeGlobal(meshNode);
   std::vector<float> ibm;
   for (int j : s.joints) {
@@ -303,10 +325,12 @@ void addMeshes(Builder& b, const DecodedFile& scene, const DecodedFile* vertexDa
     b.model.nodes[static_cast<std::size_t>(node)].mesh = m->second;
   }
   // Skins last: their bind matrices need every node in place.
-  if (skin && skinnedMesh >= 0) gatherJoints(b, skin->joints, skinnedNode);
-  if (skin && skinnedMesh >= 0)
-    for (std::size_t n = 0; n < b.model.nodes.size(); ++n)
-      if (b.model.nodes[n].mesh == skinnedMesh) b.model.nodes[n].skin = addSkin(b, *skin, static_cast<int>(n));
+  if (skin && skinnedMesh >= 0) {
+    const int skdNode = b.nodeByName.at(skinnedNode);
+    const std::size_t nodes = b.model.nodes.size();  // not the joints made on the way
+    for (std::size_t n = 0; n < nodes; ++n)
+      if (b.model.nodes[n].mesh == skinnedMesh) b.model.nodes[n].skin = addSkin(b, *skin, static_cast<int>(n), skdNode);
+  }
 }
 
 }  // namespace zt2dump::gltf

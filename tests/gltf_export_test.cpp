@@ -85,15 +85,19 @@ TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
   for (const char* name : {"Props", "Lamp", "Character", "CharacterCopy", "Camera01", "Spot01", "Sun", "Marker",
                            "Bip_Pelvis", "Bip_Spine", "Bip_Head"})
     EXPECT_EQ(byName.count(name), 1u) << name;
-  // glTF wants a skin's joints under one root: the three go under a new one.
-  // The camera's target has keys but no object chunk: an empty node carries
-  // them, at the root where its first key (host (0, 0, 2)) puts it.
-  ASSERT_EQ(m.nodes.size(), 13u);
+  // The file holds nothing of the bones: each node showing the skinned mesh
+  // carries stand-ins of its own, which move with it. The camera's target has
+  // keys but no object chunk: an empty node carries them, at the root where
+  // its first key (host (0, 0, 2)) puts it.
+  ASSERT_EQ(m.nodes.size(), 15u);
   const tinygltf::Node& target = m.nodes[byName["Camera01.Target"]];
   EXPECT_EQ(target.extras.Get("type").Get<std::string>(), "animated");
   expectNear(target.translation, {0, 2, 0});
-  EXPECT_EQ(m.nodes[byName["Character skeleton"]].children,
+  EXPECT_EQ(m.nodes[byName["Character"]].children,
             (std::vector<int>{byName["Bip_Pelvis"], byName["Bip_Spine"], byName["Bip_Head"]}));
+  EXPECT_EQ(m.nodes[byName["CharacterCopy"]].children,
+            (std::vector<int>{byName["Bip_Pelvis (CharacterCopy)"], byName["Bip_Spine (CharacterCopy)"],
+                              byName["Bip_Head (CharacterCopy)"]}));
 
   // The file's (x, y, z) is glTF's (x, y, -z): Camera01 stood at (0, 10, -30).
   const tinygltf::Node& camera = m.nodes[byName["Camera01"]];
@@ -159,12 +163,15 @@ TEST_F(GltfExample, MeshGroupsSkinAndSharedMesh) {
   const double e2[3] = {at(2, 0) - at(0, 0), at(2, 1) - at(0, 1), at(2, 2) - at(0, 2)};
   EXPECT_LT(e1[0] * e2[1] - e1[1] * e2[0], 0);  // cross product along -z
 
-  // Both nodes showing the skinned mesh have a skin over the three bones.
+  // Both nodes showing the skinned mesh have a skin over the three bones, each its own.
   ASSERT_GE(character.skin, 0);
   ASSERT_GE(copy.skin, 0);
-  std::vector<std::string> joints;
-  for (int j : m.skins[character.skin].joints) joints.push_back(m.nodes[j].name);
-  EXPECT_EQ(joints, (std::vector<std::string>{"Bip_Pelvis", "Bip_Spine", "Bip_Head"}));
+  for (const auto& [node, suffix] : {std::pair{&character, ""}, std::pair{&copy, " (CharacterCopy)"}}) {
+    std::vector<std::string> joints;
+    for (int j : m.skins[node->skin].joints) joints.push_back(m.nodes[j].name);
+    EXPECT_EQ(joints, (std::vector<std::string>{std::string("Bip_Pelvis") + suffix, std::string("Bip_Spine") + suffix,
+                                                std::string("Bip_Head") + suffix}));
+  }
   // Vertex 5 of the .skd: Bip_Spine 0.6, Bip_Head 0.4 (group 0 holds vertices 0..7).
   const auto w = floats(m, p.attributes.at("WEIGHTS_0"));
   expectNear({w[20], w[21], w[22], w[23]}, {0.6, 0.4, 0, 0});

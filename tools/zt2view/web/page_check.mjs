@@ -1,11 +1,15 @@
 // Drives a zt2view page in headless Debian chromium and checks it:
 //   node page_check.mjs PAGE.html --nodes A,B,... [--parents NODE=PARENT,...] [--animated NODE,...]
-//                       [--hidden NODE@SECONDS,...] [--screenshot OUT.png [--at SECONDS]]
+//                       [--hidden NODE@SECONDS,...] [--mesh-moves NODE@SECONDS,...]
+//                       [--screenshot OUT.png [--at SECONDS]]
 // The page must load with no console error and list every node named, every
 // row under another showing a parent; with --parents, NODE's row must show
 // PARENT and stand under PARENT's row; with
 // --animated, scrubbing from the start to the end must move each NODE; with
 // --hidden, NODE must show at the start and have world scale 0 at SECONDS;
+// --mesh-moves, the mean of NODE's drawn vertices (skinned ones where their
+// joints put them) must move between the start and SECONDS by as much as
+// NODE itself does (within 1%) and by something;
 // --at takes the screenshot at that time of the animation.
 // Exit 0 when every check holds, 1 when one fails, 2 when the browser cannot
 // be run.
@@ -24,6 +28,10 @@ const page = args[0];
 const nodes = (option('--nodes') || '').split(',').filter(Boolean);
 const animated = (option('--animated') || '').split(',').filter(Boolean);
 const hidden = (option('--hidden') || '').split(',').filter(Boolean).map((h) => {
+  const at = h.lastIndexOf('@');
+  return { node: h.slice(0, at), time: Number(h.slice(at + 1)) };
+});
+const meshMoves = (option('--mesh-moves') || '').split(',').filter(Boolean).map((h) => {
   const at = h.lastIndexOf('@');
   return { node: h.slice(0, at), time: Number(h.slice(at + 1)) };
 });
@@ -74,7 +82,7 @@ try {
     else if (r.parent !== parent || r.treeParent !== parent) failures.push(`"${node}" shows parent "${r.parent}" and stands under "${r.treeParent}", not "${parent}"`);
   }
 
-  if (animated.length > 0 || hidden.length > 0) {
+  if (animated.length > 0 || hidden.length > 0 || meshMoves.length > 0) {
     const duration = await tab.evaluate(() => window.zt2view.duration);
     if (!(duration > 0)) failures.push('the page has no animation to scrub');
     const scrubTo = async (t, what, node) => {
@@ -95,6 +103,20 @@ try {
       const moved = Math.hypot(end[0] - start[0], end[1] - start[1], end[2] - start[2]);
       console.log(`"${node}" moved ${moved.toFixed(4)} from ${text(start)} to ${text(end)}`);
       if (!(moved > 1e-3)) failures.push(`scrubbing does not move "${node}"`);
+    }
+    for (const { node, time } of meshMoves) {
+      const from = await scrubTo(0, 'meshCentre', node);
+      const to = await scrubTo(time, 'meshCentre', node);
+      const nodeFrom = await scrubTo(0, 'worldPosition', node);
+      const nodeTo = await scrubTo(time, 'worldPosition', node);
+      if (!from || !to || !nodeFrom || !nodeTo) {
+        failures.push(`no mesh "${node}" in the scene`);
+        continue;
+      }
+      const distance = (a, b) => Math.hypot(b[0] - a[0], b[1] - a[1], b[2] - a[2]);
+      const moved = distance(from, to), nodeMoved = distance(nodeFrom, nodeTo);
+      console.log(`"${node}" mesh moved ${moved.toFixed(4)} (its node ${nodeMoved.toFixed(4)}) from ${text(from)} to ${text(to)} at ${time} s`);
+      if (!(moved > 1e-3) || Math.abs(moved - nodeMoved) > 0.01 * nodeMoved) failures.push(`the mesh of "${node}" does not move with it`);
     }
     for (const { node, time } of hidden) {
       const shown = await scrubTo(0, 'worldScale', node);

@@ -246,6 +246,27 @@ async function main() {
       const o = worldObject(name);
       return o ? o.getWorldScale(new THREE.Vector3()).toArray() : null;
     },
+    // The mean of a node's mesh vertices in the world as drawn now, skinned
+    // ones where their joints put them.
+    meshCentre(name) {
+      const o = worldObject(name);
+      if (!o) return null;
+      const sum = new THREE.Vector3();
+      const v = new THREE.Vector3();
+      let count = 0;
+      o.updateMatrixWorld(true);
+      o.traverse((m) => {
+        if (!m.isMesh || (m !== o && m.parent !== o)) return;
+        if (m.isSkinnedMesh) m.skeleton.update();
+        const n = m.geometry.attributes.position.count;
+        for (let i = 0; i < n; ++i) {
+          m.getVertexPosition(i, v);
+          sum.add(v.applyMatrix4(m.matrixWorld));
+        }
+        count += n;
+      });
+      return count > 0 ? sum.divideScalar(count).toArray() : null;
+    },
   };
   document.body.dataset.ready = 'true';
 }
