@@ -71,13 +71,16 @@ TEST_F(PageTest, ExampleLoadsListsEveryNodeAndPlays) {
   // Character walks from frame 0 to 30; Marker's visibility is 0 at frame
   // 15, half a second at 30 samples per second.
   const auto r = checkPage({dir.file("example.html"), "--nodes", nodes, "--parents", "Lamp=Props", "--animated", "Character", "--hidden",
-                            "Marker@0.5", "--mesh-moves", "Character@0.5", "--screenshot", dir.file("shot.png")});
+                            "Marker@0.5", "--mesh-moves", "Character@0.5", "--layout", "--viewport", "800x600", "--camera",
+                            "Camera01", "--screenshot", dir.file("shot.png")});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_NE(r.out.find("\"Character\" moved"), std::string::npos) << r.out;
   // Its skinned mesh goes with it, not only the node's place.
   EXPECT_NE(r.out.find("\"Character\" mesh moved 5.0000 (its node 5.0000)"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("\"Marker\" scale 1.000,1.000,1.000 at 0 s, 0.000,0.000,0.000 at 0.5 s"), std::string::npos)
       << r.out;
+  // At 800 px the panel waits to be opened and the view takes the window; the grid lies under the meshes.
+  EXPECT_NE(r.out.find("; view 800 of 800 px"), std::string::npos) << r.out;
   EXPECT_GT(fs::file_size(dir.file("shot.png")), 10000u);
 }
 

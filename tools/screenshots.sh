@@ -15,6 +15,8 @@ trap 'rm -rf "$out"' EXIT
 "$build/zt2export" examples/example.scene.json -o "$out/example.zt2" --config-dir "$out/config" --quiet
 "$build/zt2view" "$out/example.zt2" -o "$out/example.html"
 node tools/zt2view/web/page_check.mjs "$out/example.html" --screenshot docs/zt2view-example.png
+node tools/zt2view/web/page_check.mjs "$out/example.html" --viewport 800x600 --camera Camera01 --at 0.5 \
+  --screenshot docs/zt2view-narrow.png
 "$build/zt2export" /usr/share/assimp/models/X/Testwuson.X -o "$out/Testwuson.zt2" --config-dir "$out/config" --quiet
 "$build/zt2view" "$out/Testwuson.zt2" -o "$out/Testwuson.html"
 node tools/zt2view/web/page_check.mjs "$out/Testwuson.html" --screenshot docs/zt2view-skinned.png --at 0.5

@@ -38,19 +38,22 @@ std::string escapeHtml(const std::string& s) {
 
 const char* const kStyle = R"(
 html, body { margin: 0; height: 100%; font: 13px/1.35 system-ui, sans-serif; background: #1e2228; color: #dde; }
-body { display: grid; grid-template-columns: 1fr 480px; grid-template-rows: 1fr auto; height: 100vh; }
+body { display: grid; grid-template-columns: 1fr clamp(280px, 38vw, 520px); grid-template-rows: 1fr auto; height: 100vh; }
+body.collapsed { grid-template-columns: 1fr 0; }
+body.collapsed #side { display: none; }
 #view { grid-row: 1; grid-column: 1; position: relative; overflow: hidden; min-height: 0; }
 #side { grid-row: 1 / span 2; grid-column: 2; overflow: auto; padding: 8px 12px; background: #262b33; }
-#player { grid-row: 2; grid-column: 1; display: flex; gap: 10px; align-items: center; padding: 8px 12px; background: #262b33; }
-#scrub { flex: 1; }
-h1 { font-size: 15px; margin: 4px 0 8px; }
+#player { grid-row: 2; grid-column: 1; display: flex; flex-wrap: wrap; gap: 6px 10px; align-items: center; padding: 8px 12px; background: #262b33; }
+#scrub { flex: 1 1 160px; }
+h1 { font-size: 15px; margin: 4px 0 8px; overflow-wrap: anywhere; }
 h2 { font-size: 13px; margin: 14px 0 4px; color: #9ab; text-transform: uppercase; letter-spacing: 0.05em; }
 table { border-collapse: collapse; width: 100%; }
 th, td { text-align: left; padding: 2px 6px 2px 0.3em; border-bottom: 1px solid #333a44; vertical-align: top; }
 th { color: #9ab; font-weight: normal; }
 td.name { font-weight: 600; overflow-wrap: break-word; }
-td.props { color: #bcb; font-family: monospace; }
-td.keys { text-align: right; white-space: nowrap; }
+td.props { color: #bcb; font-family: monospace; overflow-wrap: anywhere; }
+td.keys, td.count { text-align: right; white-space: nowrap; }
+p.legend { color: #9ab; margin: 4px 0 0; font-size: 12px; }
 ul { margin: 0; padding-left: 0; list-style: none; }
 li.material { padding: 2px 0; }
 .swatch { display: inline-block; width: 12px; height: 12px; margin-right: 6px; border: 1px solid #889; vertical-align: -2px; }
@@ -67,10 +70,16 @@ std::string previewPage(const std::string& title, const std::vector<std::uint8_t
   page += "<div id=\"view\"></div>\n";
   page += "<div id=\"player\"><button id=\"play\">Play</button><input id=\"scrub\" type=\"range\" min=\"0\" max=\"0\" "
           "step=\"0.001\" value=\"0\"><span id=\"time\"></span><label><input id=\"vertex-colours\" "
-          "type=\"checkbox\"> Vertex colours</label></div>\n";
-  page += "<div id=\"side\">\n<h1>" + t + "</h1>\n<h2>Nodes</h2>\n<table>\n<thead><tr><th>Name</th><th>Type</th>"
-          "<th>Parent</th><th>User properties</th><th>Keys</th></tr></thead>\n<tbody id=\"node-tree\"></tbody>\n"
-          "</table>\n<h2>Materials</h2>\n<ul id=\"materials\"></ul>\n</div>\n";
+          "type=\"checkbox\"> Vertex colours</label><label><input id=\"wireframe\" type=\"checkbox\"> Wireframe</label>"
+          "<label>View <select id=\"view-camera\"><option value=\"\">Orbit</option></select></label>"
+          "<button id=\"frame\" title=\"Frame the meshes again\">Frame</button>"
+          "<button id=\"panel\" title=\"Show or hide the side panel\">Panel</button></div>\n";
+  page += "<div id=\"side\">\n<h1 id=\"title\">" + t + "</h1>\n<h2>Nodes</h2>\n<table>\n<thead><tr><th>Name</th><th>Type</th>"
+          "<th>Parent</th><th>Properties</th><th title=\"transform keys / visibility keys\">Keys</th></tr></thead>\n"
+          "<tbody id=\"node-tree\"></tbody>\n</table>\n<p class=\"legend\">Keys: transform keys / visibility keys the "
+          "file holds for the node; - where it has none.</p>\n<h2>Meshes</h2>\n<table>\n<thead><tr><th>Node</th>"
+          "<th>Vertices</th><th>Triangles</th><th>Materials</th></tr></thead>\n<tbody id=\"meshes\"></tbody>\n</table>\n"
+          "<h2>Materials</h2>\n<ul id=\"materials\"></ul>\n</div>\n";
   page += "<script id=\"scene-data\" type=\"application/octet-stream\">" + base64(glb) + "</script>\n";
   page += "<script>" + std::string(kViewerScript) + "</script>\n</body>\n</html>\n";
   return page;

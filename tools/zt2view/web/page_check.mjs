@@ -1,6 +1,7 @@
 // Drives a zt2view page in headless Debian chromium and checks it:
 //   node page_check.mjs PAGE.html --nodes A,B,... [--parents NODE=PARENT,...] [--animated NODE,...]
 //                       [--hidden NODE@SECONDS,...] [--mesh-moves NODE@SECONDS,...]
+//                       [--layout] [--viewport WIDTHxHEIGHT] [--camera NAME]
 //                       [--screenshot OUT.png [--at SECONDS]]
 // The page must load with no console error and list every node named, every
 // row under another showing a parent; with --parents, NODE's row must show
@@ -10,6 +11,9 @@
 // --mesh-moves, the mean of NODE's drawn vertices (skinned ones where their
 // joints put them) must move between the start and SECONDS by as much as
 // NODE itself does (within 1%) and by something;
+// --layout, the grid must lie under the meshes and the view take at least
+// 60% of the window's width; --viewport sizes the window (1280x720);
+// --camera looks through the scene's camera NAME before the screenshot;
 // --at takes the screenshot at that time of the animation.
 // Exit 0 when every check holds, 1 when one fails, 2 when the browser cannot
 // be run.
@@ -37,6 +41,8 @@ const meshMoves = (option('--mesh-moves') || '').split(',').filter(Boolean).map(
 });
 const parents = (option('--parents') || '').split(',').filter(Boolean).map((p) => p.split('='));
 const screenshot = option('--screenshot');
+const [viewWidth, viewHeight] = (option('--viewport') || '1280x720').split('x').map(Number);
+const sceneCamera = option('--camera');
 const shotTime = option('--at');
 const browserPath = process.env.ZTX_CHROMIUM || '/usr/bin/chromium';
 
@@ -52,7 +58,7 @@ try {
   context = await chromium.launchPersistentContext(profile, {
     executablePath: browserPath,
     headless: true,
-    viewport: { width: 1280, height: 720 },
+    viewport: { width: viewWidth, height: viewHeight },
     args: ['--headless', '--no-sandbox', '--disable-gpu', '--disable-quic', '--no-first-run',
       '--disable-background-networking', '--disable-component-update', '--disable-sync',
       // WebGL on the CPU: the only kind a machine without display has.
@@ -129,6 +135,18 @@ try {
       if (!(Math.min(...shown.map(Math.abs)) > 1e-3)) failures.push(`"${node}" does not show at 0 s`);
       if (!(Math.max(...gone.map(Math.abs)) < 1e-6)) failures.push(`"${node}" is not hidden at ${time} s`);
     }
+  }
+  if (args.includes('--layout')) {
+    const l = await tab.evaluate(() => window.zt2view.layout());
+    console.log(`grid at ${l.gridY.toFixed(3)}, meshes from ${l.meshBottom.toFixed(3)}; view ${l.viewWidth} of ${l.pageWidth} px`);
+    if (Math.abs(l.gridY - l.meshBottom) > 1e-6) failures.push('the grid does not lie under the meshes');
+    if (l.viewWidth < 0.6 * l.pageWidth) failures.push(`the view takes ${l.viewWidth} of ${l.pageWidth} px`);
+  }
+  if (sceneCamera) {
+    const options = await tab.$$eval('#view-camera option', (os) => os.map((o) => [o.value, o.textContent]));
+    const chosen = options.find(([, name]) => name === sceneCamera);
+    if (!chosen) failures.push(`no scene camera "${sceneCamera}" to look through (has ${options.map(([, n]) => n).join(', ')})`);
+    else await tab.selectOption('#view-camera', chosen[0]);
   }
   if (screenshot) {
     if (shotTime !== undefined) {

@@ -48,6 +48,34 @@ function fillNodeTree(json) {
   for (const r of roots) row(r, 0, undefined);
 }
 
+// Per node that shows a mesh: its vertices, triangles and materials as the
+// file holds them (the glTF primitives are the mesh's material groups).
+function fillMeshes(json) {
+  const list = document.getElementById('meshes');
+  const accessors = json.accessors || [];
+  let total = [0, 0];
+  for (const n of json.nodes || []) {
+    if (n.mesh === undefined) continue;
+    const prims = json.meshes[n.mesh].primitives;
+    const vertices = prims.reduce((a, p) => a + accessors[p.attributes.POSITION].count, 0);
+    const triangles = prims.reduce((a, p) => a + (p.indices !== undefined ? accessors[p.indices].count / 3 : 0), 0);
+    const materials = new Set(prims.map((p) => p.material)).size;
+    total = [total[0] + vertices, total[1] + triangles];
+    const tr = el('tr', {}, el('td', { className: 'name', textContent: n.name }),
+      el('td', { className: 'count', textContent: vertices.toLocaleString('en') }),
+      el('td', { className: 'count', textContent: triangles.toLocaleString('en') }),
+      el('td', { className: 'count', textContent: String(materials) }));
+    tr.dataset.node = n.name;
+    list.append(tr);
+  }
+  if (list.children.length === 0) list.append(el('tr', {}, el('td', { colSpan: 4, textContent: 'No mesh in the file.' })));
+  else if (list.children.length > 1) {
+    list.append(el('tr', {}, el('td', { textContent: 'All' }),
+      el('td', { className: 'count', textContent: total[0].toLocaleString('en') }),
+      el('td', { className: 'count', textContent: total[1].toLocaleString('en') }), el('td')));
+  }
+}
+
 function colourText(c) {
   return c ? `(${c.slice(0, 3).map((v) => Math.round(v)).join(', ')})` : '';
 }
@@ -91,11 +119,15 @@ function frame(camera, controls, object) {
   const centre = box.getCenter(new THREE.Vector3());
   camera.near = size / 1000;
   camera.far = size * 100;
-  camera.position.copy(centre).add(new THREE.Vector3(0.8, 0.6, 1.2).multiplyScalar(size));
+  // Far enough that the box's sphere fits the narrower of the view's angles.
+  const half = THREE.MathUtils.degToRad(camera.fov / 2);
+  const narrower = camera.aspect < 1 ? Math.atan(Math.tan(half) * camera.aspect) : half;
+  const distance = (size / 2) / Math.sin(narrower) * 1.05;
+  camera.position.copy(centre).add(new THREE.Vector3(0.55, 0.4, 0.75).normalize().multiplyScalar(distance));
   camera.updateProjectionMatrix();
   controls.target.copy(centre);
   controls.update();
-  return size;
+  return { size, box };
 }
 
 async function main() {
@@ -103,7 +135,10 @@ async function main() {
   const gltf = await new GLTFLoader().parseAsync(bytes, '');
   const json = gltf.parser.json;
   fillNodeTree(json);
+  fillMeshes(json);
   fillMaterials(json);
+  // A narrow window gives the view the room; the panel opens on request.
+  if (window.innerWidth < 1000) document.body.classList.add('collapsed');
 
   const view = document.getElementById('view');
   const renderer = new THREE.WebGLRenderer({ antialias: true, preserveDrawingBuffer: true });
@@ -140,11 +175,58 @@ async function main() {
       m.needsUpdate = true;
     }
   });
+  const wireBox = document.getElementById('wireframe');
+  wireBox.addEventListener('change', () => {
+    gltf.scene.traverse((o) => {
+      if (!o.isMesh) return;
+      for (const m of Array.isArray(o.material) ? o.material : [o.material]) m.wireframe = wireBox.checked;
+    });
+  });
   const controls = new OrbitControls(camera, renderer.domElement);
-  const size = frame(camera, controls, gltf.scene);
-  // A ground grid of a round size a little larger than the scene.
-  const gridSize = 10 ** Math.ceil(Math.log10(size * 1.5));
-  scene.add(new THREE.GridHelper(gridSize, 40, 0x888888, 0x555555));
+  const resize = () => {
+    const w = view.clientWidth, h = view.clientHeight;
+    renderer.setSize(w, h);
+    for (const c of [camera, ...gltf.cameras]) {
+      c.aspect = w / h;
+      c.updateProjectionMatrix();
+    }
+  };
+  resize();
+  const { size, box } = frame(camera, controls, gltf.scene);
+  // A ground grid under the meshes, centred below them, in cells of a round
+  // size, a little larger than their footprint and no larger: lines that
+  // reach behind the eye are dropped whole by some renderers.
+  const footprint = Math.max(box.max.x - box.min.x, box.max.z - box.min.z, size / 4);
+  const cell = 10 ** Math.floor(Math.log10(footprint / 4));
+  const divisions = 2 * Math.ceil((footprint * 0.65) / cell);
+  const gridSize = divisions * cell;
+  const grid = new THREE.GridHelper(gridSize, divisions, 0x9aa4b4, 0x66707e);
+  grid.position.set((box.min.x + box.max.x) / 2, box.min.y, (box.min.z + box.max.z) / 2);
+  scene.add(grid);
+  document.getElementById('frame').addEventListener('click', () => {
+    cameraSelect.value = '';
+    viewCamera = camera;
+    controls.enabled = true;
+    frame(camera, controls, gltf.scene);
+  });
+  document.getElementById('panel').addEventListener('click', () => {
+    document.body.classList.toggle('collapsed');
+    resize();
+  });
+  // The scene's cameras, to look through as the engine would.
+  let viewCamera = camera;
+  const cameraSelect = document.getElementById('view-camera');
+  gltf.cameras.forEach((c, i) => {
+    let named = c;
+    while (named.parent && !named.name) named = named.parent;
+    cameraSelect.append(el('option', { value: String(i), textContent: named.name || `Camera ${i + 1}` }));
+  });
+  cameraSelect.disabled = gltf.cameras.length === 0;
+  cameraSelect.addEventListener('change', () => {
+    viewCamera = cameraSelect.value === '' ? camera : gltf.cameras[Number(cameraSelect.value)];
+    controls.enabled = viewCamera === camera;
+    resize();
+  });
   // Nodes without geometry show as small axes, so that helpers and bones can
   // be found: a fortieth of the scene's size whatever the node's own scale.
   const axes = [];
@@ -205,20 +287,13 @@ async function main() {
     setTime(Number(slider.value));
   });
 
-  const resize = () => {
-    const w = view.clientWidth, h = view.clientHeight;
-    renderer.setSize(w, h);
-    camera.aspect = w / h;
-    camera.updateProjectionMatrix();
-  };
   window.addEventListener('resize', resize);
-  resize();
   const clock = new THREE.Clock();
   renderer.setAnimationLoop(() => {
     const dt = clock.getDelta();
     if (playing && clip) setTime((mixer.time + dt) % duration);
     controls.update();
-    renderer.render(scene, camera);
+    renderer.render(scene, viewCamera);
   });
 
   // glTF node index -> the object the loader made of it (names are not
@@ -238,6 +313,11 @@ async function main() {
   window.zt2view = {
     nodeNames: (json.nodes || []).map((n) => n.name),
     duration,
+    // Where the grid lies against the meshes, and the view's share of the window.
+    layout() {
+      return { gridY: grid.position.y, meshBottom: box.min.y, viewWidth: view.clientWidth, pageWidth: window.innerWidth,
+        cameras: gltf.cameras.length };
+    },
     worldPosition(name) {
       const o = worldObject(name);
       return o ? o.getWorldPosition(new THREE.Vector3()).toArray() : null;
