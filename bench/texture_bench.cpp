@@ -45,7 +45,10 @@ struct Workspace {
 
 void BM_CopyTexture(benchmark::State& state) {
   Workspace w(static_cast<std::size_t>(state.range(0)));
+  // The copy tells the host which copies it used: an empty scene stands in.
+  auto host = hostmodel::loadSceneFromString("{}", w.dir.string());
   SceneExporter exporter;
+  exporter.host = host.get();
   // The copy directory is found from the exported file's folder and the texture path.
   exporter.writtenPath = w.dir.string() + "/";
   exporter.options.texturePath = "copies";

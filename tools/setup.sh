@@ -31,6 +31,7 @@ test_packages=(
   libgtest-dev libgmock-dev          # tests
   libbenchmark-dev                   # benchmarks
   libmeshoptimizer-dev assimp-utils  # reference figures of the mesh benchmark; the skinning comparison
+  gltfpack                           # a peer of bench/peer_bench.py
   fonts-dejavu-core                  # the windows' tests draw text
   xvfb xauth                         # pictures of the windows (tools/screenshots.sh)
   assimp-testmodels                  # the model corpus of the tests

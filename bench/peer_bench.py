@@ -1,0 +1,250 @@
+#!/usr/bin/env python3
+"""The whole tools against their peers, as processes, in one run.
+
+    bench/peer_bench.py BUILD_DIR [--pairs N] [--models N] [--work DIR]
+
+Each row runs our command and its peer alternately, N pairs (default 5), and
+prints the medians and their ratio, so that a busy machine moves both sides
+alike. Time is wall-clock; processor time (user + system, the process and
+every process it waited for) is printed beside it. Peak memory is sampled
+from /proc every few milliseconds over the whole process tree, summed, so
+that zt2export and its model reader count together.
+
+Rows (goals in brackets):
+  grid, scene file + buffers: zt2export vs `assimp export grid.obj x.glb`, on
+    mesh_bench's grid [<= 0.12] and on an independent grid with UV seams
+    written here as OBJ and turned into a scene file once [<= 0.25];
+  the same vs `gltfpack -i grid.obj -o x.glb`, processor time [<= 1.0];
+  peak memory over bytes written, both [<= 3];
+  model import path: zt2export reading grid.obj and grid.gltf itself against
+    assimp's export of the same file, time and summed peak memory [<= 0.6 / 0.8];
+  small real models: per model the median time of zt2export and of
+    `assimp export -fglb2`, the median over models of the ratio [<= 1.2];
+  the C++ reader (bench/read_timing) against numpy.fromfile of the same
+    export, both warm in the page cache [<= 2];
+  zt2dump --diff of two equal exports against cmp [<= 2], and of two exports
+    differing in every position against cat of both [<= 5].
+"""
+import argparse
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+from pathlib import Path
+
+SOURCE = Path(__file__).resolve().parent.parent
+
+
+def tree_rss_kib(pid):
+    """Resident memory of `pid` and all its descendants, in KiB."""
+    total, todo = 0, [pid]
+    while todo:
+        p = todo.pop()
+        try:
+            with open(f"/proc/{p}/status") as f:
+                for line in f:
+                    if line.startswith("VmRSS:"):
+                        total += int(line.split()[1])
+                        break
+            for task in os.listdir(f"/proc/{p}/task"):
+                with open(f"/proc/{p}/task/{task}/children") as f:
+                    todo += [int(c) for c in f.read().split()]
+        except (FileNotFoundError, ProcessLookupError, PermissionError):
+            pass
+    return total
+
+
+class Run:
+    def __init__(self, wall, cpu, peak_kib):
+        self.wall, self.cpu, self.peak_kib = wall, cpu, peak_kib
+
+
+def run(cmd, cwd=None, stdout=subprocess.DEVNULL, ok=(0,)):
+    """Runs `cmd`, sampling the tree's memory; its wall and processor time."""
+    before = os.times()
+    start = time.perf_counter()
+    proc = subprocess.Popen(cmd, cwd=cwd, stdout=stdout, stderr=subprocess.PIPE)
+    peak = [0]
+    done = threading.Event()
+
+    def sample():
+        while not done.is_set():
+            peak[0] = max(peak[0], tree_rss_kib(proc.pid))
+            done.wait(0.003)
+
+    sampler = threading.Thread(target=sample)
+    sampler.start()
+    _, err = proc.communicate()
+    wall = time.perf_counter() - start
+    done.set()
+    sampler.join()
+    after = os.times()
+    if proc.returncode not in ok:
+        raise RuntimeError(f"{' '.join(map(str, cmd))} ended with {proc.returncode}: {err.decode(errors='replace')[-400:]}")
+    cpu = (after.children_user - before.children_user) + (after.children_system - before.children_system)
+    return Run(wall, cpu, peak[0])
+
+
+def pairs(n, ours, peer):
+    """Alternates the two commands n times; their runs, in order."""
+    a, b = [], []
+    for _ in range(n):
+        a.append(ours())
+        b.append(peer())
+    return a, b
+
+
+def med(runs, what):
+    return statistics.median(getattr(r, what) for r in runs)
+
+
+def row(title, goal, a, b, names=("zt2export", "peer")):
+    wall = med(a, "wall") / med(b, "wall")
+    cpu = med(a, "cpu") / med(b, "cpu") if med(b, "cpu") > 0 else float("nan")
+    mem = med(a, "peak_kib") / med(b, "peak_kib") if med(b, "peak_kib") > 0 else float("nan")
+    print(f"{title}: {names[0]} {med(a, 'wall') * 1e3:.0f} ms ({med(a, 'cpu') * 1e3:.0f} ms cpu, "
+          f"{med(a, 'peak_kib') / 1024:.0f} MiB), {names[1]} {med(b, 'wall') * 1e3:.0f} ms "
+          f"({med(b, 'cpu') * 1e3:.0f} ms cpu, {med(b, 'peak_kib') / 1024:.0f} MiB): "
+          f"time {wall:.3f}, cpu {cpu:.3f}, memory {mem:.3f}{'  (goal ' + goal + ')' if goal else ''}", flush=True)
+    return wall, cpu, mem
+
+
+def write_seamed_grid(path, n):
+    """An n x n quad grid with a UV seam every 16 columns, as plain OBJ."""
+    with open(path, "w") as f:
+        f.write("# a grid with UV seams\n")
+        for j in range(n + 1):
+            for i in range(n + 1):
+                f.write(f"v {i / n:.6f} {j / n:.6f} {0.01 * ((i * 7 + j * 3) % 5):.6f}\n")
+        # Texture coordinates: each strip of 16 columns has its own, so the
+        # columns on a strip's border carry two.
+        strips = (n + 15) // 16
+        for s in range(strips):
+            for j in range(n + 1):
+                for k in range(17):
+                    f.write(f"vt {(k / 16):.6f} {j / n:.6f}\n")
+        f.write("vn 0 0 1\n")
+        for j in range(n):
+            for i in range(n):
+                s, k = i // 16, i % 16
+                v = lambda a, b: b * (n + 1) + a + 1
+                t = lambda b, kk: s * (n + 1) * 17 + b * 17 + kk + 1
+                a, b2, c, d = v(i, j), v(i + 1, j), v(i + 1, j + 1), v(i, j + 1)
+                ta, tb, tc, td = t(j, k), t(j, k + 1), t(j + 1, k + 1), t(j + 1, k)
+                f.write(f"f {a}/{ta}/1 {b2}/{tb}/1 {c}/{tc}/1\nf {a}/{ta}/1 {c}/{tc}/1 {d}/{td}/1\n")
+
+
+def claimed_extensions(zt2export):
+    text = subprocess.run([zt2export, "--help"], capture_output=True, text=True).stdout
+    lines = text.split("Model formats")[1].split("\n\n")[0].splitlines()[1:]
+    return {e for line in lines for e in line.split()}
+
+
+def main():
+    ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    ap.add_argument("build")
+    ap.add_argument("--pairs", type=int, default=5)
+    ap.add_argument("--models", type=int, default=40, help="small models of the corpus to time")
+    ap.add_argument("--work", help="folder for the grids and outputs (default: a temporary one)")
+    args = ap.parse_args()
+    build = Path(args.build).resolve()
+    zt2export, zt2dump = str(build / "zt2export"), str(build / "zt2dump")
+    for tool in ("assimp", "gltfpack", "cmp", "cat"):
+        if not shutil.which(tool):
+            sys.exit(f"peer_bench: {tool} not found (tools/setup.sh --tests installs the peers)")
+    work = Path(args.work or tempfile.mkdtemp(prefix="ztx-peer-bench-"))
+    work.mkdir(parents=True, exist_ok=True)
+    n = args.pairs
+    off = ["--set", "exportSkinning=0", "--set", "exportAnimation=0", "--quiet", "--config-dir", str(work / "cfg")]
+    print(f"peer_bench: {n} pairs per row, in {work}", flush=True)
+
+    # The grids: mesh_bench's (scene file and OBJ), and an independent one.
+    mesh_bench = str(build / "bench" / "mesh_bench")
+    subprocess.run([mesh_bench, f"--write-scene={work / 'grid.json'}"], check=True, stdout=subprocess.DEVNULL)
+    subprocess.run([mesh_bench, f"--write-obj={work / 'grid.obj'}"], check=True, stdout=subprocess.DEVNULL)
+    write_seamed_grid(work / "seams.obj", 708)  # 1,002,528 triangles
+    subprocess.run([zt2export, str(work / "seams.obj"), "--write-scene", str(work / "seams.scene.json"), "-o",
+                    str(work / "seams-once.zt2")] + off, check=True)
+    # In a folder of its own: its buffer would be grid.bin too.
+    (work / "gltf").mkdir(exist_ok=True)
+    subprocess.run(["assimp", "export", str(work / "grid.obj"), str(work / "gltf" / "grid.gltf")], check=True,
+                   stdout=subprocess.DEVNULL)
+
+    out = lambda name: str(work / name)
+    a, b = pairs(n, lambda: run([zt2export, out("grid.json"), "-o", out("g.zt2")] + off),
+                 lambda: run(["assimp", "export", out("grid.obj"), out("g-assimp.glb")]))
+    row("grid, scene file + buffers vs assimp", "<= 0.12", a, b, ("zt2export", "assimp"))
+    ours_grid = a
+    a, b = pairs(n, lambda: run([zt2export, out("seams.scene.json"), "-o", out("s.zt2")] + off),
+                 lambda: run(["assimp", "export", out("seams.obj"), out("s-assimp.glb")]))
+    row("independent grid with UV seams, scene file + buffers vs assimp", "<= 0.25", a, b, ("zt2export", "assimp"))
+    a, b = pairs(n, lambda: run([zt2export, out("grid.json"), "-o", out("g.zt2")] + off),
+                 lambda: run(["gltfpack", "-i", out("grid.obj"), "-o", out("g-pack.glb")]))
+    _, cpu, _ = row("grid, scene file + buffers vs gltfpack", "cpu <= 1.0", a, b, ("zt2export", "gltfpack"))
+    written = os.path.getsize(out("g.zt2"))
+    packed = os.path.getsize(out("g-pack.glb"))
+    print(f"peak memory / bytes written: zt2export {med(a, 'peak_kib') * 1024 / written:.2f} "
+          f"({med(a, 'peak_kib') / 1024:.0f} MiB for {written / 2**20:.1f} MiB), gltfpack "
+          f"{med(b, 'peak_kib') * 1024 / packed:.2f} ({med(b, 'peak_kib') / 1024:.0f} MiB for {packed / 2**20:.1f} MiB)"
+          f"  (goal <= 3)", flush=True)
+
+    for model in ("grid.obj", "gltf/grid.gltf"):
+        a, b = pairs(n, lambda: run([zt2export, out(model), "-o", out("m.zt2")] + off),
+                     lambda: run(["assimp", "export", out(model), out("m-assimp.glb")]))
+        row(f"import path, {model} vs assimp", "time <= 0.6, memory <= 0.8", a, b, ("zt2export", "assimp"))
+
+    corpus = Path(os.environ.get("ZTX_ASSIMP_MODELS", "/usr/share/assimp/models"))
+    if corpus.is_dir():
+        claimed = claimed_extensions(zt2export)
+        models = sorted(p for p in corpus.rglob("*") if p.is_file() and p.suffix[1:].lower() in claimed)
+        ratios, ours_ms, peer_ms = [], [], []
+        for model in models:
+            if len(ratios) >= args.models:
+                break
+            try:
+                run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"), "--quiet"])
+                run(["assimp", "export", str(model), out("small.glb"), "-fglb2"])
+            except RuntimeError:
+                continue  # only models both export
+            a, b = pairs(n, lambda: run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"),
+                                         "--quiet"]),
+                         lambda: run(["assimp", "export", str(model), out("small.glb"), "-fglb2"]))
+            ours_ms.append(med(a, "wall") * 1e3)
+            peer_ms.append(med(b, "wall") * 1e3)
+            ratios.append(med(a, "wall") / med(b, "wall"))
+        if ratios:
+            print(f"small models ({len(ratios)} of the corpus both export): median zt2export "
+                  f"{statistics.median(ours_ms):.0f} ms, assimp {statistics.median(peer_ms):.0f} ms, median ratio "
+                  f"{statistics.median(ratios):.3f}  (goal <= 1.2)", flush=True)
+
+    read_timing = str(build / "bench" / "read_timing")
+    numpy_read = [sys.executable, "-c", "import numpy, sys; numpy.fromfile(sys.argv[1], dtype=numpy.uint8)", out("g.zt2")]
+    numpy_start = [sys.executable, "-c", "import numpy, sys"]
+    a, b = pairs(n, lambda: run([read_timing, out("g.zt2"), "1"]), lambda: run(numpy_read))
+    c = [run(numpy_start) for _ in range(n)]
+    # The interpreter's own start is taken off numpy's side; the reader's
+    # program starts in a few milliseconds.
+    numpy_only = max(med(b, "wall") - med(c, "wall"), 1e-4)
+    print(f"reader of a {written / 2**20:.0f} MiB export: read_timing {med(a, 'wall') * 1e3:.0f} ms, numpy.fromfile "
+          f"{numpy_only * 1e3:.0f} ms (start of python taken off): ratio {med(a, 'wall') / numpy_only:.3f}  (goal <= 2)",
+          flush=True)
+
+    shutil.copyfile(out("g.zt2"), out("g-copy.zt2"))
+    a, b = pairs(n, lambda: run([zt2dump, "--diff", out("g.zt2"), out("g-copy.zt2")]),
+                 lambda: run(["cmp", out("g.zt2"), out("g-copy.zt2")]))
+    row("zt2dump --diff of equal exports vs cmp", "<= 2", a, b, ("zt2dump", "cmp"))
+    subprocess.run([zt2export, out("grid.json"), "-o", out("moved.zt2"), "--set", "rescale=1", "--set",
+                    "rescaleFactor=2"] + off, check=True)
+    a, b = pairs(n, lambda: run([zt2dump, "--diff", out("g.zt2"), out("moved.zt2")], ok=(1,)),
+                 lambda: run(["cat", out("g.zt2"), out("moved.zt2")]))
+    row("zt2dump --diff of exports differing everywhere vs cat of both", "<= 5", a, b, ("zt2dump", "cat"))
+    if not args.work:
+        shutil.rmtree(work)
+
+
+if __name__ == "__main__":
+    main()
