@@ -43,6 +43,22 @@ T_MemoryFile T_MemoryFile::fromBytes(std::vector<std::uint8_t> bytes, const std:
   return f;
 }
 
+T_MemoryFile T_MemoryFile::fromView(std::shared_ptr<const std::uint8_t> bytes, std::size_t size, const std::string& name) {
+  T_MemoryFile f(0);
+  f.view_ = std::move(bytes);
+  f.viewSize_ = size;
+  f.name_ = name;
+  if (size < kMemoryFileHeaderSize || std::memcmp(f.view_.get(), kMemoryFileMagic, 4) != 0)
+    throw T_Exception(name + ": not a ZT chunk file (the header is missing or wrong)");
+  std::uint32_t encoding;
+  std::memcpy(&encoding, f.view_.get() + 4, 4);
+  if (encoding != kMemoryFileEncoding)
+    throw T_Exception(name + ": unsupported file encoding " + std::to_string(encoding));
+  f.base_ = kMemoryFileHeaderSize;
+  f.pos_ = kMemoryFileHeaderSize;
+  return f;
+}
+
 void T_MemoryFile::append(const void* data, std::size_t length) {
   try {
     const auto* p = static_cast<const std::uint8_t*>(data);
@@ -137,18 +153,18 @@ void T_MemoryFile::fail(std::size_t offset, const std::string& what) const {
 }
 
 void T_MemoryFile::seek(std::size_t offset) {
-  if (offset > buffer_.size()) fail(offset, "seek past the end of the data");
+  if (offset > byteCount()) fail(offset, "seek past the end of the data");
   pos_ = offset;
 }
 
 void T_MemoryFile::need(std::size_t bytes, const char* what) const {
-  if (buffer_.size() - pos_ < bytes || pos_ > buffer_.size())
+  if (byteCount() - pos_ < bytes || pos_ > byteCount())
     fail(pos_, std::string("unexpected end of data while reading ") + what);
 }
 
 std::uint8_t T_MemoryFile::peekTag() const {
   need(1, "a type tag");
-  return buffer_[pos_];
+  return bytes()[pos_];
 }
 
 const char* basicTypeName(std::uint8_t tag) {
@@ -182,7 +198,7 @@ void T_MemoryFile::expectTag(BasicType expected) {
 
 std::uint32_t T_MemoryFile::rawU32() {
   std::uint32_t v;
-  std::memcpy(&v, buffer_.data() + pos_, 4);
+  std::memcpy(&v, bytes() + pos_, 4);
   pos_ += 4;
   return v;
 }
@@ -190,15 +206,15 @@ std::uint32_t T_MemoryFile::rawU32() {
 ChunkHeader T_MemoryFile::readChunkHeader() {
   const std::size_t start = pos_;
   expectTag(BT_Chunk);
-  if (buffer_.size() - pos_ < 12) fail(start, "unexpected end of data while reading a chunk header");
+  if (byteCount() - pos_ < 12) fail(start, "unexpected end of data while reading a chunk header");
   ChunkHeader h;
   h.id = rawU32();
   h.version = rawU32();
   h.length = rawU32();
   h.bodyOffset = pos_;
-  if (h.length > buffer_.size() - pos_)
+  if (h.length > byteCount() - pos_)
     fail(start, "chunk " + hexId(h.id) +
-                    " claims " + std::to_string(h.length) + " bytes but only " + std::to_string(buffer_.size() - pos_) +
+                    " claims " + std::to_string(h.length) + " bytes but only " + std::to_string(byteCount() - pos_) +
                     " remain");
   return h;
 }
@@ -206,7 +222,7 @@ ChunkHeader T_MemoryFile::readChunkHeader() {
 bool T_MemoryFile::readBool() {
   expectTag(BT_Bool);
   need(1, "a bool");
-  const std::uint8_t v = buffer_[pos_];
+  const std::uint8_t v = bytes()[pos_];
   if (v > 1) fail(pos_, "bool value " + std::to_string(v) + " is neither 0 nor 1");
   ++pos_;
   return v != 0;
@@ -215,7 +231,7 @@ bool T_MemoryFile::readBool() {
 std::uint8_t T_MemoryFile::readUChar() {
   expectTag(BT_UChar);
   need(1, "an unsigned char");
-  return buffer_[pos_++];
+  return bytes()[pos_++];
 }
 
 std::int32_t T_MemoryFile::readInt() {
@@ -234,7 +250,7 @@ float T_MemoryFile::readFloat() {
   expectTag(BT_Float);
   need(4, "a float");
   float v;
-  std::memcpy(&v, buffer_.data() + pos_, 4);
+  std::memcpy(&v, bytes() + pos_, 4);
   pos_ += 4;
   return v;
 }
@@ -244,8 +260,8 @@ std::string T_MemoryFile::readString() {
   need(4, "a string length");
   const std::size_t lengthAt = pos_;
   const std::uint32_t n = rawU32();
-  if (n > buffer_.size() - pos_) fail(lengthAt, "string of " + std::to_string(n) + " bytes runs past the end of the data");
-  std::string s(reinterpret_cast<const char*>(buffer_.data() + pos_), n);
+  if (n > byteCount() - pos_) fail(lengthAt, "string of " + std::to_string(n) + " bytes runs past the end of the data");
+  std::string s(reinterpret_cast<const char*>(bytes() + pos_), n);
   pos_ += n;
   return s;
 }
@@ -256,7 +272,7 @@ M_Matrix4x3Template<float> T_MemoryFile::readMatrix() {
   M_Matrix4x3Template<float> m;
   for (int r = 0; r < 4; ++r)
     for (int c = 0; c < 3; ++c) {
-      std::memcpy(&m[r][c], buffer_.data() + pos_, 4);
+      std::memcpy(&m[r][c], bytes() + pos_, 4);
       pos_ += 4;
     }
   return m;
@@ -272,7 +288,7 @@ std::int32_t T_MemoryFile::readSequenceCount() {
 
 void T_MemoryFile::readRaw(void* out, std::size_t length) {
   need(length, "a raw block");
-  std::memcpy(out, buffer_.data() + pos_, length);
+  std::memcpy(out, bytes() + pos_, length);
   pos_ += length;
 }
 

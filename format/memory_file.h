@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,9 @@ class T_MemoryFile {
   T_MemoryFile(const char* name, AccessMethod method);
   // Reads from bytes already in memory (a file's whole content, header included).
   static T_MemoryFile fromBytes(std::vector<std::uint8_t> bytes, const std::string& name = "<memory>");
+  // Reads from `size` bytes that `bytes` owns (a mapped file, say), without a copy.
+  static T_MemoryFile fromView(std::shared_ptr<const std::uint8_t> bytes, std::size_t size,
+                               const std::string& name = "<memory>");
 
   // --- writing ---
   void createChunk(unsigned int id, unsigned int version);
@@ -85,10 +89,13 @@ class T_MemoryFile {
   // --- reading (offsets are file offsets, header included) ---
   std::size_t tell() const { return pos_; }
   void seek(std::size_t offset);
-  std::size_t size() const { return buffer_.size(); }
-  bool atEnd() const { return pos_ >= buffer_.size(); }
+  std::size_t size() const { return byteCount(); }
+  bool atEnd() const { return pos_ >= byteCount(); }
   const std::string& name() const { return name_; }
-  const std::uint8_t* data() const { return buffer_.data(); }
+  const std::uint8_t* data() const { return bytes(); }
+  // The owner of the bytes read from a view (empty otherwise): what holds
+  // them alive for arrays that point into them.
+  const std::shared_ptr<const std::uint8_t>& viewOwner() const { return view_; }
 
   // The tag at the read position without consuming it.
   std::uint8_t peekTag() const;
@@ -113,8 +120,12 @@ class T_MemoryFile {
   void append(const void* data, std::size_t length);
   void need(std::size_t bytes, const char* what) const;
   std::uint32_t rawU32();
+  const std::uint8_t* bytes() const { return view_ ? view_.get() : buffer_.data(); }
+  std::size_t byteCount() const { return view_ ? viewSize_ : buffer_.size(); }
 
   std::vector<std::uint8_t> buffer_;
+  std::shared_ptr<const std::uint8_t> view_;  // reading from bytes owned elsewhere
+  std::size_t viewSize_ = 0;
   std::vector<std::size_t> openChunks_;  // offsets of open chunk headers
   std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
   std::size_t pos_ = 0;

@@ -1,6 +1,8 @@
 // The typed structs of ztexport/reader.h, built from the chunk tree read with
 // TreeDetail::Typed: small fields come from the tree's values, large arrays
 // are the typed copies the chunk reader made straight from the bytes.
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -10,6 +12,17 @@
 #include "ztexport/reader.h"
 
 namespace ztexport {
+
+namespace detail {
+
+void* allocatePages(std::size_t bytes) {
+  void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+  return p == MAP_FAILED ? nullptr : p;
+}
+
+void freePages(void* p, std::size_t bytes) { ::munmap(p, bytes); }
+
+}  // namespace detail
 
 namespace {
 
@@ -251,7 +264,7 @@ const char* withArticle(FileKind kind) {
   return "a scene";
 }
 
-DecodedFile decodeAs(const std::string& name, std::vector<std::uint8_t> bytes, FileKind wanted) {
+DecodedFile decodeAs(const std::string& name, FileBytes bytes, FileKind wanted) {
   DecodedFile file = decodeBytes(name, std::move(bytes), TreeDetail::Typed);
   if (file.kind != wanted)
     throw FormatError(FormatError::Kind::WrongKind, name,
@@ -386,20 +399,25 @@ const OptionValue* Options::find(const std::string& name) const {
 }
 
 Scene decodeScene(const std::string& name, std::vector<std::uint8_t> bytes) {
-  return sceneFromTree(decodeAs(name, std::move(bytes), FileKind::Scene));
+  return sceneFromTree(decodeAs(name, FileBytes::of(std::move(bytes)), FileKind::Scene));
 }
 
 SkinData decodeSkin(const std::string& name, std::vector<std::uint8_t> bytes) {
-  return skinFromTree(decodeAs(name, std::move(bytes), FileKind::VertexData));
+  return skinFromTree(decodeAs(name, FileBytes::of(std::move(bytes)), FileKind::VertexData));
 }
 
 Options decodeOptions(const std::string& name, std::vector<std::uint8_t> bytes) {
-  return optionsFromTree(decodeAs(name, std::move(bytes), FileKind::Options));
+  return optionsFromTree(decodeAs(name, FileBytes::of(std::move(bytes)), FileKind::Options));
 }
 
-Scene readScene(const std::string& path) { return decodeScene(path, readFileBytes(path)); }
-SkinData readSkin(const std::string& path) { return decodeSkin(path, readFileBytes(path)); }
-Options readOptions(const std::string& path) { return decodeOptions(path, readFileBytes(path)); }
+// Whole reads map the file: the chunk reader's typed copies are the only copy.
+Scene readScene(const std::string& path) { return sceneFromTree(decodeAs(path, mapFileBytes(path), FileKind::Scene)); }
+SkinData readSkin(const std::string& path) {
+  return skinFromTree(decodeAs(path, mapFileBytes(path), FileKind::VertexData));
+}
+Options readOptions(const std::string& path) {
+  return optionsFromTree(decodeAs(path, mapFileBytes(path), FileKind::Options));
+}
 
 // The kind is told by the header and the first value's tag and id.
 FileKind readFileKind(const std::string& path) {

@@ -1,6 +1,9 @@
 #include "file_decoder.h"
 
+#include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -30,7 +33,7 @@ std::string lowerExtension(const std::string& path) {
                     offset);
 }
 
-void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+void checkHeader(const std::string& path, std::span<const std::uint8_t> bytes) {
   const std::size_t magicBytes = std::min<std::size_t>(bytes.size(), 4);
   if (magicBytes > 0 && std::memcmp(bytes.data(), kMemoryFileMagic, magicBytes) != 0)
     fail(path, "not a ZT chunk file: the header does not start with \"ZTMF\"", 0);
@@ -52,7 +55,7 @@ void checkHeader(const std::string& path, const std::vector<std::uint8_t>& bytes
 
 // Decided by the first value; the extension only breaks a tie (an empty
 // body, or a first chunk this tool does not know).
-FileKind detectFileKind(const std::string& path, const std::vector<std::uint8_t>& bytes) {
+FileKind detectFileKind(const std::string& path, std::span<const std::uint8_t> bytes) {
   checkHeader(path, bytes);
   const std::string ext = lowerExtension(path);
   const FileKind byExtension =
@@ -76,16 +79,26 @@ FileKind detectFileKind(const std::string& path, const std::vector<std::uint8_t>
   return byExtension == FileKind::VertexData ? FileKind::VertexData : FileKind::Scene;
 }
 
+FileBytes FileBytes::of(std::vector<std::uint8_t> bytes) {
+  auto owner = std::make_shared<const std::vector<std::uint8_t>>(std::move(bytes));
+  const std::size_t size = owner->size();
+  return {std::shared_ptr<const std::uint8_t>(owner, owner->data()), size};
+}
+
 DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes, TreeDetail detail) {
+  return decodeBytes(path, FileBytes::of(std::move(bytes)), detail);
+}
+
+DecodedFile decodeBytes(const std::string& path, FileBytes bytes, TreeDetail detail) {
   DecodedFile out;
   out.path = path;
-  out.size = bytes.size();
-  out.kind = detectFileKind(path, bytes);
+  out.size = bytes.size;
+  out.kind = detectFileKind(path, bytes.span());
   // The exporter saves no empty file, so a bare header is a cut-off file.
-  if (bytes.size() == kMemoryFileHeaderSize && out.kind != FileKind::Options)
+  if (bytes.size == kMemoryFileHeaderSize && out.kind != FileKind::Options)
     fail(path, "unexpected end of data: nothing follows the file header", kMemoryFileHeaderSize);
   try {
-    T_MemoryFile file = T_MemoryFile::fromBytes(std::move(bytes), path);
+    T_MemoryFile file = T_MemoryFile::fromView(std::move(bytes.data), bytes.size, path);
     if (out.kind == FileKind::Options) {
       decodeOptionsValues(file, out);
     } else {
@@ -100,7 +113,10 @@ DecodedFile decodeBytes(const std::string& path, std::vector<std::uint8_t> bytes
   return out;
 }
 
-std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit) {
+namespace {
+
+// Refuses, with the reason, what cannot be read as a file of ours.
+void checkReadable(const std::string& path) {
   // The system reads a NUL as the end of the name: it would open another file than the one named.
   if (path.find('\0') != std::string::npos)
     unreadable(path, "the name holds a NUL character, so it names no file", EINVAL);
@@ -111,6 +127,38 @@ std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t lim
     unreadable(path, std::string("cannot be opened for reading: ") + std::strerror(error), error);
   }
   if (!S_ISREG(status.st_mode)) unreadable(path, "not a regular file", S_ISDIR(status.st_mode) ? EISDIR : 0);
+}
+
+}  // namespace
+
+// Mapped read only, its pages the page cache's own: the chunk reader copies
+// what it keeps. A file that cannot be mapped (an empty one, or a file
+// system without mappings) is read instead.
+FileBytes mapFileBytes(const std::string& path) {
+  checkReadable(path);
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
+    const int error = errno;
+    unreadable(path, std::string("cannot be opened for reading: ") + std::strerror(error), error);
+  }
+  struct stat status {};
+  void* p = MAP_FAILED;
+  std::size_t size = 0;
+  if (::fstat(fd, &status) == 0 && status.st_size > 0) {
+    size = static_cast<std::size_t>(status.st_size);
+    p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+  }
+  ::close(fd);
+  if (p == MAP_FAILED) return FileBytes::of(readFileBytes(path));
+  const auto* bytes = static_cast<const std::uint8_t*>(p);
+  return {std::shared_ptr<const std::uint8_t>(bytes, [size](const std::uint8_t* b) {
+            ::munmap(const_cast<std::uint8_t*>(b), size);
+          }),
+          size};
+}
+
+std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit) {
+  checkReadable(path);
   std::error_code ec;
   std::ifstream in(path, std::ios::binary);
   if (!in) {
@@ -128,7 +176,7 @@ std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t lim
 }
 
 DecodedFile loadFile(const std::string& path, TreeDetail detail) {
-  return decodeBytes(path, readFileBytes(path), detail);
+  return decodeBytes(path, mapFileBytes(path), detail);
 }
 
 }  // namespace ztexport

@@ -8,12 +8,30 @@
 
 namespace ztexport {
 
+namespace detail {
+// Zeroed memory of `bytes` bytes straight from the system with its pages
+// present, or nullptr; freed with freePages.
+void* allocatePages(std::size_t bytes);
+void freePages(void* p, std::size_t bytes);
+}  // namespace detail
+
 template <typename T>
 class Array {
  public:
   Array() = default;
   // `size` elements, not initialised: the reader fills them from the file.
-  explicit Array(std::size_t size) : storage_(size > 0 ? new T[size] : nullptr), size_(size) {}
+  // Large ones come in whole from the system, their pages in place at once,
+  // so that filling them takes no page fault per page.
+  explicit Array(std::size_t size) : size_(size) {
+    if (size == 0) return;
+    if (size * sizeof(T) >= kWholePages) {
+      if (void* p = detail::allocatePages(size * sizeof(T))) {
+        storage_ = std::shared_ptr<T[]>(static_cast<T*>(p), [bytes = size * sizeof(T)](T* q) { detail::freePages(q, bytes); });
+        return;
+      }
+    }
+    storage_ = std::shared_ptr<T[]>(new T[size]);
+  }
 
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
@@ -30,6 +48,7 @@ class Array {
   const std::shared_ptr<T[]>& storage() const { return storage_; }
 
  private:
+  static constexpr std::size_t kWholePages = std::size_t{1} << 20;
   std::shared_ptr<T[]> storage_;
   std::size_t size_ = 0;
 };
