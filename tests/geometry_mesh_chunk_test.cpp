@@ -1,25 +1,32 @@
-// The MeshChunk and VertexDataChunk writers, read back with the geometry
-// readers and pinned byte for byte where the layout matters.
+// The MeshChunk and VertexDataChunk writers, read back with the reader
+// library and pinned byte for byte where the layout matters.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <tuple>
 
 #include "format/memory_file.h"
-#include "geometry/geometry_readers.h"
+#include "geometry/mesh_record.h"
+#include "geometry/vertex_data_record.h"
+#include "ztexport/reader.h"
 
 namespace {
 
-// The first `length` bytes of what `record` writes, as a file the readers accept.
+// What `record` writes, as a whole file.
 template <class Record>
-T_MemoryFile written(const Record& record, std::size_t length = SIZE_MAX) {
+std::vector<std::uint8_t> bytesOf(const Record& record) {
   T_MemoryFile out(8192);
   out << record;
-  std::vector<std::uint8_t> bytes(kMemoryFileMagic, kMemoryFileMagic + 4);
-  bytes.resize(8);
-  std::memcpy(&bytes[4], &kMemoryFileEncoding, 4);
-  bytes.insert(bytes.end(), out.data(), out.data() + std::min<std::size_t>(length, out.getSize()));
-  return T_MemoryFile::fromBytes(std::move(bytes));
+  std::vector<std::uint8_t> bytes(8 + out.getSize());
+  std::memcpy(bytes.data(), kMemoryFileMagic, 4);
+  std::memcpy(bytes.data() + 4, &kMemoryFileEncoding, 4);
+  if (out.getSize() > 0) std::memcpy(bytes.data() + 8, out.data(), out.getSize());
+  return bytes;
+}
+
+template <class Record>
+T_MemoryFile written(const Record& record) {
+  return T_MemoryFile::fromBytes(bytesOf(record));
 }
 
 std::vector<std::uint32_t> subChunkIds(const MeshRecord& r) {
@@ -86,7 +93,7 @@ TEST(MeshChunk, VertexAndFaceChunkBytes) {
   for (int i = 0; i < 2; ++i) EXPECT_EQ(in.readUInt(), 1u);  // the group counts: one group of one triangle
 }
 
-TEST(MeshChunk, ReaderRestoresObjectFieldsAndGroupStarts) {
+TEST(MeshChunk, ObjectFieldsAndGroupCountsReadBack) {
   MeshRecord r;
   r.name() = "Box";
   r.parentName() = "Root";
@@ -99,13 +106,16 @@ TEST(MeshChunk, ReaderRestoresObjectFieldsAndGroupStarts) {
     groups->setGroupCount(0, 1);
     groups->setGroupCount(2, 1);
   }
-  T_MemoryFile in = written(r);
-  const MeshRecord back = readMeshChunk(in);
-  EXPECT_TRUE(in.atEnd());
-  EXPECT_EQ(std::make_tuple(back.name(), back.parentName(), back.hasParent(), back.userProperties()),
+  const ztexport::Scene scene = ztexport::decodeScene("box.zt2", bytesOf(r));
+  ASSERT_EQ(scene.meshes.size(), 1u);
+  const ztexport::Mesh& back = scene.meshes[0];
+  EXPECT_EQ(std::make_tuple(back.node.name, back.node.parentName, back.node.hasParent, back.node.userProperties),
             std::make_tuple(std::string("Box"), std::string("Root"), true, std::string("lod=1")));
-  EXPECT_EQ(back.vertexPart().groups.starts(), (std::vector<std::uint32_t>{0, 1, 1}));
-  EXPECT_EQ(back.facePart().groups.starts(), (std::vector<std::uint32_t>{0, 3, 3})) << "in index units";
+  std::vector<std::uint32_t> vertexStarts, triangleStarts;
+  for (const ztexport::MeshGroup& g : back.groups())
+    vertexStarts.push_back(g.firstVertex), triangleStarts.push_back(g.firstTriangle);
+  EXPECT_EQ(vertexStarts, (std::vector<std::uint32_t>{0, 1, 1}));
+  EXPECT_EQ(triangleStarts, (std::vector<std::uint32_t>{0, 1, 1}));
 }
 
 TEST(VertexDataChunk, IsEightSequencesInOrder) {
