@@ -76,34 +76,33 @@ std::vector<std::string> textureFileNames(const nlohmann::json& node) {
 
 }  // namespace
 
-// The scene file and its .skd are one commit: when the .skd cannot be
-// replaced, the scene file is not either, and the run fails with the reason
-// told once.
-TEST(Zt2ExportIntegrity, ASkinFileThatCannotBeSavedKeepsTheOldPair) {
-  const std::pair<const char*, std::function<void(const TempDir&)>> spoilers[] = {
-      {"the file has 2 hard links", [](const TempDir& d) { fs::create_hard_link(d.file("out/scene.skd"), d.file("kept.skd")); }},
-      {"not a regular file", [](const TempDir& d) {
-         fs::remove(d.file("out/scene.skd"));
-         fs::create_directory(d.file("out/scene.skd"));
-       }},
-  };
-  for (const auto& [reason, spoil] : spoilers) {
-    SCOPED_TRACE(reason);
-    TempDir dir;
-    fs::create_directory(dir.file("out"));
-    ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
-    spoil(dir);
-    const std::string changed = exampleIn(dir, "changed.json", "Figure");
-    const auto before = snapshot(dir.path());
-    const auto r = runExport(exportArgs(dir, changed));
-    EXPECT_EQ(r.exitCode, 2) << r.err;
-    EXPECT_EQ(occurrences(r.err, dir.file("out/scene.skd") + ": cannot save: " + reason), 1u) << r.err;
-    EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
-    auto after = snapshot(dir.path());
-    after.erase("config/ZTExport.cfg");
-    auto expected = before;
-    expected.erase("config/ZTExport.cfg");
-    expectKept(expected, after);
+// The scene file, its .skd and the texture copies are one commit: when
+// either file cannot be replaced, neither is, nothing is copied, and the run
+// fails with the reason told once.
+TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
+  for (const char* spoilt : {"out/scene.zt2", "out/scene.skd"}) {
+    for (const bool hardLink : {true, false}) {
+      SCOPED_TRACE(std::string(spoilt) + (hardLink ? " hard-linked" : " a folder"));
+      TempDir dir;
+      fs::create_directory(dir.file("out"));
+      ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+      if (hardLink) {
+        fs::create_hard_link(dir.file(spoilt), dir.file("kept"));
+      } else {
+        fs::remove(dir.file(spoilt));
+        fs::create_directory(dir.file(spoilt));
+      }
+      const std::string changed = exampleIn(dir, "changed.json", "Figure");
+      const auto before = snapshot(dir.path());
+      const auto r = runExport(exportArgs(dir, changed, {"--set", "texturePath=maps"}));
+      EXPECT_EQ(r.exitCode, 2) << r.err;
+      const std::string reason = hardLink ? "the file has 2 hard links" : "not a regular file";
+      EXPECT_EQ(occurrences(r.err, dir.file(spoilt) + ": cannot save: " + reason), 1u) << r.err;
+      EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
+      auto after = snapshot(dir.path()), expected = before;
+      for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg");
+      expectKept(expected, after);  // the old pair, no maps/, no temporary
+    }
   }
 }
 
