@@ -241,49 +241,6 @@ TEST(Zt2ExportHostile, SymlinkedOutputHasItsSkdBesideTheTarget) {
   EXPECT_TRUE(fs::exists(dir.file("real/cloth.png")));
 }
 
-// The texture path is joined to the export's directory; climbing out of it
-// needs --copy-textures-outside, whether the path comes from --set or from
-// the saved options.
-TEST(Zt2ExportHostile, TextureCopiesStayInsideTheExportDirectoryUnlessAskedOtherwise) {
-  struct Case {
-    std::vector<std::string> args;
-    int exitCode;
-    const char* copiedTo;  // relative to the run's root; none when refused
-  };
-  const Case cases[] = {
-      {{"--set", "texturePath=../x"}, 1, nullptr},
-      {{"--set", "texturePath=maps/../../x"}, 1, nullptr},
-      {{"--set", "texturePath=..\\x"}, 1, nullptr},
-      {{"--set", "texturePath=./m"}, 0, "out/m"},
-      {{"--set", "texturePath=/abs"}, 0, "out/abs"},
-      {{"--set", "texturePath=../x", "--copy-textures-outside"}, 0, "x"},
-      {{"--set", "texturePath=../x", "--save-options"}, 1, nullptr},
-      {{}, 1, nullptr},  // the saved ../x of the case before
-  };
-  TempDir root;
-  exampleIn(root);
-  fs::create_directory(root.file("out"));
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.args.empty() ? "saved" : c.args[1]);
-    for (const char* gone : {"out/m", "out/abs", "x", "out/out.zt2", "out/out.skd"}) fs::remove_all(root.file(gone));
-    const auto before = snapshot(root.path());
-    std::vector<std::string> args = {root.file("scene.json"), "-o", root.file("out/out.zt2"), "--config-dir",
-                                     root.file("config")};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    const auto r = runExport(args);
-    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
-    if (c.copiedTo) {
-      EXPECT_TRUE(fs::exists(root.file(std::string(c.copiedTo) + "/cloth.png")));
-      continue;
-    }
-    EXPECT_NE(r.out.find("leads out of the directory of the exported file"), std::string::npos) << r.out;
-    // The options file is the run's to write (--save-options).
-    auto after = snapshot(root.path()), expected = before;
-    for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg"), entries->erase("config");
-    EXPECT_EQ(after, expected);
-  }
-}
-
 // A model named without a folder, from its own directory.
 TEST(Zt2ExportHostile, ModelNamedWithoutAFolderExports) {
   TempDir dir;
