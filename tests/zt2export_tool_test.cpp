@@ -187,7 +187,7 @@ TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
     // Without --quiet every message is there.
     EXPECT_EQ(whole.out.starts_with("Export Info\n"), c.info) << whole.out;
     EXPECT_EQ(!errorLines(whole.out).empty(), c.errors) << whole.out;
-    const std::string note = c.noted ? "note: exportMaterials is off, so meshes carry no geometry\n" : "note: ";
+    const std::string note = c.noted ? "note: exportMaterials is off, so meshes carry no geometry" : "note: ";
     EXPECT_EQ(whole.err.find(note) != std::string::npos, c.noted) << whole.err;
     if (c.out) {
       EXPECT_EQ(whole.out, c.out);
