@@ -1,10 +1,11 @@
 // exportMesh on scenes loaded into the in-memory host model: what reaches the
-// scene file and the .skd file, and what is reported.
+// scene file and the .skd file, read back by the reader library, and what is
+// reported.
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <optional>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "format/memory_file.h"
 #include "geometry/export_mesh.h"
