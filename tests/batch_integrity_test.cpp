@@ -5,10 +5,8 @@
 // a dry run that writes nothing, and progress as JSON lines.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -16,10 +14,15 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "support/batch_run.h"
 #include "support/test_support.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using ztx_test::Background;
+using ztx_test::batchArgs;
+using ztx_test::manifestOf;
+using ztx_test::statuses;
 using ztx_test::readBytes;
 using ztx_test::readText;
 using ztx_test::runExport;
@@ -28,22 +31,8 @@ using ztx_test::writeText;
 
 namespace {
 
-std::vector<std::string> batchArgs(const fs::path& src, const fs::path& out, const fs::path& config,
-                                   std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {"--batch", src.string(), "-o", out.string(), "--config-dir", config.string()};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
-}
-
-std::map<std::string, std::string> statuses(const fs::path& out) {
-  std::map<std::string, std::string> s;
-  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
-  for (const json& f : manifest["files"]) s[f["input"]] = f["status"];
-  return s;
-}
-
 json recordOf(const fs::path& out, const std::string& input) {
-  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  const json manifest = manifestOf(out);
   for (const json& f : manifest["files"])
     if (f["input"] == input) return f;
   return json();
@@ -85,47 +74,6 @@ fs::path writeScript(const fs::path& path, const std::string& body) {
   fs::permissions(path, fs::perms::owner_all);
   return path;
 }
-
-// A batch started in the background, its standard error read through a pipe.
-struct Background {
-  pid_t pid = -1;
-  int err = -1;
-  std::string seen;
-
-  explicit Background(std::vector<std::string> args) {
-    args.insert(args.begin(), ZTX_ZT2EXPORT);
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(a.data());
-    argv.push_back(nullptr);
-    int fds[2];
-    if (::pipe(fds) != 0) return;
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
-    posix_spawn_file_actions_addclose(&actions, fds[0]);
-    posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    ::close(fds[1]);
-    err = fds[0];
-  }
-  // Reads standard error until `text` shows (or it ends); true when it showed.
-  bool awaitText(const std::string& text) {
-    char block[512];
-    while (seen.find(text) == std::string::npos) {
-      const ssize_t n = ::read(err, block, sizeof block);
-      if (n <= 0) return false;
-      seen.append(block, static_cast<std::size_t>(n));
-    }
-    return true;
-  }
-  int finish() {
-    awaitText("\x01");  // to the end
-    ::close(err);
-    int status = 0;
-    ::waitpid(pid, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-};
 
 // Holds the output directory's batch lock as another batch would.
 class HeldLock {
@@ -248,7 +196,7 @@ TEST(BatchIntegrity, NoSourceIsSkippedWithoutAWordAndNoFolderNotOursIsRemoved) {
     const auto r = runExport(batchArgs(src, src / "sub", config));
     EXPECT_EQ(r.exitCode, 0) << r.err;
     EXPECT_NE(r.err.find("sub skipped (the output directory)"), std::string::npos) << r.err;
-    const json manifest = json::parse(readText((src / "sub" / "ztexport-manifest.json").string()));
+    const json manifest = manifestOf(src / "sub");
     EXPECT_EQ(manifest["skipped"], json::parse(R"([{"folder": "sub", "reason": "the output directory"}])"));
     EXPECT_EQ(manifest["files"].size(), 2u);
   }
@@ -334,7 +282,7 @@ TEST(BatchIntegrity, EveryPerExportOptionReachesTheExportsAndTheStamps) {
     const auto r = runExport(batchArgs(src, out, config, options));
     EXPECT_EQ(r.exitCode, expected == "cancelled" ? 1 : 0) << r.err;
     EXPECT_EQ(statuses(out)["m.obj"], expected) << testing::PrintToString(options) << r.err;
-    const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+    const json manifest = manifestOf(out);
     for (const std::string& option : options)
       EXPECT_NE(manifest["options"].dump().find(option), std::string::npos) << option;
   }

@@ -2,12 +2,9 @@
 // as single exports whatever the number of jobs, stamps that skip what has
 // not changed, failures reported without stopping the rest, an interrupted
 // run, and the dependency file read by Ninja.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -16,10 +13,15 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
+#include "support/batch_run.h"
 #include "support/test_support.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using ztx_test::Background;
+using ztx_test::batchArgs;
+using ztx_test::manifestOf;
+using ztx_test::statuses;
 using ztx_test::readBytes;
 using ztx_test::readText;
 using ztx_test::runExport;
@@ -47,13 +49,6 @@ void makeTree(const fs::path& src, bool bad) {
   writeText((src / "broken.3ds").string(), std::string("MM\x00\x10\x00\x00", 6) + "short");
 }
 
-std::vector<std::string> batchArgs(const fs::path& src, const fs::path& out, const fs::path& config,
-                                   std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {"--batch", src.string(), "-o", out.string(), "--config-dir", config.string()};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
-}
-
 // Every file under `dir` but the manifest, by relative path.
 std::map<std::string, std::vector<unsigned char>> filesUnder(const fs::path& dir) {
   std::map<std::string, std::vector<unsigned char>> files;
@@ -61,13 +56,6 @@ std::map<std::string, std::vector<unsigned char>> filesUnder(const fs::path& dir
     if (entry.is_regular_file() && entry.path().filename() != "ztexport-manifest.json")
       files[entry.path().lexically_relative(dir).string()] = readBytes(entry.path().string());
   return files;
-}
-
-std::map<std::string, std::string> statuses(const fs::path& out) {
-  std::map<std::string, std::string> s;
-  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
-  for (const json& f : manifest["files"]) s[f["input"]] = f["status"];
-  return s;
 }
 
 }  // namespace
@@ -88,7 +76,7 @@ TEST(Batch, SerialAndParallelRunsWriteWhatSingleExportsWriteAndReportFailures) {
                                                        {"sub/missing.json", "cancelled"},
                                                        {"sub/other.scene.json", "exported"}};
   EXPECT_EQ(statuses(dir.path() / "parallel"), expected);
-  const json manifest = json::parse(readText((dir.path() / "parallel" / "ztexport-manifest.json").string()));
+  const json manifest = manifestOf(dir.path() / "parallel");
   EXPECT_EQ(manifest["exitStatus"], 1);
   EXPECT_EQ(manifest["counts"]["exported"], 3);
   for (const json& f : manifest["files"]) {
@@ -190,7 +178,7 @@ TEST(Batch, AnExportPastItsTimeLimitIsStoppedAndReported) {
   EXPECT_EQ(r.exitCode, 1) << r.err;
   EXPECT_EQ(statuses(out), (std::map<std::string, std::string>{{"hang.ply", "timed out"}}));
   EXPECT_NE(r.err.find("hang.ply: timed out"), std::string::npos) << r.err;
-  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  const json manifest = manifestOf(out);
   EXPECT_EQ(manifest["files"][0]["messages"], json({"the export took more than 1 s and was stopped"}));
   // The manifest and the batch lock alone.
   EXPECT_EQ(std::distance(fs::directory_iterator(out), fs::directory_iterator()), 2);
@@ -214,29 +202,17 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
                 .exitCode,
             0);
 
-  std::vector<std::string> args = batchArgs(src, out, config, {"-j", "2"});
-  args.insert(args.begin(), ZTX_ZT2EXPORT);
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(a.data());
-  argv.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-  pid_t pid = -1;
-  ASSERT_EQ(posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
+  Background run(batchArgs(src, out, config, {"-j", "2"}));
+  ASSERT_GT(run.pid, 0);
   // The run stamps what finished at its flush every five seconds, long before
   // the hanging export ends: once the first copy is stamped, the signal
   // comes amid later exports.
   const fs::path first = out / "copy0.zt2.stamp";
   for (int i = 0; i < 20000 && !fs::exists(first); ++i) std::this_thread::sleep_for(std::chrono::microseconds(500));
-  ::kill(pid, SIGINT);
-  int status = 0;
-  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
-  ASSERT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 128 + SIGINT);
+  ::kill(run.pid, SIGINT);
+  EXPECT_EQ(run.finish(), 128 + SIGINT);
 
-  const json manifest = json::parse(readText((out / "ztexport-manifest.json").string()));
+  const json manifest = manifestOf(out);
   EXPECT_TRUE(manifest["interrupted"].get<bool>());
   EXPECT_EQ(manifest["exitStatus"], 130);
   ASSERT_EQ(manifest["files"].size(), 44u);

@@ -1,17 +1,19 @@
 // exportMesh on scenes loaded into the in-memory host model: what reaches the
-// scene file and the .skd file, and what is reported.
+// scene file and the .skd file, read back by the reader library, and what is
+// reported.
 #include <gtest/gtest.h>
 
 #include <cstring>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "format/memory_file.h"
 #include "geometry/export_mesh.h"
-#include "geometry/geometry_readers.h"
 #include "host/inode.h"
 #include "host/memory/memory_host.h"
 #include "plugin/scene_exporter.h"
 #include "prepass/skin_weights.h"
+#include "reader/tree/file_decoder.h"
 #include "support/test_support.h"
 
 namespace {
@@ -30,6 +32,33 @@ json cube() {
 }
 // Host side normals as the file sees them (z negated).
 const Point3 kFileSideNormal[6] = {{0, 0, 1}, {0, 0, -1}, {0, -1, 0}, {0, 1, 0}, {-1, 0, 0}, {1, 0, 0}};
+
+// A mesh read back by the reader library, in the exporter's types for comparing.
+struct ReadMesh {
+  struct Channel {
+    std::uint32_t channel;
+    std::vector<Point3> coordinates;
+  };
+  std::string name;
+  std::vector<Point3> positions, normals;
+  std::vector<std::uint16_t> indices;  // three a triangle, local to its group
+  std::vector<std::uint32_t> vertexCounts, triangleCounts;
+  std::vector<std::string> materials;
+  std::vector<Channel> channels;  // slot order
+  std::optional<std::string> reference;
+  std::vector<std::string> parts;  // the chunks written, empty ones included
+};
+
+std::vector<Point3> points(const ztexport::Array<ztexport::Vec3>& a) {
+  std::vector<Point3> out;
+  for (const ztexport::Vec3& p : a) out.emplace_back(p.x, p.y, p.z);
+  return out;
+}
+
+template <class T>
+std::vector<T> values(const ztexport::Array<T>& a) {
+  return {a.begin(), a.end()};
+}
 
 json meshNode(const std::string& name, const char* material = "A") {
   json n = {{"name", name}, {"object", "m"}};
@@ -68,21 +97,29 @@ struct Scene {
     exporter.skinBoneNames = std::move(bones);
     exporter.skinWeightTable[node(name)] = std::move(weights);
   }
-  std::vector<MeshRecord> meshes() const {
+  std::vector<ReadMesh> meshes() const {
     std::vector<std::uint8_t> bytes(kMemoryFileMagic, kMemoryFileMagic + 4);
     bytes.resize(8);
     std::memcpy(&bytes[4], &kMemoryFileEncoding, 4);
     bytes.insert(bytes.end(), exporter.sceneFile.data(), exporter.sceneFile.data() + exporter.sceneFile.getSize());
-    T_MemoryFile f = T_MemoryFile::fromBytes(std::move(bytes));
-    std::vector<MeshRecord> out;
-    while (!f.atEnd()) out.push_back(readMeshChunk(f));
+    const ztexport::DecodedFile tree = ztexport::decodeBytes("scene.zt2", bytes);
+    const ztexport::Scene scene = ztexport::decodeScene("scene.zt2", bytes);
+    std::vector<ReadMesh> out;
+    for (std::size_t i = 0; i < scene.meshes.size(); ++i) {
+      const ztexport::Mesh& m = scene.meshes[i];
+      ReadMesh r{m.node.name, points(m.positions), points(m.normals), {}, m.groupVertexCounts,
+                 m.groupTriangleCounts, m.materialNames, {}, m.referenceName, {}};
+      for (const ztexport::Triangle& t : m.triangles) r.indices.insert(r.indices.end(), {t.a, t.b, t.c});
+      for (const ztexport::MapChannel& c : m.mapChannels) r.channels.push_back({c.channel, points(c.coordinates)});
+      for (const ztexport::DecodedChunk& part : tree.chunks.at(i).children) r.parts.push_back(part.name);
+      out.push_back(std::move(r));
+    }
     return out;
   }
   // The .skd staged last, put in place as saving the scene file would.
-  VertexDataRecord skd() {
+  ztexport::SkinData skd() {
     EXPECT_EQ(exporter.staging.commit(), "");
-    T_MemoryFile f(dir.file("scene.skd").c_str(), AM_Read);
-    return readVertexDataChunk(f);
+    return ztexport::readSkin(dir.file("scene.skd"));
   }
   const std::vector<std::string>& log() const { return exporter.infoLog.lines(); }
 };
@@ -102,8 +139,8 @@ TEST(ExportMesh, OnlyNodesWithAnExportableMeshWrite) {
   for (const char* name : {"Box", "Empty", "Target", "Surface", "Prim"}) fx.exportNode(name);
   const auto meshes = fx.meshes();
   ASSERT_EQ(meshes.size(), 1u);
-  EXPECT_EQ(meshes[0].name(), "Prim");
-  EXPECT_EQ(meshes[0].vertexPart().positions.size(), 24u);
+  EXPECT_EQ(meshes[0].name, "Prim");
+  EXPECT_EQ(meshes[0].positions.size(), 24u);
   EXPECT_EQ(fx.log(), (std::vector<std::string>{
                           "WARNING: Object \"Surface\" cannot be converted to a triangle mesh and is not exported"}));
   EXPECT_FALSE(fx.exporter.hasError());
@@ -117,18 +154,18 @@ TEST(ExportMesh, CubeWithSixGroupsAndOneMaterialCopiesTheWholeMesh) {
     fx.exportNode("Box");
     const auto meshes = fx.meshes();
     ASSERT_EQ(meshes.size(), 1u);
-    const MeshRecord& r = meshes[0];
-    EXPECT_EQ(r.materialNameList(), (std::vector<std::string>{"A"}));
-    ASSERT_EQ(r.vertexPart().positions.size(), 24u);
-    EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{24}));
-    EXPECT_EQ(r.facePart().groups.counts(), (std::vector<std::uint32_t>{12}));
-    EXPECT_FALSE(r.hasMapChannel(0) || r.hasReferenceName());
+    const ReadMesh& r = meshes[0];
+    EXPECT_EQ(r.materials, (std::vector<std::string>{"A"}));
+    ASSERT_EQ(r.positions.size(), 24u);
+    EXPECT_EQ(r.vertexCounts, (std::vector<std::uint32_t>{24}));
+    EXPECT_EQ(r.triangleCounts, (std::vector<std::uint32_t>{12}));
+    EXPECT_TRUE(r.channels.empty() && !r.reference);
     for (std::size_t k = 0; k < 36; ++k) {
-      const std::size_t v = r.facePart().indices[k];
-      EXPECT_EQ(r.vertexPart().normals[v], kFileSideNormal[k / 6]) << "corner " << k;
+      const std::size_t v = r.indices[k];
+      EXPECT_EQ(r.normals[v], kFileSideNormal[k / 6]) << "corner " << k;
       // Winding reversed: corner q is the host face's corner 2 - q, z negated.
       const Point3 h = cubeCorner(kCubeFaces[k - k % 3 + 2 - k % 3]);
-      EXPECT_EQ(r.vertexPart().positions[v], Point3(h.x * scale, h.y * scale, -h.z * scale)) << "corner " << k;
+      EXPECT_EQ(r.positions[v], Point3(h.x * scale, h.y * scale, -h.z * scale)) << "corner " << k;
     }
     EXPECT_EQ(fx.exporter.meshReferenceTable.at(fx.host->findObject("m")), "Box");
   }
@@ -142,13 +179,13 @@ TEST(ExportMesh, TwoMaterialsDropUnassignedTrianglesAndNumberByFirstUse) {
             {"materialIds", {5, 1, 3, 2}}},
            {meshNode("Plane", "AB")});
   fx.exportNode("Plane");
-  const MeshRecord r = fx.meshes().at(0);
-  EXPECT_EQ(r.materialNameList(), (std::vector<std::string>{"B", "A"}));
-  EXPECT_EQ(r.facePart().groups.counts(), (std::vector<std::uint32_t>{2, 1}));
-  EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{5, 3}));
+  const ReadMesh r = fx.meshes().at(0);
+  EXPECT_EQ(r.materials, (std::vector<std::string>{"B", "A"}));
+  EXPECT_EQ(r.triangleCounts, (std::vector<std::uint32_t>{2, 1}));
+  EXPECT_EQ(r.vertexCounts, (std::vector<std::uint32_t>{5, 3}));
   // Group B: triangles 0 and 3 in file winding, (2, 1, 0) and (2, 4, 3); group A: triangle 2, (3, 4, 1).
-  EXPECT_EQ(r.facePart().indices, (std::vector<std::uint16_t>{0, 1, 2, 0, 3, 4, 0, 1, 2}));
-  EXPECT_EQ(r.vertexPart().positions,
+  EXPECT_EQ(r.indices, (std::vector<std::uint16_t>{0, 1, 2, 0, 3, 4, 0, 1, 2}));
+  EXPECT_EQ(r.positions,
             (std::vector<Point3>{{0, 1, 0}, {1, 0, 0}, {0, 0, 0}, {2, 0, 0}, {1, 1, 0}, {1, 1, 0}, {2, 0, 0}, {1, 0, 0}}));
 }
 
@@ -161,16 +198,16 @@ TEST(ExportMesh, MirroringOffsetKeepsHostWindingOnlyWithPivotAsCenter) {
              {node});
     fx.exporter.options.pivotAsMeshCenter = pivot;
     fx.exportNode("Mirror");
-    const MeshRecord r = fx.meshes().at(0);
-    const auto& p = r.vertexPart().positions;
+    const ReadMesh r = fx.meshes().at(0);
+    const auto& p = r.positions;
     ASSERT_EQ(p.size(), 3u);
     // The offset is baked in only with the pivot as centre, and then host order is kept.
-    const std::vector<Point3> corners = {p[r.facePart().indices[0]], p[r.facePart().indices[1]],
-                                         p[r.facePart().indices[2]]};
+    const std::vector<Point3> corners = {p[r.indices[0]], p[r.indices[1]],
+                                         p[r.indices[2]]};
     EXPECT_EQ(corners, (pivot ? std::vector<Point3>{{0, 0, 0}, {-1, 0, 0}, {0, 1, 0}}
                               : std::vector<Point3>{{0, 1, 0}, {1, 0, 0}, {0, 0, 0}}));
-    EXPECT_EQ(r.vertexPart().normals[0], Point3(0, 0, -1)) << "the host's +z front is the file's -z front";
-    EXPECT_EQ(r.mapChannelPart(0).coordinates[0], Point3(0.25f, -0.5f, 0));
+    EXPECT_EQ(r.normals[0], Point3(0, 0, -1)) << "the host's +z front is the file's -z front";
+    EXPECT_EQ(r.channels.at(0).coordinates[0], Point3(0.25f, -0.5f, 0));
   }
 }
 
@@ -183,16 +220,17 @@ TEST(ExportMesh, WithoutMaterialsOnlyEmptyPartsAndTheSkinNamesAreWritten) {
   fx.exporter.options.exportMaterials = false;
   fx.skinned("Box", std::vector<SkinVertexWeights>(8, {{0, 1.0f}}));
   fx.exportNode("Box");
-  const MeshRecord r = fx.meshes().at(0);
-  EXPECT_TRUE(r.hasVertices() && r.hasMaterialNames());
-  EXPECT_TRUE(r.vertexPart().positions.empty() && r.facePart().indices.empty() && r.materialNameList().empty());
-  ASSERT_TRUE(r.hasMapChannel(0) && r.hasMapChannel(1));
-  EXPECT_EQ(r.mapChannelPart(1).channel, 0u);
-  EXPECT_TRUE(r.mapChannelPart(1).coordinates.empty());
-  const VertexDataRecord s = fx.skd();
+  const ReadMesh r = fx.meshes().at(0);
+  EXPECT_EQ(r.parts, (std::vector<std::string>{"ObjectChunk", "MeshVertexChunk", "MeshFaceChunk",
+                                                "MeshMaterialNamesChunk", "MeshMapChannelChunk", "MeshMapChannelChunk"}));
+  EXPECT_TRUE(r.positions.empty() && r.indices.empty() && r.materials.empty());
+  ASSERT_EQ(r.channels.size(), 2u);
+  EXPECT_EQ(r.channels.at(1).channel, 0u);
+  EXPECT_TRUE(r.channels.at(1).coordinates.empty());
+  const ztexport::SkinData s = fx.skd();
   EXPECT_EQ(s.nodeNames, (std::vector<std::string>{"Box"}));
   EXPECT_EQ(s.boneNames, (std::vector<std::string>{"B"}));
-  EXPECT_TRUE(s.groupVertexCount().empty() && s.influenceCount.empty());
+  EXPECT_TRUE(s.groupVertexCount.empty() && s.influenceCount.empty());
   EXPECT_FALSE(fx.exporter.hasError());
 }
 
@@ -203,13 +241,13 @@ TEST(ExportMesh, VertexColoursAloneBecomeChannelZeroAndSplitInChainOrder) {
             {"colorFaces", {0, 1, 0, 1, 3, 4}}},
            {meshNode("Colours")});
   fx.exportNode("Colours");
-  const MeshRecord r = fx.meshes().at(0);
-  ASSERT_TRUE(r.hasMapChannel(0) && !r.hasMapChannel(1));
+  const ReadMesh r = fx.meshes().at(0);
+  ASSERT_EQ(r.channels.size(), 1u);
   // File corners of face 0: (2, 1, 0), coloured (red, green, red) -> (r, -g, 0).
-  EXPECT_EQ(r.mapChannelPart(0).coordinates,
+  EXPECT_EQ(r.channels.at(0).coordinates,
             (std::vector<Point3>{{1, 0, 0}, {0, -1, 0}, {1, 0, 0}, {1, -1, 0}, {0.5f, -0.5f, 0}}));
-  EXPECT_EQ(r.vertexPart().positions[4], Point3(0, 1, 0)) << "the seam copy of vertex 2 is appended last";
-  EXPECT_EQ(r.facePart().indices[3], 4u);
+  EXPECT_EQ(r.positions[4], Point3(0, 1, 0)) << "the seam copy of vertex 2 is appended last";
+  EXPECT_EQ(r.indices[3], 4u);
 }
 
 TEST(ExportMesh, SecondNodeOfTheSameObjectIsWrittenAsAReference) {
@@ -218,14 +256,14 @@ TEST(ExportMesh, SecondNodeOfTheSameObjectIsWrittenAsAReference) {
   fx.exportNode("Second");
   const auto meshes = fx.meshes();
   ASSERT_EQ(meshes.size(), 2u);
-  EXPECT_FALSE(meshes[1].hasVertices() || meshes[1].hasFaces() || meshes[1].hasMaterialNames());
-  EXPECT_EQ(meshes[1].name(), "Second");
-  EXPECT_EQ(meshes[1].referenceNameValue(), "First");
+  EXPECT_EQ(meshes[1].parts, (std::vector<std::string>{"ObjectChunk", "MeshReferenceChunk"}));
+  EXPECT_EQ(meshes[1].name, "Second");
+  EXPECT_EQ(meshes[1].reference, "First");
   EXPECT_EQ(fx.exporter.meshReferenceTable.size(), 1u);
 
   fx.exporter.options.saveReferencesOnce = false;
   fx.exportNode("Second");
-  EXPECT_TRUE(fx.meshes().at(2).hasVertices());
+  EXPECT_FALSE(fx.meshes().at(2).positions.empty());
   EXPECT_EQ(fx.exporter.meshReferenceTable.at(fx.host->findObject("m")), "First") << "never replaced";
 }
 
@@ -238,8 +276,8 @@ TEST(ExportMesh, FloatingVerticesAreRemovedOnlyWithTheOptionAndFacesOnMissingVer
     Scene fx(mesh, {meshNode("Box")});
     fx.exporter.options.removeFloatingVertices = remove;
     fx.exportNode("Box");
-    EXPECT_EQ(fx.meshes().at(0).vertexPart().positions.size(), remove ? 24u : 25u);
-    EXPECT_EQ(fx.meshes().at(0).facePart().indices.size(), 36u);
+    EXPECT_EQ(fx.meshes().at(0).positions.size(), remove ? 24u : 25u);
+    EXPECT_EQ(fx.meshes().at(0).indices.size(), 36u);
     // The clean-up drops such a face silently; without it, the export says so.
     EXPECT_EQ(fx.log(), remove ? std::vector<std::string>{}
                                : std::vector<std::string>{"WARNING: Object \"Box\" has 1 faces naming vertices that "
@@ -261,23 +299,23 @@ TEST(ExportMesh, OversizedGroupIsWrittenAsSeveralGroupsEachCopyKeepingItsInfluen
            {meshNode("Strip")});
   fx.skinned("Strip", weights);
   fx.exportNode("Strip");
-  const MeshRecord r = fx.meshes().at(0);
-  EXPECT_EQ(r.materialNameList(), (std::vector<std::string>{"A", "A"}));
-  EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{65536, n - 65534}));
-  EXPECT_EQ(r.facePart().groups.counts(), (std::vector<std::uint32_t>{65534, n - 2 - 65534}));
+  const ReadMesh r = fx.meshes().at(0);
+  EXPECT_EQ(r.materials, (std::vector<std::string>{"A", "A"}));
+  EXPECT_EQ(r.vertexCounts, (std::vector<std::uint32_t>{65536, n - 65534}));
+  EXPECT_EQ(r.triangleCounts, (std::vector<std::uint32_t>{65534, n - 2 - 65534}));
   // The second group starts at host triangle 65534, file corners (65536, 65535, 65534).
-  const auto& indices = r.facePart().indices;
+  const auto& indices = r.indices;
   EXPECT_EQ(std::vector<std::uint16_t>(indices.begin() + 3 * 65534, indices.begin() + 3 * 65535),
             (std::vector<std::uint16_t>{0, 1, 2}));
-  EXPECT_EQ(r.vertexPart().positions[65536], Point3(65536, 0, 0));
+  EXPECT_EQ(r.positions[65536], Point3(65536, 0, 0));
   EXPECT_EQ(fx.log(), (std::vector<std::string>{"WARNING: Object \"Strip\" material \"A\" uses 70000 vertices, more "
                                                 "than one group can index; written as 2 groups of that material"}));
-  const VertexDataRecord s = fx.skd();
-  EXPECT_EQ(s.groupVertexCount(), r.vertexPart().groups.counts());
-  ASSERT_EQ(s.influenceWeight.size(), r.vertexPart().positions.size());
+  const ztexport::SkinData s = fx.skd();
+  EXPECT_EQ(s.groupVertexCount, r.vertexCounts);
+  ASSERT_EQ(s.influenceWeight.size(), r.positions.size());
   std::size_t wrong = 0;
   for (std::size_t v = 0; v < s.influenceWeight.size(); ++v)
-    wrong += s.influenceStart[v] != std::int32_t(v) || s.influenceWeight[v] != r.vertexPart().positions[v].x;
+    wrong += s.influenceStart[v] != std::int32_t(v) || s.influenceWeight[v] != r.positions[v].x;
   EXPECT_EQ(wrong, 0u);
 }
 
@@ -289,9 +327,9 @@ TEST(ExportMesh, OversizedGroupWhoseTrianglesFitLeavesOutOnlyUnusedVertices) {
   Scene fx({{"vertices", vertices}, {"faces", {n - 3, n - 2, n - 1}}, {"smoothingGroups", {1}}}, {meshNode("Sparse")});
   fx.exporter.options.removeFloatingVertices = false;
   fx.exportNode("Sparse");
-  const MeshRecord r = fx.meshes().at(0);
-  EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{3}));
-  EXPECT_EQ(r.vertexPart().positions.at(0), Point3(float(n - 1), 0, 0));  // file winding: third corner first
+  const ReadMesh r = fx.meshes().at(0);
+  EXPECT_EQ(r.vertexCounts, (std::vector<std::uint32_t>{3}));
+  EXPECT_EQ(r.positions.at(0), Point3(float(n - 1), 0, 0));  // file winding: third corner first
   EXPECT_EQ(fx.log(), (std::vector<std::string>{"WARNING: Object \"Sparse\" material \"A\" holds 65540 vertices, "
                                                 "more than one group can index; vertices that no triangle uses were "
                                                 "left out"}));
@@ -321,24 +359,24 @@ TEST(ExportMeshSkin, EachSplitCopyCarriesItsHostVertexInfluences) {
   fx.exportNode("Quad");
   ASSERT_FALSE(fx.exporter.hasError()) << fx.exporter.infoLog.text();
 
-  const MeshRecord r = fx.meshes().at(0);
-  EXPECT_EQ(r.materialNameList(), (std::vector<std::string>{"A", "B"}));
+  const ReadMesh r = fx.meshes().at(0);
+  EXPECT_EQ(r.materials, (std::vector<std::string>{"A", "B"}));
   // Group A: host face (1, 2, 3) -> file corners (3, 2, 1). Group B: host face
   // (1, 3, 4) -> file corners (4, 3', 1'), copies made for smoothing group 2.
-  EXPECT_EQ(r.vertexPart().groups.counts(), (std::vector<std::uint32_t>{3, 3}));
-  EXPECT_EQ(r.vertexPart().positions,
+  EXPECT_EQ(r.vertexCounts, (std::vector<std::uint32_t>{3, 3}));
+  EXPECT_EQ(r.positions,
             (std::vector<Point3>{{1, 1, 0}, {1, 0, 0}, {0, 0, 0}, {0, 1, 0}, {1, 1, 0}, {0, 0, 0}}));
-  EXPECT_EQ(r.mapChannelPart(0).coordinates[4], Point3(0.5f, -0.5f, 0)) << "the seam coordinate of vertex 3";
+  EXPECT_EQ(r.channels.at(0).coordinates[4], Point3(0.5f, -0.5f, 0)) << "the seam coordinate of vertex 3";
 
-  const VertexDataRecord s = fx.skd();
+  const ztexport::SkinData s = fx.skd();
   EXPECT_EQ(s.boneNames, (std::vector<std::string>{"R", "A1", "A2", "B1"}));
   // Host vertices of the six: 3, 2, 1, 4, 3, 1.
-  EXPECT_EQ(s.influenceCount, (std::vector<std::int32_t>{1, 2, 1, 0, 1, 1}));
-  EXPECT_EQ(s.influenceStart, (std::vector<std::int32_t>{0, 1, 3, 4, 4, 5}));
-  EXPECT_EQ(s.influenceBone, (std::vector<std::int32_t>{3, 2, 3, 0, 3, 0}));
-  EXPECT_EQ(s.influenceWeight, (std::vector<float>{1.0f, 0.75f, 0.25f, 1.0f, 1.0f, 1.0f}));
-  EXPECT_EQ(s.groupVertexCount(), (std::vector<std::uint32_t>{3, 3}));
-  EXPECT_EQ(s.groupVertexStart(), (std::vector<std::uint32_t>{0, 3}));
+  EXPECT_EQ(values(s.influenceCount), (std::vector<std::int32_t>{1, 2, 1, 0, 1, 1}));
+  EXPECT_EQ(values(s.influenceStart), (std::vector<std::int32_t>{0, 1, 3, 4, 4, 5}));
+  EXPECT_EQ(values(s.influenceBone), (std::vector<std::int32_t>{3, 2, 3, 0, 3, 0}));
+  EXPECT_EQ(values(s.influenceWeight), (std::vector<float>{1.0f, 0.75f, 0.25f, 1.0f, 1.0f, 1.0f}));
+  EXPECT_EQ(s.groupVertexCount, (std::vector<std::uint32_t>{3, 3}));
+  EXPECT_EQ(s.groupVertexStart, (std::vector<std::uint32_t>{0, 3}));
 }
 
 TEST(ExportMeshSkin, NodeWithoutSkinEntryReportsEveryGroupAndStillSavesTheFile) {
@@ -349,9 +387,9 @@ TEST(ExportMeshSkin, NodeWithoutSkinEntryReportsEveryGroupAndStillSavesTheFile) 
   fx.exportNode("Bare");
   EXPECT_TRUE(fx.exporter.hasError());
   EXPECT_EQ(fx.log(), std::vector<std::string>(2, "ERROR: No skin data for skinning (object \"Bare\")"));
-  const VertexDataRecord s = fx.skd();
+  const ztexport::SkinData s = fx.skd();
   EXPECT_EQ(s.nodeNames, (std::vector<std::string>{"Bare"}));
-  EXPECT_EQ(s.groupVertexCount(), (std::vector<std::uint32_t>{0, 0}));
+  EXPECT_EQ(s.groupVertexCount, (std::vector<std::uint32_t>{0, 0}));
   EXPECT_TRUE(s.influenceStart.empty() && s.influenceBone.empty());
   EXPECT_EQ(fx.meshes().size(), 1u) << "the mesh is still written";
 }

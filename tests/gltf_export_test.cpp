@@ -16,6 +16,7 @@
 #include "format/object_record.h"
 #include "support/hand_built_scene.h"
 #include "support/glb_reading.h"
+#include "support/posing/posing.h"
 #include "support/test_support.h"
 
 namespace {
@@ -38,15 +39,6 @@ void expectValid(const std::vector<std::string>& files) {
 std::map<std::string, int> nodesByName(const tinygltf::Model& m) {
   std::map<std::string, int> r;
   for (std::size_t i = 0; i < m.nodes.size(); ++i) r[m.nodes[i].name] = static_cast<int>(i);
-  return r;
-}
-
-std::vector<float> floats(const tinygltf::Model& m, int accessor) {
-  const tinygltf::Accessor& a = m.accessors[static_cast<std::size_t>(accessor)];
-  const tinygltf::BufferView& v = m.bufferViews[static_cast<std::size_t>(a.bufferView)];
-  const int n = tinygltf::GetNumComponentsInType(static_cast<std::uint32_t>(a.type));
-  std::vector<float> r(a.count * static_cast<std::size_t>(n));
-  std::memcpy(r.data(), m.buffers[0].data.data() + v.byteOffset + a.byteOffset, r.size() * sizeof(float));
   return r;
 }
 
@@ -151,14 +143,12 @@ TEST_F(GltfExample, MeshGroupsSkinAndSharedMesh) {
   // In glTF the normal is -z and the corners run 0, 2, 1, so that they turn
   // counter-clockwise seen from the side the normal points to.
   const tinygltf::Primitive& p = mesh.primitives[0];
-  const auto pos = floats(m, p.attributes.at("POSITION"));
-  const auto nor = floats(m, p.attributes.at("NORMAL"));
-  const tinygltf::Accessor& ia = m.accessors[p.indices];
-  const auto* idx =
-      reinterpret_cast<const std::uint16_t*>(m.buffers[0].data.data() + m.bufferViews[ia.bufferView].byteOffset);
-  EXPECT_EQ((std::vector<int>{idx[0], idx[1], idx[2]}), (std::vector<int>{0, 2, 1}));
+  const auto pos = ztx_test::readAccessor(m, p.attributes.at("POSITION"));
+  const auto nor = ztx_test::readAccessor(m, p.attributes.at("NORMAL"));
+  const auto idx = ztx_test::readAccessor(m, p.indices);
+  EXPECT_EQ((std::vector<double>{idx[0], idx[1], idx[2]}), (std::vector<double>{0, 2, 1}));
   expectNear({nor[0], nor[1], nor[2]}, {0, 0, -1});
-  auto at = [&](int v, int k) { return double(pos[3 * idx[v] + k]); };
+  auto at = [&](int v, int k) { return pos[3 * static_cast<std::size_t>(idx[v]) + k]; };
   const double e1[3] = {at(1, 0) - at(0, 0), at(1, 1) - at(0, 1), at(1, 2) - at(0, 2)};
   const double e2[3] = {at(2, 0) - at(0, 0), at(2, 1) - at(0, 1), at(2, 2) - at(0, 2)};
   EXPECT_LT(e1[0] * e2[1] - e1[1] * e2[0], 0);  // cross product along -z
@@ -173,7 +163,7 @@ TEST_F(GltfExample, MeshGroupsSkinAndSharedMesh) {
                                                 std::string("Bip_Head") + suffix}));
   }
   // Vertex 5 of the .skd: Bip_Spine 0.6, Bip_Head 0.4 (group 0 holds vertices 0..7).
-  const auto w = floats(m, p.attributes.at("WEIGHTS_0"));
+  const auto w = ztx_test::readAccessor(m, p.attributes.at("WEIGHTS_0"));
   expectNear({w[20], w[21], w[22], w[23]}, {0.6, 0.4, 0, 0});
 }
 
@@ -263,10 +253,10 @@ TEST(GltfHandBuilt, MaterialsTextureAndAnimation) {
   expectNear(m.materials[1].pbrMetallicRoughness.baseColorFactor, {0, 0, 1, 1});
   // The file's (u, -v) is glTF's (u, 1 - v).
   const auto& prims = m.meshes[box.mesh].primitives;
-  const auto uv = floats(m, prims[0].attributes.at("TEXCOORD_0"));
+  const auto uv = ztx_test::readAccessor(m, prims[0].attributes.at("TEXCOORD_0"));
   expectNear({uv[2], uv[3], uv[4], uv[5]}, {1, 0.75, 0, 0});
   // Mapping channel 1 is the vertex colours; zero normals leave NORMAL out.
-  const auto colours = floats(m, prims[0].attributes.at("COLOR_0"));
+  const auto colours = ztx_test::readAccessor(m, prims[0].attributes.at("COLOR_0"));
   expectNear({colours[0], colours[1], colours[2]}, {1, 0.5, 0});
   EXPECT_EQ(prims[0].attributes.count("NORMAL"), 1u);
   EXPECT_EQ(prims[1].attributes.count("NORMAL"), 0u);
@@ -279,10 +269,7 @@ TEST(GltfHandBuilt, MaterialsTextureAndAnimation) {
     channels[c.target_path] = &m.animations[0].samplers[c.sampler];
   }
   ASSERT_EQ(channels.size(), 3u);
-  auto values = [&](int accessor) {
-    const auto v = floats(m, accessor);
-    return std::vector<double>(v.begin(), v.end());
-  };
+  const auto values = [&](int accessor) { return ztx_test::readAccessor(m, accessor); };
   expectNear(values(channels["translation"]->input), {0, 0.4});
   expectNear(values(channels["translation"]->output), {0, 0, 0, 1, 2, -3});
   expectNear(values(channels["scale"]->input), {0, 0.1, 0.2, 0.3, 0.4});

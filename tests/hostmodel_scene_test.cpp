@@ -1,6 +1,6 @@
 // Loading scenes into the host model: the documented and the shipped example
 // scenes, transforms and keyed values, the frame rate, and the messages for
-// bad input. Cancelling is pinned by the export tests that count the questions.
+// bad input. Cancelling is checked by the export tests, which cancel midway.
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>

@@ -2,6 +2,8 @@
 // the order of the walk, and nothing written after an error.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "host/memory/memory_host.h"
 #include "plugin/scene_exporter.h"
 #include "prepass/node_prepass.h"
@@ -24,8 +26,11 @@ std::vector<std::string> noSkin(std::vector<std::string> more = {}) {
 
 }  // namespace
 
-TEST(Prepass, EveryErrorIsListedInWalkOrderAndNothingIsWritten) {
-  const std::string s = R"({"materials": [{"id": "M", "type": "standard", "name": "Stone"}],
+// Every problem in walk order, shown although dumpInfo is off, and nothing
+// written after an error, not even the environment that would come first.
+TEST(Prepass, EveryProblemIsListedInWalkOrderAndAnErrorWritesNothing) {
+  const std::string noMaterial = " has a 0 material(3DSMax default material)";
+  const std::string named = R"({"materials": [{"id": "M", "type": "standard", "name": "Stone"}],
     "nodes": [
       {"name": "A", )" + kBox + R"(, "children": [{"name": "B", "id": "B1", "material": "M", )" + kBox + R"(}]},
       {"name": "B", "id": "B2", "material": "M", )" + kBox + R"(},
@@ -34,53 +39,33 @@ TEST(Prepass, EveryErrorIsListedInWalkOrderAndNothingIsWritten) {
       {"name": "Spline", "object": {"type": "shape"}},
       {"name": "B", "id": "B3", "object": {"type": "helper"}}
     ]})";
-  const auto run = exportScene(s, noSkin());
-  EXPECT_EQ(run.exitCode, 1) << run.err;
-  EXPECT_FALSE(run.fileWritten);
-  // Shown although dumpInfo is off; the material check comes before the name check of the same node.
-  EXPECT_EQ(infoLines(run), (std::vector<std::string>{
-                                "ERROR: Node A has a 0 material(3DSMax default material)",
-                                "ERROR: Two objects have a same name: B",
-                                "ERROR: Node Spline has a 0 material(3DSMax default material)",
-                                "ERROR: Two objects have a same name: B",
-                                kCancelLine,
-                            }));
-}
-
-TEST(Prepass, HiddenNodesAreCountedButNotExamined) {
-  const std::string s = R"({"nodes": [{"name": "Hidden", "hidden": true, )" + kBox + R"(,
-                             "children": [{"name": "Seen", )" + kBox + R"(}]}]})";
-  const auto run = exportScene(s, noSkin());
-  EXPECT_EQ(infoLines(run), (std::vector<std::string>{"ERROR: Node Seen has a 0 material(3DSMax default material)",
-                                                      kCancelLine}));
-  const auto all = exportScene(s, noSkin({"--set", "removeHiddenObjects=0"}));
-  EXPECT_EQ(infoLines(all).front(), "ERROR: Node Hidden has a 0 material(3DSMax default material)");
-}
-
-TEST(Prepass, NoMaterialCheckWhenMaterialsAreOff) {
-  const std::string s = R"({"nodes": [{"name": "A", )" + kBox + R"(}]})";
-  const auto run = exportScene(s, noSkin({"--set", "exportMaterials=0"}));
-  EXPECT_EQ(run.exitCode, 0) << run.out;
-  EXPECT_TRUE(run.fileWritten);
-}
-
-TEST(Prepass, SkinningDemandsPhysiqueOnEveryExaminedNode) {
-  const std::string s = R"({"nodes": [{"name": "H", "object": {"type": "helper"}},
-                                      {"name": "P", "object": {"type": "helper"}, "modifiers": [{"type": "physique"}]}]})";
-  const auto run = exportScene(s, {"--set", "exportMaterials=0", "--set", "dumpInfo=0"});
-  EXPECT_EQ(run.exitCode, 1) << run.err;
-  EXPECT_EQ(infoLines(run), (std::vector<std::string>{
-                                "ERROR: Could not find physique modifier for skinning (object \"H\")", kCancelLine}));
-}
-
-TEST(Prepass, ErrorSkipsTheLaterPasses) {
-  // The environment would come first in the file; after the pre-pass error no pass writes anything.
-  const std::string s = R"({"ambientColor": [1, 1, 1], "nodes": [{"name": "A", )" + kBox +
-                        R"(}, {"name": "Lamp", "object": {"type": "light", "lightType": "omni"}}]})";
-  const auto run = exportScene(s, noSkin({"--set", "exportEnvironment=1"}));
-  EXPECT_EQ(run.exitCode, 1) << run.err;
-  EXPECT_FALSE(run.fileWritten);
-  EXPECT_EQ(infoLines(run).back(), kCancelLine);
+  const std::string hidden = R"({"nodes": [{"name": "Hidden", "hidden": true, )" + kBox + R"(,
+                                  "children": [{"name": "Seen", )" + kBox + R"(}]}]})";
+  const std::string box = R"({"ambientColor": [1, 1, 1], "nodes": [{"name": "A", )" + kBox +
+                          R"(}, {"name": "Lamp", "object": {"type": "light", "lightType": "omni"}}]})";
+  const std::string helpers = R"({"nodes": [{"name": "H", "object": {"type": "helper"}},
+      {"name": "P", "object": {"type": "helper"}, "modifiers": [{"type": "physique"}]}]})";
+  const std::tuple<std::string, std::vector<std::string>, std::vector<std::string>> cases[] = {
+      // The material check comes before the name check of the same node.
+      {named, noSkin(), {"ERROR: Node A" + noMaterial, "ERROR: Two objects have a same name: B",
+                         "ERROR: Node Spline" + noMaterial, "ERROR: Two objects have a same name: B", kCancelLine}},
+      // Hidden nodes are counted but not examined, unless kept.
+      {hidden, noSkin(), {"ERROR: Node Seen" + noMaterial, kCancelLine}},
+      {hidden, noSkin({"--set", "removeHiddenObjects=0"}),
+       {"ERROR: Node Hidden" + noMaterial, "ERROR: Node Seen" + noMaterial, kCancelLine}},
+      {box, noSkin({"--set", "exportEnvironment=1"}), {"ERROR: Node A" + noMaterial, kCancelLine}},
+      {box, noSkin({"--set", "exportMaterials=0"}), {}},
+      // Skinning demands the modifier on every examined node.
+      {helpers, {"--set", "exportMaterials=0", "--set", "dumpInfo=0"},
+       {"ERROR: Could not find physique modifier for skinning (object \"H\")", kCancelLine}},
+  };
+  for (const auto& [scene, args, lines] : cases) {
+    SCOPED_TRACE(lines.empty() ? "clean" : lines[0]);
+    const auto run = exportScene(scene, args);
+    EXPECT_EQ(run.exitCode, lines.empty() ? 0 : 1) << run.err;
+    EXPECT_EQ(run.fileWritten, lines.empty());
+    EXPECT_EQ(infoLines(run), lines);
+  }
 }
 
 TEST(Prepass, MaterialIndicesFollowTheWalk) {

@@ -1,8 +1,10 @@
 // zt2export as a user meets it: the example, saved options carried to the
-// next run, and refused command lines, scenes and targets.
+// next run, refused command lines, scenes and targets, and what it prints
+// with and without --quiet.
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <tuple>
 
 #include "support/scene_export.h"
@@ -25,6 +27,15 @@ std::vector<std::string> plain(const TempDir& dir, std::vector<std::string> more
                                    "exportMaterials=0"};
   args.insert(args.end(), more.begin(), more.end());
   return args;
+}
+
+// The lines of `text` that hold "ERROR", in order.
+std::string errorLines(const std::string& text) {
+  std::istringstream in(text);
+  std::string kept;
+  for (std::string line; std::getline(in, line);)
+    if (line.find("ERROR") != std::string::npos) kept += line + "\n";
+  return kept;
 }
 
 }  // namespace
@@ -129,24 +140,66 @@ TEST(Zt2Export, RefusedRunsExitWithTheirStatusAndWriteNothing) {
   EXPECT_NE(help.out.find("sampleRate"), std::string::npos);
 }
 
-// What the command line adds to the exporter's own messages: --check prints
-// the info log, "no messages" when the run is clean, and materials switched
-// off with geometry on are noted, since the meshes then carry no faces.
-TEST(Zt2Export, CheckPrintsTheLogAndMaterialsOffIsNoted) {
+// --quiet prints errors only: of the "Export Info" text its ERROR lines,
+// without the heading; no notes, no warnings. It writes the same files and
+// ends with the same status as the run without it, whose output stays whole.
+TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
   TempDir dir;
-  ztx_test::writeText(dir.file("scene.json"), kTwoHelpers);
-  const std::string note = "note: exportMaterials is off, so meshes carry no geometry";
-  // extra arguments, standard output, whether the note is on standard error
-  const std::tuple<std::vector<std::string>, std::string, bool> cases[] = {
-      {{"--check"}, "Export Info\nno messages\n", true},
-      {{"--check", "--set", "exportGeometry=0"}, "Export Info\nno messages\n", false},
-      {{}, "", true},
+  ztx_test::writeText(dir.file("helpers.json"),
+                      R"({"nodes": [{"name": "Parent", "object": {"type": "helper"},
+                                     "children": [{"name": "Child", "object": {"type": "helper"}}]}]})");
+  ztx_test::writeText(dir.file("clash.json"), R"({"nodes": [{"name": "A", "object": {"type": "helper"}},
+                                                             {"name": "A", "id": "A2", "object": {"type": "helper"}}]})");
+  struct Case {
+    std::string scene;
+    std::vector<std::string> more;
+    int exitCode;
+    bool info;    // whether the run prints an "Export Info" text
+    bool errors;  // whether that text has errors
+    bool noted;   // whether the run has a note on standard error
+    const char* out = nullptr;  // the whole standard output, where pinned
   };
-  for (const auto& [more, out, noted] : cases) {
-    SCOPED_TRACE(testing::PrintToString(more));
-    const auto r = runExport(plain(dir, more));
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.out, out);
-    EXPECT_EQ(r.err.find(note) != std::string::npos, noted) << r.err;
+  ztx_test::exampleIn(dir, "example.json");
+  const Case cases[] = {
+      // The info text of a clean export (texture copies); materials off with geometry on is noted,
+      // since the meshes then carry no faces.
+      {"example.json", {"--set", "dumpInfo=1"}, 0, true, false, false},
+      {"helpers.json", {"--set", "exportMaterials=0"}, 0, false, false, true},
+      // Errors in the scene cancel the export.
+      {"clash.json", {}, 1, true, true, false},
+      // --check prints the log, "no messages" when clean; the note stands while geometry is on.
+      {"helpers.json", {"--check", "--set", "exportMaterials=0"}, 0, true, false, true, "Export Info\nno messages\n"},
+      {"helpers.json", {"--check", "--set", "exportMaterials=0", "--set", "exportGeometry=0"}, 0, true, false, false,
+       "Export Info\nno messages\n"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.scene + " " + testing::PrintToString(c.more));
+    ztx_test::RunResult runs[2];
+    for (int quiet = 0; quiet < 2; ++quiet) {
+      std::vector<std::string> args = {dir.file(c.scene), "-o", dir.file(quiet ? "quiet.zt2" : "whole.zt2"),
+                                       "--config-dir", dir.file("config"), "--set", "exportSkinning=0"};
+      args.insert(args.end(), c.more.begin(), c.more.end());
+      if (quiet) args.push_back("--quiet");
+      runs[quiet] = runExport(args);
+      EXPECT_EQ(runs[quiet].exitCode, c.exitCode) << runs[quiet].err;
+    }
+    const auto& [whole, quiet] = runs;
+    // Without --quiet every message is there.
+    EXPECT_EQ(whole.out.starts_with("Export Info\n"), c.info) << whole.out;
+    EXPECT_EQ(!errorLines(whole.out).empty(), c.errors) << whole.out;
+    const std::string note = c.noted ? "note: exportMaterials is off, so meshes carry no geometry" : "note: ";
+    EXPECT_EQ(whole.err.find(note) != std::string::npos, c.noted) << whole.err;
+    if (c.out) {
+      EXPECT_EQ(whole.out, c.out);
+    }
+    // With it, the error lines and nothing else.
+    EXPECT_EQ(quiet.out, errorLines(whole.out));
+    EXPECT_EQ(quiet.err, errorLines(whole.err));
+    EXPECT_EQ(std::filesystem::exists(dir.file("whole.zt2")), std::filesystem::exists(dir.file("quiet.zt2")));
+    if (std::filesystem::exists(dir.file("whole.zt2"))) {
+      EXPECT_EQ(ztx_test::readBytes(dir.file("whole.zt2")), ztx_test::readBytes(dir.file("quiet.zt2")));
+    }
+    std::filesystem::remove(dir.file("whole.zt2"));
+    std::filesystem::remove(dir.file("quiet.zt2"));
   }
 }
