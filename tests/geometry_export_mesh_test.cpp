@@ -80,7 +80,7 @@ struct Scene {
   }
   // The .skd staged last, put in place as saving the scene file would.
   VertexDataRecord skd() {
-    EXPECT_EQ(exporter.staging.commit(), "");
+    EXPECT_TRUE(exporter.staging.commit().ok());
     T_MemoryFile f(dir.file("scene.skd").c_str(), AM_Read);
     return readVertexDataChunk(f);
   }

@@ -13,7 +13,7 @@ namespace {
 std::vector<std::uint8_t> savedBytes(const T_MemoryFile& f) {
   ztx_test::TempDir dir;
   const std::string path = dir.file("out.bin");
-  EXPECT_NE(f.save(path.c_str()), 0);
+  EXPECT_TRUE(f.save(path.c_str()).ok());
   return ztx_test::readBytes(path);
 }
 
@@ -76,7 +76,7 @@ TEST(MemoryFile, ObjectChunkRoundTripsInItsFieldOrder) {
   f << r;
 
   ztx_test::TempDir dir;
-  ASSERT_NE(f.save(dir.file("o.zt2").c_str()), 0);
+  ASSERT_TRUE(f.save(dir.file("o.zt2").c_str()).ok());
   T_MemoryFile in(dir.file("o.zt2").c_str(), AM_Read);
   const ChunkHeader h = in.readChunkHeader();
   EXPECT_EQ(h.id, chunk_kind::kObject.id);
