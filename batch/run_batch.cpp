@@ -179,14 +179,14 @@ class Progress {
 
 bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToDate; }
 
-// Flushes the file system that holds `dir` to the disk: empty on success,
-// otherwise the reason.
-std::string flushFileSystem(const std::string& dir) {
+// Flushes the file system that holds `dir` to the disk; fails with the reason.
+Result<void> flushFileSystem(const std::string& dir) {
   const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return std::strerror(errno);
+  if (fd < 0) return Error{ErrorKind::io, std::strerror(errno)};
   const int error = ::syncfs(fd) == 0 ? 0 : errno;
   ::close(fd);
-  return error == 0 ? std::string() : std::strerror(error);
+  if (error != 0) return Error{ErrorKind::io, std::strerror(error)};
+  return {};
 }
 
 }  // namespace
@@ -387,7 +387,7 @@ BatchResult runBatch(const BatchRequest& request) {
   bool removedStamps = false;
   for (std::size_t index : pending)
     removedStamps = removeOwnFile(stampPath(r, result.files[index].output)) || removedStamps;
-  const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).empty();
+  const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).ok();
   struct HeldStamp {
     std::size_t index;
     std::string text;
@@ -396,13 +396,14 @@ BatchResult runBatch(const BatchRequest& request) {
   double lastFlush = monotonicSeconds();
   auto writeHeldStamps = [&] {
     if (held.empty()) return;
-    const std::string why = flushFileSystem(r.outputDir);
+    const Result<void> flushed = flushFileSystem(r.outputDir);
     for (const HeldStamp& h : held) {
       FileResult& file = result.files[h.index];
       const std::string path = stampPath(r, file.output);
-      if (!why.empty()) {
+      if (!flushed) {
         file.status = Status::Failed;
-        file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
+        file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " +
+                                flushed.error().message);
         if (r.json) std::fputs(jsonLine(file).c_str(), stdout), std::fflush(stdout);  // its final record
       } else if (const Result<void> written = writeSmallFile(path, h.text, false); !written) {
         file.messages.push_back(path + ": cannot write the stamp: " + written.error().message);

@@ -235,12 +235,11 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   std::vector<OptionEdit> edits;
   std::string badEdits;
   for (const auto& [field, value] : request.sets) {
-    std::string error;
-    OptionEdit edit;
-    if (parseOptionEdit(field, value, frames, edit, error))
-      edits.push_back(std::move(edit));
+    Result<OptionEdit> edit = parseOptionEdit(field, value, frames);
+    if (edit)
+      edits.push_back(std::move(edit).value());
     else
-      badEdits += (badEdits.empty() ? "" : "\n") + error;
+      badEdits += (badEdits.empty() ? "" : "\n") + edit.error().message;
   }
   if (!badEdits.empty()) return failedWith(std::move(outcome), FailureKind::badRequest, std::move(badEdits));
 

@@ -88,26 +88,22 @@ mode_t processUmask() {
 
 // The path the data finally lands in: `target` with every symlink followed.
 // A dangling link resolves to the file it names, which is then created.
-bool resolveLinks(std::string& path, std::string& error) {
+Result<std::string> resolveLinks(const std::string& target) {
+  std::string path = target;
   for (int hop = 0; hop <= kMaxLinkHops; ++hop) {
     struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) {
-      if (errno == ENOENT) return true;
-      error = reason(errno);
-      return false;
+      if (errno == ENOENT) return path;
+      return ioError(reason(errno));
     }
-    if (!S_ISLNK(st.st_mode)) return true;
+    if (!S_ISLNK(st.st_mode)) return path;
     std::vector<char> buffer(PATH_MAX + 1);
     const ssize_t n = ::readlink(path.c_str(), buffer.data(), buffer.size() - 1);
-    if (n < 0) {
-      error = reason(errno);
-      return false;
-    }
+    if (n < 0) return ioError(reason(errno));
     const std::string link(buffer.data(), static_cast<std::size_t>(n));
     path = (!link.empty() && link[0] == '/') ? link : directoryOf(path) + "/" + link;
   }
-  error = reason(ELOOP);
-  return false;
+  return ioError(reason(ELOOP));
 }
 
 int flockRetrying(int fd, int operation) {
@@ -301,9 +297,8 @@ bool writeAll(int fd, const void* data, std::size_t size) {
 }
 
 std::string resolvedTarget(const std::string& path) {
-  std::string resolved = path;
-  std::string error;
-  return resolveLinks(resolved, error) ? resolved : path;
+  Result<std::string> resolved = resolveLinks(path);
+  return resolved ? std::move(resolved).value() : path;
 }
 
 bool sameFile(const std::string& a, const std::string& b) {
@@ -356,9 +351,9 @@ Error FileStaging::failed(const std::string& path, Error why) {
 }
 
 Result<void> FileStaging::stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges) {
-  std::string path = target;
-  std::string error;
-  if (!resolveLinks(path, error)) return failed(target, ioError(error));
+  const Result<std::string> resolved = resolveLinks(target);
+  if (!resolved) return failed(target, resolved.error());
+  const std::string& path = resolved.value();
   OutputDirectory dir;
   if (Result<void> opened = dir.open(directoryOf(path)); !opened) return failed(path, opened.error());
   return stage(dir, baseNameOf(path), ranges, -1, true);
@@ -779,8 +774,11 @@ Result<void> OutputDirectory::openBeneath(const std::string& relative, bool crea
 
 Result<void> writeSmallFile(const std::string& path, const std::string& text, bool followLinks) {
   std::string target = path;
-  std::string error;
-  if (followLinks && !resolveLinks(target, error)) return ioError(error);
+  if (followLinks) {
+    Result<std::string> resolved = resolveLinks(path);
+    if (!resolved) return resolved.error();
+    target = std::move(resolved).value();
+  }
   struct stat existing {};
   const bool exists = ::lstat(target.c_str(), &existing) == 0;
   if (!exists && errno != ENOENT) return ioError(reason(errno));
