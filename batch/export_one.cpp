@@ -273,11 +273,11 @@ ExportProcess startExport(const BatchRequest& request, const std::string& input,
   // a link that leads out of it: the export would write wherever it pointed.
   {
     OutputDirectory root, folder;
-    std::string why = root.open(request.outputDir);
+    Result<void> opened = root.open(request.outputDir);
     const std::string sub = fs::path(process.output).parent_path().string();
-    if (why.empty() && !sub.empty()) why = root.openBeneath(sub, true, folder, &process.createdDirs);
-    if (!why.empty()) {
-      process.startError = why;
+    if (opened && !sub.empty()) opened = root.openBeneath(sub, true, folder, &process.createdDirs);
+    if (!opened) {
+      process.startError = opened.error().message;
       return process;
     }
   }
@@ -454,8 +454,9 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
   const std::string text = stamp.dump(1) + "\n";
   if (heldStamp != nullptr)
     *heldStamp = text;
-  else if (const std::string why = writeSmallFile(stampPath(request, result.output), text, false); !why.empty())
-    result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " + why);
+  else if (const Result<void> written = writeSmallFile(stampPath(request, result.output), text, false); !written)
+    result.messages.push_back(stampPath(request, result.output) + ": cannot write the stamp: " +
+                              written.error().message);
   discardExport(process, false);
   return result;
 }

@@ -85,10 +85,10 @@ void writeManifest(const BatchRequest& request, const std::string& version, cons
   // Flushed, as the record of the run; a link of its name is replaced, never written through.
   OutputDirectory dir;
   FileStaging staging;
-  std::string why = dir.open(normalized(request).outputDir);
-  if (why.empty()) why = staging.stageReplacementIn(dir, kManifestName, {{text.data(), text.size()}});
-  if (why.empty()) why = staging.commit();
-  if (!why.empty()) throw BatchError(path + ": cannot write the manifest: " + why);
+  Result<void> written = dir.open(normalized(request).outputDir);
+  if (written) written = staging.stageReplacementIn(dir, kManifestName, {{text.data(), text.size()}});
+  if (written) written = staging.commit();
+  if (!written) throw BatchError(path + ": cannot write the manifest: " + written.error().message);
 }
 
 namespace {
@@ -179,14 +179,14 @@ class Progress {
 
 bool failedStatus(Status s) { return s != Status::Exported && s != Status::UpToDate; }
 
-// Flushes the file system that holds `dir` to the disk: empty on success,
-// otherwise the reason.
-std::string flushFileSystem(const std::string& dir) {
+// Flushes the file system that holds `dir` to the disk; fails with the reason.
+Result<void> flushFileSystem(const std::string& dir) {
   const int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return std::strerror(errno);
+  if (fd < 0) return Error{ErrorKind::io, std::strerror(errno)};
   const int error = ::syncfs(fd) == 0 ? 0 : errno;
   ::close(fd);
-  return error == 0 ? std::string() : std::strerror(error);
+  if (error != 0) return Error{ErrorKind::io, std::strerror(error)};
+  return {};
 }
 
 }  // namespace
@@ -210,25 +210,24 @@ void refuseOutputDirectory(const BatchRequest& request, const BatchRequest& r) {
 void prepareOutput(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
   refuseOutputDirectory(request, r);
-  if (const std::string why = makeDirectories(r.outputDir); !why.empty())
-    throw BatchError("cannot create the output directory " + why);
+  if (const Result<void> made = makeDirectories(r.outputDir); !made)
+    throw BatchError("cannot create the output directory " + made.error().message);
   // Only folders that prove themselves a batch's, and whose batch is gone.
   removeAbandonedWorkDirectories(r.outputDir, kWorkPrefix);
 }
 
 void lockOutput(const BatchRequest& request, RunLock& lock) {
   const BatchRequest r = normalized(request);
-  bool busy = false;
-  std::string why = lock.acquire(r.outputDir, false, busy);
-  if (busy && r.wait) {
+  Result<void> locked = lock.acquire(r.outputDir, false);
+  if (!locked && locked.error().kind == ErrorKind::busy && r.wait) {
     std::fprintf(stderr, "zt2export: %s: another batch is exporting into it; waiting for it to end\n",
                  r.outputDir.c_str());
-    why = lock.acquire(r.outputDir, true, busy);
+    locked = lock.acquire(r.outputDir, true);
   }
-  if (busy)
+  if (!locked && locked.error().kind == ErrorKind::busy)
     throw BatchError(r.outputDir + ": another batch is exporting into this directory; run one at a time, or give " +
                      "--wait to wait for it");
-  if (!why.empty()) throw BatchError("cannot lock the output directory: " + why);
+  if (!locked) throw BatchError("cannot lock the output directory: " + locked.error().message);
 }
 
 std::vector<std::size_t> settleInputs(const BatchRequest& request, const std::vector<std::string>& inputs,
@@ -350,8 +349,8 @@ BatchResult runBatch(const BatchRequest& request) {
   RunLock lock;
   lockOutput(r, lock);
   WorkDirectory work;
-  if (const std::string why = work.create(r.outputDir, kWorkPrefix); !why.empty())
-    throw BatchError(r.outputDir + ": cannot create the work directory: " + why);
+  if (const Result<void> created = work.create(r.outputDir, kWorkPrefix); !created)
+    throw BatchError(r.outputDir + ": cannot create the work directory: " + created.error().message);
 
   StopSignals signals;
   Progress progress(r.progress, inputs.size());
@@ -388,7 +387,7 @@ BatchResult runBatch(const BatchRequest& request) {
   bool removedStamps = false;
   for (std::size_t index : pending)
     removedStamps = removeOwnFile(stampPath(r, result.files[index].output)) || removedStamps;
-  const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).empty();
+  const bool deferFlush = !removedStamps || flushFileSystem(r.outputDir).ok();
   struct HeldStamp {
     std::size_t index;
     std::string text;
@@ -397,16 +396,17 @@ BatchResult runBatch(const BatchRequest& request) {
   double lastFlush = monotonicSeconds();
   auto writeHeldStamps = [&] {
     if (held.empty()) return;
-    const std::string why = flushFileSystem(r.outputDir);
+    const Result<void> flushed = flushFileSystem(r.outputDir);
     for (const HeldStamp& h : held) {
       FileResult& file = result.files[h.index];
       const std::string path = stampPath(r, file.output);
-      if (!why.empty()) {
+      if (!flushed) {
         file.status = Status::Failed;
-        file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " + why);
+        file.messages.push_back(r.outputDir + ": cannot flush the written files to the disk: " +
+                                flushed.error().message);
         if (r.json) std::fputs(jsonLine(file).c_str(), stdout), std::fflush(stdout);  // its final record
-      } else if (const std::string fault = writeSmallFile(path, h.text, false); !fault.empty()) {
-        file.messages.push_back(path + ": cannot write the stamp: " + fault);
+      } else if (const Result<void> written = writeSmallFile(path, h.text, false); !written) {
+        file.messages.push_back(path + ": cannot write the stamp: " + written.error().message);
       }
     }
     held.clear();

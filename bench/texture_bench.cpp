@@ -57,9 +57,9 @@ void BM_CopyTexture(benchmark::State& state) {
   for (auto _ : state) {
     copyTexture(exporter, destination, w.source.string());
     // The copy is staged; a saved scene file puts it in place.
-    const std::string committed = exporter.staging.commit();
+    const Result<void> committed = exporter.staging.commit();
     state.PauseTiming();
-    if (exporter.hasError() || !committed.empty()) state.SkipWithError("copy failed");
+    if (exporter.hasError() || !committed) state.SkipWithError("copy failed");
     fs::remove(destination);
     exporter.infoLog.clear();
     state.ResumeTiming();

@@ -25,12 +25,12 @@ std::string defaultConfigDir() {
   return (base / "ztexport").string();
 }
 
-std::string optionsFileProblem(const std::string& configDir) {
+Result<void> checkOptionsFile(const std::string& configDir) {
   const std::string path = configDir + "/" + kOptionsFileName;
   struct stat st {};
   if (::stat(path.c_str(), &st) != 0 || S_ISREG(st.st_mode)) return {};
   const char* kind = S_ISDIR(st.st_mode) ? "a folder" : S_ISFIFO(st.st_mode) ? "a FIFO" : S_ISSOCK(st.st_mode) ? "a socket" : "a device";
-  return path + ": not read: it is " + kind + ", not a file of saved options";
+  return Error{ErrorKind::refused, path + ": not read: it is " + kind + ", not a file of saved options"};
 }
 
 }  // namespace zt2export

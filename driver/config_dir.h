@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "host/inhouse/result.h"
+
 namespace zt2export {
 
 // $XDG_CONFIG_HOME/ztexport, ~/.config/ztexport, or .config/ztexport in the
@@ -12,10 +14,10 @@ namespace zt2export {
 // is never found again.
 std::string defaultConfigDir();
 
-// Why the saved options in `configDir` cannot be read, when ZTExport.cfg is
-// there but is not a regular file (a folder, a FIFO, a device): a run would
-// otherwise go on with the defaults as if there were none. Empty when the
-// file is a regular file or missing.
-std::string optionsFileProblem(const std::string& configDir);
+// Refuses the saved options in `configDir` when ZTExport.cfg is there but is
+// not a regular file (a folder, a FIFO, a device), saying why they cannot be
+// read: a run would otherwise go on with the defaults as if there were none.
+// A regular file or a missing one passes.
+Result<void> checkOptionsFile(const std::string& configDir);
 
 }  // namespace zt2export

@@ -126,15 +126,17 @@ ExportFiles exportFiles(const std::string& output, const std::string& configDir,
   return files;
 }
 
-std::string depfileClash(const std::string& depfile, const ExportFiles& files) {
+Result<void> depfileClash(const std::string& depfile, const ExportFiles& files) {
   RunInputs taken;
   for (const std::string& target : files.targets) taken.add(target, "a file the export wrote");
   for (const std::string& read : files.prerequisites) taken.add(read, "a file the export read (" + read + ")");
-  const std::string clash = taken.clash(depfile, "the dependency file");
-  return clash.empty() ? clash : clash.substr(depfile.size() + 2);
+  const Result<void> clash = taken.clash(depfile, "the dependency file");
+  // Without the file's name, which the caller puts first.
+  if (!clash) return Error{clash.error().kind, clash.error().message.substr(depfile.size() + 2)};
+  return {};
 }
 
-std::string writeDepfile(const std::string& depfile, const ExportFiles& files) {
+Result<void> writeDepfile(const std::string& depfile, const ExportFiles& files) {
   const std::string rule = dependencyRule(files.targets, files.prerequisites);
   return writeSmallFile(depfile, rule);
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/inhouse/result.h"
+
 namespace zt2export {
 
 // `path` written as make reads one word of a rule: spaces, '#' and
@@ -35,14 +37,13 @@ ExportFiles exportFiles(const std::string& output, const std::string& configDir,
 ExportFiles parseDependencyRule(const std::string& text);
 
 // Writes the rule to `depfile` through a temporary and a rename (not flushed
-// to the disk: a build tool reads it at once); an empty string on success,
-// otherwise the reason.
-std::string writeDepfile(const std::string& depfile, const ExportFiles& files);
+// to the disk: a build tool reads it at once); fails with the reason.
+Result<void> writeDepfile(const std::string& depfile, const ExportFiles& files);
 
 // Why `depfile` cannot be written: it is one of the files the export wrote
 // or read (by identity, through links and hard links), which the rule would
-// replace. Empty when it is none of them.
-std::string depfileClash(const std::string& depfile, const ExportFiles& files);
+// replace; the message does not name `depfile`.
+Result<void> depfileClash(const std::string& depfile, const ExportFiles& files);
 
 // Now, as exportFiles() compares it with a file's change time.
 long long nowNanoseconds();

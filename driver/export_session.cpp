@@ -42,9 +42,9 @@ std::string skinFileOf(const std::string& output) {
   return fs::path(resolvedTarget(output)).replace_extension(".skd").string();
 }
 
-// The first file the run would write over one it reads, as a message; empty
-// when there is none. The .skd goes beside the file the output finally names.
-std::string outputOverwritingInput(const ExportRequest& request, const std::string& output) {
+// Refuses the first file the run would write over one it reads. The .skd
+// goes beside the file the output finally names.
+Result<void> outputOverwritingInput(const ExportRequest& request, const std::string& output) {
   struct Named {
     std::string path;
     std::string what;
@@ -61,21 +61,24 @@ std::string outputOverwritingInput(const ExportRequest& request, const std::stri
     for (const Named& out : exportOutputs)
       for (const Named& in : {Named{request.writeScene, "the scene file of --write-scene"},
                               Named{buffer, "the buffer of --write-scene"}})
-        if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
+        if (sameFile(out.path, in.path))
+          return Error{ErrorKind::refused, out.path + ": " + out.what + " would overwrite " + in.what};
   }
   for (const Named& out : outputs)
     for (const Named& in : inputs)
-      if (sameFile(out.path, in.path)) return out.path + ": " + out.what + " would overwrite " + in.what;
+      if (sameFile(out.path, in.path))
+        return Error{ErrorKind::refused, out.path + ": " + out.what + " would overwrite " + in.what};
   return {};
 }
 
-// Why files cannot be made in the folder `file` goes into; empty when they can.
-std::string folderNotWritable(const std::string& file) {
+// Fails when files cannot be made in the folder `file` goes into: "FOLDER: reason".
+Result<void> folderWritable(const std::string& file) {
   const std::string folder = directoryOrCurrent(file);
   struct stat info {};
   int error = ::stat(folder.c_str(), &info) != 0 ? errno : !S_ISDIR(info.st_mode) ? ENOTDIR : 0;
   if (error == 0 && ::access(folder.c_str(), W_OK | X_OK) != 0) error = errno;
-  return error == 0 ? std::string() : folder + ": " + std::strerror(error);
+  if (error != 0) return Error{ErrorKind::io, folder + ": " + std::strerror(error)};
+  return {};
 }
 
 // The info text's lines as records, each kind taken from its prefix.
@@ -118,12 +121,13 @@ std::string defaultOutput(const std::string& scene) {
   return stem + ".zt2";
 }
 
-std::string outputNameProblem(const std::string& output, const std::string& naming) {
+Result<void> checkOutputName(const std::string& output, const std::string& naming) {
   // The exporter writes ZT2 bytes whatever the name says; a model's extension
   // on them would fool every program that opens the file.
   if (ztext::asciiLower(fs::path(output).extension().string()) == ".zt2") return {};
-  return naming + output + ": the output is a ZT2 scene file and its name must end in .zt2 (as in " + naming +
-         fs::path(output).replace_extension(".zt2").string() + ")";
+  return Error{ErrorKind::badRequest, naming + output +
+                                          ": the output is a ZT2 scene file and its name must end in .zt2 (as in " +
+                                          naming + fs::path(output).replace_extension(".zt2").string() + ")"};
 }
 
 ExportOutcome runExport(const ExportRequest& request, const ExporterModule& module, ExportObserver& observer) {
@@ -136,10 +140,10 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   ExportOutcome outcome;
   outcome.output = request.output.empty() ? defaultOutput(request.scene) : request.output;
   const std::string& output = outcome.output;
-  if (std::string why = outputNameProblem(output); !why.empty())
-    return failedWith(std::move(outcome), FailureKind::badRequest, std::move(why));
-  if (std::string clash = outputOverwritingInput(request, output); !clash.empty())
-    return failedWith(std::move(outcome), FailureKind::setup, std::move(clash));
+  if (const Result<void> named = checkOutputName(output); !named)
+    return failedWith(std::move(outcome), FailureKind::badRequest, named.error().message);
+  if (const Result<void> apart = outputOverwritingInput(request, output); !apart)
+    return failedWith(std::move(outcome), FailureKind::setup, apart.error().message);
   const std::string configDir = request.configDir.empty() ? zt2export::defaultConfigDir() : request.configDir;
   if (!request.depfile.empty()) {
     // What is known before the export; the files it reads are checked again after it.
@@ -152,8 +156,8 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
       taken.add(configDir + "/" + kOptionsFileName, kOptionsFileName);
       taken.add(configDir + "/" + kAdditionalConfigFileName, kAdditionalConfigFileName);
     }
-    if (std::string clash = taken.clash(request.depfile, "--depfile"); !clash.empty())
-      return failedWith(std::move(outcome), FailureKind::setup, std::move(clash));
+    if (const Result<void> apart = taken.clash(request.depfile, "--depfile"); !apart)
+      return failedWith(std::move(outcome), FailureKind::setup, apart.error().message);
   }
 
   // A run that cannot save must say so before anything is written: an
@@ -161,8 +165,9 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   // makes its texture folder.
   for (const std::string& target : {output, request.writeScene})
     if (!target.empty())
-      if (const std::string why = folderNotWritable(target); !why.empty())
-        return failedWith(std::move(outcome), FailureKind::setup, "cannot write " + target + ": " + why);
+      if (const Result<void> writable = folderWritable(target); !writable)
+        return failedWith(std::move(outcome), FailureKind::setup,
+                          "cannot write " + target + ": " + writable.error().message);
 
   // Textures held inside a model go beside what is written: beside the scene
   // file of --write-scene, which they belong to, or beside the exported file,
@@ -175,18 +180,22 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   if (!request.writeScene.empty()) {
     textureDir = directoryOrCurrent(request.writeScene);
   } else if (!hostimport::isSceneDescription(request.scene)) {
-    std::string error;
+    Result<std::string> made = std::string();
     if (request.dryRun) {
-      error = dryRunTextures.create({}, request.dryRunPrefix);
-      textureDir = dryRunTextures.path();
-      // What a dry run killed on its way left behind.
-      if (!textureDir.empty())
-        removeAbandonedWorkDirectories(fs::path(textureDir).parent_path().string(), request.dryRunPrefix);
+      if (const Result<void> created = dryRunTextures.create({}, request.dryRunPrefix); created) {
+        made = dryRunTextures.path();
+        // What a dry run killed on its way left behind.
+        removeAbandonedWorkDirectories(fs::path(dryRunTextures.path()).parent_path().string(), request.dryRunPrefix);
+      } else {
+        made = created.error();
+      }
     } else {
-      textureDir = embeddedTextures.newFilesDirectory(directoryOrCurrent(resolvedTarget(output)), error);
+      made = embeddedTextures.newFilesDirectory(directoryOrCurrent(resolvedTarget(output)));
     }
-    if (textureDir.empty())
-      return failedWith(std::move(outcome), FailureKind::setup, output + ": cannot write beside the output: " + error);
+    if (!made)
+      return failedWith(std::move(outcome), FailureKind::setup,
+                        output + ": cannot write beside the output: " + made.error().message);
+    textureDir = std::move(made).value();
   }
 
   std::unique_ptr<hostmodel::MemoryHost> host;
@@ -210,11 +219,11 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
                       "no configuration directory: neither XDG_CONFIG_HOME nor HOME is set and the user has no home "
                       "directory; give " + request.configDirOption);
   if (!request.dryRun)
-    if (const std::string why = makeDirectories(configDir); !why.empty())
+    if (const Result<void> made = makeDirectories(configDir); !made)
       return failedWith(std::move(outcome), FailureKind::setup,
-                        "cannot create the configuration directory " + configDir + ": " + why);
-  if (std::string why = zt2export::optionsFileProblem(configDir); !why.empty())
-    return failedWith(std::move(outcome), FailureKind::setup, std::move(why));
+                        "cannot create the configuration directory " + configDir + ": " + made.error().message);
+  if (const Result<void> readable = zt2export::checkOptionsFile(configDir); !readable)
+    return failedWith(std::move(outcome), FailureKind::setup, readable.error().message);
   host->setConfigDir(configDir);
 
   // Every option edit is checked once, against the scene's frame range,
@@ -226,12 +235,11 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
   std::vector<OptionEdit> edits;
   std::string badEdits;
   for (const auto& [field, value] : request.sets) {
-    std::string error;
-    OptionEdit edit;
-    if (parseOptionEdit(field, value, frames, edit, error))
-      edits.push_back(std::move(edit));
+    Result<OptionEdit> edit = parseOptionEdit(field, value, frames);
+    if (edit)
+      edits.push_back(std::move(edit).value());
     else
-      badEdits += (badEdits.empty() ? "" : "\n") + error;
+      badEdits += (badEdits.empty() ? "" : "\n") + edit.error().message;
   }
   if (!badEdits.empty()) return failedWith(std::move(outcome), FailureKind::badRequest, std::move(badEdits));
 
@@ -284,6 +292,10 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
     return failedWith(std::move(outcome), FailureKind::saving, std::string("export failed: ") + e.what());
   }
 
+  // Told while the exporter ran, so before everything else.
+  outcome.messages.insert(outcome.messages.begin(), host->filesNotSaved().size(), ExportMessage{});
+  std::transform(host->filesNotSaved().begin(), host->filesNotSaved().end(), outcome.messages.begin(),
+                 [](const std::string& text) { return ExportMessage{MessageKind::fileNotSaved, text}; });
   // The exporter's message names the image it asked for; the file behind it
   // (an image list's entry) and the reason are the host's to tell. Names in
   // the exporter's words are in the host's code page.
@@ -305,19 +317,19 @@ ExportOutcome runExport(const ExportRequest& request, const ExporterModule& modu
     outcome.status = cancelledByErrors(host->exportInfoTexts()) ? ExportStatus::sceneErrors : ExportStatus::ok;
   }
   if (outcome.status == ExportStatus::ok) {
-    if (const std::string failure = embeddedTextures.commit(); !failure.empty())
+    if (const Result<void> committed = embeddedTextures.commit(); !committed)
       outcome = failedWith(std::move(outcome), FailureKind::saving,
-                           "cannot save a texture held in the model: " + failure);
+                           "cannot save a texture held in the model: " + committed.error().message);
   }
   if (outcome.status == ExportStatus::ok && !request.dryRun) {
     zt2export::ExportFiles files =
         zt2export::exportFiles(output, configDir, startedAt, writtenBefore, readBefore);
     if (!request.depfile.empty()) {
-      std::string why = zt2export::depfileClash(request.depfile, files);
-      if (why.empty()) why = zt2export::writeDepfile(request.depfile, files);
-      if (!why.empty())
+      Result<void> written = zt2export::depfileClash(request.depfile, files);
+      if (written) written = zt2export::writeDepfile(request.depfile, files);
+      if (!written)
         outcome = failedWith(std::move(outcome), FailureKind::saving,
-                             request.depfile + ": cannot write the dependency file: " + why);
+                             request.depfile + ": cannot write the dependency file: " + written.error().message);
     }
     outcome.filesWritten = std::move(files.targets);
     outcome.filesRead = std::move(files.prerequisites);

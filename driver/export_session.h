@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "host/inhouse/result.h"
+
 class ExporterModule;
 namespace hostmodel {
 struct ProgressCall;
@@ -68,6 +70,7 @@ enum class MessageKind {
   textureNote,   // what the host knows of an image it could not open, or found under another name
   note,          // the driver's own remark on the request
   sceneWarning,  // "WARNING: ..." of the host on the scene and the options together (samples missing frames)
+  fileNotSaved,  // "FILE: cannot save: REASON": a file of the export (ZTExport.cfg too) that could not be saved
 };
 
 struct ExportMessage {
@@ -80,8 +83,8 @@ struct ExportOutcome {
   FailureKind failureKind = FailureKind::none;
   std::string failure;  // one line: why, naming the file; empty unless failureKind is set
   std::string output;   // the .zt2 the request meant
-  // In the order a user reads them: notes, image problems, message boxes, the
-  // info texts' lines, texture notes.
+  // In the order a user reads them: files not saved (told as they fail),
+  // notes, image problems, message boxes, the info texts' lines, texture notes.
   std::vector<ExportMessage> messages;
   // The "Export Info" texts as the exporter showed them (UTF-8, "\r\n" ends).
   std::vector<std::string> infoTexts;
@@ -100,10 +103,9 @@ class ExportObserver {
 
 // The .zt2 a scene exports to when no output is named.
 std::string defaultOutput(const std::string& scene);
-// Why `output` cannot be the name of an export's file (it does not end in
-// .zt2), as a message that names it as the front end does (`naming`: "-o ");
-// empty when it can.
-std::string outputNameProblem(const std::string& output, const std::string& naming = "");
+// Refuses `output` as the name of an export's file when it does not end in
+// .zt2, with a message that names it as the front end does (`naming`: "-o ").
+Result<void> checkOutputName(const std::string& output, const std::string& naming = "");
 
 // Runs one export of `request` with the exporter of `module` (loaded by the
 // front end, which also answers --version and the like from it). Never

@@ -122,28 +122,20 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
   }
 }
 
-int T_MemoryFile::save(const char* name) const {
+Result<void> T_MemoryFile::save(const char* name) const {
   FileStaging staging;
-  stage(name, staging);
-  saveFailure_ = staging.commit();
-  if (saveFailure_.empty()) return 1;
-  // The callers' messages are fixed texts without the system's reason, and the
-  // options file reports nothing at all: the reason is told here, once for all.
-  std::fprintf(stderr, "%s: cannot save: %s\n", name, saveFailure_.c_str());
-  return 0;
+  if (Result<void> staged = stage(name, staging); !staged) return staged;
+  return staging.commit();
 }
 
-int T_MemoryFile::stage(const char* name, FileStaging& staging) const {
+Result<void> T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   assert(openChunks_.empty() && "save with chunks still open");
-  saveFailure_.clear();
-  if (File->writesSuppressed()) return 1;
+  if (File->writesSuppressed()) return {};
   std::uint8_t header[kMemoryFileHeaderSize];
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);
-  saveFailure_ = staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
-  // The staging remembers the failure and refuses its commit, whose caller
-  // tells the reason once.
-  return saveFailure_.empty() ? 1 : 0;
+  // The staging also keeps the failure and refuses its commit.
+  return staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
 }
 
 // --- reading ---

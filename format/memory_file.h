@@ -11,6 +11,7 @@
 
 #include "format/chunk_kinds.h"
 #include "host/inhouse/matrix.h"
+#include "host/inhouse/result.h"
 
 enum BasicType : std::uint8_t {
   BT_Bool = 0x01,
@@ -76,15 +77,13 @@ class T_MemoryFile {
   void noteNonFinite() { nonFinite_ = true; }
   // Bytes written so far, without the file header.
   unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
-  // Writes header and buffer to `name`: non-zero on success, 0 on failure,
-  // with the reason on standard error and in saveFailure(). The old file
-  // stays whole until the new one is (see replaceFileContents).
-  int save(const char* name) const;
+  // Writes header and buffer to `name`; a failure carries the system's
+  // reason, which the caller tells with the file's name. The old file stays
+  // whole until the new one is (see replaceFileContents).
+  Result<void> save(const char* name) const;
   // As save, but the file is only staged in `staging` (a synced temporary
   // beside it); it replaces `name` when the staging is committed.
-  int stage(const char* name, FileStaging& staging) const;
-  // Why the last save failed; empty after a successful one.
-  const std::string& saveFailure() const { return saveFailure_; }
+  Result<void> stage(const char* name, FileStaging& staging) const;
 
   // --- reading (offsets are file offsets, header included) ---
   std::size_t tell() const { return pos_; }
@@ -130,7 +129,6 @@ class T_MemoryFile {
   std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
   std::size_t pos_ = 0;
   std::string name_;
-  mutable std::string saveFailure_;
   bool nonFinite_ = false;
 };
 

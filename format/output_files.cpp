@@ -30,6 +30,10 @@ constexpr const char* kWorkMarker = ".ztexport-work-marker";
 
 std::string reason(int error) { return std::strerror(error); }
 
+Error ioError(std::string message) { return {ErrorKind::io, std::move(message)}; }
+Error refusal(std::string message) { return {ErrorKind::refused, std::move(message)}; }
+Error notOpen(std::string message) { return {ErrorKind::badRequest, std::move(message)}; }
+
 std::string directoryOf(const std::string& path) {
   const std::size_t slash = path.find_last_of('/');
   if (slash == std::string::npos) return ".";
@@ -84,26 +88,22 @@ mode_t processUmask() {
 
 // The path the data finally lands in: `target` with every symlink followed.
 // A dangling link resolves to the file it names, which is then created.
-bool resolveLinks(std::string& path, std::string& error) {
+Result<std::string> resolveLinks(const std::string& target) {
+  std::string path = target;
   for (int hop = 0; hop <= kMaxLinkHops; ++hop) {
     struct stat st {};
     if (::lstat(path.c_str(), &st) != 0) {
-      if (errno == ENOENT) return true;
-      error = reason(errno);
-      return false;
+      if (errno == ENOENT) return path;
+      return ioError(reason(errno));
     }
-    if (!S_ISLNK(st.st_mode)) return true;
+    if (!S_ISLNK(st.st_mode)) return path;
     std::vector<char> buffer(PATH_MAX + 1);
     const ssize_t n = ::readlink(path.c_str(), buffer.data(), buffer.size() - 1);
-    if (n < 0) {
-      error = reason(errno);
-      return false;
-    }
+    if (n < 0) return ioError(reason(errno));
     const std::string link(buffer.data(), static_cast<std::size_t>(n));
     path = (!link.empty() && link[0] == '/') ? link : directoryOf(path) + "/" + link;
   }
-  error = reason(ELOOP);
-  return false;
+  return ioError(reason(ELOOP));
 }
 
 int flockRetrying(int fd, int operation) {
@@ -297,9 +297,8 @@ bool writeAll(int fd, const void* data, std::size_t size) {
 }
 
 std::string resolvedTarget(const std::string& path) {
-  std::string resolved = path;
-  std::string error;
-  return resolveLinks(resolved, error) ? resolved : path;
+  Result<std::string> resolved = resolveLinks(path);
+  return resolved ? std::move(resolved).value() : path;
 }
 
 bool sameFile(const std::string& a, const std::string& b) {
@@ -335,57 +334,56 @@ void removeAbandonedTemporaries(const std::string& directory, const std::vector<
   ::close(dirFd);
 }
 
-std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
+Result<void> replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges) {
   FileStaging staging;
-  std::string error = staging.stageReplacement(target, ranges);
-  if (error.empty()) error = staging.commit();
-  return error;
+  if (Result<void> staged = staging.stageReplacement(target, ranges); !staged) return staged;
+  return staging.commit();
 }
 
 FileStaging::~FileStaging() { discard(); }
 
-std::string FileStaging::failed(const std::string& path, const std::string& why) {
-  if (failure_.empty()) {
+Error FileStaging::failed(const std::string& path, Error why) {
+  if (failure_.message.empty()) {
     failure_ = why;
     failedFile_ = path;
   }
   return why;
 }
 
-std::string FileStaging::stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges) {
-  std::string path = target;
-  std::string error;
-  if (!resolveLinks(path, error)) return failed(target, error);
+Result<void> FileStaging::stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges) {
+  const Result<std::string> resolved = resolveLinks(target);
+  if (!resolved) return failed(target, resolved.error());
+  const std::string& path = resolved.value();
   OutputDirectory dir;
-  if (std::string e = dir.open(directoryOf(path)); !e.empty()) return failed(path, e);
+  if (Result<void> opened = dir.open(directoryOf(path)); !opened) return failed(path, opened.error());
   return stage(dir, baseNameOf(path), ranges, -1, true);
 }
 
-std::string FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name,
-                                            std::initializer_list<ByteRange> ranges) {
+Result<void> FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name,
+                                             std::initializer_list<ByteRange> ranges) {
   return stage(directory, name, ranges, -1, false);
 }
 
-std::string FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd) {
+Result<void> FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd) {
   return stage(directory, name, {}, sourceFd, false);
 }
 
-std::string FileStaging::stage(const OutputDirectory& directory, const std::string& name,
-                               std::initializer_list<ByteRange> ranges, int sourceFd, bool keepExisting) {
+Result<void> FileStaging::stage(const OutputDirectory& directory, const std::string& name,
+                                std::initializer_list<ByteRange> ranges, int sourceFd, bool keepExisting) {
   const std::string path = directory.path() + "/" + name;
-  if (!directory.isOpen()) return failed(path, "the directory is not open");
+  if (!directory.isOpen()) return failed(path, notOpen("the directory is not open"));
   if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
-    return failed(path, "not a file name");
+    return failed(path, refusal("not a file name"));
   struct stat existing {};
   const bool exists = ::fstatat(directory.fd(), name.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0;
-  if (!exists && errno != ENOENT) return failed(path, reason(errno));
+  if (!exists && errno != ENOENT) return failed(path, ioError(reason(errno)));
   // The file is replaced by a rename, never written into: a link of the name
   // is replaced with it, and what it pointed to stays as it was.
   if (exists && !S_ISREG(existing.st_mode) && !(S_ISLNK(existing.st_mode) && !keepExisting))
-    return failed(path, "not a regular file");
+    return failed(path, refusal("not a regular file"));
   if (exists && S_ISREG(existing.st_mode) && existing.st_nlink > 1)
-    return failed(path, "the file has " + std::to_string(existing.st_nlink) +
-                            " hard links, which replacing it would separate");
+    return failed(path, refusal("the file has " + std::to_string(existing.st_nlink) +
+                                " hard links, which replacing it would separate"));
 
   for (auto it = replacements_.begin(); it != replacements_.end(); ++it) {
     if (it->path != path) continue;
@@ -399,7 +397,7 @@ std::string FileStaging::stage(const OutputDirectory& directory, const std::stri
   const std::string prefix = temporaryPrefix(name);
   std::string temp;
   const int dirFd = openDirectoryAgain(directory.fd());
-  if (dirFd < 0) return failed(path, reason(errno));
+  if (dirFd < 0) return failed(path, ioError(reason(errno)));
   int fd = -1;
   {
     DirectoryLock lock(dirFd);
@@ -412,7 +410,7 @@ std::string FileStaging::stage(const OutputDirectory& directory, const std::stri
     if (fd < 0) {
       const int e = errno;
       ::close(dirFd);
-      return failed(path, reason(e));
+      return failed(path, ioError(reason(e)));
     }
     flockRetrying(fd, LOCK_EX);
   }
@@ -421,7 +419,7 @@ std::string FileStaging::stage(const OutputDirectory& directory, const std::stri
     ::unlinkat(dirFd, temp.c_str(), 0);
     ::close(fd);
     ::close(dirFd);
-    return failed(path, reason(e));
+    return failed(path, ioError(reason(e)));
   };
   const bool keepMode = exists && S_ISREG(existing.st_mode);
   const mode_t mode = keepMode ? (existing.st_mode & 07777) : (0666 & ~processUmask());
@@ -441,36 +439,36 @@ std::string FileStaging::stage(const OutputDirectory& directory, const std::stri
   return {};
 }
 
-std::string FileStaging::stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd) {
+Result<void> FileStaging::stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd) {
   const std::string path = directory.path() + "/" + name;
   if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
-    return failed(path, "not a file name");
-  std::string error;
+    return failed(path, refusal("not a file name"));
+  Error error;
   const NewFilesDir* staging = newFilesIn(directory, error);
   if (!staging) return failed(path, error);
   const int out = ::openat(staging->stagingFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                            0666 & ~processUmask());
-  if (out < 0) return failed(path, reason(errno));
+  if (out < 0) return failed(path, ioError(reason(errno)));
   int e = copyBytes(sourceFd, out) && (!flushing || ::fsync(out) == 0) ? 0 : errno;
   if (::close(out) != 0 && e == 0) e = errno;
   if (e != 0) {
     ::unlinkat(staging->stagingFd, name.c_str(), 0);
-    return failed(path, reason(e));
+    return failed(path, ioError(reason(e)));
   }
   return {};
 }
 
-const FileStaging::NewFilesDir* FileStaging::newFilesIn(const OutputDirectory& directory, std::string& error) {
+const FileStaging::NewFilesDir* FileStaging::newFilesIn(const OutputDirectory& directory, Error& error) {
   struct stat st {};
   if (!directory.isOpen() || ::fstat(directory.fd(), &st) != 0) {
-    error = directory.isOpen() ? reason(errno) : "the directory is not open";
+    error = directory.isOpen() ? ioError(reason(errno)) : notOpen("the directory is not open");
     return nullptr;
   }
   for (const NewFilesDir& d : newFileDirs_)
     if (d.device == st.st_dev && d.inode == st.st_ino) return &d;
   const int dirFd = openDirectoryAgain(directory.fd());
   if (dirFd < 0) {
-    error = reason(errno);
+    error = ioError(reason(errno));
     return nullptr;
   }
   std::string name;
@@ -481,7 +479,7 @@ const FileStaging::NewFilesDir* FileStaging::newFilesIn(const OutputDirectory& d
     stagingFd = makeMarkedFolder(dirFd, kNewFilesPrefix, 0777, name, markerFd);
   }
   if (stagingFd < 0) {
-    error = reason(errno);
+    error = ioError(reason(errno));
     ::close(dirFd);
     return nullptr;
   }
@@ -489,21 +487,21 @@ const FileStaging::NewFilesDir* FileStaging::newFilesIn(const OutputDirectory& d
   return &newFileDirs_.back();
 }
 
-std::string FileStaging::newFilesDirectory(const std::string& directory, std::string& error) {
+Result<std::string> FileStaging::newFilesDirectory(const std::string& directory) {
   OutputDirectory dir;
-  if (std::string e = dir.open(directory); !e.empty()) {
-    error = e;
-    return {};
-  }
+  if (Result<void> opened = dir.open(directory); !opened) return opened.error();
+  Error error;
   const NewFilesDir* d = newFilesIn(dir, error);
-  return d ? d->path + "/" + d->stagingName : std::string();
+  if (!d) return error;
+  return d->path + "/" + d->stagingName;
 }
 
-std::string FileStaging::commit(const std::string& first) {
+Result<void> FileStaging::commit(const std::string& first) {
   // A file of the run that could not be staged takes the others with it:
   // the run's files appear together or not at all.
-  if (!failure_.empty()) {
-    const std::string why = failure_, file = failedFile_;
+  if (!failure_.message.empty()) {
+    const Error why = failure_;
+    const std::string file = failedFile_;
     discard();
     failure_ = why;
     failedFile_ = file;
@@ -531,7 +529,7 @@ std::string FileStaging::commit(const std::string& first) {
   };
   auto failCommit = [&](const std::string& path, int e) {
     failedFile_ = path;
-    failure_ = reason(e);
+    failure_ = ioError(reason(e));
     return failure_;
   };
   for (const NewFilesDir& d : newFileDirs_) {
@@ -581,7 +579,7 @@ void FileStaging::discard() {
   newFileDirs_.clear();
   for (auto it = createdDirectories_.rbegin(); it != createdDirectories_.rend(); ++it) ::rmdir(it->c_str());
   createdDirectories_.clear();
-  failure_.clear();
+  failure_ = {};
   failedFile_.clear();
 }
 
@@ -610,7 +608,7 @@ void RunInputs::add(const std::string& path, const std::string& what) {
   inputs_.push_back(std::move(input));
 }
 
-std::string RunInputs::clash(const std::string& output, const std::string& what) const {
+Result<void> RunInputs::clash(const std::string& output, const std::string& what) const {
   FileIdentity id;
   const bool exists = fileIdentity(output, id);
   std::string absolute;
@@ -624,7 +622,7 @@ std::string RunInputs::clash(const std::string& output, const std::string& what)
     } else {
       same = false;
     }
-    if (same) return output + ": " + what + " would overwrite " + input.what;
+    if (same) return refusal(output + ": " + what + " would overwrite " + input.what);
   }
   return {};
 }
@@ -649,19 +647,19 @@ OutputDirectory::~OutputDirectory() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-std::string OutputDirectory::open(const std::string& path) {
+Result<void> OutputDirectory::open(const std::string& path) {
   const int fd = ::open(path.empty() ? "." : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return reason(errno);
+  if (fd < 0) return ioError(reason(errno));
   if (fd_ >= 0) ::close(fd_);
   fd_ = fd;
   path_ = path.empty() ? "." : path;
   return {};
 }
 
-std::string OutputDirectory::openBeneath(const std::string& relative, bool create, OutputDirectory& into,
-                                         std::vector<std::string>* made) const {
-  if (fd_ < 0) return "the output directory is not open";
-  if (!relative.empty() && relative[0] == '/') return "an absolute path is not beneath the output directory";
+Result<void> OutputDirectory::openBeneath(const std::string& relative, bool create, OutputDirectory& into,
+                                          std::vector<std::string>* made) const {
+  if (fd_ < 0) return notOpen("the output directory is not open");
+  if (!relative.empty() && relative[0] == '/') return refusal("an absolute path is not beneath the output directory");
   // Component by component, from descriptors: ".." may climb back only as far
   // as it went down, and a link may be followed only when what it names is
   // itself beneath the output directory (checked by its identity's place on
@@ -674,7 +672,7 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
       if (fd >= 0) ::close(fd);
     chain.clear();
   };
-  if (chain[0] < 0) return reason(errno);
+  if (chain[0] < 0) return ioError(reason(errno));
   struct stat rootStat {};
   ::fstat(chain[0], &rootStat);
   std::size_t start = 0;
@@ -692,7 +690,7 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
     if (part == "..") {
       if (chain.size() == 1) {
         closeChain();
-        return "\"" + relative + "\" leads out of the output directory";
+        return refusal("\"" + relative + "\" leads out of the output directory");
       }
       ::close(chain.back());
       chain.pop_back();
@@ -705,18 +703,18 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
       if (errno != ENOENT || !create) {
         const int e = errno;
         closeChain();
-        return walked + "/" + part + ": " + reason(e);
+        return ioError(walked + "/" + part + ": " + reason(e));
       }
       if (::mkdirat(parent, part.c_str(), 0777) != 0 && errno != EEXIST) {
         const int e = errno;
         closeChain();
-        return walked + "/" + part + ": " + reason(e);
+        return ioError(walked + "/" + part + ": " + reason(e));
       }
       if (made) made->push_back(walked + "/" + part);
       if (::fstatat(parent, part.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         const int e = errno;
         closeChain();
-        return walked + "/" + part + ": " + reason(e);
+        return ioError(walked + "/" + part + ": " + reason(e));
       }
     }
     if (S_ISLNK(st.st_mode)) {
@@ -724,19 +722,19 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
       // component and is walked the same way.
       if (++hops > kMaxLinkHops) {
         closeChain();
-        return walked + "/" + part + ": " + reason(ELOOP);
+        return ioError(walked + "/" + part + ": " + reason(ELOOP));
       }
       std::vector<char> buffer(PATH_MAX + 1);
       const ssize_t n = ::readlinkat(parent, part.c_str(), buffer.data(), buffer.size() - 1);
       if (n < 0) {
         const int e = errno;
         closeChain();
-        return walked + "/" + part + ": " + reason(e);
+        return ioError(walked + "/" + part + ": " + reason(e));
       }
       const std::string target(buffer.data(), static_cast<std::size_t>(n));
       if (target.empty() || target[0] == '/') {
         closeChain();
-        return walked + "/" + part + ": a symbolic link to a place outside the output directory";
+        return refusal(walked + "/" + part + ": a symbolic link to a place outside the output directory");
       }
       std::vector<std::string> expanded;
       std::size_t s = 0;
@@ -752,13 +750,13 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
     }
     if (!S_ISDIR(st.st_mode)) {
       closeChain();
-      return walked + "/" + part + ": " + reason(ENOTDIR);
+      return refusal(walked + "/" + part + ": " + reason(ENOTDIR));
     }
     const int next = ::openat(parent, part.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (next < 0) {
       const int e = errno;
       closeChain();
-      return walked + "/" + part + ": " + reason(e);
+      return ioError(walked + "/" + part + ": " + reason(e));
     }
     chain.push_back(next);
     walked += "/" + part;
@@ -774,21 +772,25 @@ std::string OutputDirectory::openBeneath(const std::string& relative, bool creat
 
 // --- Small files, folders and removal ---------------------------------------
 
-std::string writeSmallFile(const std::string& path, const std::string& text, bool followLinks) {
+Result<void> writeSmallFile(const std::string& path, const std::string& text, bool followLinks) {
   std::string target = path;
-  std::string error;
-  if (followLinks && !resolveLinks(target, error)) return error;
+  if (followLinks) {
+    Result<std::string> resolved = resolveLinks(path);
+    if (!resolved) return resolved.error();
+    target = std::move(resolved).value();
+  }
   struct stat existing {};
   const bool exists = ::lstat(target.c_str(), &existing) == 0;
-  if (!exists && errno != ENOENT) return reason(errno);
+  if (!exists && errno != ENOENT) return ioError(reason(errno));
   if (exists && S_ISLNK(existing.st_mode)) {
     // Only reached unfollowed: the rename replaces the link itself.
     existing.st_mode = S_IFREG | (0666 & ~processUmask());
     existing.st_nlink = 1;
   }
-  if (exists && !S_ISREG(existing.st_mode)) return "not a regular file";
+  if (exists && !S_ISREG(existing.st_mode)) return refusal("not a regular file");
   if (exists && existing.st_nlink > 1)
-    return "the file has " + std::to_string(existing.st_nlink) + " hard links, which replacing it would separate";
+    return refusal("the file has " + std::to_string(existing.st_nlink) +
+                   " hard links, which replacing it would separate");
   std::string temp;
   int fd = -1;
   for (int attempt = 0; attempt < 100 && fd < 0; ++attempt) {
@@ -796,26 +798,30 @@ std::string writeSmallFile(const std::string& path, const std::string& text, boo
     fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
     if (fd < 0 && errno != EEXIST) break;
   }
-  if (fd < 0) return reason(errno);
+  if (fd < 0) return ioError(reason(errno));
   const mode_t mode = exists ? (existing.st_mode & 07777) : (0666 & ~processUmask());
   int e = ::fchmod(fd, mode) == 0 && writeAll(fd, text.data(), text.size()) ? 0 : errno;
   if (::close(fd) != 0 && e == 0) e = errno;
   if (e == 0 && ::rename(temp.c_str(), target.c_str()) != 0) e = errno;
   if (e != 0) ::unlink(temp.c_str());
-  return e == 0 ? std::string() : reason(e);
+  if (e != 0) return ioError(reason(e));
+  return {};
 }
 
-std::string makeDirectories(const std::string& path, std::vector<std::string>* made) {
+Result<void> makeDirectories(const std::string& path, std::vector<std::string>* made) {
   if (path.empty()) return {};
   struct stat st {};
-  if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode) ? std::string() : path + ": " + reason(ENOTDIR);
+  if (::stat(path.c_str(), &st) == 0) {
+    if (S_ISDIR(st.st_mode)) return {};
+    return refusal(path + ": " + reason(ENOTDIR));
+  }
   const std::string parent = directoryOf(path);
   if (parent != path && parent != "." && parent != "/") {
-    if (std::string e = makeDirectories(parent, made); !e.empty()) return e;
+    if (Result<void> parents = makeDirectories(parent, made); !parents) return parents;
   }
   if (::mkdir(path.c_str(), 0777) != 0) {
     if (errno == EEXIST && ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return {};
-    return path + ": " + reason(errno);
+    return ioError(path + ": " + reason(errno));
   }
   if (made) made->push_back(path);
   return {};
@@ -831,7 +837,7 @@ bool removeOwnFile(const std::string& path) {
 
 WorkDirectory::~WorkDirectory() { remove(); }
 
-std::string WorkDirectory::create(const std::string& parent, const std::string& prefix) {
+Result<void> WorkDirectory::create(const std::string& parent, const std::string& prefix) {
   remove();
   std::string base = parent;
   if (base.empty()) {
@@ -840,13 +846,13 @@ std::string WorkDirectory::create(const std::string& parent, const std::string& 
     if (ec) base = "/tmp";
   }
   const int parentFd = ::open(base.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (parentFd < 0) return base + ": " + reason(errno);
+  if (parentFd < 0) return ioError(base + ": " + reason(errno));
   std::string name;
   int markerFd = -1;
   const int fd = makeMarkedFolder(parentFd, prefix, 0700, name, markerFd);
   const int e = errno;
   ::close(parentFd);
-  if (fd < 0) return base + ": " + reason(e);
+  if (fd < 0) return ioError(base + ": " + reason(e));
   ::close(fd);
   lockFd_ = markerFd;
   path_ = base + "/" + name;
@@ -879,22 +885,21 @@ RunLock::~RunLock() {
   if (fd_ >= 0) ::close(fd_);
 }
 
-std::string RunLock::acquire(const std::string& directory, bool wait, bool& busy) {
-  busy = false;
+Result<void> RunLock::acquire(const std::string& directory, bool wait) {
   const std::string path = directory + "/.ztexport-batch.lock";
   const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0666 & ~processUmask());
-  if (fd < 0) return path + ": " + reason(errno);
+  if (fd < 0) return ioError(path + ": " + reason(errno));
   if (flockRetrying(fd, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK || !wait) {
       const int e = errno;
       ::close(fd);
-      busy = e == EWOULDBLOCK;
-      return busy ? path + ": another batch is exporting into this directory" : path + ": " + reason(e);
+      if (e == EWOULDBLOCK) return Error{ErrorKind::busy, path + ": another batch is exporting into this directory"};
+      return ioError(path + ": " + reason(e));
     }
     if (flockRetrying(fd, LOCK_EX) != 0) {
       const int e = errno;
       ::close(fd);
-      return path + ": " + reason(e);
+      return ioError(path + ": " + reason(e));
     }
   }
   if (fd_ >= 0) ::close(fd_);

@@ -21,6 +21,12 @@
 #include <string>
 #include <vector>
 
+#include "host/inhouse/result.h"
+
+// Every function here that can fail answers a Result: its error's message is
+// the system's reason or this module's ("not a regular file"), for the caller
+// to put after the file it names; nothing here prints.
+
 struct ByteRange {
   const void* data;
   std::size_t size;
@@ -39,9 +45,8 @@ struct ByteRange {
 //   or a regular file with other hard links (which a rename would cut loose from
 //   the new contents), is refused.
 //
-// Returns an empty string on success, otherwise the reason, such as
-// "Permission denied" or "not a regular file".
-std::string replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges);
+// Fails with the reason, such as "Permission denied" or "not a regular file".
+Result<void> replaceFileContents(const std::string& target, std::initializer_list<ByteRange> ranges);
 
 // The file that writing to `path` lands in: every symbolic link followed (a
 // dangling one names the file it would create). `path` itself when a link
@@ -97,26 +102,25 @@ class FileStaging {
   // Writes the ranges to a synced temporary for `target` (links followed, as
   // the user's name for an output), with the checks of replaceFileContents.
   // The same target staged again replaces the earlier staging: the last one
-  // wins. Empty on success, else the reason.
-  std::string stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
+  // wins.
+  Result<void> stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
 
   // The same for the entry `name` of `directory` itself, from bytes or from
   // what `sourceFd` reads: a link of that name is replaced by the file at
   // commit, never written through.
-  std::string stageReplacementIn(const OutputDirectory& directory, const std::string& name,
-                                 std::initializer_list<ByteRange> ranges);
-  std::string stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd);
+  Result<void> stageReplacementIn(const OutputDirectory& directory, const std::string& name,
+                                  std::initializer_list<ByteRange> ranges);
+  Result<void> stageReplacementIn(const OutputDirectory& directory, const std::string& name, int sourceFd);
 
   // Stages a new file `name` in `directory` with what `sourceFd` reads: it is
   // put in place at commit unless something of that name is there by then
-  // (which is left as it is). Empty on success, else the reason.
-  std::string stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd);
+  // (which is left as it is).
+  Result<void> stageNewFile(const OutputDirectory& directory, const std::string& name, int sourceFd);
 
   // The run's staging folder inside `directory`, made on first use: a file
   // written into it becomes `directory`/its name at commit, unless a file of
-  // that name exists by then (which is left as it is). Empty, with the reason
-  // in `error`, when it cannot be made.
-  std::string newFilesDirectory(const std::string& directory, std::string& error);
+  // that name exists by then (which is left as it is). Answers its path.
+  Result<std::string> newFilesDirectory(const std::string& directory);
 
   // Puts everything staged in place: the new files first (a texture is there
   // before the scene file that names it), then the replacement for `first`
@@ -126,8 +130,8 @@ class FileStaging {
   // one run's files, never some of each. Refused when any file of the run
   // could not be staged. On failure the replacements not yet renamed and the
   // new files of this commit are removed, and the reason is returned (the
-  // file it concerns in failedFile()); on success the result is empty.
-  std::string commit(const std::string& first = {});
+  // file it concerns in failedFile()).
+  Result<void> commit(const std::string& first = {});
 
   // The file whose staging or commit failed first; empty when none did.
   const std::string& failedFile() const { return failedFile_; }
@@ -159,15 +163,16 @@ class FileStaging {
     int stagingFd = -1;
     int markerFd = -1;  // its marker, open and flocked while it exists
   };
-  std::string stage(const OutputDirectory& directory, const std::string& name, std::initializer_list<ByteRange> ranges,
-                    int sourceFd, bool keepExisting);
-  const NewFilesDir* newFilesIn(const OutputDirectory& directory, std::string& error);
-  std::string failed(const std::string& path, const std::string& why);
+  Result<void> stage(const OutputDirectory& directory, const std::string& name,
+                     std::initializer_list<ByteRange> ranges, int sourceFd, bool keepExisting);
+  const NewFilesDir* newFilesIn(const OutputDirectory& directory, Error& error);
+  // Records the run's first failure (commit refuses after it) and answers it.
+  Error failed(const std::string& path, Error why);
 
   std::vector<Replacement> replacements_;
   std::vector<NewFilesDir> newFileDirs_;
   std::vector<std::string> createdDirectories_;
-  std::string failure_;
+  Error failure_;  // an empty message: none yet
   std::string failedFile_;
 };
 
@@ -203,9 +208,9 @@ bool fileIdentity(const std::string& path, FileIdentity& identity);
 class RunInputs {
  public:
   void add(const std::string& path, const std::string& what);
-  // "PATH: WHAT would overwrite INPUT_WHAT", where `what` describes the
-  // output ("--depfile"); empty when `output` is none of the inputs.
-  std::string clash(const std::string& output, const std::string& what) const;
+  // Refuses `output` when it is one of the inputs, with "PATH: WHAT would
+  // overwrite INPUT_WHAT", where `what` describes the output ("--depfile").
+  Result<void> clash(const std::string& output, const std::string& what) const;
 
  private:
   struct Input {
@@ -232,8 +237,7 @@ class OutputDirectory {
   ~OutputDirectory();
 
   // Opens the directory `path` names (links followed: the user named it).
-  // Empty on success, else the reason.
-  std::string open(const std::string& path);
+  Result<void> open(const std::string& path);
   bool isOpen() const { return fd_ >= 0; }
   int fd() const { return fd_; }
   const std::string& path() const { return path_; }
@@ -242,8 +246,8 @@ class OutputDirectory {
   // missing folders when `create` (their paths appended to `made`, outermost
   // first). Refused, with the reason, when ".." or a link would take it
   // outside this directory, or a component is not a folder.
-  std::string openBeneath(const std::string& relative, bool create, OutputDirectory& into,
-                          std::vector<std::string>* made = nullptr) const;
+  Result<void> openBeneath(const std::string& relative, bool create, OutputDirectory& into,
+                           std::vector<std::string>* made = nullptr) const;
 
  private:
   int fd_ = -1;
@@ -257,17 +261,17 @@ class OutputDirectory {
 // the disk (stamps, dependency files, manifests only save work). A new file
 // gets the mode every output gets (0666 under the umask), a replaced one
 // keeps its own; a target that is not a regular file, or one with other hard
-// links, is refused. Empty on success, else the reason.
+// links, is refused.
 //
 // `followLinks`: a name the user gave (a dependency file) is a link followed
 // to the file it names, as every output of theirs; a name this program
 // chooses inside its output folder (a stamp, the manifest) is not: a link of
 // that name is replaced by the file, never written through.
-std::string writeSmallFile(const std::string& path, const std::string& text, bool followLinks = true);
+Result<void> writeSmallFile(const std::string& path, const std::string& text, bool followLinks = true);
 
 // Makes the folder `path` and its missing parents; those made are appended
-// to `made`, outermost first. Empty on success, else "FOLDER: reason".
-std::string makeDirectories(const std::string& path, std::vector<std::string>* made = nullptr);
+// to `made`, outermost first. Fails with "FOLDER: reason".
+Result<void> makeDirectories(const std::string& path, std::vector<std::string>* made = nullptr);
 
 // Removes `path` when it is an empty folder; nothing otherwise.
 void removeEmptyDirectory(const std::string& path);
@@ -288,9 +292,9 @@ class WorkDirectory {
   WorkDirectory(const WorkDirectory&) = delete;
   WorkDirectory& operator=(const WorkDirectory&) = delete;
   ~WorkDirectory();
-  // Empty on success, else the reason. An empty `parent` is the system's
-  // temporary directory.
-  std::string create(const std::string& parent, const std::string& prefix);
+  // An empty `parent` is the system's temporary directory. Fails with
+  // "PARENT: reason".
+  Result<void> create(const std::string& parent, const std::string& prefix);
   const std::string& path() const { return path_; }
   // Removes it now (the destructor's work).
   void remove();
@@ -315,9 +319,9 @@ class RunLock {
   RunLock& operator=(const RunLock&) = delete;
   ~RunLock();
   // Takes the lock of `directory`, waiting for the run that holds it when
-  // `wait`. Empty on success; otherwise the reason, and `busy` tells whether
-  // another run holds it.
-  std::string acquire(const std::string& directory, bool wait, bool& busy);
+  // `wait`. Fails with ErrorKind::busy when another run holds it and `wait`
+  // is not set.
+  Result<void> acquire(const std::string& directory, bool wait);
 
  private:
   int fd_ = -1;

@@ -15,6 +15,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   SceneExporter exporter;
   exporter.host = host.get();
   applyDialogOptions(exporter, record);
-  record.saveOptions();
+  (void)record.saveOptions();
   return 0;
 }

@@ -23,5 +23,5 @@ std::string vertexDataFileName(const SceneExporter& exporter) {
 bool saveVertexDataFile(SceneExporter& exporter, const VertexDataRecord& record) {
   T_MemoryFile file(8192);
   file << record;
-  return file.stage(vertexDataFileName(exporter).c_str(), exporter.staging) != 0;
+  return file.stage(vertexDataFileName(exporter).c_str(), exporter.staging).ok();
 }

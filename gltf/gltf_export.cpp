@@ -129,8 +129,8 @@ std::vector<std::uint8_t> glbBytes(const tinygltf::Model& model) {
 }
 
 void writeFileWhole(const std::string& path, const std::vector<std::uint8_t>& bytes) {
-  if (const std::string why = replaceFileContents(path, {ByteRange{bytes.data(), bytes.size()}}); !why.empty())
-    throw UnwritableFile(path + ": cannot write the file: " + why);
+  if (const Result<void> written = replaceFileContents(path, {ByteRange{bytes.data(), bytes.size()}}); !written)
+    throw UnwritableFile(path + ": cannot write the file: " + written.error().message);
 }
 
 }  // namespace zt2dump

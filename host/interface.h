@@ -41,6 +41,11 @@ class Interface {
   // The export's messages at its end ("Export Info"), for the host to show
   // or record; the exporter opens its own window as well when it prompted.
   virtual void ShowExportInfo(const std::string& text) = 0;
+  // A file of the export (the scene file, its .skd, ZTExport.cfg) that could
+  // not be saved, with the system's reason, told as it happens: the message
+  // box that may follow names the scene file only, and a failed save of the
+  // options ends no export. A host without a place for it drops it.
+  virtual void FileNotSaved(const std::string& /*file*/, const std::string& /*reason*/) {}
 
   // The host's bitmap manager (the SDK's global TheManager), through which
   // texture images are examined and loaded.

@@ -102,9 +102,9 @@ CopyOutcome stageCopy(FileStaging& staging, const std::string& source, const Out
       why = std::strerror(errno);
       return CopyOutcome::Failed;
     }
-    why = staging.stageReplacementIn(dir, name, in.fd());
+    why = staging.stageReplacementIn(dir, name, in.fd()).message();
   } else {
-    why = staging.stageNewFile(dir, name, in.fd());
+    why = staging.stageNewFile(dir, name, in.fd()).message();
   }
   return why.empty() ? CopyOutcome::Staged : CopyOutcome::Failed;
 }
@@ -124,17 +124,17 @@ std::string openCopyDirectory(SceneExporter& exporter) {
     if (::stat(dir.empty() ? "." : dir.c_str(), &st) != 0) {
       OutputDirectory parent;
       const std::size_t slash = dir.find_last_of('/');
-      error = parent.open(slash == std::string::npos ? "." : dir.substr(0, slash + (slash == 0 ? 1 : 0)));
+      error = parent.open(slash == std::string::npos ? "." : dir.substr(0, slash + (slash == 0 ? 1 : 0))).message();
       if (error.empty())
         error = parent.openBeneath(dir.substr(slash == std::string::npos ? 0 : slash + 1), true,
-                                   exporter.textureDirectory, &made);
+                                   exporter.textureDirectory, &made).message();
       if (error.empty()) made = {dir};
     } else {
-      error = exporter.textureDirectory.open(dir);
+      error = exporter.textureDirectory.open(dir).message();
     }
   } else {
     OutputDirectory output, parent;
-    error = output.open(exporter.writtenPath.empty() ? "." : exporter.writtenPath);
+    error = output.open(exporter.writtenPath.empty() ? "." : exporter.writtenPath).message();
     // The path is joined to the exported file's folder whatever it starts with,
     // as the exporter's rules join them: "/maps" is OUT/maps.
     std::string parentPart = copyPart.substr(std::min(copyPart.find_first_not_of('/'), copyPart.size())), last;
@@ -142,8 +142,8 @@ std::string openCopyDirectory(SceneExporter& exporter) {
     const std::size_t slash = parentPart.find_last_of('/');
     last = slash == std::string::npos ? parentPart : parentPart.substr(slash + 1);
     parentPart = slash == std::string::npos ? std::string() : parentPart.substr(0, slash);
-    if (error.empty()) error = output.openBeneath(parentPart, false, parent);
-    if (error.empty()) error = parent.openBeneath(last, true, exporter.textureDirectory, &made);
+    if (error.empty()) error = output.openBeneath(parentPart, false, parent).message();
+    if (error.empty()) error = parent.openBeneath(last, true, exporter.textureDirectory, &made).message();
     if (!made.empty()) made = {dir};
   }
   for (const std::string& folder : made) {

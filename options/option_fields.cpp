@@ -198,56 +198,41 @@ bool spinnerRange(const std::string& name, const FrameLimits& frames, SpinnerRan
   return true;
 }
 
-bool parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames, OptionEdit& out,
-                     std::string& error) {
+Result<OptionEdit> parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames) {
   const std::string prefix = "--set " + name + "=" + value + ": ";
+  auto refuse = [&prefix](const std::string& why) { return Error{ErrorKind::badRequest, prefix + why}; };
   const Field* field = findField(name);
-  if (!field) {
-    error = prefix + "unknown option field '" + name + "' (did you mean '" + closestName(name) + "'?)";
-    return false;
-  }
-  out = OptionEdit{};
+  if (!field) return refuse("unknown option field '" + name + "' (did you mean '" + closestName(name) + "'?)");
+  OptionEdit out;
   out.field = static_cast<std::size_t>(field - fields().data());
 
   switch (field->kind) {
     case Kind::Flag:
-      if (!parseFlag(value, out.intValue)) {
-        error = prefix + name + " takes 0, 1, true or false";
-        return false;
-      }
+      if (!parseFlag(value, out.intValue))
+        return refuse(name + " takes 0, 1, true or false");
       break;
     case Kind::Interpolation:
-      if (!parseInterpolation(value, out.intValue)) {
-        error = prefix + name + " takes 0, 1, 2, none, normalized or orthonormalized";
-        return false;
-      }
+      if (!parseInterpolation(value, out.intValue))
+        return refuse(name + " takes 0, 1, 2, none, normalized or orthonormalized");
       break;
     case Kind::Float:
-      if (!parseFiniteFloat(value, out.floatValue)) {
-        error = prefix + name + " must be a number";
-        return false;
-      }
-      if (out.floatValue < kFloatSpinnerMin || out.floatValue > kFloatSpinnerMax) {
-        error = prefix + name + " must be between " + formatFloat(kFloatSpinnerMin) + " and " +
-                formatFloat(kFloatSpinnerMax);
-        return false;
-      }
+      if (!parseFiniteFloat(value, out.floatValue))
+        return refuse(name + " must be a number");
+      if (out.floatValue < kFloatSpinnerMin || out.floatValue > kFloatSpinnerMax)
+        return refuse(name + " must be between " + formatFloat(kFloatSpinnerMin) + " and " +
+                      formatFloat(kFloatSpinnerMax));
       break;
     case Kind::SampleRate:
     case Kind::Frame: {
       std::int32_t v = 0;
-      if (!parseInt32(value, v)) {
-        error = prefix + name + " must be an integer";
-        return false;
-      }
+      if (!parseInt32(value, v))
+        return refuse(name + " must be an integer");
       const bool isRate = field->kind == Kind::SampleRate;
       const int lo = isRate ? kSampleRateMin : frames.min;
       const int hi = isRate ? kSampleRateMax : frames.max;
-      if (v < lo || v > hi) {
-        error = prefix + name + " must be between " + std::to_string(lo) + " and " + std::to_string(hi) +
-                (isRate ? "" : " (the scene's frame range)");
-        return false;
-      }
+      if (v < lo || v > hi)
+        return refuse(name + " must be between " + std::to_string(lo) + " and " + std::to_string(hi) +
+                      (isRate ? "" : " (the scene's frame range)"));
       out.intValue = v;
       break;
     }
@@ -255,8 +240,7 @@ bool parseOptionEdit(const std::string& name, const std::string& value, const Fr
       out.textValue = value;
       break;
   }
-  error.clear();
-  return true;
+  return out;
 }
 
 void applyOptionEdit(OptionsDialog& record, const OptionEdit& edit) {
@@ -274,9 +258,13 @@ void applyOptionEdit(OptionsDialog& record, const OptionEdit& edit) {
 
 bool setOptionField(OptionsDialog& record, const std::string& name, const std::string& value, std::string& error,
                     const FrameLimits& frames) {
-  OptionEdit edit;
-  if (!parseOptionEdit(name, value, frames, edit, error)) return false;
-  applyOptionEdit(record, edit);
+  const Result<OptionEdit> edit = parseOptionEdit(name, value, frames);
+  if (!edit) {
+    error = edit.error().message;
+    return false;
+  }
+  error.clear();
+  applyOptionEdit(record, edit.value());
   return true;
 }
 

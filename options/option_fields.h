@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "host/inhouse/result.h"
+
 class OptionsDialog;
 
 // The range the three frame fields may take: the record's start and end frame
@@ -41,10 +43,9 @@ struct OptionEdit {
 };
 
 // Checks `value` for field `name` against the field's kind and limits, the
-// frames against `frames`. On failure returns false and puts one line into
-// `error` (the same lines as setOptionField).
-bool parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames, OptionEdit& out,
-                     std::string& error);
+// frames against `frames`. Refused with one line (the same lines as
+// setOptionField).
+Result<OptionEdit> parseOptionEdit(const std::string& name, const std::string& value, const FrameLimits& frames);
 // Applies a checked edit, then the spinner rules below; cannot fail.
 void applyOptionEdit(OptionsDialog& record, const OptionEdit& edit);
 

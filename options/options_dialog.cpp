@@ -30,9 +30,9 @@ OptionsDialog::OptionsDialog(const std::string& configDir, int hostFrameRate)
 
 OptionsDialog::~OptionsDialog() {
   if (!saveOnClose) return;
-  // A destructor must not throw; a failed save of the options is not reported.
+  // A destructor must not throw, and has nobody to tell of a failed save.
   try {
-    saveOptions();
+    (void)saveOptions();
   } catch (...) {
   }
 }
@@ -93,7 +93,7 @@ bool OptionsDialog::loadOptions() {
   }
 }
 
-void OptionsDialog::saveOptions() {
+Result<void> OptionsDialog::saveOptions() {
   T_MemoryFile file(8192);
   file << kOptionsFileVersion << exportGeometry << exportAnimation << exportCameras << exportEnvironment
        << exportHelpers << exportLights << exportMaterials << dumpInfo << copyTextures << kRetiredFlag << loop
@@ -111,5 +111,5 @@ void OptionsDialog::saveOptions() {
        << maintainMatrixScaling << saveReferencesOnce << decreaseEndFrameByOne << useGlobalAnimationRange
        << exportSkinning;
 
-  file.save(configFilePath.c_str());
+  return file.save(configFilePath.c_str());
 }

@@ -8,6 +8,7 @@
 
 #include "format/chunk_kinds.h"
 #include "options/option_limits.h"
+#include "host/inhouse/result.h"
 #include "host/max_types.h"
 
 inline constexpr const char* kOptionsFileName = "ZTExport.cfg";
@@ -20,7 +21,8 @@ class OptionsDialog {
   // Sets the defaults, builds the file path from `configDir`, loads the file,
   // then sets sampleRate and sceneFrameRate to `hostFrameRate`.
   OptionsDialog(const std::string& configDir, int hostFrameRate);
-  // Saves the file when saveOnClose is set.
+  // Saves the file when saveOnClose is set, telling nobody of a failure: a
+  // caller that can tell the user saves first and clears saveOnClose.
   ~OptionsDialog();
   OptionsDialog(const OptionsDialog&) = delete;
   OptionsDialog& operator=(const OptionsDialog&) = delete;
@@ -34,8 +36,9 @@ class OptionsDialog {
   bool loadOptions();
   // Writes the whole file (version 10). The texture path history is updated
   // first: the first entry equal to texturePath is removed and texturePath is
-  // put at the front. A failed save is not reported.
-  void saveOptions();
+  // put at the front. A failure carries the system's reason; the caller
+  // tells it with configFilePath.
+  Result<void> saveOptions();
 
   int exportGeometry = 1;
   int exportSkinning = 1;

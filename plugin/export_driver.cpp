@@ -6,6 +6,7 @@
 #include "animation/animation_pass.h"
 #include "format/output_files.h"
 #include "host/inode.h"
+#include "host/interface.h"
 #include "materials/material_export.h"
 #include "options/apply_options.h"
 #include "options/options_dialog.h"
@@ -18,17 +19,31 @@
 namespace {
 constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport cancelled.";
 constexpr const char* kNotCopiedFormat = "INFO: Texture \"%s\" not copied to \"%s\": the export was canceled.";
+
+// Saves ZTExport.cfg when the dialog closed with OK, then lets the record go.
+// A failed save ends no export; the host hears which file and why.
+void closeOptionsDialog(std::unique_ptr<OptionsDialog>& dialog, Interface& host) {
+  if (dialog && dialog->saveOnClose) {
+    dialog->saveOnClose = false;
+    if (const Result<void> saved = dialog->saveOptions(); !saved)
+      host.FileNotSaved(dialog->configFilePath, saved.error().message);
+  }
+  dialog.reset();
+}
 }  // namespace
 
 bool SceneExporter::saveSceneFile(const char* name) {
-  sceneFile.stage(name, staging);
+  // A failed staging is kept by the staging, whose commit then fails with it.
+  (void)sceneFile.stage(name, staging);
   // One commit for the scene file, its .skd and the texture copies: when any
   // of them could not be staged (a .skd whose save the exporter's rules do not
   // report, say), none is put in place. The lock of the commit keeps the files
   // of one run together.
-  const std::string failure = staging.commit(name);
-  if (failure.empty()) return true;
-  std::fprintf(stderr, "%s: cannot save: %s\n", staging.failedFile().c_str(), failure.c_str());
+  const Result<void> committed = staging.commit(name);
+  if (committed) return true;
+  // The message box that follows names the scene file alone; the host hears
+  // which file failed and why.
+  host->FileNotSaved(staging.failedFile(), committed.error().message);
   staging.discard();
   return false;
 }
@@ -136,7 +151,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
         host->MessageBox(text, "ZT Exporter");
         host->ProgressEnd();
         host->SetFrameRate(savedFrameRate);
-        dialog.reset();  // writes ZTExport.cfg when the dialog closed with OK
+        closeOptionsDialog(dialog, *host);
         return 0;
       }
     }
@@ -153,7 +168,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     skinBoneNames.clear();
     host->ProgressEnd();
     if (hasError() || options.dumpInfo) showExportInfo();
-    dialog.reset();
+    closeOptionsDialog(dialog, *host);
     return 1;
   } catch (...) {
     staging.discard();

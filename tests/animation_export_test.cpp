@@ -154,7 +154,7 @@ TEST(AnimationPass, ADamagedOptionsFileStillGivesPlainKeys) {
     stored.loop = 0;
     stored.exportSkinning = 0;
     stored.exportMaterials = 0;
-    stored.saveOptions();
+    ASSERT_TRUE(stored.saveOptions().ok());
   }
   const auto run = ztx_test::exportSceneIn(dir, scene(helper("H", moving(0, 0, 10, 10))));
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;

@@ -53,7 +53,7 @@ json writtenAndDumped(const Record& record) {
   ztx_test::TempDir dir;
   T_MemoryFile f;
   f << record;
-  EXPECT_NE(f.save(dir.file("a.zt2").c_str()), 0);
+  EXPECT_TRUE(f.save(dir.file("a.zt2").c_str()).ok());
   return ztx_test::dumpJson(dir.file("a.zt2"))["chunks"][0];
 }
 
@@ -205,7 +205,7 @@ std::string writeScene(const ztx_test::TempDir& dir, const OmniChunk& c) {
   f << 0u;
   f.closeChunk();
   const std::string path = dir.file("light.zt2");
-  EXPECT_NE(f.save(path.c_str()), 0);
+  EXPECT_TRUE(f.save(path.c_str()).ok());
   return path;
 }
 

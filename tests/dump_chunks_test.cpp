@@ -137,7 +137,7 @@ json dumpJson(const std::string& path) {
 TEST(DumpChunks, EveryChunkKindByFieldName) {
   ztx_test::TempDir dir;
   const std::string path = dir.file("scene.zt2");
-  ASSERT_NE(everyKind().save(path.c_str()), 0);
+  ASSERT_TRUE(everyKind().save(path.c_str()).ok());
   const json doc = dumpJson(path);
   EXPECT_EQ(doc["file"], path);
   EXPECT_EQ(doc["kind"], "scene");
@@ -231,7 +231,7 @@ TEST(DumpChunks, VertexDataFieldsByName) {
   f.closeChunk();
   // Named .bin: the content, not the extension, makes it a per-vertex file.
   const std::string path = dir.file("body.bin");
-  ASSERT_NE(f.save(path.c_str()), 0);
+  ASSERT_TRUE(f.save(path.c_str()).ok());
   const json doc = dumpJson(path);
   EXPECT_EQ(doc["kind"], "vertexData");
   EXPECT_EQ(doc["chunks"][0]["name"], "VertexDataChunk");

@@ -41,7 +41,7 @@ void writeCamera(T_MemoryFile& f, Values values) {
 
 Bytes bytesOf(const T_MemoryFile& f) {
   ztx_test::TempDir dir;
-  EXPECT_NE(f.save(dir.file("f").c_str()), 0);
+  EXPECT_TRUE(f.save(dir.file("f").c_str()).ok());
   return ztx_test::readBytes(dir.file("f"));
 }
 

@@ -35,7 +35,7 @@ std::string optionsFile(const ztx_test::TempDir& dir, const OptionsValues& v) {
   for (int since = 5; since <= 10; ++since)
     if (v.version >= since) f << since % 2;
   const std::string path = dir.file("v" + std::to_string(v.version) + ".cfg");
-  EXPECT_NE(f.save(path.c_str()), 0);
+  EXPECT_TRUE(f.save(path.c_str()).ok());
   return path;
 }
 

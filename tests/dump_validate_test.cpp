@@ -117,14 +117,14 @@ class Validate : public ::testing::Test {
     for (unsigned sample : s.keySamples) f << sample << M_Matrix4x3Template<float>();
     f << 1u << 0u << 1.0f << 0u << 1 << true;
     f.closeChunk();
-    EXPECT_NE(f.save(dir.file("scene.zt2").c_str()), 0);
+    EXPECT_TRUE(f.save(dir.file("scene.zt2").c_str()).ok());
     const Skin& k = s.skin;
     T_MemoryFile g;
     g.createChunk(0x10014, 1);
     g << k.nodeNames << k.boneNames << k.influenceStart << k.influenceCount << k.influenceBone << k.influenceWeight
       << k.groupVertexCount << k.groupVertexStart;
     g.closeChunk();
-    EXPECT_NE(g.save(dir.file("scene.skd").c_str()), 0);
+    EXPECT_TRUE(g.save(dir.file("scene.skd").c_str()).ok());
   }
 
   // Exit 1, nothing on stdout, and one line on stderr holding the parts of

@@ -118,7 +118,7 @@ struct Scene {
   }
   // The .skd staged last, put in place as saving the scene file would.
   ztexport::SkinData skd() {
-    EXPECT_EQ(exporter.staging.commit(), "");
+    EXPECT_TRUE(exporter.staging.commit().ok());
     return ztexport::readSkin(dir.file("scene.skd"));
   }
   const std::vector<std::string>& log() const { return exporter.infoLog.lines(); }

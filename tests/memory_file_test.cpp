@@ -14,7 +14,7 @@ namespace {
 std::vector<std::uint8_t> savedBytes(const T_MemoryFile& f) {
   ztx_test::TempDir dir;
   const std::string path = dir.file("out.bin");
-  EXPECT_NE(f.save(path.c_str()), 0);
+  EXPECT_TRUE(f.save(path.c_str()).ok());
   return ztx_test::readBytes(path);
 }
 

@@ -115,7 +115,7 @@ std::vector<std::string> historyAfterSave(const std::vector<std::string>& histor
     OptionsDialog record(dir.path().string(), 30);
     record.texturePathHistory = history;
     record.texturePath = current;
-    record.saveOptions();
+    EXPECT_TRUE(record.saveOptions().ok());
   }
   return Loaded(dir.file("ZTExport.cfg")).record.texturePathHistory;
 }
@@ -139,7 +139,7 @@ TEST(OptionsFile, EveryVersionReadsExactlyItsValues) {
 TEST(OptionsFile, SavedBytesMatchTheCommittedVersionTenFile) {
   Loaded l(cfgData(10));
   l.record.configFilePath = l.dir.file("ZTExport.cfg");
-  l.record.saveOptions();
+  ASSERT_TRUE(l.record.saveOptions().ok());
   EXPECT_EQ(ztx_test::readBytes(l.dir.file("ZTExport.cfg")), ztx_test::readBytes(cfgData(10)));
 }
 

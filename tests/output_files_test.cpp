@@ -69,10 +69,11 @@ TEST(FileReplace, RefusedTargetsStayAsTheyWereWithTheReason) {
     for (const auto& e : fs::directory_iterator(dir.path())) before.push_back(e.path().filename().string());
     const T_MemoryFile f = fileHolding(7);
     testing::internal::CaptureStderr();
-    EXPECT_EQ(f.save(target.c_str()), 0);
+    const Result<void> saved = f.save(target.c_str());
     const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_NE(f.saveFailure().find(c.reason), std::string::npos) << f.saveFailure();
-    EXPECT_EQ(err, target + ": cannot save: " + f.saveFailure() + "\n");
+    ASSERT_FALSE(saved.ok());
+    EXPECT_NE(saved.error().message.find(c.reason), std::string::npos) << saved.error().message;
+    EXPECT_EQ(err, "");  // the caller tells it, naming the file
     EXPECT_EQ(strayNames(dir, before), std::vector<std::string>{});
     if (std::string(c.what) == "hard link") {
       EXPECT_EQ(ztx_test::readText(target), "old");
@@ -83,13 +84,13 @@ TEST(FileReplace, RefusedTargetsStayAsTheyWereWithTheReason) {
 TEST(FileReplace, SymlinkIsWrittenThroughAndStaysALink) {
   ztx_test::TempDir dir;
   fs::create_directory(dir.file("real"));
-  ASSERT_NE(fileHolding(1).save(dir.file("real/ZTExport.cfg").c_str()), 0);
+  ASSERT_TRUE(fileHolding(1).save(dir.file("real/ZTExport.cfg").c_str()).ok());
   fs::create_symlink("real/ZTExport.cfg", dir.file("ZTExport.cfg"));
   // A dangling link is written through as well: the file it names is created.
   fs::create_symlink("real/new.cfg", dir.file("dangling.cfg"));
 
-  ASSERT_NE(fileHolding(2).save(dir.file("ZTExport.cfg").c_str()), 0);
-  ASSERT_NE(fileHolding(3).save(dir.file("dangling.cfg").c_str()), 0);
+  ASSERT_TRUE(fileHolding(2).save(dir.file("ZTExport.cfg").c_str()).ok());
+  ASSERT_TRUE(fileHolding(3).save(dir.file("dangling.cfg").c_str()).ok());
   EXPECT_TRUE(fs::is_symlink(dir.file("ZTExport.cfg")));
   EXPECT_TRUE(fs::is_symlink(dir.file("dangling.cfg")));
   EXPECT_EQ(savedValue(dir.file("real/ZTExport.cfg")), 2);
@@ -102,13 +103,13 @@ TEST(FileReplace, ModeIsKeptAndNewFilesFollowTheUmask) {
   const std::string kept = dir.file("kept.zt2");
   ztx_test::writeText(kept, "old");
   fs::permissions(kept, fs::perms(0640));
-  ASSERT_NE(fileHolding(1).save(kept.c_str()), 0);
+  ASSERT_TRUE(fileHolding(1).save(kept.c_str()).ok());
   EXPECT_EQ(fs::status(kept).permissions(), fs::perms(0640));
 
   const mode_t mask = ::umask(0);
   ::umask(mask);
   const std::string fresh = dir.file("fresh.zt2");
-  ASSERT_NE(fileHolding(1).save(fresh.c_str()), 0);
+  ASSERT_TRUE(fileHolding(1).save(fresh.c_str()).ok());
   EXPECT_EQ(static_cast<int>(fs::status(fresh).permissions()), 0666 & ~static_cast<int>(mask));
 }
 
@@ -116,12 +117,12 @@ TEST(FileReplace, UsersPartFileAndLongNamesAreFine) {
   ztx_test::TempDir dir;
   const std::string target = dir.file("scene.zt2");
   ztx_test::writeText(target + ".part", "the user's own");
-  ASSERT_NE(fileHolding(1).save(target.c_str()), 0);
+  ASSERT_TRUE(fileHolding(1).save(target.c_str()).ok());
   EXPECT_EQ(ztx_test::readText(target + ".part"), "the user's own");
 
   for (std::size_t length : {251u, 255u}) {
     const std::string name = dir.file(std::string(length - 4, 'n') + ".zt2");
-    EXPECT_NE(fileHolding(1).save(name.c_str()), 0) << length;
+    EXPECT_TRUE(fileHolding(1).save(name.c_str()).ok()) << length;
     EXPECT_EQ(savedValue(name), 1);
   }
 }
@@ -136,13 +137,13 @@ TEST(FileStaging, CommitPutsEverythingInPlaceAndDiscardLeavesNothing) {
   fs::create_directory(dir.file("maps"));
   auto stageAll = [&](FileStaging& s) {
     const std::string scene = "new scene", skin = "new skin";
-    ASSERT_EQ(s.stageReplacement(dir.file("scene.skd"), {{skin.data(), skin.size()}}), "");
-    std::string error;
-    const std::string maps = s.newFilesDirectory(dir.file("maps"), error);
-    ASSERT_FALSE(maps.empty()) << error;
+    ASSERT_TRUE(s.stageReplacement(dir.file("scene.skd"), {{skin.data(), skin.size()}}).ok());
+    const Result<std::string> made = s.newFilesDirectory(dir.file("maps"));
+    ASSERT_TRUE(made.ok()) << made.message();
+    const std::string& maps = made.value();
     ztx_test::writeText(maps + "/a.png", "ours");
     ztx_test::writeText(maps + "/b.png", "ours");
-    ASSERT_EQ(s.stageReplacement(dir.file("scene.zt2"), {{scene.data(), scene.size()}}), "");
+    ASSERT_TRUE(s.stageReplacement(dir.file("scene.zt2"), {{scene.data(), scene.size()}}).ok());
   };
   {
     FileStaging s;
@@ -158,7 +159,7 @@ TEST(FileStaging, CommitPutsEverythingInPlaceAndDiscardLeavesNothing) {
   stageAll(s);
   ztx_test::writeText(dir.file("maps/b.png"), "theirs");  // appeared after the staging
   EXPECT_EQ(ztx_test::readText(dir.file("scene.zt2")), "old scene");
-  ASSERT_EQ(s.commit(dir.file("scene.zt2")), "");
+  ASSERT_TRUE(s.commit(dir.file("scene.zt2")).ok());
   EXPECT_EQ(ztx_test::readText(dir.file("scene.zt2")), "new scene");
   EXPECT_EQ(ztx_test::readText(dir.file("scene.skd")), "new skin");
   EXPECT_EQ(ztx_test::readText(dir.file("maps/a.png")), "ours");

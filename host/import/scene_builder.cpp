@@ -177,8 +177,8 @@ SceneText toText(ImportedScene&& scene) {
 namespace {
 
 void writeSafely(const std::filesystem::path& path, const char* data, std::size_t size) {
-  if (const std::string why = replaceFileContents(path.string(), {{data, size}}); !why.empty())
-    throw std::runtime_error(path.string() + ": cannot write the file: " + why);
+  if (const Result<void> written = replaceFileContents(path.string(), {{data, size}}); !written)
+    throw std::runtime_error(path.string() + ": cannot write the file: " + written.error().message);
 }
 
 }  // namespace

@@ -56,8 +56,8 @@ std::optional<std::string> ModelTextures::find(const std::string& material, cons
 std::string writeEmbeddedTexture(const fs::path& dir, const std::string& fileName, const unsigned char* bytes,
                                  std::size_t size) {
   const fs::path path = fs::absolute(dir / fileName).lexically_normal();
-  if (const std::string why = replaceFileContents(path.string(), {{bytes, size}}); !why.empty())
-    throw std::runtime_error(path.string() + ": cannot write the embedded texture: " + why);
+  if (const Result<void> written = replaceFileContents(path.string(), {{bytes, size}}); !written)
+    throw std::runtime_error(path.string() + ": cannot write the embedded texture: " + written.error().message);
   hostmodel::noteFileWritten(path.string());
   return path.string();
 }

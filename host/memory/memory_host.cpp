@@ -28,6 +28,7 @@ MemoryHost::~MemoryHost() = default;
 
 const std::vector<ProgressCall>& MemoryHost::progressCalls() const { return impl_->progressCalls; }
 const std::vector<std::string>& MemoryHost::messageBoxes() const { return impl_->messageBoxes; }
+const std::vector<std::string>& MemoryHost::filesNotSaved() const { return impl_->filesNotSaved; }
 const std::vector<std::string>& MemoryHost::exportInfoTexts() const { return impl_->exportInfoTexts; }
 int MemoryHost::cancelQueries() const { return impl_->cancelQueries; }
 
@@ -134,5 +135,9 @@ void MemoryHost::MessageBox(const std::string& text, const std::string& caption)
 }
 
 void MemoryHost::ShowExportInfo(const std::string& text) { impl_->exportInfoTexts.push_back(text); }
+
+void MemoryHost::FileNotSaved(const std::string& file, const std::string& reason) {
+  impl_->filesNotSaved.push_back(file + ": cannot save: " + reason);
+}
 
 }  // namespace hostmodel

@@ -45,6 +45,8 @@ class MemoryHost : public Interface {
   // The texts of the message boxes (their captions are not kept).
   const std::vector<std::string>& messageBoxes() const;
   const std::vector<std::string>& exportInfoTexts() const;
+  // The files the exporter could not save, as "FILE: cannot save: REASON".
+  const std::vector<std::string>& filesNotSaved() const;
   // How often GetCancel was asked.
   int cancelQueries() const;
 
@@ -105,6 +107,7 @@ class MemoryHost : public Interface {
   Color GetBackGround(TimeValue t, Interval& valid) override;
   void MessageBox(const std::string& text, const std::string& caption) override;
   void ShowExportInfo(const std::string& text) override;
+  void FileNotSaved(const std::string& file, const std::string& reason) override;
   // Images are looked up in the scene file's directory.
   BitmapManager* GetBitmapManager() override;
   // Bitmaps loaded and not released yet.

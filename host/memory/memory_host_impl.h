@@ -45,6 +45,7 @@ struct MemoryHost::Impl {
   std::vector<ProgressCall> progressCalls;
   std::vector<std::string> messageBoxes;
   std::vector<std::string> exportInfoTexts;
+  std::vector<std::string> filesNotSaved;
   std::function<void(const ProgressCall&)> progressObserver;
   std::function<void(OptionsDialog&)> optionsEditor;
   std::function<void(const std::string&)> verboseSink;

@@ -190,7 +190,8 @@ Message = _collections.namedtuple("Message", "kind text")
 Message.__doc__ = """One message of an export.
 
     kind  'info', 'warning' or 'error' (a line of the Export Info text, by its
-          prefix), 'text' (any other line of it), 'message_box' (a message box
+          prefix; 'error' also for a file that could not be saved, as
+          "FILE: cannot save: REASON"), 'text' (any other line of it), 'message_box' (a message box
           of the exporter: the file could not be saved), 'image_problem' (the
           file behind an image the exporter asked for and why it could not be
           read), 'note' (what the host knows of an image it could not open, or

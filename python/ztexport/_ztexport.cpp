@@ -422,6 +422,7 @@ const char* messageKindName(ztdriver::MessageKind kind) {
     case ztdriver::MessageKind::textureNote: return "note";
     case ztdriver::MessageKind::note: return "note";
     case ztdriver::MessageKind::sceneWarning: return "warning";
+    case ztdriver::MessageKind::fileNotSaved: return "error";
   }
   return "text";
 }
@@ -436,7 +437,8 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
   requirePath(configDir, "config_dir");
   requirePath(module, "module");
   for (const std::string& path : texturePaths) requirePath(path, "texture_paths");
-  if (const std::string why = ztdriver::outputNameProblem(output); !why.empty()) throw py::value_error("out: " + why);
+  if (const Result<void> named = ztdriver::checkOutputName(output); !named)
+    throw py::value_error("out: " + named.error().message);
   ztdriver::ExportRequest request;
   request.scene = scene;
   request.output = output;

@@ -179,25 +179,25 @@ void bindBatch(py::module_& parent) {
         const BatchRequest r = normalized(requestOf(request));
         auto held = std::make_unique<OutputLock>();
         held->lock = std::make_unique<RunLock>();
-        bool busy = false;
-        std::string why = held->lock->acquire(r.outputDir, false, busy);
-        if (busy && r.wait) {
+        Result<void> locked = held->lock->acquire(r.outputDir, false);
+        auto busy = [&locked] { return !locked && locked.error().kind == ErrorKind::busy; };
+        if (busy() && r.wait) {
           py::module_::import("sys").attr("stderr").attr("write")(
               "ztexport.batch: " + r.outputDir + ": another batch is exporting into it; waiting for it to end\n");
           // Tried again and again rather than waited on, so that a Ctrl-C ends the wait.
-          while (busy) {
+          while (busy()) {
             {
               py::gil_scoped_release released;
               ::usleep(200000);
-              why = held->lock->acquire(r.outputDir, false, busy);
+              locked = held->lock->acquire(r.outputDir, false);
             }
             if (PyErr_CheckSignals() != 0) throw py::error_already_set();
           }
         }
-        if (busy)
+        if (busy())
           throw BatchError(r.outputDir + ": another batch is exporting into this directory; run one at a time, or " +
                            "give --wait to wait for it");
-        if (!why.empty()) throw BatchError("cannot lock the output directory: " + why);
+        if (!locked) throw BatchError("cannot lock the output directory: " + locked.error().message);
         return held;
       },
       py::arg("request"), "Takes the lock of the request's output directory (waiting when it says wait); "
@@ -205,8 +205,8 @@ void bindBatch(py::module_& parent) {
   py::class_<WorkDirectory>(m, "WorkDirectory", "A folder private to one export, with the proof that it is ours.")
       .def(py::init([](const std::string& parent) {
              auto work = std::make_unique<WorkDirectory>();
-             if (const std::string why = work->create(parent, workDirectoryPrefix()); !why.empty())
-               throw BatchError(parent + ": cannot create a work directory: " + why);
+             if (const Result<void> created = work->create(parent, workDirectoryPrefix()); !created)
+               throw BatchError(parent + ": cannot create a work directory: " + created.error().message);
              return work;
            }),
            py::arg("parent"))
@@ -215,7 +215,8 @@ void bindBatch(py::module_& parent) {
   m.def(
       "write_small_file",
       [](const std::string& path, const std::string& text) {
-        if (const std::string why = writeSmallFile(path, text); !why.empty()) throw BatchError(path + ": " + why);
+        if (const Result<void> written = writeSmallFile(path, text); !written)
+          throw BatchError(path + ": " + written.error().message);
       },
       py::arg("path"), py::arg("text"));
   m.def(

@@ -76,7 +76,7 @@ void writeMaterialsAndAnimation(const std::string& path) {
     f << 3u << 0u << 1.0f << 2u << 0.0f << 3u << 1.0f;
     f << 0u << 0 << false;
   });
-  ASSERT_EQ(f.save(path.c_str()), 1);
+  ASSERT_TRUE(f.save(path.c_str()).ok());
 }
 
 }  // namespace ztx_test

@@ -153,10 +153,8 @@ int batchCommand(int argc, char** argv) {
   for (const std::string& assignment : request.sets) {
     const auto split = ztext::splitAssignment(assignment);
     if (!split) usageError("--set " + assignment + ": expected FIELD=VALUE");
-    OptionEdit edit;
-    std::string error;
-    if (!parseOptionEdit(split->first, split->second, anyScene, edit, error))
-      usageError(error);
+    if (const Result<OptionEdit> edit = parseOptionEdit(split->first, split->second, anyScene); !edit)
+      usageError(edit.error().message);
   }
   request.progress = !quiet && !request.json && ::isatty(2);
 

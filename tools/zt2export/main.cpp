@@ -272,7 +272,7 @@ Arguments parseArguments(int argc, char** argv) {
     usageError("--texture-names " + textureNames + ": expected keep or unique");
   a.uniqueTextureNames = textureNames == "unique";
   if (!a.output.empty())
-    if (const std::string why = ztdriver::outputNameProblem(a.output, "-o "); !why.empty()) usageError(why);
+    if (const Result<void> named = ztdriver::checkOutputName(a.output, "-o "); !named) usageError(named.error().message);
   if (a.scene.empty() && !a.version && !a.about) usageError("no scene given");
   if (a.check && a.saveOptions) usageError("--check writes nothing, so it cannot go with --save-options");
   return a;
@@ -385,6 +385,7 @@ int main(int argc, char** argv) {
   };
   // --quiet keeps the errors alone: of the info text, its ERROR lines without the heading.
   const auto isError = [](const std::string& line) { return line.starts_with("ERROR"); };
+  print(MessageKind::fileNotSaved, stderr, "");
   if (!args.quiet) {
     print(MessageKind::note, stderr, "zt2export: note: ");
     print(MessageKind::sceneWarning, stderr, "");
