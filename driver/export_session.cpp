@@ -18,7 +18,7 @@
 #include "driver/exporter_module.h"
 #include "format/code_page.h"
 #include "format/output_files.h"
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/memory_host.h"

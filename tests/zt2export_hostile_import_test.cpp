@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/sanitized.h"
 #include "host/memory/memory_host.h"
 #include "host/inode.h"

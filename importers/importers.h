@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/import/scene_builder.h"
+#include "importers/scene_builder.h"
 #include "host/memory/memory_host.h"
 
 namespace hostimport {

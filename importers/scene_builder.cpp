@@ -1,4 +1,4 @@
-#include "host/import/scene_builder.h"
+#include "importers/scene_builder.h"
 
 #include <bit>
 #include <cmath>

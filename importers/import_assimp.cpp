@@ -20,9 +20,9 @@
 #include <optional>
 #include <set>
 
-#include "host/import/importers.h"
-#include "host/import/smoothing_from_normals.h"
-#include "host/import/texture_files.h"
+#include "importers/importers.h"
+#include "importers/smoothing_from_normals.h"
+#include "importers/texture_files.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/rotation_math.h"
 

@@ -19,8 +19,8 @@
 #include <memory>
 #include <set>
 
-#include "host/import/importers.h"
-#include "host/import/texture_files.h"
+#include "importers/importers.h"
+#include "importers/texture_files.h"
 #include "host/memory/file_reads.h"
 
 namespace hostimport {

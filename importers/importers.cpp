@@ -1,4 +1,4 @@
-#include "host/import/importers.h"
+#include "importers/importers.h"
 
 #include <algorithm>
 #include <cctype>
