@@ -74,6 +74,12 @@ bool isSceneDescription(const std::string& path) {
   return first != std::string::npos && head[first] == '{' && lowerExtension(path) != ".gltf";
 }
 
+void refuseDeepNesting(const std::string& model, int levels) {
+  if (levels > hostmodel::kMaxNodeDepth)
+    throw ImportError(model + ": the model's nodes nest deeper than " + std::to_string(hostmodel::kMaxNodeDepth) +
+                      " levels");
+}
+
 ImportedScene importModel(const ImportRequest& request) {
   std::error_code ec;
   if (!fs::is_regular_file(request.path, ec)) throw ImportError(request.path + ": cannot open the file");
@@ -209,7 +215,7 @@ void writeScene(int fd, const SceneText& scene, const std::string& files, const 
   limitReader(bounds);
   char status = 'S';
   try {
-    SceneText scene = toText(importModel(request));
+    SceneText scene = toText(importModel(request), request.sceneFile);
     // The reader's record of the files it read and wrote dies with it.
     writeScene(fd, scene, joinedPaths(hostmodel::filesRead()), joinedPaths(hostmodel::filesWritten()));
   } catch (const std::exception& e) {

@@ -21,6 +21,11 @@ class ImportError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Refuses `model` when its nodes nest `levels` deep (top nodes are level 1)
+// and the scene loader would refuse the scene made of it: the front ends ask
+// before they build anything of the tree, or walk it recursively.
+void refuseDeepNesting(const std::string& model, int levels);
+
 struct ImportRequest {
   std::string path;         // the model
   std::string bufferName;   // the name the document gives its buffer
