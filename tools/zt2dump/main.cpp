@@ -13,6 +13,7 @@
 #include "format/output_files.h"
 #include "gltf/gltf_export.h"
 #include "dump/json_printer.h"
+#include "host/inhouse/exit_codes.h"
 #include "dump/reader_tree.h"
 #include "dump/text_printer.h"
 #include "dump/validate.h"
@@ -21,9 +22,7 @@
 
 namespace {
 
-constexpr int kExitOk = 0;
-constexpr int kExitBadContent = 1;
-constexpr int kExitUsage = 2;
+using ztexit::kOk, ztexit::kProblems, ztexit::kFailure;
 
 const char* const kUsage =
     "usage: zt2dump FILE [--json] [--validate] [--full] [--gltf OUT.glb]\n"
@@ -122,15 +121,15 @@ int main(int argc, char** argv) {
   std::string error;
   if (!parse(argc, argv, args, error)) {
     std::cerr << "zt2dump: " << error << "\n" << kUsage;
-    return kExitUsage;
+    return kFailure;
   }
   if (args.help) {
     std::cout << kUsage;
-    return kExitOk;
+    return kOk;
   }
   if (args.version) {
     std::printf("zt2dump %s\n", ztexport::kVersion);
-    return kExitOk;
+    return kOk;
   }
   if (args.diff) {
     try {
@@ -139,11 +138,11 @@ int main(int argc, char** argv) {
       const ztexport::Diff diff = ztexport::diffFiles(args.file, args.other, options);
       std::cout << (args.json ? ztexport::diffJson(diff) : ztexport::diffText(diff));
       std::cout.flush();
-      return diff.equal() ? kExitOk : kExitBadContent;
+      return diff.equal() ? kOk : kProblems;
     } catch (const std::exception& e) {
       // Nothing to compare: a file that cannot be read or decoded.
       std::cerr << "zt2dump: " << e.what() << "\n";
-      return kExitUsage;
+      return kFailure;
     }
   }
   try {
@@ -151,13 +150,13 @@ int main(int argc, char** argv) {
       const std::string skd = std::filesystem::path(args.file).replace_extension(".skd").string();
       if (const std::string input = overwrittenInput(args.gltf, {args.file, skd}); !input.empty()) {
         std::cerr << "zt2dump: " << args.gltf << ": the output would overwrite " << input << ", which it is made from\n";
-        return kExitUsage;
+        return kFailure;
       }
       std::vector<std::string> warnings;
       const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(args.file), warnings);
       for (const std::string& w : warnings) std::cerr << "zt2dump: warning: " << args.file << ": " << w << "\n";
       zt2dump::writeFileWhole(args.gltf, zt2dump::glbBytes(model));
-      return kExitOk;
+      return kOk;
     }
     zt2dump::DecodedFile file = zt2dump::loadFile(args.file);
     // Shown as text: names decoded from the host's code page.
@@ -173,16 +172,16 @@ int main(int argc, char** argv) {
       zt2dump::printText(std::cout, file, options);
     }
     std::cout.flush();
-    return kExitOk;
+    return kOk;
   } catch (const zt2dump::UnwritableFile& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return kExitUsage;
+    return kFailure;
   } catch (const zt2dump::FormatError& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return e.unreadable() ? kExitUsage : kExitBadContent;
+    return e.unreadable() ? kFailure : kProblems;
   } catch (const std::exception& e) {
     // Corrupt content and validation faults alike: one line, then out.
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return kExitBadContent;
+    return kProblems;
   }
 }

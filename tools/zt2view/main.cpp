@@ -6,11 +6,14 @@
 
 #include "format/output_files.h"
 #include "gltf/gltf_export.h"
+#include "host/inhouse/exit_codes.h"
 #include "page.h"
 #include "dump/reader_tree.h"
 #include "ztx_version.h"
 
 namespace {
+
+using ztexit::kOk, ztexit::kProblems, ztexit::kFailure;
 
 const char* const kUsage =
     "usage: zt2view FILE.zt2 [-o OUT.html]\n"
@@ -36,33 +39,33 @@ int main(int argc, char** argv) {
     const std::string a = argv[i];
     if (a == "--help" || a == "-h") {
       std::cout << kUsage;
-      return 0;
+      return kOk;
     }
     if (a == "--version") {
       std::printf("zt2view %s\n", ztexport::kVersion);
-      return 0;
+      return kOk;
     }
     if (a == "-o" && i + 1 < argc) {
       out = argv[++i];
     } else if (a.size() > 1 && a[0] == '-') {
       std::cerr << "zt2view: unknown option " << a << "\n" << kUsage;
-      return 2;
+      return kFailure;
     } else if (!file.empty()) {
       std::cerr << "zt2view: more than one file given\n" << kUsage;
-      return 2;
+      return kFailure;
     } else {
       file = a;
     }
   }
   if (file.empty()) {
     std::cerr << "zt2view: no file given\n" << kUsage;
-    return 2;
+    return kFailure;
   }
   if (out.empty()) out = std::filesystem::path(file).replace_extension(".html").string();
   const std::string skd = std::filesystem::path(file).replace_extension(".skd").string();
   if (const std::string input = overwrittenInput(out, {file, skd}); !input.empty()) {
     std::cerr << "zt2view: " << out << ": the page would overwrite " << input << ", which it is made from\n";
-    return 2;
+    return kFailure;
   }
   try {
     std::vector<std::string> warnings;
@@ -70,15 +73,15 @@ int main(int argc, char** argv) {
     for (const std::string& w : warnings) std::cerr << "zt2view: warning: " << file << ": " << w << "\n";
     const std::string page = zt2view::previewPage(std::filesystem::path(file).filename().string(), zt2dump::glbBytes(model));
     zt2dump::writeFileWhole(out, std::vector<std::uint8_t>(page.begin(), page.end()));
-    return 0;
+    return kOk;
   } catch (const zt2dump::UnwritableFile& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
-    return 2;
+    return kFailure;
   } catch (const zt2dump::FormatError& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
-    return e.unreadable() ? 2 : 1;
+    return e.unreadable() ? kFailure : kProblems;
   } catch (const std::exception& e) {
     std::cerr << "zt2view: " << e.what() << "\n";
-    return 1;
+    return kProblems;
   }
 }
