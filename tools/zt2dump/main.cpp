@@ -1,5 +1,6 @@
 // zt2dump: prints, checks and compares the files the exporter writes (scene
 // .zt2, per-vertex .skd, ZTExport.cfg).
+#include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -65,39 +66,52 @@ struct Arguments {
 };
 
 bool parse(int argc, char** argv, Arguments& args, std::string& error) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "--json") args.json = true;
-    else if (a == "--validate") args.validate = true;
-    else if (a == "--full") args.full = true;
-    else if (a == "--help" || a == "-h") args.help = true;
-    else if (a == "--version") args.version = true;
-    else if (a == "--diff") args.diff = true;
-    else if (a == "--tolerance") {
-      char* end = nullptr;
-      args.tolerance = i + 1 < argc ? std::strtod(argv[++i], &end) : -1;
-      if (end == nullptr || *end != '\0' || end == argv[i] || !(args.tolerance >= 0) || !std::isfinite(args.tolerance)) {
-        error = "--tolerance needs a number of 0 or more";
-        return false;
-      }
-    } else if (a == "--gltf") {
-      if (i + 1 >= argc) {
-        error = "--gltf needs the output file";
-        return false;
-      }
-      args.gltf = argv[++i];
-    }
-    else if (a.size() > 1 && a[0] == '-') {
-      error = "unknown option " + a;
+  CLI::App app{"", "zt2dump"};
+  // Our own help text, which the manual page and the shell completion are made from.
+  app.set_help_flag();
+  app.add_flag("-h,--help", args.help);
+  app.add_flag("--version", args.version);
+  app.add_flag("--json", args.json);
+  app.add_flag("--validate", args.validate);
+  app.add_flag("--full", args.full);
+  app.add_flag("--diff", args.diff);
+  // The last of a repeated option wins, as it always has.
+  std::string tolerance;
+  app.add_option("--tolerance", tolerance)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_option("--gltf", args.gltf)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  std::vector<std::string> files;
+  app.add_option("FILE", files);
+  // Words left over are told apart here, so that the messages name what is wrong.
+  app.allow_extras();
+  // What each option with a value expects, for the message when it is missing.
+  const std::pair<const char*, const char*> needs[] = {{"--tolerance", "--tolerance needs a number of 0 or more"},
+                                                      {"--gltf", "--gltf needs the output file"}};
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    error = e.what();
+    for (const auto& [name, message] : needs)
+      if (error.rfind(std::string(name) + ":", 0) == 0) error = message;
+    return false;
+  }
+  for (const std::string& extra : app.remaining())
+    if (extra.size() > 1 && extra[0] == '-') {
+      error = "unknown option " + extra;
       return false;
-    } else if (args.file.empty()) {
-      args.file = a;
-    } else if (args.diff && args.other.empty()) {
-      args.other = a;
-    } else {
-      error = args.diff ? "--diff takes two files" : "more than one file given";
+    }
+  if (app.count("--tolerance") > 0) {
+    char* end = nullptr;
+    args.tolerance = std::strtod(tolerance.c_str(), &end);
+    if (*end != '\0' || end == tolerance.c_str() || !(args.tolerance >= 0) || !std::isfinite(args.tolerance)) {
+      error = "--tolerance needs a number of 0 or more";
       return false;
     }
+  }
+  if (!files.empty()) args.file = files[0];
+  if (files.size() > 1) args.other = files[1];
+  if (files.size() > (args.diff ? 2u : 1u)) {
+    error = args.diff ? "--diff takes two files" : "more than one file given";
+    return false;
   }
   if (args.file.empty() && !args.help && !args.version) {
     error = "no file given";
