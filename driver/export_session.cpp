@@ -121,7 +121,7 @@ std::string defaultOutput(const std::string& scene) {
 std::string outputNameProblem(const std::string& output, const std::string& naming) {
   // The exporter writes ZT2 bytes whatever the name says; a model's extension
   // on them would fool every program that opens the file.
-  if (ztext::asciiLower(fs::path(output).extension().string()) == ".zt2") return {};
+  if (ztext::lowerExtension(output) == ".zt2") return {};
   return naming + output + ": the output is a ZT2 scene file and its name must end in .zt2 (as in " + naming +
          fs::path(output).replace_extension(".zt2").string() + ")";
 }

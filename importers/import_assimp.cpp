@@ -10,7 +10,6 @@
 #include <assimp/scene.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -23,6 +22,7 @@
 #include "importers/importers.h"
 #include "importers/smoothing_from_normals.h"
 #include "importers/texture_files.h"
+#include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/rotation_math.h"
 
@@ -740,8 +740,7 @@ std::string plainReason(const std::string& library) {
       {"validation failed", "the model is inconsistent"},
   };
   std::string words = "the import library cannot read the model";
-  std::string lowered = library;
-  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const std::string lowered = ztext::asciiLower(library);
   for (const auto& [marker, plain] : kinds)
     if (lowered.find(marker) != std::string::npos) {
       words = plain;
