@@ -26,6 +26,7 @@
 #include "batch/batch_internal.h"
 #include "driver/depfile.h"
 #include "format/output_files.h"
+#include "host/inhouse/exit_codes.h"
 #include "host/inhouse/text.h"
 
 extern char** environ;
@@ -200,7 +201,7 @@ std::string exporterVersion(const BatchRequest& request) {
   int status = 0;
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
-  if (!WIFEXITED(status) || WEXITSTATUS(status) != 0 || text.empty())
+  if (!WIFEXITED(status) || WEXITSTATUS(status) != ztexit::kOk || text.empty())
     throw BatchError(r.exporter + ": the exporter cannot be used (" + r.exporter + " --version failed)");
   while (!text.empty() && text.back() == '\n') text.pop_back();
   return text;
@@ -369,9 +370,9 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
     result.status = Status::Failed;
     result.messages.push_back(std::string("the export ended with signal ") + std::to_string(WTERMSIG(waitStatus)) +
                               " (" + strsignal(WTERMSIG(waitStatus)) + ")");
-  } else if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 1) {
+  } else if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == ztexit::kProblems) {
     result.status = Status::Cancelled;
-  } else if (!WIFEXITED(waitStatus) || WEXITSTATUS(waitStatus) != 0) {
+  } else if (!WIFEXITED(waitStatus) || WEXITSTATUS(waitStatus) != ztexit::kOk) {
     result.status = Status::Failed;
   } else {
     result.status = Status::Exported;

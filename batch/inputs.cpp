@@ -9,7 +9,7 @@
 
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/text.h"
 
 namespace ztbatch {

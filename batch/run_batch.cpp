@@ -23,6 +23,7 @@
 #include "batch/batch.h"
 #include "batch/batch_internal.h"
 #include "format/output_files.h"
+#include "host/inhouse/exit_codes.h"
 #include "ztx_version.h"
 
 namespace ztbatch {
@@ -42,10 +43,10 @@ const char* statusName(Status status) {
 }
 
 int exitStatusOf(const BatchResult& result) {
-  if (result.interrupted) return 128 + result.signal;
+  if (result.interrupted) return ztexit::kSignalBase + result.signal;
   for (const FileResult& file : result.files)
-    if (file.status != Status::Exported && file.status != Status::UpToDate) return 1;
-  return 0;
+    if (file.status != Status::Exported && file.status != Status::UpToDate) return ztexit::kProblems;
+  return ztexit::kOk;
 }
 
 std::string manifestText(const BatchRequest& request, const std::string& version, const BatchResult& result) {

@@ -28,7 +28,7 @@ set(ZTX_LAYER_FOLDERS
   "host/inhouse:base" "format:format" "host:host"
   "options:exporter" "geometry:exporter" "animation:exporter" "scene_objects:exporter"
   "materials:exporter" "prepass:exporter" "plugin:exporter"
-  "module:module" "ui:ui" "images:images" "host/memory:hostmodel" "host/import:import"
+  "module:module" "ui:ui" "images:images" "host/memory:hostmodel" "importers:import"
   "reader:reader" "ztexport:reader" "dump:dump" "gltf:gltf" "driver:driver" "batch:batch"
   "tools:tools" "python:python")
 

@@ -18,7 +18,7 @@
 #include "driver/exporter_module.h"
 #include "format/code_page.h"
 #include "format/output_files.h"
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/memory_host.h"
@@ -124,7 +124,7 @@ std::string defaultOutput(const std::string& scene) {
 Result<void> checkOutputName(const std::string& output, const std::string& naming) {
   // The exporter writes ZT2 bytes whatever the name says; a model's extension
   // on them would fool every program that opens the file.
-  if (ztext::asciiLower(fs::path(output).extension().string()) == ".zt2") return {};
+  if (ztext::lowerExtension(output) == ".zt2") return {};
   return Error{ErrorKind::badRequest, naming + output +
                                           ": the output is a ZT2 scene file and its name must end in .zt2 (as in " +
                                           naming + fs::path(output).replace_extension(".zt2").string() + ")"};

@@ -20,7 +20,7 @@
 #include <set>
 #include <sstream>
 
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "support/test_support.h"
 
 namespace {

@@ -18,7 +18,7 @@
 #include <map>
 #include <set>
 
-#include "host/import/smoothing_from_normals.h"
+#include "importers/smoothing_from_normals.h"
 #include "support/scene_export.h"
 
 namespace {

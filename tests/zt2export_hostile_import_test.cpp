@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/sanitized.h"
 #include "host/memory/memory_host.h"
 #include "host/inode.h"
@@ -126,6 +126,43 @@ TEST(Zt2ExportHostileImport, ADamagedModelTheReaderLoopsOnIsStoppedByTheTimeLimi
             std::string::npos)
       << r.err;
   expectNothingWritten(dir);
+}
+
+// A chain of nodes as deep as the scene loader walks is exported; one level
+// more, or thousands, is refused by the reader before it builds anything,
+// rather than crashing it or taking seconds and hundreds of MB to be refused
+// by the loader.
+TEST(Zt2ExportHostileImport, ANodeChainDeeperThanTheLoaderWalksIsRefusedByTheReader) {
+  TempDir dir;
+  // The first node holds a triangle, so that it is a node of the scene and
+  // the chain's depth is the scene's.
+  auto chain = [](int depth) {
+    std::string nodes;
+    for (int i = 0; i < depth; ++i)
+      nodes += (i ? "," : "") + std::string(R"({"name": "n)") + std::to_string(i) + "\"" +
+               (i == 0 ? R"(, "mesh": 0)" : "") +
+               (i + 1 < depth ? R"(, "children": [)" + std::to_string(i + 1) + "]" : "") + "}";
+    return R"({"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}], "nodes": [)" + nodes +
+           R"(], "meshes": [{"primitives": [{"attributes": {"POSITION": 0}}]}],
+      "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3",
+                     "min": [0, 0, 0], "max": [1, 1, 0]}],
+      "bufferViews": [{"buffer": 0, "byteLength": 36}],
+      "buffers": [{"byteLength": 36,
+                   "uri": "data:application/octet-stream;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}]})";
+  };
+  const std::pair<int, int> cases[] = {{1000, 0}, {1001, 2}, {10000, 2}};  // depth, exit status
+  for (const auto& [depth, exitCode] : cases) {
+    SCOPED_TRACE(depth);
+    const std::string model = dir.file("chain" + std::to_string(depth) + ".gltf");
+    const std::string out = dir.file("chain" + std::to_string(depth) + ".zt2");
+    ztx_test::writeText(model, chain(depth));
+    const auto r = ztx_test::runExport({model, "-o", out, "--config-dir", dir.file("config")});
+    EXPECT_EQ(r.exitCode, exitCode) << r.err;
+    EXPECT_EQ(fs::exists(out), exitCode == 0);
+    if (exitCode != 0) {
+      EXPECT_EQ(r.err, "zt2export: " + model + ": the model's nodes nest deeper than 1000 levels\n");
+    }
+  }
 }
 
 // The binary form of a skin, as the model reader hands it over: a table of

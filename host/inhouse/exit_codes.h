@@ -11,5 +11,8 @@ inline constexpr int kProblems = 1;
 // The run could not do its work: a wrong command line, a file that could not
 // be read or written, a module that could not be loaded.
 inline constexpr int kFailure = 2;
+// A run stopped by a signal answers this plus the signal, as shells report
+// a program the signal ended (Ctrl-C: 130).
+inline constexpr int kSignalBase = 128;
 
 }  // namespace ztexit

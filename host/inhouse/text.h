@@ -2,6 +2,7 @@
 // host's code page become text is format/code_page.h's business.)
 #pragma once
 
+#include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,12 @@ inline std::string asciiLower(std::string_view text) {
   for (char& c : out)
     if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
   return out;
+}
+
+// The extension of the file `path` names, with its dot, its ASCII letters
+// lowered: ".zt2" for "Out.ZT2", nothing for a name without one.
+inline std::string lowerExtension(const std::string& path) {
+  return asciiLower(std::filesystem::path(path).extension().string());
 }
 
 // "FIELD=VALUE" split at its first '='; nothing when there is no '=' or no field.

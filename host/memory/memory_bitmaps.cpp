@@ -41,7 +41,7 @@ std::string trimmed(const std::string& text, std::size_t begin, std::size_t end)
 }  // namespace
 
 bool isImageList(const std::string& name) {
-  return ztext::asciiLower(std::filesystem::path(name).extension().string()) == ".ifl";
+  return ztext::lowerExtension(name) == ".ifl";
 }
 
 bool readImageList(const std::string& path, std::vector<std::string>& entries, std::string* reason) {

@@ -141,6 +141,12 @@ class MemoryHost : public Interface {
   std::unique_ptr<Impl> impl_;
 };
 
+// How deep nodes may nest in a scene (top nodes are level 1). The exporter
+// walks the node tree recursively, as the host's own scenes are walked; a
+// limit far beyond any real hierarchy keeps its stack safe. Importers refuse
+// deeper models before they build anything of them.
+inline constexpr int kMaxNodeDepth = 1000;
+
 // Loads a scene file. Throws SceneLoadError naming the file and the place.
 std::unique_ptr<MemoryHost> loadScene(const std::string& path);
 // Loads a scene from JSON text; `baseDir` resolves relative paths (binary

@@ -19,9 +19,6 @@ std::string LoadContext::resolvePath(const std::string& path) const {
 namespace {
 
 constexpr int kFormatVersion = 1;
-// The exporter walks the node tree recursively, as the host's own scenes are
-// walked; a limit far beyond any real hierarchy keeps its stack safe.
-constexpr int kMaxNodeDepth = 1000;
 // Any other nesting (materials in materials, keys in tracks) stays far below
 // this; past it a document is refused before anything is read from it.
 constexpr std::size_t kMaxJsonDepth = 2 * kMaxNodeDepth + 100;

@@ -25,7 +25,7 @@
 
 #include "format/code_page.h"
 #include "format/output_files.h"
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/memory_host.h"
 #include "options/option_fields.h"

@@ -24,10 +24,6 @@ namespace ztexport {
 
 namespace {
 
-std::string lowerExtension(const std::string& path) {
-  return ztext::asciiLower(std::filesystem::path(path).extension().string());
-}
-
 [[noreturn]] void fail(const std::string& path, const std::string& what, std::size_t offset) {
   throw FormatError(FormatError::Kind::Corrupt, path, path + ": " + what + " at byte offset " + std::to_string(offset),
                     offset);
@@ -57,7 +53,7 @@ void checkHeader(const std::string& path, std::span<const std::uint8_t> bytes) {
 // body, or a first chunk this tool does not know).
 FileKind detectFileKind(const std::string& path, std::span<const std::uint8_t> bytes) {
   checkHeader(path, bytes);
-  const std::string ext = lowerExtension(path);
+  const std::string ext = ztext::lowerExtension(path);
   const FileKind byExtension =
       ext == ".skd" ? FileKind::VertexData : ext == ".cfg" ? FileKind::Options : FileKind::Scene;
   if (bytes.size() == kMemoryFileHeaderSize) return byExtension;

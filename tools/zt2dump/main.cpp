@@ -1,5 +1,6 @@
 // zt2dump: prints, checks and compares the files the exporter writes (scene
 // .zt2, per-vertex .skd, ZTExport.cfg).
+#include <CLI/CLI.hpp>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include "format/output_files.h"
 #include "gltf/gltf_export.h"
 #include "dump/json_printer.h"
+#include "host/inhouse/exit_codes.h"
 #include "dump/reader_tree.h"
 #include "dump/text_printer.h"
 #include "dump/validate.h"
@@ -21,9 +23,7 @@
 
 namespace {
 
-constexpr int kExitOk = 0;
-constexpr int kExitBadContent = 1;
-constexpr int kExitUsage = 2;
+using ztexit::kOk, ztexit::kProblems, ztexit::kFailure;
 
 const char* const kUsage =
     "usage: zt2dump FILE [--json] [--validate] [--full] [--gltf OUT.glb]\n"
@@ -66,39 +66,52 @@ struct Arguments {
 };
 
 bool parse(int argc, char** argv, Arguments& args, std::string& error) {
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "--json") args.json = true;
-    else if (a == "--validate") args.validate = true;
-    else if (a == "--full") args.full = true;
-    else if (a == "--help" || a == "-h") args.help = true;
-    else if (a == "--version") args.version = true;
-    else if (a == "--diff") args.diff = true;
-    else if (a == "--tolerance") {
-      char* end = nullptr;
-      args.tolerance = i + 1 < argc ? std::strtod(argv[++i], &end) : -1;
-      if (end == nullptr || *end != '\0' || end == argv[i] || !(args.tolerance >= 0) || !std::isfinite(args.tolerance)) {
-        error = "--tolerance needs a number of 0 or more";
-        return false;
-      }
-    } else if (a == "--gltf") {
-      if (i + 1 >= argc) {
-        error = "--gltf needs the output file";
-        return false;
-      }
-      args.gltf = argv[++i];
-    }
-    else if (a.size() > 1 && a[0] == '-') {
-      error = "unknown option " + a;
+  CLI::App app{"", "zt2dump"};
+  // Our own help text, which the manual page and the shell completion are made from.
+  app.set_help_flag();
+  app.add_flag("-h,--help", args.help);
+  app.add_flag("--version", args.version);
+  app.add_flag("--json", args.json);
+  app.add_flag("--validate", args.validate);
+  app.add_flag("--full", args.full);
+  app.add_flag("--diff", args.diff);
+  // The last of a repeated option wins, as it always has.
+  std::string tolerance;
+  app.add_option("--tolerance", tolerance)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  app.add_option("--gltf", args.gltf)->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
+  std::vector<std::string> files;
+  app.add_option("FILE", files);
+  // Words left over are told apart here, so that the messages name what is wrong.
+  app.allow_extras();
+  // What each option with a value expects, for the message when it is missing.
+  const std::pair<const char*, const char*> needs[] = {{"--tolerance", "--tolerance needs a number of 0 or more"},
+                                                      {"--gltf", "--gltf needs the output file"}};
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    error = e.what();
+    for (const auto& [name, message] : needs)
+      if (error.rfind(std::string(name) + ":", 0) == 0) error = message;
+    return false;
+  }
+  for (const std::string& extra : app.remaining())
+    if (extra.size() > 1 && extra[0] == '-') {
+      error = "unknown option " + extra;
       return false;
-    } else if (args.file.empty()) {
-      args.file = a;
-    } else if (args.diff && args.other.empty()) {
-      args.other = a;
-    } else {
-      error = args.diff ? "--diff takes two files" : "more than one file given";
+    }
+  if (app.count("--tolerance") > 0) {
+    char* end = nullptr;
+    args.tolerance = std::strtod(tolerance.c_str(), &end);
+    if (*end != '\0' || end == tolerance.c_str() || !(args.tolerance >= 0) || !std::isfinite(args.tolerance)) {
+      error = "--tolerance needs a number of 0 or more";
       return false;
     }
+  }
+  if (!files.empty()) args.file = files[0];
+  if (files.size() > 1) args.other = files[1];
+  if (files.size() > (args.diff ? 2u : 1u)) {
+    error = args.diff ? "--diff takes two files" : "more than one file given";
+    return false;
   }
   if (args.file.empty() && !args.help && !args.version) {
     error = "no file given";
@@ -122,15 +135,15 @@ int main(int argc, char** argv) {
   std::string error;
   if (!parse(argc, argv, args, error)) {
     std::cerr << "zt2dump: " << error << "\n" << kUsage;
-    return kExitUsage;
+    return kFailure;
   }
   if (args.help) {
     std::cout << kUsage;
-    return kExitOk;
+    return kOk;
   }
   if (args.version) {
     std::printf("zt2dump %s\n", ztexport::kVersion);
-    return kExitOk;
+    return kOk;
   }
   if (args.diff) {
     try {
@@ -139,11 +152,11 @@ int main(int argc, char** argv) {
       const ztexport::Diff diff = ztexport::diffFiles(args.file, args.other, options);
       std::cout << (args.json ? ztexport::diffJson(diff) : ztexport::diffText(diff));
       std::cout.flush();
-      return diff.equal() ? kExitOk : kExitBadContent;
+      return diff.equal() ? kOk : kProblems;
     } catch (const std::exception& e) {
       // Nothing to compare: a file that cannot be read or decoded.
       std::cerr << "zt2dump: " << e.what() << "\n";
-      return kExitUsage;
+      return kFailure;
     }
   }
   try {
@@ -151,13 +164,13 @@ int main(int argc, char** argv) {
       const std::string skd = std::filesystem::path(args.file).replace_extension(".skd").string();
       if (const std::string input = overwrittenInput(args.gltf, {args.file, skd}); !input.empty()) {
         std::cerr << "zt2dump: " << args.gltf << ": the output would overwrite " << input << ", which it is made from\n";
-        return kExitUsage;
+        return kFailure;
       }
       std::vector<std::string> warnings;
       const tinygltf::Model model = zt2dump::buildGltf(zt2dump::loadGltfSource(args.file), warnings);
       for (const std::string& w : warnings) std::cerr << "zt2dump: warning: " << args.file << ": " << w << "\n";
       zt2dump::writeFileWhole(args.gltf, zt2dump::glbBytes(model));
-      return kExitOk;
+      return kOk;
     }
     zt2dump::DecodedFile file = zt2dump::loadFile(args.file);
     // Shown as text: names decoded from the host's code page.
@@ -173,16 +186,16 @@ int main(int argc, char** argv) {
       zt2dump::printText(std::cout, file, options);
     }
     std::cout.flush();
-    return kExitOk;
+    return kOk;
   } catch (const zt2dump::UnwritableFile& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return kExitUsage;
+    return kFailure;
   } catch (const zt2dump::FormatError& e) {
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return e.unreadable() ? kExitUsage : kExitBadContent;
+    return e.unreadable() ? kFailure : kProblems;
   } catch (const std::exception& e) {
     // Corrupt content and validation faults alike: one line, then out.
     std::cerr << "zt2dump: " << e.what() << "\n";
-    return kExitBadContent;
+    return kProblems;
   }
 }

@@ -10,14 +10,13 @@
 #include <vector>
 
 #include "batch/batch.h"
+#include "host/inhouse/exit_codes.h"
 #include "host/inhouse/text.h"
 #include "options/option_fields.h"
 
 namespace ztbatch {
 
 namespace {
-
-constexpr int kUsageError = 2;
 
 void printBatchUsage(std::FILE* to) {
   std::fprintf(to,
@@ -74,7 +73,7 @@ void printBatchHelp() {
 [[noreturn]] void usageError(const std::string& message) {
   std::fprintf(stderr, "zt2export: %s\n", message.c_str());
   printBatchUsage(stderr);
-  std::exit(kUsageError);
+  std::exit(ztexit::kFailure);
 }
 
 }  // namespace
@@ -89,7 +88,7 @@ int batchCommand(int argc, char** argv) {
   for (int i = 1; i < argc; ++i)
     if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
       printBatchHelp();
-      return 0;
+      return ztexit::kOk;
     }
   BatchRequest request;
   CLI::App app{"", "zt2export"};
@@ -189,7 +188,7 @@ int batchCommand(int argc, char** argv) {
         std::fprintf(stderr, "zt2export: %s skipped: %s\n", folder.path.c_str(), folder.reason.c_str());
       std::fprintf(stderr, "zt2export: dry run: %zu would be exported, %zu up to date, %zu would fail; nothing written\n",
                    toExport, upToDate, failing);
-      return failing > 0 ? 1 : 0;
+      return failing > 0 ? ztexit::kProblems : ztexit::kOk;
     }
     const BatchResult result = runBatch(request);
     std::size_t exported = 0, upToDate = 0, other = 0;
@@ -203,7 +202,7 @@ int batchCommand(int argc, char** argv) {
     return result.exitStatus;
   } catch (const BatchError& e) {
     std::fprintf(stderr, "zt2export: %s\n", e.what());
-    return kUsageError;
+    return ztexit::kFailure;
   }
 }
 

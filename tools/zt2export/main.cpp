@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "host/import/importers.h"
+#include "importers/importers.h"
 #include "host/inhouse/exit_codes.h"
 #include "host/inhouse/text.h"
 #include "host/memory/memory_host.h"

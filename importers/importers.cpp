@@ -1,7 +1,6 @@
-#include "host/import/importers.h"
+#include "importers/importers.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -25,6 +24,8 @@
 #include <new>
 #include <span>
 
+#include "format/output_files.h"
+#include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/regular_file.h"
 
@@ -33,12 +34,6 @@ namespace hostimport {
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string lowerExtension(const std::string& path) {
-  std::string ext = fs::path(path).extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return ext;
-}
 
 // Nothing of a file that is not a regular one: the first read of a FIFO
 // would wait for a writer that may never come.
@@ -68,17 +63,23 @@ std::string bufferNameFor(const std::string& scenePath) {
 }
 
 bool isSceneDescription(const std::string& path) {
-  if (lowerExtension(path) == ".json") return true;
+  if (ztext::lowerExtension(path) == ".json") return true;
   const std::string head = firstBytes(path, 64);
   const std::size_t first = head.find_first_not_of(" \t\r\n");
-  return first != std::string::npos && head[first] == '{' && lowerExtension(path) != ".gltf";
+  return first != std::string::npos && head[first] == '{' && ztext::lowerExtension(path) != ".gltf";
+}
+
+void refuseDeepNesting(const std::string& model, int levels) {
+  if (levels > hostmodel::kMaxNodeDepth)
+    throw ImportError(model + ": the model's nodes nest deeper than " + std::to_string(hostmodel::kMaxNodeDepth) +
+                      " levels");
 }
 
 ImportedScene importModel(const ImportRequest& request) {
   std::error_code ec;
   if (!fs::is_regular_file(request.path, ec)) throw ImportError(request.path + ": cannot open the file");
   if (looks3ds(firstBytes(request.path, 6))) return import3ds(request);
-  if (lowerExtension(request.path) == ".3ds")
+  if (ztext::lowerExtension(request.path) == ".3ds")
     throw ImportError(request.path + ": not a 3DS file (it does not open with a 3DS main chunk)");
   return importAssimp(request);
 }
@@ -146,19 +147,15 @@ void limitReader(const ReaderBounds& bounds) {
   mallopt(M_MXFAST, 0);
 }
 
-void writeAll(int fd, const void* data, std::size_t size) {
-  const char* p = static_cast<const char*>(data);
-  while (size > 0) {
-    const ssize_t n = ::write(fd, p, size);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) _exit(3);
-    p += n, size -= static_cast<std::size_t>(n);
-  }
+// The reader can do nothing about an answer it cannot hand over but end
+// without one, which zt2export reports.
+void writeOrEnd(int fd, const void* data, std::size_t size) {
+  if (!writeAll(fd, data, size)) _exit(3);
 }
 
 void writeBlock(int fd, const void* data, std::uint64_t size) {
-  writeAll(fd, &size, sizeof size);
-  writeAll(fd, data, static_cast<std::size_t>(size));
+  writeOrEnd(fd, &size, sizeof size);
+  writeOrEnd(fd, data, static_cast<std::size_t>(size));
 }
 
 // Paths end with a NUL, the one byte no path holds.
@@ -209,17 +206,17 @@ void writeScene(int fd, const SceneText& scene, const std::string& files, const 
   limitReader(bounds);
   char status = 'S';
   try {
-    SceneText scene = toText(importModel(request));
+    SceneText scene = toText(importModel(request), request.sceneFile);
     // The reader's record of the files it read and wrote dies with it.
     writeScene(fd, scene, joinedPaths(hostmodel::filesRead()), joinedPaths(hostmodel::filesWritten()));
   } catch (const std::exception& e) {
     status = memoryExhausted ? 'M' : 'E';
     const std::string message = memoryExhausted ? std::string() : e.what();
     if (::ftruncate(fd, 0) != 0) _exit(3);
-    writeAll(fd, &status, 1);
+    writeOrEnd(fd, &status, 1);
     writeBlock(fd, message.data(), message.size());
   }
-  writeAll(done, &status, 1);
+  writeOrEnd(done, &status, 1);
   _exit(0);
 }
 

@@ -19,8 +19,8 @@
 #include <memory>
 #include <set>
 
-#include "host/import/importers.h"
-#include "host/import/texture_files.h"
+#include "importers/importers.h"
+#include "importers/texture_files.h"
 #include "host/memory/file_reads.h"
 
 namespace hostimport {
@@ -236,8 +236,27 @@ struct Converter {
     json children = json::array();
     for (Lib3dsNode* child = node->childs; child; child = child->next)
       if (child->type == LIB3DS_OBJECT_NODE) children.push_back(objectNode(child));
-    if (!children.empty()) out["children"] = children;
+    if (!children.empty()) out["children"] = std::move(children);
     return out;
+  }
+
+  // How deep the keyframer's object nodes nest, top nodes at level 1, walked
+  // without recursion; past the loader's bound the walk ends, so that even a
+  // tree that loops back on itself is answered.
+  int objectLevels() const {
+    int deepest = 0;
+    std::vector<std::pair<const Lib3dsNode*, int>> stack;
+    for (const Lib3dsNode* node = file->nodes; node; node = node->next)
+      if (node->type == LIB3DS_OBJECT_NODE) stack.emplace_back(node, 1);
+    while (!stack.empty()) {
+      const auto [node, level] = stack.back();
+      stack.pop_back();
+      deepest = std::max(deepest, level);
+      if (deepest > hostmodel::kMaxNodeDepth) break;
+      for (const Lib3dsNode* child = node->childs; child; child = child->next)
+        if (child->type == LIB3DS_OBJECT_NODE) stack.emplace_back(child, level + 1);
+    }
+    return deepest;
   }
 
   // A child's local transform is sampled through its parents' world matrices,
@@ -312,8 +331,8 @@ struct Converter {
       return Aim{p3(node->data.camera.pos), targetNode ? p3(targetNode->data.target.pos) : p3(camera->target),
                  node->data.camera.roll};
     }, moving);
-    nodes.push_back(out);
-    nodes.push_back(target);
+    nodes.push_back(std::move(out));
+    nodes.push_back(std::move(target));
   }
 
   void light(Lib3dsLight* light, json& nodes) {
@@ -361,7 +380,7 @@ struct Converter {
       } else {
         out["transform"] = {{"position", point(p3(light->position))}};
       }
-      nodes.push_back(out);
+      nodes.push_back(std::move(out));
       return;
     }
     json target = {{"name", name + ".Target"}, {"id", builder.uniqueId(name + ".Target")},
@@ -374,14 +393,16 @@ struct Converter {
       return Aim{p3(node->data.light.pos), spotNode ? p3(spotNode->data.spot.pos) : p3(light->spot),
                  node->data.light.roll};
     }, moving);
-    nodes.push_back(out);
-    nodes.push_back(target);
+    nodes.push_back(std::move(out));
+    nodes.push_back(std::move(target));
   }
 
   ImportedScene convert() {
     firstFrame = static_cast<int>(file->segment_from);
     lastFrame = std::max(firstFrame, static_cast<int>(file->segment_to));
     if (lastFrame == firstFrame && file->frames > 0) firstFrame = 0, lastFrame = static_cast<int>(file->frames);
+    // The keyframer's tree is walked recursively below; its depth is known first.
+    refuseDeepNesting(request.path, objectLevels());
     readMaterials();
     json nodes = json::array();
     for (Lib3dsNode* node = file->nodes; node; node = node->next)
@@ -394,7 +415,7 @@ struct Converter {
       node["id"] = builder.uniqueId(name);
       node["transform"] = fixedTransform(toMatrix(mesh->matrix));
       node["modifiers"] = builder.rigidPhysique(node["id"].get<std::string>(), mesh->points);
-      nodes.push_back(node);
+      nodes.push_back(std::move(node));
     }
     for (Lib3dsCamera* c = file->cameras; c; c = c->next) camera(c, nodes);
     for (Lib3dsLight* l = file->lights; l; l = l->next) light(l, nodes);
@@ -411,9 +432,9 @@ struct Converter {
 
     document = {{"version", 1}, {"frameRate", kFrameRate}, {"animationRange", json::array({firstFrame, lastFrame})},
                 {"ambientColor", colour(file->ambient)}};
-    if (!materials.empty()) document["materials"] = materials;
-    document["nodes"] = nodes;
-    return builder.finish(document);
+    if (!materials.empty()) document["materials"] = std::move(materials);
+    document["nodes"] = std::move(nodes);
+    return builder.finish(std::move(document));
   }
 };
 

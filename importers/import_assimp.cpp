@@ -10,7 +10,6 @@
 #include <assimp/scene.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -20,9 +19,10 @@
 #include <optional>
 #include <set>
 
-#include "host/import/importers.h"
-#include "host/import/smoothing_from_normals.h"
-#include "host/import/texture_files.h"
+#include "importers/importers.h"
+#include "importers/smoothing_from_normals.h"
+#include "importers/texture_files.h"
+#include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
 #include "host/memory/rotation_math.h"
 
@@ -48,6 +48,52 @@ Matrix3 toMatrix(const aiMatrix4x4& m) {
 Matrix3 yUpToZUp() { return Matrix3({1, 0, 0}, {0, 0, 1}, {0, -1, 0}, {0, 0, 0}); }
 
 json colour(const aiColor3D& c) { return json::array({c.r, c.g, c.b}); }
+
+// The tree's nodes depth first, children in order, walked without recursion:
+// a generated or damaged file may nest nodes thousands of levels deep.
+template <typename Node>
+std::vector<Node*> preorder(Node& root) {
+  std::vector<Node*> out, stack{&root};
+  while (!stack.empty()) {
+    Node* node = stack.back();
+    stack.pop_back();
+    out.push_back(node);
+    for (unsigned i = node->mNumChildren; i-- > 0;) stack.push_back(node->mChildren[i]);
+  }
+  return out;
+}
+
+// How many levels below the root its deepest node lies; past the scene
+// loader's bound the count ends there, as the model is refused anyway.
+int levelsBelow(const aiNode& root) {
+  int deepest = 0;
+  std::vector<std::pair<const aiNode*, int>> stack{{&root, 0}};
+  while (!stack.empty()) {
+    const auto [node, level] = stack.back();
+    stack.pop_back();
+    deepest = std::max(deepest, level);
+    if (deepest > hostmodel::kMaxNodeDepth) break;
+    for (unsigned i = 0; i < node->mNumChildren; ++i) stack.emplace_back(node->mChildren[i], level + 1);
+  }
+  return deepest;
+}
+
+// The root node becomes a node of the host's scene when it holds something
+// of its own (a mesh, a camera, a light, keys of the clip taken); otherwise
+// it is the host's scene root and its children are the top nodes.
+bool rootIsANode(const aiScene& scene) {
+  const aiNode& root = *scene.mRootNode;
+  const std::string name = root.mName.C_Str();
+  auto named = [&](auto* const* items, unsigned count) {
+    return std::any_of(items, items + count, [&](const auto* item) { return name == item->mName.C_Str(); });
+  };
+  if (root.mNumMeshes > 0 || named(scene.mCameras, scene.mNumCameras) || named(scene.mLights, scene.mNumLights))
+    return true;
+  if (scene.mNumAnimations == 0) return false;
+  const aiAnimation& anim = *scene.mAnimations[0];
+  return std::any_of(anim.mChannels, anim.mChannels + anim.mNumChannels,
+                     [&](const aiNodeAnim* channel) { return name == channel->mNodeName.C_Str(); });
+}
 
 // A frame looking along `direction` with `up` roughly up, as the host's cameras
 // and lights do: down their -Z, Y up.
@@ -194,14 +240,9 @@ struct Converter {
   // nothing uses.
   std::vector<bool> usedByMeshes() const {
     std::vector<bool> used(scene.mNumMaterials, false);
-    std::vector<const aiNode*> stack{scene.mRootNode};
-    while (!stack.empty()) {
-      const aiNode* n = stack.back();
-      stack.pop_back();
+    for (const aiNode* n : preorder(*scene.mRootNode))
       for (unsigned k = 0; k < n->mNumMeshes; ++k)
         if (const unsigned m = scene.mMeshes[n->mMeshes[k]]->mMaterialIndex; m < used.size()) used[m] = true;
-      stack.insert(stack.end(), n->mChildren, n->mChildren + n->mNumChildren);
-    }
     return used;
   }
 
@@ -557,18 +598,18 @@ struct Converter {
 
   // --- nodes ---
 
-  void nameNodes(const aiNode& node) {
-    const std::string id = builder.uniqueId(utf8(node.mName.C_Str()));
-    nodeIds.emplace(node.mName.C_Str(), id);
-    idOf[&node] = id;
-    for (unsigned i = 0; i < node.mNumChildren; ++i) {
-      parentOf[node.mChildren[i]] = &node;
-      nameNodes(*node.mChildren[i]);
+  void nameNodes(const aiNode& root) {
+    for (const aiNode* node : preorder(root)) {
+      const std::string id = builder.uniqueId(utf8(node->mName.C_Str()));
+      nodeIds.emplace(node->mName.C_Str(), id);
+      idOf[node] = id;
+      for (unsigned i = 0; i < node->mNumChildren; ++i) parentOf[node->mChildren[i]] = node;
     }
   }
   std::map<const aiNode*, std::string> idOf;
   std::map<const aiNode*, const aiNode*> parentOf;
 
+  // Recursive, which the nesting bound checked in convert() keeps safe.
   json convertNode(const aiNode& node, const Matrix3& frame, bool top) {
     // Names are made unique (the exporter needs them so): a repeated or empty
     // name takes a number.
@@ -619,7 +660,7 @@ struct Converter {
     out["modifiers"] = std::move(modifiers);
     json children = json::array();
     for (unsigned i = 0; i < node.mNumChildren; ++i) children.push_back(convertNode(*node.mChildren[i], frame, false));
-    if (!children.empty()) out["children"] = children;
+    if (!children.empty()) out["children"] = std::move(children);
     return out;
   }
 
@@ -640,16 +681,16 @@ struct Converter {
       if (sourceFrameRate > kFrameRate && kTicksPerSecond % sourceFrameRate == 0) frameRate = sourceFrameRate;
       lastFrame = static_cast<int>(std::ceil(anim.mDuration / animationTicksPerSecond * frameRate));
     }
-    readMaterials();
     const aiNode& root = *scene.mRootNode;
+    const bool rootHoldsSomething = rootIsANode(scene);
+    refuseDeepNesting(request.path, levelsBelow(root) + (rootHoldsSomething ? 1 : 0));
+    readMaterials();
     nameNodes(root);
 
     // The root's own transform and the turn onto Z-up go into every top
     // node; the root node itself is the host's scene root, unless it holds
     // something of its own.
     json nodes = json::array();
-    const bool rootHoldsSomething = root.mNumMeshes > 0 || cameras.count(root.mName.C_Str()) ||
-                                    lights.count(root.mName.C_Str()) || channels.count(root.mName.C_Str());
     if (rootHoldsSomething) {
       nodes.push_back(convertNode(root, yUpToZUp(), true));
     } else {
@@ -658,9 +699,9 @@ struct Converter {
     }
     json document = {{"version", 1}, {"frameRate", frameRate}, {"animationRange", json::array({0, lastFrame})}};
     if (sourceFrameRate > 0) document["sourceFrameRate"] = sourceFrameRate;
-    if (!materials.empty()) document["materials"] = materials;
-    document["nodes"] = nodes;
-    return builder.finish(document);
+    if (!materials.empty()) document["materials"] = std::move(materials);
+    document["nodes"] = std::move(nodes);
+    return builder.finish(std::move(document));
   }
 };
 
@@ -699,8 +740,7 @@ std::string plainReason(const std::string& library) {
       {"validation failed", "the model is inconsistent"},
   };
   std::string words = "the import library cannot read the model";
-  std::string lowered = library;
-  for (char& c : lowered) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  const std::string lowered = ztext::asciiLower(library);
   for (const auto& [marker, plain] : kinds)
     if (lowered.find(marker) != std::string::npos) {
       words = plain;
@@ -740,11 +780,6 @@ void clampKeysToClips(aiScene& scene, const std::string& model) {
   }
 }
 
-void preorder(aiNode& node, std::vector<aiNode*>& out) {
-  out.push_back(&node);
-  for (unsigned i = 0; i < node.mNumChildren; ++i) preorder(*node.mChildren[i], out);
-}
-
 // The exporter wants node names unique, and the library binds a mesh's bones
 // and an animation's channels to nodes by name alone: with two nodes of one
 // name (a B3D's root mesh and a bone inside it both "Body"), both would take
@@ -762,8 +797,7 @@ void preorder(aiNode& node, std::vector<aiNode*>& out) {
 // Cameras and lights stay with the first node of their name, as the library
 // finds it.
 void uniqueNodeNames(aiScene& scene, const std::string& model) {
-  std::vector<aiNode*> nodes;
-  preorder(*scene.mRootNode, nodes);
+  const std::vector<aiNode*> nodes = preorder(*scene.mRootNode);
   std::map<std::string, std::vector<aiNode*>> byName;
   for (aiNode* n : nodes) byName[n->mName.C_Str()].push_back(n);
   bool repeated = false;
@@ -881,11 +915,6 @@ std::string iqmUnread(const std::string& path) {
   return parts;
 }
 
-void collectNodeNames(const aiNode& node, std::set<std::string>& names) {
-  names.insert(node.mName.C_Str());
-  for (unsigned i = 0; i < node.mNumChildren; ++i) collectNodeNames(*node.mChildren[i], names);
-}
-
 // A light or camera that no node carries has no place in the scene, and a
 // second one of a name cannot be told from the first by the node it hangs
 // on; the library's validation refuses the whole file for either. It is
@@ -939,11 +968,14 @@ ImportedScene importAssimp(const ImportRequest& request) {
   const std::string iqmLeftOut = iqmUnread(request.path);
   if (!read) refuse(importer.GetErrorString());
   if (!read->mRootNode) throw ImportError(request.path + ": the model's node tree is missing");
+  // Whether the root counts as a level is known once the scene is mended;
+  // a tree deeper than the bound below the root is refused at once.
+  refuseDeepNesting(request.path, levelsBelow(*read->mRootNode));
   aiScene& scene = *const_cast<aiScene*>(read);  // the importer's own scene, as its post-processing steps edit it
   uniqueNodeNames(scene, request.path);
   clampKeysToClips(scene, request.path);
   std::set<std::string> nodeNames;
-  collectNodeNames(*scene.mRootNode, nodeNames);
+  for (const aiNode* node : preorder(*scene.mRootNode)) nodeNames.insert(node->mName.C_Str());
   dropUnplaced(scene.mLights, scene.mNumLights, nodeNames, "light", request.path);
   dropUnplaced(scene.mCameras, scene.mNumCameras, nodeNames, "camera", request.path);
   std::fflush(stderr);

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "host/import/scene_builder.h"
+#include "importers/scene_builder.h"
 #include "host/memory/memory_host.h"
 
 namespace hostimport {
@@ -20,6 +20,11 @@ class ImportError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// Refuses `model` when its nodes nest `levels` deep (top nodes are level 1)
+// and the scene loader would refuse the scene made of it: the front ends ask
+// before they build anything of the tree, or walk it recursively.
+void refuseDeepNesting(const std::string& model, int levels);
 
 struct ImportRequest {
   std::string path;         // the model

@@ -2,7 +2,7 @@
 // carry the same normals in both faces; the patches are then given groups by
 // greedy colouring, in face order, of the graph in which two patches are
 // neighbours when they meet at a vertex with different normals there.
-#include "host/import/smoothing_from_normals.h"
+#include "importers/smoothing_from_normals.h"
 
 #include <algorithm>
 #include <array>

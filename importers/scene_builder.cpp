@@ -1,4 +1,4 @@
-#include "host/import/scene_builder.h"
+#include "importers/scene_builder.h"
 
 #include <bit>
 #include <cmath>
@@ -169,8 +169,9 @@ json fixedTransform(const Matrix3& m) {
 
 json physique() { return json::array({{{"type", "physique"}}}); }
 
-SceneText toText(ImportedScene&& scene) {
-  return {scene.document.dump(1, ' ', false, json::error_handler_t::replace) + "\n", std::move(scene.buffer),
+SceneText toText(ImportedScene&& scene, bool indented) {
+  return {scene.document.dump(indented ? 1 : -1, ' ', false, json::error_handler_t::replace) + "\n",
+          std::move(scene.buffer),
           std::move(scene.bufferName)};
 }
 

@@ -1,4 +1,4 @@
-#include "host/import/texture_files.h"
+#include "importers/texture_files.h"
 
 #include <cstdio>
 #include <stdexcept>

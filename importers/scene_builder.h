@@ -144,7 +144,10 @@ struct SceneText {
   SceneBuffer buffer;
   std::string bufferName;
 };
-SceneText toText(ImportedScene&& scene);
+// Indented for a file people read (--write-scene); otherwise on one line,
+// since the indentation of a deep tree grows with the square of its depth
+// (34 MB of spaces for a chain of 1,000 nodes).
+SceneText toText(ImportedScene&& scene, bool indented);
 
 // Writes `text` as OUT (a .json file) and `buffer` beside it as
 // `bufferName`, each by a temporary file and a rename. Throws
