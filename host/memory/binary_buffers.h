@@ -1,7 +1,8 @@
 // Side files of raw little-endian arrays that a scene refers to, so that big
-// meshes load without going through JSON text. Each file is read once, whole,
-// with a single read; arrays are then copied out of it with memcpy. Bytes
-// supplied in memory are read where they lie.
+// meshes load without going through JSON text. Each file is mapped once,
+// whole, read only (read, where it cannot be mapped); arrays are then copied
+// out of it with memcpy, so the file's bytes are never copied as a whole.
+// Bytes supplied in memory are read where they lie.
 #pragma once
 
 #include <cstddef>
@@ -38,6 +39,16 @@ class BufferFiles {
   std::span<const unsigned char> file(const std::string& name, const JsonCursor& where);
   std::string baseDir_;
   std::map<std::string, std::span<const unsigned char>> files_;
+  // A file mapped from disk, unmapped with the buffers.
+  struct Mapping {
+    void* data = nullptr;
+    std::size_t size = 0;
+    Mapping(void* d, std::size_t n) : data(d), size(n) {}
+    Mapping(Mapping&& other) noexcept : data(other.data), size(other.size) { other.data = nullptr; }
+    Mapping(const Mapping&) = delete;
+    ~Mapping();
+  };
+  std::vector<Mapping> mapped_;
   std::vector<std::vector<unsigned char>> read_;  // the files read from disk, which the views show
 };
 
