@@ -1,0 +1,148 @@
+"""Export, import, export again: a scene built in code (meshes with two
+materials, sharp edges and a UV map, a hierarchy under a turning empty, a
+camera and three lights) goes through the import operator into an empty
+scene and exports again to the same file; the bundled example imports with
+its nodes, parents and meshes."""
+
+import math
+import os
+import subprocess
+
+import bpy
+
+import zt2_test_support as t
+
+scene = t.new_scene()
+scene.frame_start, scene.frame_end = 1, 9
+scene.render.fps = 25
+
+red = bpy.data.materials.new("Red")
+red.use_nodes = True
+bsdf = red.node_tree.nodes["Principled BSDF"]
+bsdf.inputs["Base Color"].default_value = (0.8, 0.1, 0.1, 1.0)
+bsdf.inputs["Roughness"].default_value = 0.3
+bsdf.inputs["Emission"].default_value = (0.1, 0.05, 0.0, 1.0)
+maps = os.path.join(os.path.dirname(os.environ["XDG_CONFIG_HOME"]), "maps")
+os.makedirs(maps)
+image = bpy.data.images.new("grid", 8, 8)
+image.generated_type = "UV_GRID"
+image.filepath_raw = os.path.join(maps, "grid.png")
+image.file_format = "PNG"
+image.save()
+texture = red.node_tree.nodes.new("ShaderNodeTexImage")
+texture.image = image
+red.node_tree.links.new(texture.outputs["Color"], bsdf.inputs["Base Color"])
+blue = bpy.data.materials.new("Blue")
+blue.use_nodes = True
+blue.node_tree.nodes["Principled BSDF"].inputs["Base Color"].default_value = (0.1, 0.2, 0.9, 1.0)
+
+root = bpy.data.objects.new("Root", None)
+scene.collection.objects.link(root)
+root.location = (1.0, -2.0, 0.5)
+root.rotation_euler = (0.0, 0.0, 0.3)
+root.keyframe_insert("rotation_euler", frame=1)
+root.rotation_euler = (0.2, 0.0, 1.8)
+root.keyframe_insert("rotation_euler", frame=9)
+
+bpy.ops.mesh.primitive_cube_add(size=2.0, location=(0.0, 2.0, 1.0))
+cube = bpy.context.active_object
+cube.name = "Box"
+cube.data.materials.append(red)
+cube.data.materials.append(blue)
+cube.data.polygons[5].material_index = 1
+for edge in cube.data.edges:
+    edge.use_edge_sharp = edge.index % 2 == 0
+cube.data.polygons.foreach_set("use_smooth", [True] * 6)
+cube.parent = root
+cube.scale = (1.0, 0.5, 2.0)
+
+bpy.ops.mesh.primitive_uv_sphere_add(segments=10, ring_count=6, radius=0.7, location=(-3.0, 0.0, 0.0))
+ball = bpy.context.active_object
+ball.name = "Ball"
+ball.data.materials.append(blue)
+bpy.ops.object.shade_smooth()
+
+camera = bpy.data.objects.new("Eye", bpy.data.cameras.new("Eye"))
+scene.collection.objects.link(camera)
+camera.data.lens = 35.0
+camera.data.clip_start, camera.data.clip_end = 0.5, 300.0
+camera.location = (0.0, -10.0, 3.0)
+camera.rotation_euler = (math.radians(80), 0.0, 0.0)
+
+for name, kind, colour, energy in (("Lamp", "POINT", (1.0, 0.9, 0.8), 500.0),
+                                   ("Spot", "SPOT", (0.2, 1.0, 0.4), 2500.0),
+                                   ("Sun", "SUN", (1.0, 1.0, 0.9), 2.0)):
+    light = bpy.data.objects.new(name, bpy.data.lights.new(name, kind))
+    scene.collection.objects.link(light)
+    light.data.color, light.data.energy = colour, energy
+    light.location = (2.0, 3.0, 4.0)
+    light.rotation_euler = (0.3, 0.2, 0.1)
+    if kind == "SPOT":
+        light.data.spot_size, light.data.spot_blend = math.radians(50), 0.3
+        light.data.use_custom_distance, light.data.cutoff_distance = True, 60.0
+
+scene.frame_set(1)
+first = t.export("import-first")
+
+# Into an empty scene, and out again.
+t.new_scene()
+result = bpy.ops.import_scene.zt2(filepath=first)
+t.check(result == {"FINISHED"}, "the import operator answered %s" % result)
+scene = bpy.context.scene
+t.check(scene.render.fps == 25 and scene.frame_end - scene.frame_start == 8,
+        "frame rate %d, range %d..%d" % (scene.render.fps, scene.frame_start, scene.frame_end))
+t.check(bpy.data.objects["Box"].parent == bpy.data.objects["Root"], "Box's parent")
+t.check([s.material.name for s in bpy.data.objects["Box"].material_slots] == ["Red", "Blue"],
+        "Box's material slots %r" % [s.material.name for s in bpy.data.objects["Box"].material_slots])
+t.check(bpy.data.images[0].filepath == os.path.join(os.path.dirname(first), "grid.png"),
+        "the image beside the file was not loaded: %r" % [i.filepath for i in bpy.data.images])
+scene.frame_set(scene.frame_start)
+os.makedirs(os.path.join(os.path.dirname(first), "again"))
+second = t.export(os.path.join("again", "import-second"))
+
+difference = t.ztexport.diff(first, second, tolerance=1e-4)
+print(difference.text)
+t.check(difference.equal, "the imported scene exports to another file:\n%s" % difference.text)
+
+# The bundled example, exported by zt2export, imports with its nodes, parents and meshes.
+examples = os.path.join(os.path.dirname(__file__), "..", "..", "examples")
+example = os.path.join(os.path.dirname(first), "example.zt2")
+run = subprocess.run([os.environ["ZT2EXPORT"], os.path.join(examples, "example.scene.json"), "-o", example,
+                      "--quiet"], capture_output=True, text=True)
+t.check(run.returncode == 0, "zt2export failed (%d): %s%s" % (run.returncode, run.stdout, run.stderr))
+expected = t.read(example)
+t.new_scene()
+t.check(bpy.ops.import_scene.zt2(filepath=example) == {"FINISHED"}, "the example's import")
+names = sorted(n.name for n in expected.nodes())
+t.check(sorted(o.name for o in bpy.data.objects) == names, "objects %r, nodes %r" %
+        (sorted(o.name for o in bpy.data.objects), names))
+for node in expected.nodes():
+    parent = bpy.data.objects[node.name].parent
+    t.check((parent.name if parent else None) == (node.parent or None),
+            "%s's parent %r, %r in the file" % (node.name, parent and parent.name, node.parent))
+meshes = [o for o in bpy.data.objects if o.type == "MESH"]
+t.check(len(meshes) == len(expected.meshes), "%d mesh objects, %d in the file" % (len(meshes), len(expected.meshes)))
+by_name = {m.name: m for m in expected.meshes}
+for mesh in expected.meshes:
+    obj = bpy.data.objects[mesh.name]
+    if mesh.reference_name:
+        t.check(obj.data == bpy.data.objects[mesh.reference_name].data, "%s does not share %s's mesh" %
+                (mesh.name, mesh.reference_name))
+        mesh = by_name[mesh.reference_name]
+    t.check(len(obj.data.polygons) == len(mesh.faces), "%s: %d triangles, %d in the file" %
+            (obj.name, len(obj.data.polygons), len(mesh.faces)))
+print("import: round trip equal; example: %d nodes, %d meshes" % (len(names), len(meshes)))
+
+# A file that is no scene file cancels the import with the file, the place and the cause, and builds nothing.
+bad = os.path.join(os.path.dirname(first), "bad.zt2")
+with open(bad, "wb") as f:
+    f.write(b"\x00\x00\x01\x00" + b"not a scene file")
+t.new_scene()
+try:
+    bpy.ops.import_scene.zt2(filepath=bad)
+except RuntimeError as error:
+    print("refused: %s" % error)
+    t.check("bad.zt2" in str(error) and "offset" in str(error), "the refusal does not say where: %s" % error)
+else:
+    t.fail("a broken file was imported")
+t.check(len(bpy.data.objects) == 0 and len(bpy.data.meshes) == 0, "a refused import left objects behind")
