@@ -95,6 +95,9 @@ class _Gatherer:
         self.exported = set()
         self.image_names = {BUFFER_NAME, DOCUMENT_NAME}  # the work folder's own files
         self.default_material = None
+        self.shareable = set()  # names of meshes several exported objects show unmodified
+        self.shared = {}        # mesh name -> object id in the document
+        self.out_objects = []
 
     # --- materials -------------------------------------------------------
 
@@ -288,7 +291,20 @@ class _Gatherer:
             record["attenuationEnd"] = light.cutoff_distance * self.unit_scale
         return record
 
+    def shared_mesh(self, obj, obj_eval):
+        """The id of the document's object for a mesh several objects share;
+        the exporter writes it once and the other nodes as references to it."""
+        name = obj.data.name
+        if name not in self.shared:
+            record = self.mesh_object(obj, obj_eval)
+            record["id"] = "mesh:" + name
+            self.out_objects.append(record)
+            self.shared[name] = record["id"]
+        return self.shared[name]
+
     def object_record(self, obj, obj_eval):
+        if obj.type == "MESH" and obj.data.name in self.shareable and not _modified(obj):
+            return self.shared_mesh(obj, obj_eval)
         if obj.type in GEOMETRY_TYPES:
             return self.mesh_object(obj, obj_eval)
         if obj.type == "CAMERA":
@@ -308,7 +324,7 @@ class _Gatherer:
         record = self.object_record(obj, obj_eval)
         if record is not None:
             node["object"] = record
-        if record is not None and record["type"] == "mesh":
+        if isinstance(record, str) or (record is not None and record["type"] == "mesh"):
             material = self.node_material(obj_eval)
             if material is not None:
                 node["material"] = material
@@ -322,6 +338,19 @@ class _Gatherer:
         if children:
             node["children"] = [self.node(c, obj, keys) for c in children]
         return node
+
+
+def _modified(obj):
+    """True when the object's evaluated geometry is not its mesh's own."""
+    return any(m.show_viewport for m in obj.modifiers)
+
+
+def _shareable_meshes(objects):
+    users = {}
+    for o in objects:
+        if o.type == "MESH" and not _modified(o):
+            users[o.data.name] = users.get(o.data.name, 0) + 1
+    return set(name for name, count in users.items() if count > 1)
 
 
 def _exported_objects(scene, view_layer):
@@ -415,6 +444,7 @@ def gather(context, animation=True):
     with ArmaturesHeld(objects):
         keys = _sample_animation(context, objects, gatherer) if animation else {}
         gatherer.depsgraph = context.evaluated_depsgraph_get()
+        gatherer.shareable = _shareable_meshes(objects)
         roots = sorted((o for o in objects if o.parent is None or o.parent.name not in gatherer.exported),
                        key=lambda o: o.name)
         nodes = [gatherer.node(o, None, keys) for o in roots]
@@ -427,5 +457,7 @@ def gather(context, animation=True):
         document.scene["backgroundColor"] = _colour(scene.world.color)
     document.scene["texmaps"] = gatherer.out_texmaps
     document.scene["materials"] = gatherer.out_materials
+    if gatherer.out_objects:
+        document.scene["objects"] = gatherer.out_objects
     document.scene["nodes"] = nodes
     return document

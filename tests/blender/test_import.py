@@ -61,6 +61,9 @@ ball = bpy.context.active_object
 ball.name = "Ball"
 ball.data.materials.append(blue)
 bpy.ops.object.shade_smooth()
+twin = bpy.data.objects.new("Ball Twin", ball.data)
+scene.collection.objects.link(twin)
+twin.location = (-3.0, 2.0, 1.0)
 
 camera = bpy.data.objects.new("Eye", bpy.data.cameras.new("Eye"))
 scene.collection.objects.link(camera)
@@ -92,6 +95,7 @@ scene = bpy.context.scene
 t.check(scene.render.fps == 25 and scene.frame_end - scene.frame_start == 8,
         "frame rate %d, range %d..%d" % (scene.render.fps, scene.frame_start, scene.frame_end))
 t.check(bpy.data.objects["Box"].parent == bpy.data.objects["Root"], "Box's parent")
+t.check(bpy.data.objects["Ball Twin"].data == bpy.data.objects["Ball"].data, "Ball Twin does not share Ball's mesh")
 t.check([s.material.name for s in bpy.data.objects["Box"].material_slots] == ["Red", "Blue"],
         "Box's material slots %r" % [s.material.name for s in bpy.data.objects["Box"].material_slots])
 t.check(bpy.data.images[0].filepath == os.path.join(os.path.dirname(first), "grid.png"),
