@@ -317,7 +317,7 @@ class _Gatherer:
 
     # --- nodes -----------------------------------------------------------
 
-    def node(self, obj, parent, keys):
+    def node(self, obj, parent, keys, visibility=None):
         obj_eval = obj.evaluated_get(self.depsgraph)
         parent_eval = parent.evaluated_get(self.depsgraph) if parent is not None else None
         node = {"name": obj.name}
@@ -328,7 +328,11 @@ class _Gatherer:
             material = self.node_material(obj_eval)
             if material is not None:
                 node["material"] = material
-        if obj.hide_render:
+        visibility = visibility or {}
+        if obj.name in visibility:
+            # Shown at some frames: exported, its visibility keyed.
+            node["visibility"] = visibility[obj.name]
+        elif obj.hide_render:
             node["hidden"] = True
         if obj.name in keys:
             node["transform"] = keys[obj.name]
@@ -336,7 +340,7 @@ class _Gatherer:
             node["transform"] = {"matrix": _rows(_local_matrix(obj_eval, parent_eval), self.unit_scale)}
         children = sorted((c for c in obj.children if c.name in self.exported), key=lambda c: c.name)
         if children:
-            node["children"] = [self.node(c, obj, keys) for c in children]
+            node["children"] = [self.node(c, obj, keys, visibility) for c in children]
         return node
 
 
@@ -360,14 +364,16 @@ def _exported_objects(scene, view_layer):
 
 def _sample_animation(context, objects, gatherer):
     """Transform keys per frame of the scene's range, for the nodes whose local
-    transform changes over it."""
+    transform changes over it, and visibility keys for those whose hide_render
+    does."""
     scene = context.scene
     start, end = scene.frame_start, scene.frame_end
     if end <= start:
-        return {}
+        return {}, {}
     exported = gatherer.exported
     parents = {o.name: (o.parent if o.parent is not None and o.parent.name in exported else None) for o in objects}
     samples = {o.name: [] for o in objects}
+    hidden = {o.name: [] for o in objects}
     current = scene.frame_current, scene.frame_subframe
     try:
         for frame in range(start, end + 1):
@@ -378,6 +384,7 @@ def _sample_animation(context, objects, gatherer):
                 local = _local_matrix(o.evaluated_get(depsgraph),
                                       parent.evaluated_get(depsgraph) if parent is not None else None)
                 samples[o.name].append(local)
+                hidden[o.name].append(o.hide_render)
     finally:
         scene.frame_set(current[0], subframe=current[1])
     keys = {}
@@ -399,7 +406,10 @@ def _sample_animation(context, objects, gatherer):
             scale.append({"frame": frame, "value": [size.x, size.y, size.z]})
         keys[name] = {member: _track(track) for member, track in
                       (("position", position), ("rotation", rotation), ("scale", scale))}
-    return keys
+    # A key at every frame: visibility interpolates between keys, hide_render does not.
+    visibility = {name: {"keys": [{"frame": frame, "value": 0.0 if h else 1.0} for frame, h in enumerate(values)]}
+                  for name, values in hidden.items() if len(set(values)) > 1}
+    return keys, visibility
 
 
 class ArmaturesHeld:
@@ -442,12 +452,12 @@ def gather(context, animation=True):
     if abs(frame_rate - fps) > 1e-6:
         document.warnings.append("Frame rate %.4g is exported as %d frames per second" % (fps, frame_rate))
     with ArmaturesHeld(objects):
-        keys = _sample_animation(context, objects, gatherer) if animation else {}
+        keys, visibility = _sample_animation(context, objects, gatherer) if animation else ({}, {})
         gatherer.depsgraph = context.evaluated_depsgraph_get()
         gatherer.shareable = _shareable_meshes(objects)
         roots = sorted((o for o in objects if o.parent is None or o.parent.name not in gatherer.exported),
                        key=lambda o: o.name)
-        nodes = [gatherer.node(o, None, keys) for o in roots]
+        nodes = [gatherer.node(o, None, keys, visibility) for o in roots]
 
     # The exporter samples from frame 0 over the range's length: the scene's
     # first frame becomes frame 0.

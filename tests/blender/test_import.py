@@ -84,8 +84,18 @@ for name, kind, colour, energy in (("Lamp", "POINT", (1.0, 0.9, 0.8), 500.0),
         light.data.spot_size, light.data.spot_blend = math.radians(50), 0.3
         light.data.use_custom_distance, light.data.cutoff_distance = True, 60.0
 
+# The point light is hidden from renders over frames 4 to 6.
+lamp = bpy.data.objects["Lamp"]
+for frame, hide in ((1, False), (4, True), (7, False)):
+    lamp.hide_render = hide
+    lamp.keyframe_insert("hide_render", frame=frame)
+
 scene.frame_set(1)
 first = t.export("import-first")
+blink = next(a for a in t.read(first).transform_animations if a.name == "Lamp").visibility_keys
+shown = dict(zip(blink.samples.tolist(), blink.values.tolist()))
+t.check(shown.get(2) == 1.0 and shown.get(3) == 0.0 and shown.get(5) == 0.0 and shown.get(6) == 1.0,
+        "Lamp's visibility keys %r" % shown)
 
 # Into an empty scene, and out again.
 t.new_scene()
@@ -100,6 +110,11 @@ t.check([s.material.name for s in bpy.data.objects["Box"].material_slots] == ["R
         "Box's material slots %r" % [s.material.name for s in bpy.data.objects["Box"].material_slots])
 t.check(bpy.data.images[0].filepath == os.path.join(os.path.dirname(first), "grid.png"),
         "the image beside the file was not loaded: %r" % [i.filepath for i in bpy.data.images])
+hidden_at = []
+for frame in range(scene.frame_start, scene.frame_end + 1):
+    scene.frame_set(frame)
+    hidden_at.append(bpy.data.objects["Lamp"].hide_render)
+t.check(hidden_at == [False] * 3 + [True] * 3 + [False] * 3, "Lamp hidden from renders at %r" % hidden_at)
 scene.frame_set(scene.frame_start)
 os.makedirs(os.path.join(os.path.dirname(first), "again"))
 second = t.export(os.path.join("again", "import-second"))
