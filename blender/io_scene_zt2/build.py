@@ -13,7 +13,7 @@ import bpy
 import numpy as np
 from mathutils import Matrix
 
-from .gather import POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER
+from .gather import POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER, USER_PROPERTIES_TEXT
 
 # The file keeps colours on a 0..255 scale.
 COLOUR_SCALE = 255.0
@@ -51,14 +51,13 @@ def _colour(values):
 
 
 def _parse_user_properties(text):
-    """`key = value` lines as {key: value}; None when a line does not read so."""
+    """`key=value` lines as {key: value}, numbers as numbers; None when the
+    text is not such a list or would not be written back the same (the export
+    writes the properties in name order), so that it is kept as it stands."""
     found = {}
-    for line in text.replace("\r", "\n").split("\n"):
-        if not line.strip():
-            continue
+    for line in text.split("\r\n"):
         key, equals, value = line.partition("=")
-        key, value = key.strip(), value.strip()
-        if not equals or not key:
+        if not equals or not key or key != key.strip() or key.startswith("_") or key == USER_PROPERTIES_TEXT:
             return None
         for kind in (int, float):
             try:
@@ -68,7 +67,8 @@ def _parse_user_properties(text):
                 continue
         else:
             found[key] = value
-    return found
+    again = "\r\n".join("%s=%s" % (key, found[key]) for key in sorted(found))
+    return found if again == text else None
 
 
 class _Builder:
@@ -289,7 +289,7 @@ class _Builder:
         if record.node.user_properties:
             properties = _parse_user_properties(record.node.user_properties)
             if properties is None:
-                obj["userProperties"] = record.node.user_properties
+                obj[USER_PROPERTIES_TEXT] = record.node.user_properties
             else:
                 for key, value in properties.items():
                     obj[key] = value

@@ -334,6 +334,9 @@ class _Gatherer:
             node["visibility"] = visibility[obj.name]
         elif obj.hide_render:
             node["hidden"] = True
+        properties = _user_properties(obj)
+        if properties:
+            node["userProperties"] = properties
         if obj.name in keys:
             node["transform"] = keys[obj.name]
         else:
@@ -342,6 +345,23 @@ class _Gatherer:
         if children:
             node["children"] = [self.node(c, obj, keys, visibility) for c in children]
         return node
+
+
+# The custom property that holds a user property text that is no list of
+# `key=value` lines, written as it stands.
+USER_PROPERTIES_TEXT = "userProperties"
+
+
+def _user_properties(obj):
+    """The object's custom text and number properties as the host's user
+    property text, one `key=value` line each, in name order."""
+    lines = []
+    for key in sorted(obj.keys()):
+        value = obj[key]
+        if key.startswith("_") or isinstance(value, bool) or not isinstance(value, (str, int, float)):
+            continue
+        lines.append(value if key == USER_PROPERTIES_TEXT else "%s=%s" % (key, value))
+    return "\r\n".join(lines)
 
 
 def _modified(obj):

@@ -39,6 +39,7 @@ blue.node_tree.nodes["Principled BSDF"].inputs["Base Color"].default_value = (0.
 root = bpy.data.objects.new("Root", None)
 scene.collection.objects.link(root)
 root.location = (1.0, -2.0, 0.5)
+root["role"], root["level"] = "player", 3
 root.rotation_euler = (0.0, 0.0, 0.3)
 root.keyframe_insert("rotation_euler", frame=1)
 root.rotation_euler = (0.2, 0.0, 1.8)
@@ -105,6 +106,8 @@ scene = bpy.context.scene
 t.check(scene.render.fps == 25 and scene.frame_end - scene.frame_start == 8,
         "frame rate %d, range %d..%d" % (scene.render.fps, scene.frame_start, scene.frame_end))
 t.check(bpy.data.objects["Box"].parent == bpy.data.objects["Root"], "Box's parent")
+t.check(bpy.data.objects["Root"].get("role") == "player" and bpy.data.objects["Root"].get("level") == 3,
+        "Root's user properties %r" % bpy.data.objects["Root"].items())
 t.check(bpy.data.objects["Ball Twin"].data == bpy.data.objects["Ball"].data, "Ball Twin does not share Ball's mesh")
 t.check([s.material.name for s in bpy.data.objects["Box"].material_slots] == ["Red", "Blue"],
         "Box's material slots %r" % [s.material.name for s in bpy.data.objects["Box"].material_slots])
@@ -139,6 +142,9 @@ for node in expected.nodes():
     parent = bpy.data.objects[node.name].parent
     t.check((parent.name if parent else None) == (node.parent or None),
             "%s's parent %r, %r in the file" % (node.name, parent and parent.name, node.parent))
+    text = t.io_scene_zt2.gather._user_properties(bpy.data.objects[node.name])
+    t.check(text == node.user_properties, "%s's user properties %r, %r in the file" %
+            (node.name, text, node.user_properties))
 meshes = [o for o in bpy.data.objects if o.type == "MESH"]
 t.check(len(meshes) == len(expected.meshes), "%d mesh objects, %d in the file" % (len(meshes), len(expected.meshes)))
 by_name = {m.name: m for m in expected.meshes}
