@@ -122,7 +122,7 @@ scene.frame_set(scene.frame_start)
 os.makedirs(os.path.join(os.path.dirname(first), "again"))
 second = t.export(os.path.join("again", "import-second"))
 
-difference = t.ztexport.diff(first, second, tolerance=1e-4)
+difference = t.ztexport.diff(first, second, tolerance=1e-5)
 print(difference.text)
 t.check(difference.equal, "the imported scene exports to another file:\n%s" % difference.text)
 
