@@ -420,8 +420,14 @@ def build(context, path):
     scene_file = ztexport.read_scene(path)
     warnings = []
     skin_path = os.path.splitext(path)[0] + ".skd"
+    skin = None
     if os.path.isfile(skin_path):
-        skin = ztexport.read_skin(skin_path)
+        try:
+            skin = ztexport.read_skin(skin_path)
+        except ztexport.FormatError as error:
+            # The scene stands without its skin, which is not imported anyway.
+            warnings.append("%s (the skin is not imported)" % error)
+    if skin is not None:
         warnings.append("%s: the skin of %d nodes over %d bones is not imported (armatures are not built yet)" %
                         (os.path.basename(skin_path), len(skin.node_names), len(skin.bone_names)))
     for chunk in scene_file.skipped:

@@ -156,6 +156,10 @@ for mesh in expected.meshes:
         mesh = by_name[mesh.reference_name]
     t.check(len(obj.data.polygons) == len(mesh.faces), "%s: %d triangles, %d in the file" %
             (obj.name, len(obj.data.polygons), len(mesh.faces)))
+# Placed where the file has them: the axes undone.
+bpy.context.scene.frame_set(bpy.context.scene.frame_start)
+t.report("import example", max(t.position_deviation(expected, bpy.data.objects[m.name])
+                               for m in expected.meshes if not m.reference_name))
 print("import: round trip equal; example: %d nodes, %d meshes" % (len(names), len(meshes)))
 
 # A file that is no scene file cancels the import with the file, the place and the cause, and builds nothing.
