@@ -138,15 +138,15 @@ class _Builder:
             inputs["Emission"].default_value = _colour(record.ambient) + [1.0]
             inputs["Emission Strength"].default_value = 1.0
             material.diffuse_color = _colour(record.diffuse) + [1.0]
-            layers = [layer for layer in record.layers if layer is not None]
-            if record.layers and record.layers[0] is not None:
-                image = self._image(name, record.layers[0])
+            diffuse = record.layers[0] if record.layers else None
+            if diffuse is not None:
+                image = self._image(name, diffuse)
                 if image is not None:
                     texture = material.node_tree.nodes.new("ShaderNodeTexImage")
                     texture.image = image
                     texture.location = (node.location.x - 300, node.location.y)
                     material.node_tree.links.new(texture.outputs["Color"], inputs["Base Color"])
-            if len(layers) > (1 if record.layers and record.layers[0] is not None else 0):
+            if any(layer is not None for layer in record.layers[1:]):
                 self.warn("Material \"%s\": only the diffuse layer's texture is imported" % name)
         self.materials[name] = material
         return material
