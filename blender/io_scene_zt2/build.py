@@ -172,7 +172,10 @@ class _Builder:
         welded = rank[inverse.reshape(-1)]
         vertices = unique[order]
         triangles = welded[faces]
-        group_of = np.repeat(np.arange(len(mesh.group_triangle_counts)), mesh.group_triangle_counts)
+        # A material's group cut in parts (the file's 16-bit indices) is one slot.
+        slot_names = list(dict.fromkeys(mesh.material_names))
+        slot_of_group = np.array([slot_names.index(n) for n in mesh.material_names] or [0], np.int64)
+        group_of = slot_of_group[np.repeat(np.arange(len(mesh.group_triangle_counts)), mesh.group_triangle_counts)]
         keep = ((triangles[:, 0] != triangles[:, 1]) & (triangles[:, 1] != triangles[:, 2]) &
                 (triangles[:, 0] != triangles[:, 2]))
         if not keep.all():
@@ -191,7 +194,7 @@ class _Builder:
         data.polygons.foreach_set("use_smooth", np.ones(count, bool))
         data.update(calc_edges=True)
 
-        for name in mesh.material_names:
+        for name in slot_names:
             data.materials.append(self.material(name))
 
         channels = {c.channel: c for c in mesh.map_channels}
