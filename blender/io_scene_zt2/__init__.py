@@ -1,9 +1,11 @@
-"""File > Export > ZT2 Scene (.zt2): Blender as a host of the ZT2 exporter.
+"""File > Export > ZT2 Scene (.zt2): Blender as a host of the ZT2 exporter,
+and File > Import > ZT2 Scene (.zt2) back.
 
 The evaluated scene is written as a scene-description document into a work
 folder of its own, and the exporter module runs on it in this process
 (ztexport.export), so the file is byte for byte what zt2export writes for
-that document.
+that document. The import reads a file with ztexport.read and builds the
+objects it describes (build.py).
 """
 
 bl_info = {
@@ -11,8 +13,8 @@ bl_info = {
     "author": "ZTExport",
     "version": (0, 1, 0),
     "blender": (3, 4, 0),
-    "location": "File > Export > ZT2 Scene (.zt2)",
-    "description": "Export the scene as a ZT2.0 scene file through the ZTExport exporter",
+    "location": "File > Export > ZT2 Scene (.zt2), File > Import > ZT2 Scene (.zt2)",
+    "description": "Export the scene as a ZT2.0 scene file through the ZTExport exporter, and import one",
     "category": "Import-Export",
 }
 
@@ -20,8 +22,9 @@ import json
 import os
 
 import bpy
-from bpy_extras.io_utils import ExportHelper
+from bpy_extras.io_utils import ExportHelper, ImportHelper
 
+from . import build as _build
 from . import gather as _gather
 from . import options as _options
 
@@ -81,16 +84,49 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
         return {"FINISHED"}
 
 
+class ImportZT2(bpy.types.Operator, ImportHelper):
+    """Import a ZT2.0 scene file"""
+    bl_idname = "import_scene.zt2"
+    bl_label = "Import ZT2"
+    bl_options = {"UNDO"}
+
+    filename_ext = ".zt2"
+    filter_glob: bpy.props.StringProperty(default="*.zt2", options={"HIDDEN"})
+
+    def execute(self, context):
+        import ztexport
+        try:
+            warnings = _build.build(context, self.filepath)
+        except ztexport.FormatError as error:
+            # The reader's words name the file, the byte offset and the cause.
+            text = str(error)
+            if error.chunk and error.chunk not in text:
+                text += " (in %s)" % error.chunk
+            self.report({"ERROR"}, text)
+            return {"CANCELLED"}
+        for warning in warnings:
+            self.report({"WARNING"}, warning)
+        return {"FINISHED"}
+
+
 def _menu(self, context):
     self.layout.operator(ExportZT2.bl_idname, text="ZT2 Scene (.zt2)")
+
+
+def _import_menu(self, context):
+    self.layout.operator(ImportZT2.bl_idname, text="ZT2 Scene (.zt2)")
 
 
 def register():
     ExportZT2.__annotations__.update(_options.option_properties())
     bpy.utils.register_class(ExportZT2)
+    bpy.utils.register_class(ImportZT2)
     bpy.types.TOPBAR_MT_file_export.append(_menu)
+    bpy.types.TOPBAR_MT_file_import.append(_import_menu)
 
 
 def unregister():
+    bpy.types.TOPBAR_MT_file_import.remove(_import_menu)
     bpy.types.TOPBAR_MT_file_export.remove(_menu)
+    bpy.utils.unregister_class(ImportZT2)
     bpy.utils.unregister_class(ExportZT2)

@@ -95,6 +95,9 @@ class _Gatherer:
         self.exported = set()
         self.image_names = {BUFFER_NAME, DOCUMENT_NAME}  # the work folder's own files
         self.default_material = None
+        self.shareable = set()  # names of meshes several exported objects show unmodified
+        self.shared = {}        # mesh name -> object id in the document
+        self.out_objects = []
 
     # --- materials -------------------------------------------------------
 
@@ -288,7 +291,20 @@ class _Gatherer:
             record["attenuationEnd"] = light.cutoff_distance * self.unit_scale
         return record
 
+    def shared_mesh(self, obj, obj_eval):
+        """The id of the document's object for a mesh several objects share;
+        the exporter writes it once and the other nodes as references to it."""
+        name = obj.data.name
+        if name not in self.shared:
+            record = self.mesh_object(obj, obj_eval)
+            record["id"] = "mesh:" + name
+            self.out_objects.append(record)
+            self.shared[name] = record["id"]
+        return self.shared[name]
+
     def object_record(self, obj, obj_eval):
+        if obj.type == "MESH" and obj.data.name in self.shareable and not _modified(obj):
+            return self.shared_mesh(obj, obj_eval)
         if obj.type in GEOMETRY_TYPES:
             return self.mesh_object(obj, obj_eval)
         if obj.type == "CAMERA":
@@ -301,27 +317,64 @@ class _Gatherer:
 
     # --- nodes -----------------------------------------------------------
 
-    def node(self, obj, parent, keys):
+    def node(self, obj, parent, keys, visibility=None):
         obj_eval = obj.evaluated_get(self.depsgraph)
         parent_eval = parent.evaluated_get(self.depsgraph) if parent is not None else None
         node = {"name": obj.name}
         record = self.object_record(obj, obj_eval)
         if record is not None:
             node["object"] = record
-        if record is not None and record["type"] == "mesh":
+        if isinstance(record, str) or (record is not None and record["type"] == "mesh"):
             material = self.node_material(obj_eval)
             if material is not None:
                 node["material"] = material
-        if obj.hide_render:
+        visibility = visibility or {}
+        if obj.name in visibility:
+            # Shown at some frames: exported, its visibility keyed.
+            node["visibility"] = visibility[obj.name]
+        elif obj.hide_render:
             node["hidden"] = True
+        properties = _user_properties(obj)
+        if properties:
+            node["userProperties"] = properties
         if obj.name in keys:
             node["transform"] = keys[obj.name]
         else:
             node["transform"] = {"matrix": _rows(_local_matrix(obj_eval, parent_eval), self.unit_scale)}
         children = sorted((c for c in obj.children if c.name in self.exported), key=lambda c: c.name)
         if children:
-            node["children"] = [self.node(c, obj, keys) for c in children]
+            node["children"] = [self.node(c, obj, keys, visibility) for c in children]
         return node
+
+
+# The custom property that holds a user property text that is no list of
+# `key=value` lines, written as it stands.
+USER_PROPERTIES_TEXT = "userProperties"
+
+
+def _user_properties(obj):
+    """The object's custom text and number properties as the host's user
+    property text, one `key=value` line each, in name order."""
+    lines = []
+    for key in sorted(obj.keys()):
+        value = obj[key]
+        if key.startswith("_") or isinstance(value, bool) or not isinstance(value, (str, int, float)):
+            continue
+        lines.append(value if key == USER_PROPERTIES_TEXT else "%s=%s" % (key, value))
+    return "\r\n".join(lines)
+
+
+def _modified(obj):
+    """True when the object's evaluated geometry is not its mesh's own."""
+    return any(m.show_viewport for m in obj.modifiers)
+
+
+def _shareable_meshes(objects):
+    users = {}
+    for o in objects:
+        if o.type == "MESH" and not _modified(o):
+            users[o.data.name] = users.get(o.data.name, 0) + 1
+    return set(name for name, count in users.items() if count > 1)
 
 
 def _exported_objects(scene, view_layer):
@@ -331,14 +384,16 @@ def _exported_objects(scene, view_layer):
 
 def _sample_animation(context, objects, gatherer):
     """Transform keys per frame of the scene's range, for the nodes whose local
-    transform changes over it."""
+    transform changes over it, and visibility keys for those whose hide_render
+    does."""
     scene = context.scene
     start, end = scene.frame_start, scene.frame_end
     if end <= start:
-        return {}
+        return {}, {}
     exported = gatherer.exported
     parents = {o.name: (o.parent if o.parent is not None and o.parent.name in exported else None) for o in objects}
     samples = {o.name: [] for o in objects}
+    hidden = {o.name: [] for o in objects}
     current = scene.frame_current, scene.frame_subframe
     try:
         for frame in range(start, end + 1):
@@ -349,6 +404,7 @@ def _sample_animation(context, objects, gatherer):
                 local = _local_matrix(o.evaluated_get(depsgraph),
                                       parent.evaluated_get(depsgraph) if parent is not None else None)
                 samples[o.name].append(local)
+                hidden[o.name].append(o.hide_render)
     finally:
         scene.frame_set(current[0], subframe=current[1])
     keys = {}
@@ -370,7 +426,10 @@ def _sample_animation(context, objects, gatherer):
             scale.append({"frame": frame, "value": [size.x, size.y, size.z]})
         keys[name] = {member: _track(track) for member, track in
                       (("position", position), ("rotation", rotation), ("scale", scale))}
-    return keys
+    # A key at every frame: visibility interpolates between keys, hide_render does not.
+    visibility = {name: {"keys": [{"frame": frame, "value": 0.0 if h else 1.0} for frame, h in enumerate(values)]}
+                  for name, values in hidden.items() if len(set(values)) > 1}
+    return keys, visibility
 
 
 class ArmaturesHeld:
@@ -413,11 +472,12 @@ def gather(context, animation=True):
     if abs(frame_rate - fps) > 1e-6:
         document.warnings.append("Frame rate %.4g is exported as %d frames per second" % (fps, frame_rate))
     with ArmaturesHeld(objects):
-        keys = _sample_animation(context, objects, gatherer) if animation else {}
+        keys, visibility = _sample_animation(context, objects, gatherer) if animation else ({}, {})
         gatherer.depsgraph = context.evaluated_depsgraph_get()
+        gatherer.shareable = _shareable_meshes(objects)
         roots = sorted((o for o in objects if o.parent is None or o.parent.name not in gatherer.exported),
                        key=lambda o: o.name)
-        nodes = [gatherer.node(o, None, keys) for o in roots]
+        nodes = [gatherer.node(o, None, keys, visibility) for o in roots]
 
     # The exporter samples from frame 0 over the range's length: the scene's
     # first frame becomes frame 0.
@@ -427,5 +487,7 @@ def gather(context, animation=True):
         document.scene["backgroundColor"] = _colour(scene.world.color)
     document.scene["texmaps"] = gatherer.out_texmaps
     document.scene["materials"] = gatherer.out_materials
+    if gatherer.out_objects:
+        document.scene["objects"] = gatherer.out_objects
     document.scene["nodes"] = nodes
     return document

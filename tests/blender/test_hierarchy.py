@@ -36,6 +36,12 @@ child.name = "Child"
 child.parent = root
 child.matrix_parent_inverse = root.matrix_world.inverted()
 
+# A second object showing Child's mesh: written once, Twin as a reference to it.
+twin = bpy.data.objects.new("Twin", child.data)
+scene.collection.objects.link(twin)
+twin.location = (-4.0, 0.0, 2.0)
+twin.rotation_euler = (0.0, 0.7, 0.0)
+
 sub = empty("Sub", (1.0, 1.0, 0.0), parent=root)
 sub.rotation_euler = (0.4, 0.0, 0.0)
 bpy.ops.mesh.primitive_uv_sphere_add(segments=8, ring_count=4, radius=0.5)
@@ -70,6 +76,13 @@ leaf.evaluated_get(bpy.context.evaluated_depsgraph_get()).to_mesh_clear()
 t.check(faces == expected and faces > 48, "Leaf has %d triangles, %d expected with its modifier" % (faces, expected))
 
 deviation = max(t.position_deviation(exported, leaf), t.position_deviation(exported, child))
+shared = next(m for m in exported.meshes if m.name == "Twin")
+t.check(shared.reference_name == "Child" and len(shared.positions) == 0,
+        "Twin is not written as a reference to Child's mesh: %r" % shared.reference_name)
+original = next(m for m in exported.meshes if m.name == "Child")
+points = np.hstack([np.asarray(original.positions, np.float64), np.ones((len(original.positions), 1))])
+deviation = max(deviation, t.set_deviation((points @ t.world_matrix(exported, shared.node))[:, :3],
+                                           t.blender_world_positions(twin)))
 
 # Root's keys, one per sample from frame 1 (the last frame left out, as
 # decreaseEndFrameByOne has it), place Leaf where Blender has it at frame 10.

@@ -1,0 +1,440 @@
+"""A ZT2.0 scene file as Blender objects: the import side of the add-on.
+
+The file is read with ztexport.read; everything here inverts what gather.py
+and the exporter do, so that an imported scene exports again to the same
+file as far as Blender can hold it. What has no place in Blender is named in
+the warnings handed back, never dropped silently.
+"""
+
+import math
+import os
+
+import bpy
+import numpy as np
+from mathutils import Matrix
+
+from .gather import POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER, USER_PROPERTIES_TEXT
+
+# The file keeps colours on a 0..255 scale.
+COLOUR_SCALE = 255.0
+# The host's far attenuation end when nothing sets it; the export writes one
+# only for a light with a custom distance.
+DEFAULT_ATTENUATION_END = 200.0
+# Two file normals of one corner further apart than this make its edge sharp.
+NORMAL_TOLERANCE = 1e-4
+# The file's world is the host's turned so that Y is up, with Z mirrored: a
+# world point (x, y, z) is the file's (x, z, y). Below the world, each node's
+# own axes are the host's with z negated, so mesh positions and normals are
+# (x, y, -z) of Blender's, a root's transform is A x M x P and a child's
+# A x M x A, A negating z and P exchanging y and z (both their own inverses).
+_MIRROR = np.diag([1.0, 1.0, -1.0, 1.0])
+_TURN = np.array([[1.0, 0, 0, 0], [0, 0, 1.0, 0], [0, 1.0, 0, 0], [0, 0, 0, 1.0]])
+_FLIP_Z = np.array([1.0, 1.0, -1.0])
+
+
+def blender_matrix(rows, unit_scale=1.0, has_parent=False):
+    """The file's 4 rows of 3 (row vectors) as a Blender matrix (column
+    vectors, Z up), the translation divided by the unit scale."""
+    m = np.identity(4)
+    m[:, :3] = np.asarray(rows, np.float64)
+    host = _MIRROR @ m @ (_MIRROR if has_parent else _TURN)
+    result = Matrix.Identity(4)
+    for i in range(3):
+        for j in range(3):
+            result[j][i] = host[i][j]
+        result[i][3] = host[3][i] / unit_scale
+    return result
+
+
+def _colour(values):
+    return [float(values[0]) / COLOUR_SCALE, float(values[1]) / COLOUR_SCALE, float(values[2]) / COLOUR_SCALE]
+
+
+def _parse_user_properties(text):
+    """`key=value` lines as {key: value}, numbers as numbers; None when the
+    text is not such a list or would not be written back the same (the export
+    writes the properties in name order), so that it is kept as it stands."""
+    found = {}
+    for line in text.split("\r\n"):
+        key, equals, value = line.partition("=")
+        if not equals or not key or key != key.strip() or key.startswith("_") or key == USER_PROPERTIES_TEXT:
+            return None
+        for kind in (int, float):
+            try:
+                found[key] = kind(value)
+                break
+            except ValueError:
+                continue
+        else:
+            found[key] = value
+    again = "\r\n".join("%s=%s" % (key, found[key]) for key in sorted(found))
+    return found if again == text else None
+
+
+class _Builder:
+    def __init__(self, context, path, scene_file, warnings):
+        self.context = context
+        self.scene = context.scene
+        self.path = path
+        self.file = scene_file
+        self.warnings = warnings
+        settings = self.scene.unit_settings
+        self.unit_scale = settings.scale_length if settings.system != "NONE" else 1.0
+        self.collection = context.view_layer.active_layer_collection.collection
+        self.materials = {}  # file name -> bpy material
+        self.objects = {}    # node name -> bpy object
+        self.meshes = {}     # node name -> bpy mesh, for the references to it
+        material_list = scene_file.materials
+        self.file_materials = {m.name: m for m in material_list.materials} if material_list else {}
+        self.texture_folders = [os.path.dirname(os.path.abspath(path))]
+        if material_list is not None and material_list.texture_path:
+            first = material_list.texture_path.split(";")[0]
+            self.texture_folders.insert(0, os.path.join(self.texture_folders[0], first))
+
+    def warn(self, text):
+        self.warnings.append(text)
+
+    # --- materials -------------------------------------------------------
+
+    def _image(self, material_name, texture):
+        names = texture.file_names
+        if not names:
+            return None
+        if len(names) > 1:
+            self.warn("Material \"%s\": texture \"%s\" is a sequence of %d images; only the first is imported" %
+                      (material_name, texture.name, len(names)))
+        for folder in self.texture_folders:
+            candidate = os.path.normpath(os.path.join(folder, names[0]))
+            if os.path.isfile(candidate):
+                image = bpy.data.images.load(candidate, check_existing=True)
+                image.name = texture.name  # the export names the texture after the image
+                return image
+        self.warn("Material \"%s\": image \"%s\" is not in the texture path beside the file; the map is left out" %
+                  (material_name, names[0]))
+        return None
+
+    def material(self, name):
+        if name in self.materials:
+            return self.materials[name]
+        material = bpy.data.materials.new(name)
+        material.use_nodes = True
+        node = next(n for n in material.node_tree.nodes if n.type == "BSDF_PRINCIPLED")
+        record = self.file_materials.get(name)
+        if record is None:
+            self.warn("Material \"%s\" is not in the file's material list; Blender's defaults stand" % name)
+        else:
+            inputs = node.inputs
+            inputs["Base Color"].default_value = _colour(record.diffuse) + [1.0]
+            # The export writes Specular x (1 - Roughness) as the grey: at
+            # Blender's Specular 0.5 a roughness gives it back, brighter
+            # highlights need a higher Specular.
+            grey = max(0.0, min(1.0, sum(_colour(record.specular)) / 3.0))
+            if grey <= 0.5:
+                inputs["Specular"].default_value = 0.5
+                inputs["Roughness"].default_value = 1.0 - grey / 0.5
+            else:
+                inputs["Specular"].default_value = grey
+                inputs["Roughness"].default_value = 0.0
+            inputs["Emission"].default_value = _colour(record.ambient) + [1.0]
+            inputs["Emission Strength"].default_value = 1.0
+            material.diffuse_color = _colour(record.diffuse) + [1.0]
+            diffuse = record.layers[0] if record.layers else None
+            if diffuse is not None:
+                image = self._image(name, diffuse)
+                if image is not None:
+                    texture = material.node_tree.nodes.new("ShaderNodeTexImage")
+                    texture.image = image
+                    texture.location = (node.location.x - 300, node.location.y)
+                    material.node_tree.links.new(texture.outputs["Color"], inputs["Base Color"])
+            if any(layer is not None for layer in record.layers[1:]):
+                self.warn("Material \"%s\": only the diffuse layer's texture is imported" % name)
+        self.materials[name] = material
+        return material
+
+    # --- objects ---------------------------------------------------------
+
+    def mesh_data(self, mesh):
+        """A Blender mesh of the file's mesh: vertices of one position welded
+        (the file splits them per group, seam and smoothing), sharp edges where
+        the file's normals part, material slots per group."""
+        data = bpy.data.meshes.new(mesh.name)
+        positions = np.asarray(mesh.positions, np.float64) * _FLIP_Z / self.unit_scale
+        faces = np.asarray(mesh.faces, np.int64).reshape(-1, 3)
+        if len(positions) == 0 or len(faces) == 0:
+            return data
+        # Negating z mirrors: the corners turn the other way round, and the
+        # export writes a triangle's corners last first.
+        faces = faces[:, [2, 1, 0]]
+        unique, first, inverse = np.unique(positions, axis=0, return_index=True, return_inverse=True)
+        order = np.argsort(first, kind="stable")
+        rank = np.empty_like(order)
+        rank[order] = np.arange(len(order))
+        welded = rank[inverse.reshape(-1)]
+        vertices = unique[order]
+        triangles = welded[faces]
+        # A material's group cut in parts (the file's 16-bit indices) is one slot.
+        slot_names = list(dict.fromkeys(mesh.material_names))
+        slot_of_group = np.array([slot_names.index(n) for n in mesh.material_names] or [0], np.int64)
+        group_of = slot_of_group[np.repeat(np.arange(len(mesh.group_triangle_counts)), mesh.group_triangle_counts)]
+        keep = ((triangles[:, 0] != triangles[:, 1]) & (triangles[:, 1] != triangles[:, 2]) &
+                (triangles[:, 0] != triangles[:, 2]))
+        if not keep.all():
+            self.warn("Mesh \"%s\": %d triangles with two corners at one position are left out" %
+                      (mesh.name, int((~keep).sum())))
+            faces, triangles, group_of = faces[keep], triangles[keep], group_of[keep]
+        count = len(triangles)
+        data.vertices.add(len(vertices))
+        data.vertices.foreach_set("co", vertices.astype(np.float32).ravel())
+        data.loops.add(count * 3)
+        data.loops.foreach_set("vertex_index", triangles.astype(np.int32).ravel())
+        data.polygons.add(count)
+        data.polygons.foreach_set("loop_start", np.arange(0, count * 3, 3, dtype=np.int32))
+        data.polygons.foreach_set("loop_total", np.full(count, 3, np.int32))
+        data.polygons.foreach_set("material_index", group_of.astype(np.int32))
+        data.polygons.foreach_set("use_smooth", np.ones(count, bool))
+        data.update(calc_edges=True)
+
+        for name in slot_names:
+            data.materials.append(self.material(name))
+
+        channels = {c.channel: c for c in mesh.map_channels}
+        if 0 in channels:
+            coordinates = np.asarray(channels[0].coordinates, np.float32)
+            uv = np.empty((count * 3, 2), np.float32)
+            uv[:, 0] = coordinates[faces.ravel(), 0]
+            uv[:, 1] = -coordinates[faces.ravel(), 1]
+            data.uv_layers.new(name="UVMap").data.foreach_set("uv", uv.ravel())
+        for channel in sorted(set(channels) - {0}):
+            self.warn("Mesh \"%s\": map channel %d (vertex colours) is not imported" % (mesh.name, channel))
+
+        self._sharp_edges(data, faces, triangles, np.asarray(mesh.normals, np.float64) * _FLIP_Z)
+        data.use_auto_smooth = True
+        data.auto_smooth_angle = math.pi
+        return data
+
+    def _sharp_edges(self, data, faces, triangles, normals):
+        """Marks an edge sharp when the triangles on its two sides give one of
+        its ends different normals in the file."""
+        ends = np.stack([triangles, np.roll(triangles, -1, axis=1)], axis=2).reshape(-1, 2)
+        corner_normals = np.stack([faces, np.roll(faces, -1, axis=1)], axis=2).reshape(-1, 2)
+        swap = ends[:, 0] > ends[:, 1]
+        ends[swap] = ends[swap][:, ::-1]
+        corner_normals[swap] = corner_normals[swap][:, ::-1]
+        n = normals[corner_normals]  # (edges, 2 ends, 3)
+        key = ends[:, 0] * (len(data.vertices) + 1) + ends[:, 1]
+        order = np.argsort(key, kind="stable")
+        key, n = key[order], n[order]
+        same_edge = key[1:] == key[:-1]
+        parted = same_edge & (np.abs(n[1:] - n[:-1]).max(axis=(1, 2)) > NORMAL_TOLERANCE)
+        sharp_keys = np.unique(np.concatenate([key[1:][parted], key[:-1][parted]]))
+        # An edge of one triangle only is a border: nothing to smooth across.
+        edge_vertices = np.empty(len(data.edges) * 2, np.int64)
+        data.edges.foreach_get("vertices", edge_vertices)
+        edge_vertices = np.sort(edge_vertices.reshape(-1, 2), axis=1)
+        edge_keys = edge_vertices[:, 0] * (len(data.vertices) + 1) + edge_vertices[:, 1]
+        data.edges.foreach_set("use_edge_sharp", np.isin(edge_keys, sharp_keys))
+
+    def camera_data(self, camera):
+        data = bpy.data.cameras.new(camera.name)
+        # The file's field of view is the horizontal one.
+        data.sensor_fit = "HORIZONTAL"
+        data.angle_x = camera.fov
+        data.clip_start = camera.near / self.unit_scale
+        data.clip_end = camera.far / self.unit_scale
+        return data
+
+    def light_data(self, light):
+        kind = {"omni": "POINT", "spot": "SPOT", "directional": "SUN"}.get(light.type)
+        if kind is None:
+            kind = "POINT"
+            self.warn("Light \"%s\": a %s light is imported as a point light" % (light.name, light.type))
+        data = bpy.data.lights.new(light.name, kind)
+        colour = _colour(light.color)
+        multiplier = light.intensity
+        if any(c < 0.0 for c in colour):
+            # A negative light keeps its sign in the colour; Blender's energy takes it.
+            colour, multiplier = [-c for c in colour], -multiplier
+        data.color = colour
+        data.energy = multiplier * (SUN_STRENGTH_PER_MULTIPLIER if kind == "SUN" else POINT_WATTS_PER_MULTIPLIER)
+        if kind == "SPOT":
+            data.spot_size = max(light.falloff, 1e-6)
+            data.spot_blend = max(0.0, min(1.0, 1.0 - light.hotspot / data.spot_size))
+        if kind != "SUN" and abs(light.attenuation_end - DEFAULT_ATTENUATION_END * self.unit_scale) > 1e-4:
+            data.use_custom_distance = True
+            data.cutoff_distance = light.attenuation_end / self.unit_scale
+        return data
+
+    def new_object(self, name, data):
+        obj = bpy.data.objects.new(name, data)
+        self.collection.objects.link(obj)
+        if obj.name != name:
+            self.warn("Node \"%s\" is named \"%s\" in Blender (the name was taken)" % (name, obj.name))
+        self.objects[name] = obj
+        return obj
+
+    def node(self, kind, record):
+        if kind == "mesh":
+            # A reference shares the mesh of the node it names.
+            data = self.meshes.get(record.reference_name or record.name)
+            if data is None:
+                self.warn("Mesh \"%s\" refers to \"%s\", which has no mesh in the file; it is left empty" %
+                          (record.name, record.reference_name))
+                data = bpy.data.meshes.new(record.name)
+        elif kind == "camera":
+            data = self.camera_data(record)
+        elif kind == "light":
+            data = self.light_data(record)
+        else:
+            data = None
+            if record.class_name != "Dummy":
+                self.warn("Helper \"%s\" of class \"%s\" is imported as an empty" % (record.name, record.class_name))
+        obj = self.new_object(record.name, data)
+        if record.node.user_properties:
+            properties = _parse_user_properties(record.node.user_properties)
+            if properties is None:
+                obj[USER_PROPERTIES_TEXT] = record.node.user_properties
+            else:
+                for key, value in properties.items():
+                    obj[key] = value
+        return obj
+
+    def build(self):
+        scene_file = self.file
+        kinds = ([("mesh", m) for m in scene_file.meshes] + [("camera", c) for c in scene_file.cameras] +
+                 [("light", light) for light in scene_file.lights] + [("helper", h) for h in scene_file.helpers])
+        kinds.sort(key=lambda pair: pair[1].node.order)
+        for kind, record in kinds:
+            if kind == "mesh" and not record.reference_name:
+                self.meshes[record.name] = self.mesh_data(record)
+        for kind, record in kinds:
+            self.node(kind, record)
+        # Parents, then transforms: a child's file transform is relative to its parent.
+        for kind, record in kinds:
+            obj = self.objects[record.name]
+            node = record.node
+            if node.parent:
+                parent = self.objects.get(node.parent)
+                if parent is None:
+                    self.warn("Node \"%s\": its parent \"%s\" is not in the file; it is a root" %
+                              (record.name, node.parent))
+                else:
+                    obj.parent = parent
+            obj.matrix_parent_inverse = Matrix.Identity(4)
+            obj.matrix_basis = blender_matrix(node.transform, self.unit_scale, obj.parent is not None)
+        self.environment()
+        self.animation()
+
+    def environment(self):
+        env = self.file.environment
+        if env is None:
+            return
+        if self.scene.world is None:
+            self.scene.world = bpy.data.worlds.new("World")
+        self.scene.world.color = _colour(env.background)
+        if any(env.ambient[:3]):
+            self.warn("The scene's ambient colour %s is not imported (Blender has no ambient light)" %
+                      list(env.ambient[:3]))
+
+    # --- animation -------------------------------------------------------
+
+    def animation(self):
+        animations = [a for a in self.file.transform_animations if a.name in self.objects]
+        for a in self.file.transform_animations:
+            if a.name not in self.objects:
+                self.warn("Animation of \"%s\": the node is not among the file's objects; not imported" % a.name)
+        # The exporter writes a light's values for every light; only changing ones are lost.
+        changing = sorted(set(a.name for a in self.file.light_animations
+                              if any(len(k) > 1 for k in (a.color_keys, a.intensity_keys, a.attenuation_start_keys,
+                                                          a.attenuation_end_keys, a.hotspot_keys, a.falloff_keys))))
+        if changing:
+            self.warn("Light animation (%s) is not imported" % ", ".join(changing))
+        if not animations:
+            return
+        rates = sorted(set(a.sample_rate for a in animations))
+        rate = rates[-1]
+        if len(rates) > 1:
+            self.warn("Animations sampled at %s per second are keyed at %d frames per second" % (rates, rate))
+        render = self.scene.render
+        render.fps, render.fps_base = rate, 1.0
+        start = self.scene.frame_start
+        self.scene.frame_end = start + max(a.num_samples for a in animations)
+        for a in animations:
+            self.transform_keys(self.objects[a.name], a, start)
+            self.visibility_keys(self.objects[a.name], a, start)
+
+    def transform_keys(self, obj, animation, start):
+        keys = animation.keys
+        if len(keys) <= 1:
+            return  # the node's own transform holds it
+        frames = start + np.asarray(keys.samples, np.float64)
+        location, rotation, scale = [], [], []
+        previous = None
+        for value in keys.values:
+            loc, quat, size = blender_matrix(value, self.unit_scale, bool(animation.parent_name)).decompose()
+            if previous is not None and previous.dot(quat) < 0.0:
+                quat.negate()  # interpolated along the shorter arc, as the exporter sampled it
+            previous = quat
+            location.append(loc)
+            rotation.append(quat)
+            scale.append(size)
+        obj.rotation_mode = "QUATERNION"
+        action = bpy.data.actions.new(obj.name + "Action")
+        obj.animation_data_create().action = action
+        for path, values, width in (("location", location, 3), ("rotation_quaternion", rotation, 4),
+                                    ("scale", scale, 3)):
+            for index in range(width):
+                _fcurve(action, path, index, frames, [v[index] for v in values])
+
+    def visibility_keys(self, obj, animation, start):
+        keys = animation.visibility_keys
+        values = np.asarray(keys.values, np.float64).reshape(-1)
+        if len(values) == 0 or (values > 0.5).all():
+            return
+        frames = start + np.asarray(keys.samples, np.float64)
+        action = obj.animation_data.action if obj.animation_data else None
+        if action is None:
+            action = bpy.data.actions.new(obj.name + "Action")
+            obj.animation_data_create().action = action
+        if ((values > 0.0) & (values < 1.0)).any():
+            self.warn("Node \"%s\": partial visibility is imported as shown or hidden" % obj.name)
+        _fcurve(action, "hide_render", 0, frames, [0.0 if v > 0.5 else 1.0 for v in values], "CONSTANT")
+        obj.hide_render = bool(values[0] <= 0.5)
+
+
+def _fcurve(action, path, index, frames, values, interpolation="LINEAR"):
+    curve = action.fcurves.new(path, index=index)
+    curve.keyframe_points.add(len(frames))
+    points = np.empty(len(frames) * 2, np.float32)
+    points[0::2] = frames
+    points[1::2] = values
+    curve.keyframe_points.foreach_set("co", points)
+    curve.keyframe_points.foreach_set("interpolation",
+                                      [bpy.types.Keyframe.bl_rna.properties["interpolation"].enum_items[
+                                          interpolation].value] * len(frames))
+    curve.update()
+    return curve
+
+
+def build(context, path):
+    """Reads the scene file `path` (and its .skd beside it) into the scene of
+    `context`; returns the warnings. Raises ztexport.FormatError for a file that
+    does not read."""
+    import ztexport
+    scene_file = ztexport.read_scene(path)
+    warnings = []
+    skin_path = os.path.splitext(path)[0] + ".skd"
+    skin = None
+    if os.path.isfile(skin_path):
+        try:
+            skin = ztexport.read_skin(skin_path)
+        except ztexport.FormatError as error:
+            # The scene stands without its skin, which is not imported anyway.
+            warnings.append("%s (the skin is not imported)" % error)
+    if skin is not None:
+        warnings.append("%s: the skin of %d nodes over %d bones is not imported (armatures are not built yet)" %
+                        (os.path.basename(skin_path), len(skin.node_names), len(skin.bone_names)))
+    for chunk in scene_file.skipped:
+        warnings.append("%s: chunk %s at offset %d is not imported" % (os.path.basename(path), chunk.name,
+                                                                      chunk.offset))
+    _Builder(context, path, scene_file, warnings).build()
+    return warnings
