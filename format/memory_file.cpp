@@ -1,7 +1,10 @@
 #include "format/memory_file.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cassert>
 #include <cstdio>
@@ -43,10 +46,12 @@ T_MemoryFile T_MemoryFile::fromBytes(std::vector<std::uint8_t> bytes, const std:
   return f;
 }
 
-T_MemoryFile T_MemoryFile::fromView(std::shared_ptr<const std::uint8_t> bytes, std::size_t size, const std::string& name) {
+T_MemoryFile T_MemoryFile::fromView(std::shared_ptr<const std::uint8_t> bytes, std::size_t size, const std::string& name,
+                                    int descriptor) {
   T_MemoryFile f(0);
   f.view_ = std::move(bytes);
   f.viewSize_ = size;
+  f.sourceDescriptor_ = descriptor;
   f.name_ = name;
   if (size < kMemoryFileHeaderSize || std::memcmp(f.view_.get(), kMemoryFileMagic, 4) != 0)
     throw T_Exception(name + ": not a ZT chunk file (the header is missing or wrong)");
@@ -280,7 +285,21 @@ std::int32_t T_MemoryFile::readSequenceCount() {
 
 void T_MemoryFile::readRaw(void* out, std::size_t length) {
   need(length, "a raw block");
-  std::memcpy(out, bytes() + pos_, length);
+  // A large block is read from the file itself rather than copied out of
+  // its mapping: the system fills the caller's pages without a fault for
+  // each page of the mapping (the mapping's pages are then never touched).
+  std::size_t done = 0;
+  if (sourceDescriptor_ >= 0 && length >= kReadFromFileAtLeast) {
+    auto* to = static_cast<std::uint8_t*>(out);
+    while (done < length) {
+      const ssize_t n = ::pread(sourceDescriptor_, to + done, length - done, static_cast<off_t>(pos_ + done));
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      done += static_cast<std::size_t>(n);
+    }
+  }
+  // What the file did not give (it may have changed since it was mapped) comes from the mapping.
+  if (done < length) std::memcpy(static_cast<std::uint8_t*>(out) + done, bytes() + pos_ + done, length - done);
   pos_ += length;
 }
 

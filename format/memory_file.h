@@ -57,9 +57,11 @@ class T_MemoryFile {
   T_MemoryFile(const char* name, AccessMethod method);
   // Reads from bytes already in memory (a file's whole content, header included).
   static T_MemoryFile fromBytes(std::vector<std::uint8_t> bytes, const std::string& name = "<memory>");
-  // Reads from `size` bytes that `bytes` owns (a mapped file, say), without a copy.
+  // Reads from `size` bytes that `bytes` owns (a mapped file, say), without a
+  // copy. `descriptor`, when given, is the open file those bytes map, which
+  // large raw blocks are read from; it must stay open as long as `bytes`.
   static T_MemoryFile fromView(std::shared_ptr<const std::uint8_t> bytes, std::size_t size,
-                               const std::string& name = "<memory>");
+                               const std::string& name = "<memory>", int descriptor = -1);
 
   // --- writing ---
   void createChunk(unsigned int id, unsigned int version);
@@ -125,6 +127,8 @@ class T_MemoryFile {
   std::vector<std::uint8_t> buffer_;
   std::shared_ptr<const std::uint8_t> view_;  // reading from bytes owned elsewhere
   std::size_t viewSize_ = 0;
+  int sourceDescriptor_ = -1;  // the file view_ maps, for large raw blocks
+  static constexpr std::size_t kReadFromFileAtLeast = std::size_t{1} << 20;
   std::vector<std::size_t> openChunks_;  // offsets of open chunk headers
   std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
   std::size_t pos_ = 0;

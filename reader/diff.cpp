@@ -166,6 +166,44 @@ class Differ {
     return equal;
   }
 
+  // Two typed copies of one element type compared where they lie, element
+  // by element, without a list of numbers for each: what a big mesh's
+  // arrays need. False when the fields are not such a pair.
+  bool sameTyped(const DecodedField& x, const DecodedField& y, Difference& d) const {
+    if (x.typed.index() != y.typed.index() || std::holds_alternative<std::monostate>(x.typed)) return false;
+    std::visit(
+        [&](const auto& a) {
+          using A = std::decay_t<decltype(a)>;
+          if constexpr (!std::is_same_v<A, std::monostate>) {
+            const A& b = std::get<A>(y.typed);
+            const auto note = [&](double u, double v, bool& differs) {
+              if (near(u, v)) return;
+              differs = true;
+              const double dd = std::fabs(u - v);
+              d.largestDifference = std::isfinite(dd) ? std::max(d.largestDifference, dd) : INFINITY;
+            };
+            const std::size_t n = std::min(a.size(), b.size());
+            for (std::size_t i = 0; i < n; ++i) {
+              bool differs = false;
+              if constexpr (std::is_same_v<A, Array<Vec3>>) {
+                if (std::memcmp(&a[i], &b[i], sizeof a[i]) == 0) continue;
+                note(a[i].x, b[i].x, differs);
+                note(a[i].y, b[i].y, differs);
+                note(a[i].z, b[i].z, differs);
+              } else {
+                if (a[i] == b[i]) continue;
+                note(static_cast<double>(a[i]), static_cast<double>(b[i]), differs);
+              }
+              if (!differs) continue;
+              ++d.differing;
+              if (d.firstIndices.size() < options_.listedIndices) d.firstIndices.push_back(i);
+            }
+          }
+        },
+        x.typed);
+    return true;
+  }
+
   void changed(const std::string& path, const Json& x, const Json& y) {
     Difference d;
     d.kind = Difference::Kind::Changed;
@@ -198,10 +236,12 @@ class Differ {
     d.array = true;
     d.oldLength = ex.size();
     d.newLength = ey.size();
-    for (std::size_t i = 0; i < std::min(ex.size(), ey.size()); ++i) {
-      if (same(ex.at(i), ey.at(i), d.largestDifference)) continue;
-      ++d.differing;
-      if (d.firstIndices.size() < options_.listedIndices) d.firstIndices.push_back(i);
+    if (!sameTyped(x, y, d)) {
+      for (std::size_t i = 0; i < std::min(ex.size(), ey.size()); ++i) {
+        if (same(ex.at(i), ey.at(i), d.largestDifference)) continue;
+        ++d.differing;
+        if (d.firstIndices.size() < options_.listedIndices) d.firstIndices.push_back(i);
+      }
     }
     if (d.differing == 0 && ex.size() == ey.size()) return;
     d.oldValue = ex.shortText();
@@ -392,7 +432,8 @@ Diff diffFiles(const std::string& oldPath, const std::string& newPath, const Dif
     diff.oldKind = diff.newKind = detectFileKind(oldPath, head);
     return diff;
   }
-  return diffBytes(oldPath, readFileBytes(oldPath), newPath, readFileBytes(newPath), options);
+  return diffTrees(decodeBytes(oldPath, mapFileBytes(oldPath), TreeDetail::Typed),
+                   decodeBytes(newPath, mapFileBytes(newPath), TreeDetail::Typed), options);
 }
 
 std::string diffText(const Diff& diff) {

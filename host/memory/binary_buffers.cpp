@@ -26,7 +26,7 @@ std::span<const unsigned char> BufferFiles::file(const std::string& name, const 
     // Mapped, the bytes are the page cache's own: no zeroed buffer, no copy.
     RegularFile f(key);
     if (f.ok() && f.size() > 0) {
-      void* p = ::mmap(nullptr, f.size(), PROT_READ, MAP_PRIVATE | MAP_POPULATE, f.descriptor(), 0);
+      void* p = ::mmap(nullptr, f.size(), PROT_READ, MAP_PRIVATE, f.descriptor(), 0);
       if (p != MAP_FAILED) {
         mapped_.emplace_back(p, f.size());
         noteFileRead(key);

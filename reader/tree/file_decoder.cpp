@@ -94,7 +94,7 @@ DecodedFile decodeBytes(const std::string& path, FileBytes bytes, TreeDetail det
   if (bytes.size == kMemoryFileHeaderSize && out.kind != FileKind::Options)
     fail(path, "unexpected end of data: nothing follows the file header", kMemoryFileHeaderSize);
   try {
-    T_MemoryFile file = T_MemoryFile::fromView(std::move(bytes.data), bytes.size, path);
+    T_MemoryFile file = T_MemoryFile::fromView(std::move(bytes.data), bytes.size, path, bytes.descriptor);
     if (out.kind == FileKind::Options) {
       decodeOptionsValues(file, out);
     } else {
@@ -142,15 +142,20 @@ FileBytes mapFileBytes(const std::string& path) {
   std::size_t size = 0;
   if (::fstat(fd, &status) == 0 && status.st_size > 0) {
     size = static_cast<std::size_t>(status.st_size);
-    p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE | MAP_POPULATE, fd, 0);
+    p = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
   }
-  ::close(fd);
-  if (p == MAP_FAILED) return FileBytes::of(readFileBytes(path));
+  if (p == MAP_FAILED) {
+    ::close(fd);
+    return FileBytes::of(readFileBytes(path));
+  }
   const auto* bytes = static_cast<const std::uint8_t*>(p);
-  return {std::shared_ptr<const std::uint8_t>(bytes, [size](const std::uint8_t* b) {
-            ::munmap(const_cast<std::uint8_t*>(b), size);
-          }),
-          size};
+  // The descriptor stays open with the mapping: large blocks are read through it.
+  return {std::shared_ptr<const std::uint8_t>(bytes,
+                                              [size, fd](const std::uint8_t* b) {
+                                                ::munmap(const_cast<std::uint8_t*>(b), size);
+                                                ::close(fd);
+                                              }),
+          size, fd};
 }
 
 std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t limit) {

@@ -16,6 +16,7 @@ namespace ztexport {
 struct FileBytes {
   std::shared_ptr<const std::uint8_t> data;
   std::size_t size = 0;
+  int descriptor = -1;  // the mapped file, open as long as `data` lives; -1 for bytes in memory
   static FileBytes of(std::vector<std::uint8_t> bytes);
   std::span<const std::uint8_t> span() const { return {data.get(), size}; }
 };

@@ -9,8 +9,8 @@
 namespace ztexport {
 
 namespace detail {
-// Zeroed memory of `bytes` bytes straight from the system with its pages
-// present, or nullptr; freed with freePages.
+// Zeroed memory of `bytes` bytes mapped straight from the system, or
+// nullptr; freed with freePages.
 void* allocatePages(std::size_t bytes);
 void freePages(void* p, std::size_t bytes);
 }  // namespace detail
@@ -20,8 +20,8 @@ class Array {
  public:
   Array() = default;
   // `size` elements, not initialised: the reader fills them from the file.
-  // Large ones come in whole from the system, their pages in place at once,
-  // so that filling them takes no page fault per page.
+  // Large ones are mapped from the system each on its own, whatever the
+  // heap has kept from earlier reads, so that a read costs the same every time.
   explicit Array(std::size_t size) : size_(size) {
     if (size == 0) return;
     if (size * sizeof(T) >= kWholePages) {
