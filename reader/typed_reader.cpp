@@ -4,6 +4,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "format/chunk_kinds.h"
@@ -19,10 +20,18 @@ namespace detail {
 // 4 KiB pages one fault at a time costs several times the copy itself (on a
 // virtual machine most of all), and a large array is filled whole at once.
 void* allocatePages(std::size_t bytes) {
-  void* p = ::mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  // Placed on a huge page's boundary, so that every whole huge page of it can be one.
+  constexpr std::size_t kHuge = std::size_t{2} << 20;
+  const std::size_t span = bytes + kHuge;
+  void* p = ::mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (p == MAP_FAILED) return nullptr;
-  ::madvise(p, bytes, MADV_HUGEPAGE);
-  return p;
+  const auto start = reinterpret_cast<std::uintptr_t>(p);
+  const std::uintptr_t aligned = (start + kHuge - 1) & ~(kHuge - 1);
+  if (aligned > start) ::munmap(p, aligned - start);
+  const std::size_t tail = start + span - (aligned + bytes);
+  if (tail > 0) ::munmap(reinterpret_cast<void*>(aligned + bytes), tail);
+  ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+  return reinterpret_cast<void*>(aligned);
 }
 
 void freePages(void* p, std::size_t bytes) { ::munmap(p, bytes); }
