@@ -35,14 +35,7 @@ T_MemoryFile T_MemoryFile::fromBytes(std::vector<std::uint8_t> bytes, const std:
   T_MemoryFile f(0);
   f.buffer_ = std::move(bytes);
   f.name_ = name;
-  if (f.buffer_.size() < kMemoryFileHeaderSize || std::memcmp(f.buffer_.data(), kMemoryFileMagic, 4) != 0)
-    throw T_Exception(name + ": not a ZT chunk file (the header is missing or wrong)");
-  std::uint32_t encoding;
-  std::memcpy(&encoding, f.buffer_.data() + 4, 4);
-  if (encoding != kMemoryFileEncoding)
-    throw T_Exception(name + ": unsupported file encoding " + std::to_string(encoding));
-  f.base_ = kMemoryFileHeaderSize;
-  f.pos_ = kMemoryFileHeaderSize;
+  f.startReading();
   return f;
 }
 
@@ -53,15 +46,19 @@ T_MemoryFile T_MemoryFile::fromView(std::shared_ptr<const std::uint8_t> bytes, s
   f.viewSize_ = size;
   f.sourceDescriptor_ = descriptor;
   f.name_ = name;
-  if (size < kMemoryFileHeaderSize || std::memcmp(f.view_.get(), kMemoryFileMagic, 4) != 0)
-    throw T_Exception(name + ": not a ZT chunk file (the header is missing or wrong)");
-  std::uint32_t encoding;
-  std::memcpy(&encoding, f.view_.get() + 4, 4);
-  if (encoding != kMemoryFileEncoding)
-    throw T_Exception(name + ": unsupported file encoding " + std::to_string(encoding));
-  f.base_ = kMemoryFileHeaderSize;
-  f.pos_ = kMemoryFileHeaderSize;
+  f.startReading();
   return f;
+}
+
+void T_MemoryFile::startReading() {
+  if (byteCount() < kMemoryFileHeaderSize || std::memcmp(bytes(), kMemoryFileMagic, 4) != 0)
+    throw T_Exception(name_ + ": not a ZT chunk file (the header is missing or wrong)");
+  std::uint32_t encoding;
+  std::memcpy(&encoding, bytes() + 4, 4);
+  if (encoding != kMemoryFileEncoding)
+    throw T_Exception(name_ + ": unsupported file encoding " + std::to_string(encoding));
+  base_ = kMemoryFileHeaderSize;
+  pos_ = kMemoryFileHeaderSize;
 }
 
 void T_MemoryFile::append(const void* data, std::size_t length) {

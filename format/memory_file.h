@@ -121,6 +121,8 @@ class T_MemoryFile {
   void append(const void* data, std::size_t length);
   void need(std::size_t bytes, const char* what) const;
   std::uint32_t rawU32();
+  // Checks the header of the bytes to read and starts after it.
+  void startReading();
   const std::uint8_t* bytes() const { return view_ ? view_.get() : buffer_.data(); }
   std::size_t byteCount() const { return view_ ? viewSize_ : buffer_.size(); }
 
