@@ -203,12 +203,6 @@ async function main() {
   const grid = new THREE.GridHelper(gridSize, divisions, 0x9aa4b4, 0x66707e);
   grid.position.set((box.min.x + box.max.x) / 2, box.min.y, (box.min.z + box.max.z) / 2);
   scene.add(grid);
-  document.getElementById('frame').addEventListener('click', () => {
-    cameraSelect.value = '';
-    viewCamera = camera;
-    controls.enabled = true;
-    frame(camera, controls, gltf.scene);
-  });
   document.getElementById('panel').addEventListener('click', () => {
     document.body.classList.toggle('collapsed');
     resize();
@@ -226,6 +220,12 @@ async function main() {
     viewCamera = cameraSelect.value === '' ? camera : gltf.cameras[Number(cameraSelect.value)];
     controls.enabled = viewCamera === camera;
     resize();
+  });
+  document.getElementById('frame').addEventListener('click', () => {
+    cameraSelect.value = '';
+    viewCamera = camera;
+    controls.enabled = true;
+    frame(camera, controls, gltf.scene);
   });
   // Nodes without geometry show as small axes, so that helpers and bones can
   // be found: a fortieth of the scene's size whatever the node's own scale.
