@@ -44,8 +44,6 @@ std::string readFile(const fs::path& path) {
   return text.str();
 }
 
-std::string lowered(const std::string& text) { return ztext::asciiLower(text); }
-
 std::string hex(const unsigned char* bytes, unsigned size) {
   static const char digits[] = "0123456789abcdef";
   std::string out;
@@ -422,7 +420,7 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
       // The image this is a copy of: the dependency of the same bytes, else
       // the one of the same name (the copy was replaced by another image).
       SharedOutput shared{name, hash, {}};
-      const std::string fileName = lowered(path.filename().string());
+      const std::string fileName = ztext::asciiLower(path.filename().string());
       for (const auto& [dependency, dependencyHash] : dependencyHashes)
         if (dependencyHash == hash) {
           shared.source = dependency;
@@ -430,7 +428,7 @@ FileResult finishExport(const BatchRequest& request, ExportProcess& process, int
         }
       if (shared.source.empty())
         for (const auto& [dependency, dependencyHash] : dependencyHashes)
-          if (lowered(fs::path(dependency).filename().string()) == fileName) {
+          if (ztext::asciiLower(fs::path(dependency).filename().string()) == fileName) {
             shared = {name, dependencyHash, dependency};
             break;
           }

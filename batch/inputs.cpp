@@ -18,8 +18,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string lowered(const std::string& text) { return ztext::asciiLower(text); }
-
 // The start of a file as ASCII: UTF-16 (by its byte-order mark) loses its
 // zero bytes, which is enough to read element names.
 std::string headOf(const std::string& path, std::size_t size) {
@@ -74,12 +72,12 @@ bool isModelXml(const std::string& path) {
   while (end < head.size() && !std::isspace(static_cast<unsigned char>(head[end])) && head[end] != '>' &&
          head[end] != '/')
     ++end;
-  std::string root = lowered(head.substr(at + 1, end - at - 1));
+  std::string root = ztext::asciiLower(head.substr(at + 1, end - at - 1));
   if (const std::size_t colon = root.find(':'); colon != std::string::npos) root.erase(0, colon + 1);
   // The readers the model library has for XML, by the root element they take.
   if (root == "collada" || root == "irr_scene" || root == "world") return true;
   if (root == "mesh")  // an Irrlicht mesh names its format; an Ogre mesh, its file
-    return lowered(head).find("irrmesh") != std::string::npos || lowered(path).ends_with(".mesh.xml");
+    return ztext::asciiLower(head).find("irrmesh") != std::string::npos || ztext::asciiLower(path).ends_with(".mesh.xml");
   return false;
 }
 
@@ -95,7 +93,7 @@ std::vector<std::string> findInputs(const BatchRequest& request, std::vector<Ski
   auto isInput = [&](const fs::path& path, const std::string& relative) {
     if (!any(include, relative) || any(request.exclude, relative)) return false;
     // Many XML files are no models; the model reader would refuse them.
-    return lowered(path.extension().string()) != ".xml" || isModelXml(path.string());
+    return ztext::asciiLower(path.extension().string()) != ".xml" || isModelXml(path.string());
   };
 
   // Every folder is read, or the run refused: no file goes unlooked-at

@@ -124,12 +124,8 @@ void addNodes(Builder& b, const DecodedFile& scene) {
   // The exporter animates every node it walks but writes no object chunk for
   // a node without an object (a bone, a group) or for a camera's or light's
   // target: their keys make the node, placed where the first key puts it,
-  // under the parent the keys name. In a file where nothing moves (every
-  // node's keys hold one transform) such a node is a group, not animated.
-  bool anyMoves = false;
-  for (const DecodedChunk& c : scene.chunks)
-    if (isKind(c, chunk_kind::kTransformAnimation))
-      for (const Json& key : c.at("keys")) anyMoves = anyMoves || key.at("transform") != c.at("keys").front().at("transform");
+  // under the parent the keys name. A node whose keys all hold one
+  // transform is a group, not animated, whatever the other nodes do.
   for (const DecodedChunk& c : scene.chunks) {
     if (!isKind(c, chunk_kind::kTransformAnimation)) continue;
     const DecodedChunk* header = childOfKind(c, chunk_kind::kAnimationHeader);
@@ -137,7 +133,9 @@ void addNodes(Builder& b, const DecodedFile& scene) {
     if (!header || keys.empty()) continue;
     const std::string name = header->at("name").get<std::string>();
     if (b.nodeByName.count(name)) continue;
-    b.addRootNode(name, anyMoves ? "animated" : "group", fileMatrixToGltf(keys.front().at("transform")));
+    const bool moves = std::any_of(keys.begin(), keys.end(),
+                                   [&](const Json& key) { return key.at("transform") != keys.front().at("transform"); });
+    b.addRootNode(name, moves ? "animated" : "group", fileMatrixToGltf(keys.front().at("transform")));
     const std::string parent = c.at("parentName").get<std::string>();
     b.model.nodes.back().extras.Get<tinygltf::Value::Object>()["parentName"] = tinygltf::Value(parent);
     parentNames.push_back(parent);

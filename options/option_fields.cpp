@@ -26,7 +26,6 @@ struct Field {
   float step = 1.0f;         // a spinner's step
 };
 
-
 constexpr const char* kInterpolationWords[] = {"none", "normalized", "orthonormalized"};
 
 Field flag(const char* name, int OptionsDialog::*member) {
@@ -84,8 +83,6 @@ const Field* findField(const std::string& name) {
   return nullptr;
 }
 
-std::string lower(const std::string& s) { return ztext::asciiLower(s); }
-
 std::size_t editDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
@@ -104,11 +101,11 @@ std::size_t editDistance(const std::string& a, const std::string& b) {
 // Case is ignored, so "samplerate" finds "sampleRate" at once; a shortened
 // name that begins exactly one field ("loopTo") names that field.
 std::string closestName(const std::string& name) {
-  const std::string wanted = lower(name);
+  const std::string wanted = ztext::asciiLower(name);
   const Field* onlyPrefixed = nullptr;
   int prefixed = 0;
   for (const Field& f : fields()) {
-    if (!wanted.empty() && lower(f.name).rfind(wanted, 0) == 0) {
+    if (!wanted.empty() && ztext::asciiLower(f.name).rfind(wanted, 0) == 0) {
       onlyPrefixed = &f;
       ++prefixed;
     }
@@ -118,7 +115,7 @@ std::string closestName(const std::string& name) {
   std::string best;
   std::size_t bestDistance = SIZE_MAX;
   for (const Field& f : fields()) {
-    const std::size_t d = editDistance(wanted, lower(f.name));
+    const std::size_t d = editDistance(wanted, ztext::asciiLower(f.name));
     if (d < bestDistance) {
       bestDistance = d;
       best = f.name;

@@ -11,8 +11,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-std::string lower(const std::string& s) { return ztext::asciiLower(s); }
-
 bool isDirectory(const fs::path& p) {
   std::error_code ec;
   return fs::is_directory(p, ec);
@@ -32,7 +30,7 @@ std::vector<std::string> texturesFolders(const fs::path& dir) {
   std::vector<std::string> out;
   std::error_code ec;
   for (fs::directory_iterator it(dir, ec), end; !ec && it != end; it.increment(ec))
-    if (lower(it->path().filename().string()) == "textures" && isDirectory(it->path()))
+    if (ztext::asciiLower(it->path().filename().string()) == "textures" && isDirectory(it->path()))
       out.push_back(absoluteFolder(it->path()));
   std::sort(out.begin(), out.end());
   return out;
@@ -48,10 +46,10 @@ fs::path caseInsensitivePath(const fs::path& path) {
       walked /= part;
       continue;
     }
-    const std::string wanted = lower(part.string());
+    const std::string wanted = ztext::asciiLower(part.string());
     std::vector<std::string> matches;
     for (fs::directory_iterator it(walked.empty() ? fs::path(".") : walked, ec), end; !ec && it != end; it.increment(ec))
-      if (lower(it->path().filename().string()) == wanted) matches.push_back(it->path().filename().string());
+      if (ztext::asciiLower(it->path().filename().string()) == wanted) matches.push_back(it->path().filename().string());
     if (matches.empty()) return {};
     walked /= *std::min_element(matches.begin(), matches.end());
   }
@@ -124,26 +122,26 @@ TextureLookup TextureSearch::find(const std::string& name) const {
   for (const std::string& t : texturesFolders(fs::path(baseFolder).parent_path())) add(t);
   for (const std::string& extra : extraDirs_) add(absoluteFolder(extra));
 
-  const std::string wanted = lower(given.filename().string());
+  const std::string wanted = ztext::asciiLower(given.filename().string());
   if (wanted.empty()) return result;
   for (const std::string& folder : result.folders) {
     for (const std::string& file : listing(folder)) {
-      if (lower(file) != wanted) continue;
+      if (ztext::asciiLower(file) != wanted) continue;
       result.outcome = TextureLookup::Outcome::Exact;
       result.path = (fs::path(folder) / file).string();
       return result;
     }
   }
-  const std::string stem = lower(given.stem().string());
-  const std::string ownExtension = lower(given.extension().string());
+  const std::string stem = ztext::asciiLower(given.stem().string());
+  const std::string ownExtension = ztext::asciiLower(given.extension().string());
   const auto& extensions = imageExtensions();
   for (const std::string& folder : result.folders) {
     std::size_t bestRank = extensions.size();
     std::string best;
     for (const std::string& file : listing(folder)) {
       const fs::path f(file);
-      if (lower(f.stem().string()) != stem) continue;
-      const std::string ext = lower(f.extension().string());
+      if (ztext::asciiLower(f.stem().string()) != stem) continue;
+      const std::string ext = ztext::asciiLower(f.extension().string());
       if (ext == ownExtension) continue;
       const auto at = std::find(extensions.begin(), extensions.end(), ext);
       const std::size_t rank = static_cast<std::size_t>(at - extensions.begin());

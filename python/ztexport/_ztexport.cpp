@@ -4,16 +4,12 @@
 // copied and an array outlives the object it came from. The export drives
 // the exporter module the way zt2export does (tools/zt2export/main.cpp).
 #include <dlfcn.h>
-#include <pwd.h>
-#include <unistd.h>
 
 #include <pybind11/numpy.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
@@ -25,13 +21,9 @@
 
 #include "format/code_page.h"
 #include "format/output_files.h"
-#include "importers/importers.h"
-#include "host/memory/file_reads.h"
-#include "host/memory/memory_host.h"
 #include "options/option_fields.h"
 #include "options/dialog_template.h"
 #include "options/number_text.h"
-#include "options/options_dialog.h"
 #include "driver/config_dir.h"
 #include "driver/export_session.h"
 #include "driver/exporter_module.h"
