@@ -46,7 +46,10 @@ def export_scene(context, filepath, options, animation=True):
     """Export the scene of `context` to `filepath`; returns (ExportResult, warnings).
     Raises ztexport.ExportError or ValueError when the export cannot start."""
     import ztexport
-    document = _gather.gather(context, animation=animation)
+    options = dict(options)
+    document = _gather.gather(context, animation=animation, skinning=options.get("exportSkinning"))
+    # Left to the host, skinning is on exactly when some mesh has a skin.
+    options.setdefault("exportSkinning", document.skinning)
     # A folder of this run's own, removed with what it holds.
     with ztexport.work_directory() as folder:
         result = ztexport.export(write_document(document, folder), filepath, options=options)

@@ -8,9 +8,8 @@ table is typed here.
 import bpy
 import ztexport
 
-# Fields whose default differs in this host. Blender scenes hold no Physique
-# modifier, and with skinning on the exporter refuses every node without one,
-# so skinning is off unless the user asks for it (armatures are not exported yet).
+# Fields whose default differs in this host. Skinning, when the user leaves it,
+# is on exactly when a mesh of the scene has a skin (export_scene decides).
 HOST_DEFAULTS = {"exportSkinning": False}
 
 
@@ -58,14 +57,12 @@ def option_properties():
 
 
 def chosen_options(operator):
-    """The fields the user set, as ztexport.export takes them, and this host's
-    own defaults; the others keep the value of the saved options (or the
-    scene's, for the sample rate and the frames)."""
+    """The fields the user set, as ztexport.export takes them; the others keep
+    the value of the saved options (or the scene's, for the sample rate and the
+    frames), except exportSkinning (HOST_DEFAULTS)."""
     options = {}
     for name in ztexport.option_names():
-        if not operator.properties.is_property_set(name):
-            if name in HOST_DEFAULTS:
-                options[name] = HOST_DEFAULTS[name]
-            continue
-        options[name] = getattr(operator, name)
+        if operator.properties.is_property_set(name):
+            options[name] = getattr(operator, name)
     return options
+
