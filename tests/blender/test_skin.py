@@ -76,10 +76,14 @@ for name, keys in walk.items():
 rig.keyframe_insert("location", frame=1)
 rig.location = (0.5, 2.0, 0.0)
 rig.keyframe_insert("location", frame=17)
-scene.frame_set(1)
+# Exported from the middle of the walk: the file still binds the skin in the
+# first frame's pose, and the scene is left at the frame it was at.
+scene.frame_set(6)
 
 # No key reduction: every sample the pose changes at is a key.
 path = t.export("skin", positionDelta=0.0, rotationDelta=0.0)
+t.check(scene.frame_current == 6, "the export left the scene at frame %d" % scene.frame_current)
+scene.frame_set(1)
 exported = t.read(path)
 skd = t.read(path[:-len(".zt2")] + ".skd")
 t.check(list(skd.node_names) == ["Leg"], "the .skd skins %r" % list(skd.node_names))
@@ -154,6 +158,7 @@ influences = [(skd.influence_bone[skd.influence_start[v]:skd.influence_start[v] 
                skd.influence_weight[skd.influence_start[v]:skd.influence_start[v] + skd.influence_count[v]])
               for v in range(len(local))]
 motion = 0.0
+originals = []  # Blender's deformed vertices per sample, for the import below
 for sample in range(samples):
     moves = {name: np.linalg.inv(world_at(name, 0)) @ world_at(name, sample) for name in set(bone_names)}
     skinned = np.zeros((len(local), 3))
@@ -161,13 +166,12 @@ for sample in range(samples):
         for b, w in zip(held_by, weights):
             skinned[v] += w * (start[v] @ moves[bone_names[b]])[:3]
     scene.frame_set(scene.frame_start + sample)
-    blender = blender_vertices()[match]
+    originals.append(blender_vertices())
+    blender = originals[-1][match]
     deviation = max(deviation, np.linalg.norm(skinned - blender, axis=1).max())
     motion = max(motion, np.linalg.norm(blender - first[match], axis=1).max())
 scene.frame_set(1)
 t.check(motion > 1.0, "the walk moves no vertex further than %.3g" % motion)
-t.report("skin (%d samples, %d vertices moved up to %.3g, weights off by %.3g)" %
-         (samples, len(local), motion, weight_error), deviation)
 
 # The influence limit: a vertex held by all five bones keeps its four strongest.
 for name, weight in (("Toe", 0.05), ("Heel", 0.02)):
@@ -189,3 +193,29 @@ for given, kept in cases:
         np.array([len(given)]), np.arange(width)[None, :], np.array([given + [0.0] * (width - len(given))]))
     t.check(counts[0] == len(kept) and np.allclose(weights[0, :counts[0]], kept) and lost == (len(given) > 4),
             "limit of %r: %r" % (given, weights[0, :counts[0]]))
+
+# Imported into an empty scene: an armature with the skin's bones, keyed at
+# every sample, deforms the mesh by the .skd's weights as Blender did.
+scene = t.new_scene()
+scene.frame_start = 1
+t.check(bpy.ops.import_scene.zt2(filepath=path) == {"FINISHED"}, "the import was cancelled")
+skeleton = bpy.data.objects.get("Leg Skeleton")
+t.check(skeleton is not None and skeleton.type == "ARMATURE", "no armature: %r" % sorted(bpy.data.objects.keys()))
+imported_bones = {b.name: (b.parent.name if b.parent else None) for b in skeleton.data.bones}
+t.check(imported_bones == {"Hip": None, "Thigh": "Hip", "Shin": "Thigh", "Toe": "Shin", "Heel": "Shin"},
+        "imported bones %r" % imported_bones)
+imported = bpy.data.objects["Leg"]
+t.check(sorted(g.name for g in imported.vertex_groups) == sorted(imported_bones) and
+        any(m.type == "ARMATURE" and m.object == skeleton for m in imported.modifiers),
+        "the imported Leg's groups %r" % [g.name for g in imported.vertex_groups])
+scene.frame_set(1)
+positions = t.blender_world_positions(imported)
+distances = np.linalg.norm(positions[:, None, :] - originals[0][None, :, :], axis=2)
+again = distances.argmin(axis=1)
+import_deviation = distances.min(axis=1).max()
+for sample in range(samples):
+    scene.frame_set(1 + sample)
+    import_deviation = max(import_deviation, np.linalg.norm(t.blender_world_positions(imported) -
+                                                            originals[sample][again], axis=1).max())
+t.report("skin (%d samples, %d vertices moved up to %.3g, weights off by %.3g; imported again: %.3g)" %
+         (samples, len(local), motion, weight_error, import_deviation), max(deviation, import_deviation))
