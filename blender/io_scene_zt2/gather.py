@@ -688,6 +688,15 @@ def gather(context, animation=True, skinning=None):
         target = _aim_target(o, document.warnings)
         if target is not None:
             gatherer.targets[o.name] = ("target:" + o.name, target)
+    # Bones are nodes: the exporter and the .skd tell nodes apart by name alone.
+    names = set(gatherer.exported)
+    for o in objects:
+        if o.type == "ARMATURE":
+            for bone in o.data.bones:
+                if bone.name in names:
+                    document.warnings.append("Bone \"%s\" of armature \"%s\" has the name of another node; the "
+                                             "file and its skin cannot tell them apart" % (bone.name, o.name))
+                names.add(bone.name)
     gatherer.skinning = document.skinning = bool(gatherer.skins) if skinning is None else bool(skinning)
     gatherer.skin_holders = _skin_holders(gatherer.skins)
     if len(gatherer.skins) > 1 and gatherer.skinning:

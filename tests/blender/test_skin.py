@@ -76,6 +76,11 @@ for name, keys in walk.items():
 rig.keyframe_insert("location", frame=1)
 rig.location = (0.5, 2.0, 0.0)
 rig.keyframe_insert("location", frame=17)
+# A mesh named after the rig, which name order would export last: the skinned
+# mesh must be the last, since the exporter's .skd holds the last mesh's skin.
+bpy.ops.mesh.primitive_plane_add(size=6.0)
+bpy.context.active_object.name = "Stage"
+
 # Exported from the middle of the walk: the file still binds the skin in the
 # first frame's pose, and the scene is left at the frame it was at.
 scene.frame_set(6)
