@@ -110,7 +110,7 @@ class _Gatherer:
         self.skins = {}         # object name -> its Armature modifier
         self.skin_holders = set()  # skinned objects and their ancestors
         self.vertex_counts = {}  # object id or object name -> vertices of its mesh
-        self.light_keys = {}    # light object name -> {member: keyed value}
+        self.value_keys = {}    # camera or light object name -> {member: keyed value}
         self.targets = {}       # aimed object name -> (target node id, constraint target)
         self.physiques = {}     # skinned object name -> its Physique modifier
 
@@ -344,18 +344,12 @@ class _Gatherer:
 
     def camera_object(self, obj, obj_eval):
         cam = obj_eval.data
-        render = self.scene.render
         aimed = obj.name in self.targets
-        record = {"type": "camera", "className": "Target Camera" if aimed else "Free Camera",
-                  "hither": cam.clip_start * self.unit_scale, "yon": cam.clip_end * self.unit_scale}
-        if cam.type == "PERSP":
-            # The host's field of view is the horizontal one; the projection
-            # answers it whatever the sensor fit.
-            projection = obj_eval.calc_matrix_camera(self.depsgraph, x=render.resolution_x, y=render.resolution_y,
-                                                     scale_x=render.pixel_aspect_x, scale_y=render.pixel_aspect_y)
-            record["fovDegrees"] = math.degrees(2.0 * math.atan(1.0 / projection[0][0]))
-        else:
-            record["fovDegrees"] = math.degrees(cam.angle)
+        record = {"type": "camera", "className": "Target Camera" if aimed else "Free Camera"}
+        record.update(_camera_values(obj_eval, self.depsgraph, self.scene.render, self.unit_scale))
+        # Values that change over the frames are keyed.
+        record.update(self.value_keys.get(obj.name, {}))
+        if cam.type != "PERSP":
             self.doc.warnings.append("Camera \"%s\": a %s camera is exported as a perspective one" %
                                      (obj.name, cam.type.lower()))
         return record
@@ -370,7 +364,7 @@ class _Gatherer:
         record = {"type": "light", "lightType": kind}
         record.update(_light_values(light, self.unit_scale))
         # Values that change over the frames are keyed.
-        record.update(self.light_keys.get(obj.name, {}))
+        record.update(self.value_keys.get(obj.name, {}))
         if light.type == "SPOT":
             record["className"] = "Target Spot" if obj.name in self.targets else "Free Spot"
         return record
@@ -527,6 +521,21 @@ def _srgb_colours(attribute):
     return srgb.astype(np.float32)
 
 
+def _camera_values(obj_eval, depsgraph, render, unit_scale):
+    """The camera's keyable members in the scene description."""
+    cam = obj_eval.data
+    values = {"hither": cam.clip_start * unit_scale, "yon": cam.clip_end * unit_scale}
+    if cam.type == "PERSP":
+        # The host's field of view is the horizontal one; the projection
+        # answers it whatever the sensor fit.
+        projection = obj_eval.calc_matrix_camera(depsgraph, x=render.resolution_x, y=render.resolution_y,
+                                                 scale_x=render.pixel_aspect_x, scale_y=render.pixel_aspect_y)
+        values["fovDegrees"] = math.degrees(2.0 * math.atan(1.0 / projection[0][0]))
+    else:
+        values["fovDegrees"] = math.degrees(cam.angle)
+    return values
+
+
 def _light_values(light, unit_scale):
     """The light's keyable members in the scene description."""
     if light.type == "SUN":
@@ -586,7 +595,7 @@ def _exported_objects(scene, view_layer):
 def _sample_animation(context, objects, gatherer):
     """Transform keys per frame of the scene's range, for the nodes (objects,
     bones, targets) whose local transform changes over it; visibility keys for
-    the objects whose hide_render does; light values that change."""
+    the objects whose hide_render does; camera and light values that change."""
     scene = context.scene
     start, end = scene.frame_start, scene.frame_end
     if end <= start:
@@ -605,10 +614,10 @@ def _sample_animation(context, objects, gatherer):
     for name, (target_id, target) in gatherer.targets.items():
         samplers[target_id] = (lambda dg, target=target: Matrix.Translation(
             target.evaluated_get(dg).matrix_world.translation))
-    lights = [o for o in objects if o.type == "LIGHT"]
+    valued = [o for o in objects if o.type in ("LIGHT", "CAMERA")]
     samples = {key: [] for key in samplers}
     hidden = {o.name: [] for o in objects}
-    light_values = {o.name: [] for o in lights}
+    values_of = {o.name: [] for o in valued}
     current = scene.frame_current, scene.frame_subframe
     try:
         for frame in range(start, end + 1):
@@ -618,8 +627,11 @@ def _sample_animation(context, objects, gatherer):
                 samples[key].append(sampler(depsgraph))
             for o in objects:
                 hidden[o.name].append(o.hide_render)
-            for o in lights:
-                light_values[o.name].append(_light_values(o.evaluated_get(depsgraph).data, gatherer.unit_scale))
+            for o in valued:
+                evaluated = o.evaluated_get(depsgraph)
+                values_of[o.name].append(
+                    _light_values(evaluated.data, gatherer.unit_scale) if o.type == "LIGHT" else
+                    _camera_values(evaluated, depsgraph, scene.render, gatherer.unit_scale))
     finally:
         scene.frame_set(current[0], subframe=current[1])
     keys = {}
@@ -641,12 +653,12 @@ def _sample_animation(context, objects, gatherer):
             scale.append({"frame": frame, "value": [size.x, size.y, size.z]})
         keys[name] = {member: _track(track) for member, track in
                       (("position", position), ("rotation", rotation), ("scale", scale))}
-    for name, values in light_values.items():
+    for name, values in values_of.items():
         for member in values[0]:
             track = [{"frame": frame, "value": v[member]} for frame, v in enumerate(values)]
             first = np.atleast_1d(values[0][member])
             if any(np.abs(np.atleast_1d(v[member]) - first).max() > 1e-7 for v in values[1:]):
-                gatherer.light_keys.setdefault(name, {})[member] = {"keys": track}
+                gatherer.value_keys.setdefault(name, {})[member] = {"keys": track}
     # A key at every frame: visibility interpolates between keys, hide_render does not.
     visibility = {name: {"keys": [{"frame": frame, "value": 0.0 if h else 1.0} for frame, h in enumerate(values)]}
                   for name, values in hidden.items() if len(set(values)) > 1}

@@ -23,6 +23,11 @@ focus.keyframe_insert("location", frame=13)
 camera = bpy.data.objects.new("Camera", bpy.data.cameras.new("CameraData"))
 scene.collection.objects.link(camera)
 camera.location = (0.0, -8.0, 3.0)
+# A zoom: the file's camera has no keys, and holds the first frame's view.
+camera.data.sensor_width = 36.0
+for frame, lens in ((1, 35.0), (13, 60.0)):
+    camera.data.lens = lens
+    camera.data.keyframe_insert("lens", frame=frame)
 track = camera.constraints.new("TRACK_TO")
 track.target = focus
 track.track_axis, track.up_axis = "TRACK_NEGATIVE_Z", "UP_Y"
@@ -51,6 +56,13 @@ exported = t.read(path)
 samples = scene.frame_end - scene.frame_start
 
 t.check([c.node.name for c in exported.cameras] == ["Camera"], "cameras %r" % [c.name for c in exported.cameras])
+horizontal = 2.0 * math.atan(36.0 / 2.0 / 35.0)
+t.check(math.isclose(exported.cameras[0].fov, horizontal, rel_tol=1e-5), "camera fov %g, %g expected" %
+        (exported.cameras[0].fov, horizontal))
+document = t.io_scene_zt2.gather.gather(bpy.context)
+zoom = next(n for n in document.scene["nodes"] if n["name"] == "Camera")["object"]["fovDegrees"]
+t.check(len(zoom["keys"]) == samples + 1 and math.isclose(zoom["keys"][-1]["value"], math.degrees(
+    2.0 * math.atan(18.0 / 60.0)), rel_tol=1e-5), "the zoom's keys %r" % zoom)
 animations = {a.name: a for a in exported.transform_animations}
 t.check("Camera.Target" in animations and "Spot.Target" in animations,
         "no target keys: %r" % sorted(animations))
