@@ -711,11 +711,7 @@ def gather(context, animation=True, skinning=None):
                 names.add(bone.name)
     gatherer.skinning = document.skinning = bool(gatherer.skins) if skinning is None else bool(skinning)
     gatherer.skin_holders = _skin_holders(gatherer.skins)
-    if len(gatherer.skins) > 1 and gatherer.skinning:
-        document.warnings.append("Objects %s are skinned; the .skd holds one mesh's skin, that of \"%s\", the "
-                                 "last exported" % (", ".join('"%s"' % n for n in sorted(gatherer.skins)),
-                                                    max(gatherer.skins)))
-    elif gatherer.skins and not gatherer.skinning:
+    if gatherer.skins and not gatherer.skinning:
         document.warnings.append("Skinning is off: %s exported as posed at the first frame, without bones' weights"
                                  % ", ".join('"%s"' % n for n in sorted(gatherer.skins)))
 
@@ -751,4 +747,31 @@ def gather(context, animation=True, skinning=None):
     if gatherer.out_objects:
         document.scene["objects"] = gatherer.out_objects
     document.scene["nodes"] = nodes
+    if gatherer.skinning and gatherer.skins:
+        _check_skin_file(nodes, gatherer.skins, document.warnings)
     return document
+
+
+def _check_skin_file(nodes, skins, warnings):
+    """The exporter writes the .skd of every mesh over the one before, so the
+    file holds the skin of the last mesh in node order: says whose, when that
+    is not the only skinned mesh."""
+    meshes = []
+
+    def walk(node):
+        record = node.get("object")
+        if isinstance(record, str) or (isinstance(record, dict) and record.get("type") == "mesh"):
+            meshes.append(node["name"])
+        for child in node.get("children", []):
+            walk(child)
+
+    for node in nodes:
+        walk(node)
+    last = meshes[-1] if meshes else None
+    if last not in skins:
+        warnings.append("The .skd holds the skin of \"%s\", a mesh exported after the skinned ones (%s), whose "
+                        "weights are lost" % (last, ", ".join('"%s"' % n for n in sorted(skins))))
+    elif len(skins) > 1:
+        warnings.append("Objects %s are skinned; the .skd holds one mesh's skin, that of \"%s\", the last "
+                        "exported; the others' weights are lost" % (", ".join('"%s"' % n for n in sorted(skins)),
+                                                                   last))

@@ -186,6 +186,15 @@ for name in middles:
 document = io_scene_zt2.gather.gather(bpy.context)
 t.check(any("\"Leg\": 1 vertices are held by more than 4 bones" in w for w in document.warnings),
         "no warning of the influence limit: %r" % document.warnings)
+t.check(not any(".skd holds" in w for w in document.warnings), "the skin is not the .skd's: %r" % document.warnings)
+# A mesh below the skinned one is exported after it, and its skin is the .skd's: said.
+bpy.ops.mesh.primitive_cube_add(size=0.2)
+shoe = bpy.context.active_object
+shoe.name, shoe.parent = "Shoe", leg
+document = io_scene_zt2.gather.gather(bpy.context, animation=False)
+t.check(any('The .skd holds the skin of "Shoe"' in w for w in document.warnings),
+        "no warning of the .skd's mesh: %r" % document.warnings)
+bpy.data.objects.remove(shoe)
 cases = [
     # weights of one vertex -> kept weights
     ([0.5, 0.1, 0.2, 0.1, 0.1], [0.5 / 0.9, 0.2 / 0.9, 0.1 / 0.9, 0.1 / 0.9]),
