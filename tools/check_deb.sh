@@ -146,9 +146,41 @@ else
   echo "deb: the package holds no /usr/lib/python3/dist-packages/ztexport: python import check skipped"
 fi
 
+# The Blender add-on as a user installs it: copied from the package into a
+# Blender profile of its own, enabled there, and exporting through the
+# installed Python package and module.
+addon=/usr/share/ztexport/blender/io_scene_zt2
+if ! command -v blender >/dev/null; then
+  echo "deb: blender is not installed: Blender add-on check skipped"
+elif [ ! -f "$addon/__init__.py" ]; then
+  failed=$((failed + 1))
+  echo "deb: FAIL the package holds no Blender add-on in $addon"
+else
+  blender_exports_installed() {
+    mkdir -p "$work/blender/scripts/addons" "$work/blender/config"
+    cp -r "$addon" "$work/blender/scripts/addons/" || return 1
+    BLENDER_USER_SCRIPTS="$work/blender/scripts" XDG_CONFIG_HOME="$work/blender/config" \
+      blender -b --factory-startup -noaudio --python-exit-code 1 --python-expr '
+import sys, addon_utils, bpy
+out, scripts = sys.argv[-2], sys.argv[-1]
+module = addon_utils.enable("io_scene_zt2", default_set=True, handle_error=lambda error: sys.exit("enable: %s" % error))
+if module is None or not module.__file__.startswith(scripts):
+    sys.exit("the add-on was not enabled from %s: %r" % (scripts, module))
+import ztexport
+if not ztexport.__file__.startswith("/usr/lib/python3/dist-packages/"):
+    sys.exit("ztexport imported from " + ztexport.__file__)
+bpy.ops.mesh.primitive_cube_add()
+if bpy.ops.export_scene.zt2(filepath=out) != {"FINISHED"}:
+    sys.exit("the export was cancelled")
+' -- "$work/out/blender.zt2" "$work/blender/scripts" || return 1
+    /usr/bin/zt2dump --validate "$work/out/blender.zt2"
+  }
+  check "Blender exports through the add-on installed from $addon" blender_exports_installed
+fi
+
 check "apt-get remove ztexport" "${as_root[@]}" apt-get remove -y -q ztexport
 check "nothing of the package is left" \
-  bash -c '! [ -e /usr/bin/zt2export ] && ! [ -e /usr/bin/zt2dump ] && ! [ -e /usr/lib/ztexport ] && ! [ -e /usr/share/man/man1/zt2export.1.gz ] && ! [ -e /usr/share/bash-completion/completions/zt2export ] && ! dpkg -s ztexport 2>/dev/null | grep -q "^Status: install ok"'
+  bash -c '! [ -e /usr/bin/zt2export ] && ! [ -e /usr/bin/zt2dump ] && ! [ -e /usr/lib/ztexport ] && ! [ -e /usr/share/ztexport ] && ! [ -e /usr/share/man/man1/zt2export.1.gz ] && ! [ -e /usr/share/bash-completion/completions/zt2export ] && ! dpkg -s ztexport 2>/dev/null | grep -q "^Status: install ok"'
 
 # Removing keeps dpkg's record of the package (its maintainer scripts); purge it too.
 "${as_root[@]}" dpkg --purge ztexport >/dev/null 2>&1 || true

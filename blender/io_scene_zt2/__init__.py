@@ -20,6 +20,8 @@ bl_info = {
 
 import json
 import os
+import subprocess
+import webbrowser
 
 import bpy
 from bpy_extras.io_utils import ExportHelper, ImportHelper
@@ -43,14 +45,45 @@ def write_document(document, folder):
 
 
 def export_scene(context, filepath, options, animation=True):
-    """Export the scene of `context` to `filepath`; returns (ExportResult, warnings).
-    Raises ztexport.ExportError or ValueError when the export cannot start."""
+    """Export the scene of `context` to `filepath`; returns (ExportResult, warnings,
+    the options as the export used them). Raises ztexport.ExportError or
+    ValueError when the export cannot start."""
     import ztexport
-    document = _gather.gather(context, animation=animation)
+    options = dict(options)
+    document = _gather.gather(context, animation=animation, skinning=options.get("exportSkinning"))
+    # Left to the host, skinning is on exactly when some mesh has a skin.
+    options.setdefault("exportSkinning", document.skinning)
     # A folder of this run's own, removed with what it holds.
     with ztexport.work_directory() as folder:
         result = ztexport.export(write_document(document, folder), filepath, options=options)
-    return result, document.warnings
+    return result, document.warnings, options
+
+
+def page_writer():
+    """zt2view, beside the zt2export the package was built or installed with,
+    else on the PATH; None without one."""
+    import ztexport
+    exporter = ztexport.default_exporter()
+    folders = [os.path.dirname(exporter)] if exporter else []
+    folders += os.environ.get("PATH", "").split(os.pathsep)
+    for folder in folders:
+        candidate = os.path.join(folder, "zt2view")
+        if folder and os.path.isfile(candidate) and os.access(candidate, os.X_OK):
+            return candidate
+    return None
+
+
+def write_preview(filepath):
+    """The preview page of an exported file (zt2view, beside it as FILE.html);
+    returns its path. Raises RuntimeError with zt2view's words when it fails."""
+    viewer = page_writer()
+    if viewer is None:
+        raise RuntimeError("zt2view is not installed beside zt2export nor on the PATH: no preview")
+    page = os.path.splitext(filepath)[0] + ".html"
+    run = subprocess.run([viewer, filepath, "-o", page], capture_output=True, text=True)
+    if run.returncode != 0:
+        raise RuntimeError("zt2view failed (%d): %s" % (run.returncode, (run.stderr or run.stdout).strip()))
+    return page
 
 
 class ExportZT2(bpy.types.Operator, ExportHelper):
@@ -61,6 +94,21 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
 
     filename_ext = ".zt2"
     filter_glob: bpy.props.StringProperty(default="*.zt2", options={"HIDDEN"})
+    saveOptions: bpy.props.BoolProperty(
+        name="Save options", default=True,
+        description="Save the options into ZTExport.cfg of zt2export's folder after the export, as the options "
+                    "dialog's OK does")
+    preview: bpy.props.BoolProperty(
+        name="Export and preview", default=False,
+        description="Write the zt2view page of the exported file beside it and open it in the browser")
+
+    def invoke(self, context, event):
+        import ztexport
+        try:
+            _options.load_saved(self, _options.saved_options())
+        except ztexport.FormatError as error:
+            self.report({"WARNING"}, "%s: the saved options are not read" % error)
+        return ExportHelper.invoke(self, context, event)
 
     def execute(self, context):
         import ztexport
@@ -68,7 +116,7 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
         # Sampling every frame is wasted when the exporter writes no animation.
         animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
         try:
-            result, warnings = export_scene(context, self.filepath, options, animation=animation)
+            result, warnings, used = export_scene(context, self.filepath, options, animation=animation)
         except (ztexport.ExportError, ValueError) as error:
             self.report({"ERROR"}, str(error))
             return {"CANCELLED"}
@@ -81,7 +129,36 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
             return {"CANCELLED"}
         if text:
             self.report({"INFO"}, text)
+        if self.saveOptions:
+            self.save_options(context, used)
+        if self.preview:
+            try:
+                page = write_preview(self.filepath)
+            except RuntimeError as error:
+                self.report({"WARNING"}, str(error))
+            else:
+                self.report({"INFO"}, "Preview: %s" % page)
+                if not bpy.app.background:
+                    webbrowser.open("file://" + os.path.abspath(page))
         return {"FINISHED"}
+
+    def save_options(self, context, used):
+        """ZTExport.cfg with the values this export used: the user's, over the
+        saved ones; the sample rate the scene's unless set."""
+        import ztexport
+        render = context.scene.render
+        frame_rate = max(1, int(round(render.fps / render.fps_base)))
+        values = {name: value for name, value in used.items() if name not in ("startFrame", "endFrame",
+                                                                               "loopToFrame")}
+        values.setdefault("sampleRate", frame_rate)
+        folder = _options.config_folder()
+        if not os.path.isdir(folder):
+            self.report({"WARNING"}, "%s is missing: the options are not saved" % folder)
+            return
+        try:
+            _options.save_options(values, frame_rate, folder)
+        except (OSError, ztexport.FormatError) as error:
+            self.report({"WARNING"}, "the options are not saved: %s" % error)
 
 
 class ImportZT2(bpy.types.Operator, ImportHelper):

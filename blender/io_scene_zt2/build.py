@@ -11,7 +11,7 @@ import os
 
 import bpy
 import numpy as np
-from mathutils import Matrix
+from mathutils import Matrix, Vector
 
 from .gather import POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER, USER_PROPERTIES_TEXT
 
@@ -71,19 +71,28 @@ def _parse_user_properties(text):
     return found if again == text else None
 
 
+def _unscaled(matrix):
+    """A matrix without its scale: a bone's rest has none."""
+    loc, quat, _ = matrix.decompose()
+    return Matrix.Translation(loc) @ quat.to_matrix().to_4x4()
+
+
 class _Builder:
-    def __init__(self, context, path, scene_file, warnings):
+    def __init__(self, context, path, scene_file, warnings, skin_data=None):
         self.context = context
         self.scene = context.scene
         self.path = path
         self.file = scene_file
         self.warnings = warnings
+        self.skin_data = skin_data
         settings = self.scene.unit_settings
         self.unit_scale = settings.scale_length if settings.system != "NONE" else 1.0
         self.collection = context.view_layer.active_layer_collection.collection
         self.materials = {}  # file name -> bpy material
         self.objects = {}    # node name -> bpy object
         self.meshes = {}     # node name -> bpy mesh, for the references to it
+        self.welds = {}      # node name -> the Blender vertex of each file vertex
+        self.bones = set()   # node names built as bones
         material_list = scene_file.materials
         self.file_materials = {m.name: m for m in material_list.materials} if material_list else {}
         self.texture_folders = [os.path.dirname(os.path.abspath(path))]
@@ -170,6 +179,7 @@ class _Builder:
         rank = np.empty_like(order)
         rank[order] = np.arange(len(order))
         welded = rank[inverse.reshape(-1)]
+        self.welds[mesh.name] = welded
         vertices = unique[order]
         triangles = welded[faces]
         # A material's group cut in parts (the file's 16-bit indices) is one slot.
@@ -298,6 +308,159 @@ class _Builder:
                     obj[key] = value
         return obj
 
+    # --- skins -----------------------------------------------------------
+
+    def _keyed_locals(self):
+        """{node name: (parent name, samples (n,), local rows (n, 4, 3))} from
+        the file's keys, else its objects' transforms."""
+        nodes = {}
+        for node in self.file.nodes():
+            nodes[node.name] = (node.parent or "", np.zeros(1), np.asarray(node.transform, np.float64)[None])
+        for a in self.file.transform_animations:
+            if len(a.keys):
+                nodes[a.name] = (a.parent_name, np.asarray(a.keys.samples, np.float64),
+                                 np.asarray(a.keys.values, np.float64))
+        return nodes
+
+    def _file_world(self, nodes, name, sample, seen=()):
+        """A node's world matrix (4x4, rows) in the file at a sample, linear
+        between its keys, as the exporter's keys interpolate."""
+        parent, samples, values = nodes[name]
+        at = int(np.searchsorted(samples, sample, side="right")) - 1
+        if at < 0:
+            rows = values[0]
+        elif at + 1 >= len(samples):
+            rows = values[at]
+        else:
+            f = (sample - samples[at]) / (samples[at + 1] - samples[at])
+            rows = values[at] * (1.0 - f) + values[at + 1] * f
+        m = np.identity(4)
+        m[:, :3] = rows
+        if parent and parent in nodes and parent not in seen:
+            return m @ self._file_world(nodes, parent, sample, seen + (name,))
+        return m
+
+    def skin(self, skin):
+        """The .skd as an armature whose bones stand at the skin's bone nodes in
+        the first sample's pose (the file's bind pose), keyed at every sample,
+        and vertex groups on the skinned mesh with the weights."""
+        name = skin.node_names[0] if len(skin.node_names) else ""
+        mesh_obj = self.objects.get(name)
+        welds = self.welds.get(name)
+        if mesh_obj is None or welds is None or len(welds) != len(skin.influence_count):
+            self.warn("The skin of \"%s\" does not fit a mesh of the file; it is not imported" % name)
+            return
+        nodes = self._keyed_locals()
+        names = list(skin.bone_names)
+        used = set(int(b) for b in np.asarray(skin.influence_bone))
+        # Bones: the nodes the skin names that are no object of the file (the
+        # skeleton's nodes), and any other node a vertex hangs on, but the mesh's
+        # own node: a vertex held by it stays with the object.
+        bones = [n for i, n in enumerate(names)
+                 if n != name and n in nodes and (n not in self.objects or i in used)]
+        missing = [n for i, n in enumerate(names) if n not in nodes and i in used]
+        if missing:
+            self.warn("Skin of \"%s\": bones %s have no node in the file; their vertices stay with the mesh" %
+                      (name, ", ".join('"%s"' % n for n in missing)))
+        if not bones:
+            return
+        samples = max([a.num_samples for a in self.file.transform_animations] or [1])
+        parent_name = nodes[name][0]
+        parent = self.objects.get(parent_name)
+        own = next((a for a in self.file.transform_animations if a.name == name), None)
+        if own is not None and len(own.keys) > 1 and np.ptp(np.asarray(own.keys.values), axis=0).max() > 1e-6:
+            self.warn("Skin of \"%s\": the mesh moves apart from its bones; Blender moves it with its parent only" %
+                      name)
+        # The armature stands where the mesh's parent does (Blender deforms in
+        # the armature's space relative to the mesh's): the mesh follows its
+        # bones from the bind pose and nothing moves it twice.
+        data = bpy.data.armatures.new(name + " Skeleton")
+        armature = self.new_object(name + " Skeleton", data)
+        armature.parent = parent
+        armature.matrix_parent_inverse = Matrix.Identity(4)
+
+        def armature_space(bone, sample):
+            world = blender_matrix(self._file_world(nodes, bone, sample)[:, :3], self.unit_scale)
+            if parent is None:
+                return world
+            up = blender_matrix(self._file_world(nodes, parent_name, sample)[:, :3], self.unit_scale)
+            return up.inverted_safe() @ world
+
+        rest = {b: armature_space(b, 0) for b in bones}
+        bone_parent = {}
+        for b in bones:
+            up = nodes[b][0]
+            while up and up not in bones and up in nodes:
+                up = nodes[up][0]
+            bone_parent[b] = up if up in bones else None
+        view_layer = bpy.context.view_layer
+        active = view_layer.objects.active
+        view_layer.objects.active = armature
+        bpy.ops.object.mode_set(mode="EDIT")
+        edit = {}
+        for b in bones:
+            eb = data.edit_bones.new(b)
+            head = rest[b].translation
+            children = [rest[c].translation for c in bones if bone_parent[c] == b]
+            lengths = [(c - head).length for c in children if (c - head).length > 1e-4]
+            eb.head = head
+            eb.tail = head + Vector((0.0, 1.0, 0.0)) * (min(lengths) if lengths else 0.25)
+            eb.matrix = _unscaled(rest[b])
+            edit[b] = eb
+        for b in bones:
+            if bone_parent[b]:
+                edit[b].parent = edit[bone_parent[b]]
+        bpy.ops.object.mode_set(mode="OBJECT")
+        view_layer.objects.active = active
+        if len(data.bones) != len(bones):
+            self.warn("Skin of \"%s\": %d bones are not imported" % (name, len(bones) - len(data.bones)))
+        self.bones.update(bones)
+
+        # The weights, per Blender vertex from the file vertices welded into it.
+        groups = {b: mesh_obj.vertex_groups.new(name=b) for b in bones}
+        starts, counts = np.asarray(skin.influence_start), np.asarray(skin.influence_count)
+        held, weights = np.asarray(skin.influence_bone), np.asarray(skin.influence_weight)
+        for v in range(len(counts)):
+            for k in range(starts[v], starts[v] + counts[v]):
+                group = groups.get(names[held[k]])
+                if group is not None:
+                    group.add([int(welds[v])], float(weights[k]), "REPLACE")
+        modifier = mesh_obj.modifiers.new("Armature", "ARMATURE")
+        modifier.object = armature
+        self.pose_keys(armature, bones, bone_parent, rest, armature_space, samples)
+
+    def pose_keys(self, armature, bones, bone_parent, rest, armature_space, samples):
+        """Every bone keyed at every sample: its pose relative to its rest."""
+        if samples <= 1:
+            return  # the rest is the pose
+        start = self.scene.frame_start
+        action = bpy.data.actions.new(armature.name + "Action")
+        armature.animation_data_create().action = action
+        frames = start + np.arange(samples, dtype=np.float64)
+        for b in bones:
+            armature.pose.bones[b].rotation_mode = "QUATERNION"
+        tracks = {b: ([], [], []) for b in bones}
+        for sample in range(samples):
+            poses = {b: armature_space(b, sample) for b in bones}
+            for b in bones:
+                up = bone_parent[b]
+                rest_local = _unscaled(rest[up]).inverted_safe() @ _unscaled(rest[b]) if up else _unscaled(rest[b])
+                parent_pose = poses[up] if up else Matrix.Identity(4)
+                basis = rest_local.inverted_safe() @ parent_pose.inverted_safe() @ poses[b]
+                loc, quat, size = basis.decompose()
+                rotations = tracks[b][1]
+                if rotations and rotations[-1].dot(quat) < 0.0:
+                    quat.negate()
+                tracks[b][0].append(loc)
+                rotations.append(quat)
+                tracks[b][2].append(size)
+        for b in bones:
+            path = 'pose.bones["%s"].' % bpy.utils.escape_identifier(b)
+            for member, values, width in (("location", tracks[b][0], 3), ("rotation_quaternion", tracks[b][1], 4),
+                                          ("scale", tracks[b][2], 3)):
+                for index in range(width):
+                    _fcurve(action, path + member, index, frames, [v[index] for v in values])
+
     def build(self):
         scene_file = self.file
         kinds = ([("mesh", m) for m in scene_file.meshes] + [("camera", c) for c in scene_file.cameras] +
@@ -323,6 +486,8 @@ class _Builder:
             obj.matrix_basis = blender_matrix(node.transform, self.unit_scale, obj.parent is not None)
         self.environment()
         self.animation()
+        if self.skin_data is not None:
+            self.skin(self.skin_data)
 
     def environment(self):
         env = self.file.environment
@@ -339,8 +504,9 @@ class _Builder:
 
     def animation(self):
         animations = [a for a in self.file.transform_animations if a.name in self.objects]
+        bones = set(self.skin_data.bone_names) if self.skin_data is not None else set()
         for a in self.file.transform_animations:
-            if a.name not in self.objects:
+            if a.name not in self.objects and a.name not in bones:
                 self.warn("Animation of \"%s\": the node is not among the file's objects; not imported" % a.name)
         # The exporter writes a light's values for every light; only changing ones are lost.
         changing = sorted(set(a.name for a in self.file.light_animations
@@ -428,13 +594,10 @@ def build(context, path):
         try:
             skin = ztexport.read_skin(skin_path)
         except ztexport.FormatError as error:
-            # The scene stands without its skin, which is not imported anyway.
+            # The scene stands without its skin.
             warnings.append("%s (the skin is not imported)" % error)
-    if skin is not None:
-        warnings.append("%s: the skin of %d nodes over %d bones is not imported (armatures are not built yet)" %
-                        (os.path.basename(skin_path), len(skin.node_names), len(skin.bone_names)))
     for chunk in scene_file.skipped:
         warnings.append("%s: chunk %s at offset %d is not imported" % (os.path.basename(path), chunk.name,
                                                                       chunk.offset))
-    _Builder(context, path, scene_file, warnings).build()
+    _Builder(context, path, scene_file, warnings, skin).build()
     return warnings

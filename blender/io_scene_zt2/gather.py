@@ -9,9 +9,13 @@ images) for the caller to put in its own folder.
 
 import math
 import os
+import re
 
 import bpy
 import numpy as np
+from mathutils import Matrix
+
+from . import skin as _skin
 
 DOCUMENT_NAME = "scene.json"
 BUFFER_NAME = "scene.bin"
@@ -27,6 +31,9 @@ GEOMETRY_TYPES = {"MESH", "CURVE", "SURFACE", "FONT", "META"}
 DEFAULT_MATERIAL_NAME = "Default Surface"
 
 LIGHT_TYPES = {"POINT": "omni", "SPOT": "spot", "SUN": "directional"}
+# Constraints that aim an object at another: a camera or spot aimed so is the
+# host's target camera or target spot, whose target is a node of its own.
+AIM_CONSTRAINTS = {"TRACK_TO", "DAMPED_TRACK", "LOCKED_TRACK"}
 
 
 class Buffer:
@@ -57,6 +64,7 @@ class Document:
         self.buffer = Buffer()
         self.extra_files = {}  # name in the work folder -> bytes (packed images)
         self.warnings = []
+        self.skinning = False  # whether the nodes carry Physique modifiers
 
 
 def _rows(matrix, unit_scale):
@@ -98,6 +106,13 @@ class _Gatherer:
         self.shareable = set()  # names of meshes several exported objects show unmodified
         self.shared = {}        # mesh name -> object id in the document
         self.out_objects = []
+        self.skinning = False
+        self.skins = {}         # object name -> its Armature modifier
+        self.skin_holders = set()  # skinned objects and their ancestors
+        self.vertex_counts = {}  # object id or object name -> vertices of its mesh
+        self.value_keys = {}    # camera or light object name -> {member: keyed value}
+        self.targets = {}       # aimed object name -> (target node id, constraint target)
+        self.physiques = {}     # skinned object name -> its Physique modifier
 
     # --- materials -------------------------------------------------------
 
@@ -112,23 +127,61 @@ class _Gatherer:
                 return node
         return next((n for n in tree.nodes if n.type == "BSDF_PRINCIPLED"), None)
 
-    def _image_texmap(self, material, image):
+    def _work_file_name(self, stem, ext):
+        """A name of the work folder no other file of it has."""
+        name, number = stem + ext, 1
+        while name in self.image_names:
+            number += 1
+            name = "%s_%d%s" % (stem, number, ext)
+        self.image_names.add(name)
+        return name
+
+    def _image_list(self, material, image, user):
+        """An image sequence as the host's image list (.ifl), written into the
+        work folder: one line per frame the Image Texture node plays, each the
+        frame's absolute path. None, with a warning, when no frame is there."""
+        base = os.path.normpath(bpy.path.abspath(image.filepath, library=image.library))
+        folder, file_name = os.path.split(base)
+        stem, ext = os.path.splitext(file_name)
+        digits = re.search(r"(\d+)(?!.*\d)", stem)
+        if digits is None or image.packed_file is not None:
+            self.doc.warnings.append("Material \"%s\": image sequence \"%s\" has no frame number in its file name "
+                                     "or is packed; the map is left out" % (material.name, image.name))
+            return None
+        # The node's first frame shows image number offset + 1.
+        first = user.frame_offset + 1
+        frames = [os.path.join(folder, "%s%0*d%s%s" % (stem[:digits.start()], len(digits.group(1)), number,
+                                                        stem[digits.end():], ext))
+                  for number in range(first, first + max(1, user.frame_duration))]
+        present = [f for f in frames if os.path.isfile(f)]
+        if not present:
+            self.doc.warnings.append("Material \"%s\": no frame of image sequence \"%s\" is there (%s); the map "
+                                     "is left out" % (material.name, image.name, frames[0]))
+            return None
+        if len(present) < len(frames):
+            self.doc.warnings.append("Material \"%s\": %d of the %d frames of image sequence \"%s\" are missing "
+                                     "and left out of its list" % (material.name, len(frames) - len(present),
+                                                                   len(frames), image.name))
+        name = self._work_file_name(bpy.path.clean_name(stem[:digits.start()].rstrip("_.-") or image.name), ".ifl")
+        self.doc.extra_files[name] = ("\n".join(present) + "\n").encode("utf-8")
+        return name
+
+    def _image_texmap(self, material, image, user=None):
         if image.name in self.texmaps:
             return self.texmaps[image.name]
-        if image.source == "SEQUENCE" or image.source == "MOVIE":
-            self.doc.warnings.append("Material \"%s\": image \"%s\" is a %s, which is not exported yet; "
+        if image.source not in ("FILE", "SEQUENCE", "GENERATED"):
+            self.doc.warnings.append("Material \"%s\": image \"%s\" is a %s, which is not exported; "
                                      "the map is left out" % (material.name, image.name, image.source.lower()))
             return None
-        if image.packed_file is not None:
+        if image.source == "SEQUENCE":
+            path = self._image_list(material, image, user)
+            if path is None:
+                return None
+        elif image.packed_file is not None:
             # Written into the work folder under its own file name, so that the
             # copy beside the export carries the name the user knows.
             stem, ext = os.path.splitext(bpy.path.basename(image.filepath) or image.name)
-            stem, ext = bpy.path.clean_name(stem), ext or ".png"
-            name, number = stem + ext, 1
-            while name in self.image_names:
-                number += 1
-                name = "%s_%d%s" % (stem, number, ext)
-            self.image_names.add(name)
+            name = self._work_file_name(bpy.path.clean_name(stem), ext or ".png")
             self.doc.extra_files[name] = bytes(image.packed_file.data)
             path = name
         elif image.source == "FILE" and image.filepath:
@@ -158,7 +211,7 @@ class _Gatherer:
             alpha = float(inputs["Alpha"].default_value)
             link = inputs["Base Color"].links[0] if inputs["Base Color"].is_linked else None
             if link is not None and link.from_node.type == "TEX_IMAGE" and link.from_node.image is not None:
-                texmap = self._image_texmap(material, link.from_node.image)
+                texmap = self._image_texmap(material, link.from_node.image, link.from_node.image_user)
             elif link is not None:
                 self.doc.warnings.append("Material \"%s\": Base Color is fed by a \"%s\" node, not an image "
                                          "texture; its plain colour is used" % (material.name, link.from_node.name))
@@ -218,6 +271,9 @@ class _Gatherer:
             mesh.calc_loop_triangles()
             buf = self.doc.buffer
             vertex_count = len(mesh.vertices)
+            self.vertex_counts[obj.name] = vertex_count
+            if self.skinning and obj.name in self.skins:
+                self.physiques[obj.name] = self.skin_physique(obj, mesh)
             positions = np.empty(vertex_count * 3, np.float32)
             mesh.vertices.foreach_get("co", positions)
             if self.unit_scale != 1.0:
@@ -248,24 +304,52 @@ class _Gatherer:
                 out["textureFaces"] = buf.add(loops, np.uint32, 3)
                 if len(mesh.uv_layers) > 1:
                     self.doc.warnings.append("Object \"%s\": only UV map \"%s\" is exported (the scene "
-                                             "description carries one map channel)" % (obj.name, uv_layer.name))
+                                             "description carries one texture map channel); %s left out" %
+                                             (obj.name, uv_layer.name, ", ".join(
+                                                 '"%s"' % u.name for u in mesh.uv_layers if u != uv_layer)))
+            colours = _active_colours(mesh)
+            if colours is not None:
+                out["vertexColors"] = buf.add(_srgb_colours(colours), np.float32, 3)
+                if colours.domain == "CORNER":
+                    corners_of = np.empty(triangle_count * 3, np.int32)
+                    mesh.loop_triangles.foreach_get("loops", corners_of)
+                else:
+                    corners_of = corners
+                out["colorFaces"] = buf.add(corners_of, np.uint32, 3)
+                others = [a.name for a in mesh.color_attributes if a.name != colours.name]
+                if others:
+                    self.doc.warnings.append("Object \"%s\": only colour attribute \"%s\" is exported as vertex "
+                                             "colours; %s left out" % (obj.name, colours.name,
+                                                                       ", ".join('"%s"' % n for n in others)))
             return {"type": "mesh", "mesh": out}
         finally:
             obj_eval.to_mesh_clear()
 
+    def skin_physique(self, obj, mesh):
+        """The Physique modifier of a mesh its Armature modifier deforms, from
+        the vertex groups that name deforming bones."""
+        armature = self.skins[obj.name].object
+        bones = _skin.deform_bones(armature)
+        counts, indices, weights = _skin.vertex_weights(obj, mesh, bones)
+        counts, indices, weights, lost = _skin.limit_influences(counts, indices, weights)
+        if lost:
+            self.doc.warnings.append("Object \"%s\": %d vertices are held by more than %d bones; each keeps its %d "
+                                     "strongest, renormalised" % (obj.name, lost, _skin.MAX_INFLUENCES,
+                                                                  _skin.MAX_INFLUENCES))
+        table = [_skin.bone_id(armature, name) for name in bones]
+        if (counts == 0).any():
+            table.append(obj.name)  # vertices no bone holds stay with the object
+        words = _skin.skin_words(counts, indices, weights, len(table) - 1)
+        return _skin.physique(self.doc.buffer, table, words, len(counts))
+
     def camera_object(self, obj, obj_eval):
         cam = obj_eval.data
-        render = self.scene.render
-        record = {"type": "camera", "className": "Free Camera",
-                  "hither": cam.clip_start * self.unit_scale, "yon": cam.clip_end * self.unit_scale}
-        if cam.type == "PERSP":
-            # The host's field of view is the horizontal one; the projection
-            # answers it whatever the sensor fit.
-            projection = obj_eval.calc_matrix_camera(self.depsgraph, x=render.resolution_x, y=render.resolution_y,
-                                                     scale_x=render.pixel_aspect_x, scale_y=render.pixel_aspect_y)
-            record["fovDegrees"] = math.degrees(2.0 * math.atan(1.0 / projection[0][0]))
-        else:
-            record["fovDegrees"] = math.degrees(cam.angle)
+        aimed = obj.name in self.targets
+        record = {"type": "camera", "className": "Target Camera" if aimed else "Free Camera"}
+        record.update(_camera_values(obj_eval, self.depsgraph, self.scene.render, self.unit_scale))
+        # Values that change over the frames are keyed.
+        record.update(self.value_keys.get(obj.name, {}))
+        if cam.type != "PERSP":
             self.doc.warnings.append("Camera \"%s\": a %s camera is exported as a perspective one" %
                                      (obj.name, cam.type.lower()))
         return record
@@ -277,19 +361,43 @@ class _Gatherer:
             self.doc.warnings.append("Light \"%s\": %s lights are exported as point lights" %
                                      (obj.name, light.type.lower()))
             kind = "omni"
-        if light.type == "SUN":
-            multiplier = light.energy / SUN_STRENGTH_PER_MULTIPLIER
-        else:
-            multiplier = light.energy / POINT_WATTS_PER_MULTIPLIER
-        record = {"type": "light", "lightType": kind, "color": _colour(light.color), "multiplier": multiplier}
+        record = {"type": "light", "lightType": kind}
+        record.update(_light_values(light, self.unit_scale))
+        # Values that change over the frames are keyed.
+        record.update(self.value_keys.get(obj.name, {}))
         if light.type == "SPOT":
-            falloff = math.degrees(light.spot_size)
-            record["falloffDegrees"] = falloff
-            record["hotspotDegrees"] = falloff * (1.0 - light.spot_blend)
-            record["className"] = "Free Spot"
-        if getattr(light, "use_custom_distance", False):
-            record["attenuationEnd"] = light.cutoff_distance * self.unit_scale
+            record["className"] = "Target Spot" if obj.name in self.targets else "Free Spot"
         return record
+
+    def target_node(self, obj, keys):
+        """The node an aimed camera or spot looks at: at the position of its
+        constraint's target, a root of the scene."""
+        target_id, target = self.targets[obj.name]
+        node = {"name": obj.name + ".Target", "id": target_id, "object": {"type": "target"}}
+        if target_id in keys:
+            node["transform"] = keys[target_id]
+        else:
+            world = target.evaluated_get(self.depsgraph).matrix_world
+            node["transform"] = {"matrix": _rows(Matrix.Translation(world.translation), self.unit_scale)}
+        if self.skinning:
+            node["modifiers"] = [{"type": "physique"}]
+        return node
+
+    def bone_nodes(self, armature, bone, keys):
+        """A bone and the bones below it as nodes: no object, the pose as the
+        transform, relative to the parent bone (the armature for a root bone)."""
+        armature_eval = armature.evaluated_get(self.depsgraph)
+        node_id = _skin.bone_id(armature, bone.name)
+        node = {"name": bone.name, "id": node_id}
+        if node_id in keys:
+            node["transform"] = keys[node_id]
+        else:
+            node["transform"] = {"matrix": _rows(_bone_local(armature_eval, bone), self.unit_scale)}
+        if self.skinning:
+            node["modifiers"] = [{"type": "physique"}]
+        if bone.children:
+            node["children"] = [self.bone_nodes(armature, child, keys) for child in bone.children]
+        return node
 
     def shared_mesh(self, obj, obj_eval):
         """The id of the document's object for a mesh several objects share;
@@ -300,6 +408,7 @@ class _Gatherer:
             record["id"] = "mesh:" + name
             self.out_objects.append(record)
             self.shared[name] = record["id"]
+            self.vertex_counts[record["id"]] = self.vertex_counts[obj.name]
         return self.shared[name]
 
     def object_record(self, obj, obj_eval):
@@ -311,7 +420,7 @@ class _Gatherer:
             return self.camera_object(obj, obj_eval)
         if obj.type == "LIGHT":
             return self.light_object(obj, obj_eval)
-        if obj.type != "EMPTY":
+        if obj.type != "EMPTY" and obj.type != "ARMATURE":
             self.doc.warnings.append("Object \"%s\": a %s is exported as a helper" % (obj.name, obj.type.lower()))
         return {"type": "helper", "className": "Dummy"}
 
@@ -341,10 +450,29 @@ class _Gatherer:
             node["transform"] = keys[obj.name]
         else:
             node["transform"] = {"matrix": _rows(_local_matrix(obj_eval, parent_eval), self.unit_scale)}
-        children = sorted((c for c in obj.children if c.name in self.exported), key=lambda c: c.name)
+        if self.skinning:
+            # With skinning on the exporter reads every node's Physique: a mesh
+            # without bones is bound to its own node, anything else has none.
+            if obj.name in self.physiques:
+                physique = self.physiques[obj.name]
+            else:
+                count = self.vertex_counts.get(record if isinstance(record, str) else obj.name, 0)
+                physique = _skin.rigid_physique(self.doc.buffer, obj.name, count) if count else {"type": "physique"}
+            node["modifiers"] = [physique]
+        children = []
+        if obj.type == "ARMATURE":
+            children = [self.bone_nodes(obj, bone, keys) for bone in obj.data.bones if bone.parent is None]
+        objects = sorted((c for c in obj.children if c.name in self.exported), key=self.order)
+        children += [self.node(c, obj, keys, visibility) for c in objects]
         if children:
-            node["children"] = [self.node(c, obj, keys, visibility) for c in children]
+            node["children"] = children
         return node
+
+    def order(self, obj):
+        """Name order; with skinning on, the skinned meshes last: the exporter
+        writes the .skd of each mesh it exports over the one before, so that it
+        holds the skin of the last."""
+        return (self.skinning and obj.name in self.skin_holders, obj.name)
 
 
 # The custom property that holds a user property text that is no list of
@@ -362,6 +490,88 @@ def _user_properties(obj):
             continue
         lines.append(value if key == USER_PROPERTIES_TEXT else "%s=%s" % (key, value))
     return "\r\n".join(lines)
+
+
+def _active_colours(mesh):
+    """The colour attribute Blender shows (the active one, else the one it
+    renders), or None."""
+    attributes = mesh.color_attributes
+    if len(attributes) == 0:
+        return None
+    active = getattr(attributes, "active_color", None)
+    if active is not None and active.name in attributes:
+        return attributes[active.name]
+    index = attributes.render_color_index
+    return attributes[index] if 0 <= index < len(attributes) else attributes[0]
+
+
+def _srgb_colours(attribute):
+    """The attribute's colours as the user picks and paints them (sRGB, 0..1),
+    as the host's vertex colours hold them; alpha is dropped."""
+    count = len(attribute.data)
+    rgba = np.empty(count * 4, np.float32)
+    if count == 0:
+        return rgba.reshape(-1, 4)[:, :3]
+    if "color_srgb" in attribute.data[0].bl_rna.properties:
+        attribute.data.foreach_get("color_srgb", rgba)
+        return rgba.reshape(-1, 4)[:, :3]
+    attribute.data.foreach_get("color", rgba)
+    linear = rgba.reshape(-1, 4)[:, :3].astype(np.float64)
+    srgb = np.where(linear <= 0.0031308, linear * 12.92, 1.055 * np.power(np.maximum(linear, 0.0), 1 / 2.4) - 0.055)
+    return srgb.astype(np.float32)
+
+
+def _camera_values(obj_eval, depsgraph, render, unit_scale):
+    """The camera's keyable members in the scene description."""
+    cam = obj_eval.data
+    values = {"hither": cam.clip_start * unit_scale, "yon": cam.clip_end * unit_scale}
+    if cam.type == "PERSP":
+        # The host's field of view is the horizontal one; the projection
+        # answers it whatever the sensor fit.
+        projection = obj_eval.calc_matrix_camera(depsgraph, x=render.resolution_x, y=render.resolution_y,
+                                                 scale_x=render.pixel_aspect_x, scale_y=render.pixel_aspect_y)
+        values["fovDegrees"] = math.degrees(2.0 * math.atan(1.0 / projection[0][0]))
+    else:
+        values["fovDegrees"] = math.degrees(cam.angle)
+    return values
+
+
+def _light_values(light, unit_scale):
+    """The light's keyable members in the scene description."""
+    if light.type == "SUN":
+        multiplier = light.energy / SUN_STRENGTH_PER_MULTIPLIER
+    else:
+        multiplier = light.energy / POINT_WATTS_PER_MULTIPLIER
+    values = {"color": _colour(light.color), "multiplier": multiplier}
+    if light.type == "SPOT":
+        falloff = math.degrees(light.spot_size)
+        values["falloffDegrees"] = falloff
+        values["hotspotDegrees"] = falloff * (1.0 - light.spot_blend)
+    if light.type != "SUN" and getattr(light, "use_custom_distance", False):
+        values["attenuationEnd"] = light.cutoff_distance * unit_scale
+    return values
+
+
+def _bone_local(armature_eval, bone):
+    """A posed bone relative to its parent bone, or to the armature object."""
+    if bone.parent is None:
+        return armature_eval.pose.bones[bone.name].matrix.copy()
+    pose = armature_eval.pose.bones
+    return pose[bone.parent.name].matrix.inverted_safe() @ pose[bone.name].matrix
+
+
+def _aim_target(obj, warnings):
+    """The object a camera's or spot's aiming constraint looks at, or None."""
+    if obj.type != "CAMERA" and not (obj.type == "LIGHT" and obj.data.type == "SPOT"):
+        return None
+    for constraint in obj.constraints:
+        if constraint.type in AIM_CONSTRAINTS and constraint.enabled and constraint.target is not None:
+            if getattr(constraint, "subtarget", ""):
+                warnings.append("Object \"%s\": constraint \"%s\" aims at \"%s\" of \"%s\"; the target node "
+                                "stands at the object's origin" % (obj.name, constraint.name, constraint.subtarget,
+                                                                   constraint.target.name))
+            return constraint.target
+    return None
 
 
 def _modified(obj):
@@ -383,28 +593,45 @@ def _exported_objects(scene, view_layer):
 
 
 def _sample_animation(context, objects, gatherer):
-    """Transform keys per frame of the scene's range, for the nodes whose local
-    transform changes over it, and visibility keys for those whose hide_render
-    does."""
+    """Transform keys per frame of the scene's range, for the nodes (objects,
+    bones, targets) whose local transform changes over it; visibility keys for
+    the objects whose hide_render does; camera and light values that change."""
     scene = context.scene
     start, end = scene.frame_start, scene.frame_end
     if end <= start:
         return {}, {}
     exported = gatherer.exported
     parents = {o.name: (o.parent if o.parent is not None and o.parent.name in exported else None) for o in objects}
-    samples = {o.name: [] for o in objects}
+    samplers = {}  # node id -> function of the depsgraph giving the local matrix
+    for o in objects:
+        parent = parents[o.name]
+        samplers[o.name] = (lambda dg, o=o, parent=parent: _local_matrix(
+            o.evaluated_get(dg), parent.evaluated_get(dg) if parent is not None else None))
+        if o.type == "ARMATURE":
+            for bone in o.data.bones:
+                samplers[_skin.bone_id(o, bone.name)] = (lambda dg, o=o, bone=bone: _bone_local(o.evaluated_get(dg),
+                                                                                                 bone))
+    for name, (target_id, target) in gatherer.targets.items():
+        samplers[target_id] = (lambda dg, target=target: Matrix.Translation(
+            target.evaluated_get(dg).matrix_world.translation))
+    valued = [o for o in objects if o.type in ("LIGHT", "CAMERA")]
+    samples = {key: [] for key in samplers}
     hidden = {o.name: [] for o in objects}
+    values_of = {o.name: [] for o in valued}
     current = scene.frame_current, scene.frame_subframe
     try:
         for frame in range(start, end + 1):
             scene.frame_set(frame)
             depsgraph = context.evaluated_depsgraph_get()
+            for key, sampler in samplers.items():
+                samples[key].append(sampler(depsgraph))
             for o in objects:
-                parent = parents[o.name]
-                local = _local_matrix(o.evaluated_get(depsgraph),
-                                      parent.evaluated_get(depsgraph) if parent is not None else None)
-                samples[o.name].append(local)
                 hidden[o.name].append(o.hide_render)
+            for o in valued:
+                evaluated = o.evaluated_get(depsgraph)
+                values_of[o.name].append(
+                    _light_values(evaluated.data, gatherer.unit_scale) if o.type == "LIGHT" else
+                    _camera_values(evaluated, depsgraph, scene.render, gatherer.unit_scale))
     finally:
         scene.frame_set(current[0], subframe=current[1])
     keys = {}
@@ -426,29 +653,16 @@ def _sample_animation(context, objects, gatherer):
             scale.append({"frame": frame, "value": [size.x, size.y, size.z]})
         keys[name] = {member: _track(track) for member, track in
                       (("position", position), ("rotation", rotation), ("scale", scale))}
+    for name, values in values_of.items():
+        for member in values[0]:
+            track = [{"frame": frame, "value": v[member]} for frame, v in enumerate(values)]
+            first = np.atleast_1d(values[0][member])
+            if any(np.abs(np.atleast_1d(v[member]) - first).max() > 1e-7 for v in values[1:]):
+                gatherer.value_keys.setdefault(name, {})[member] = {"keys": track}
     # A key at every frame: visibility interpolates between keys, hide_render does not.
     visibility = {name: {"keys": [{"frame": frame, "value": 0.0 if h else 1.0} for frame, h in enumerate(values)]}
                   for name, values in hidden.items() if len(set(values)) > 1}
     return keys, visibility
-
-
-class ArmaturesHeld:
-    """Turns the Armature modifiers off while the scene is gathered: meshes are
-    exported in their rest shape, skinning being the exporter's own business."""
-
-    def __init__(self, objects):
-        self.modifiers = [m for o in objects if o.type == "MESH" for m in o.modifiers
-                          if m.type == "ARMATURE" and m.show_viewport]
-
-    def __enter__(self):
-        for m in self.modifiers:
-            m.show_viewport = False
-        return self
-
-    def __exit__(self, *exc):
-        for m in self.modifiers:
-            m.show_viewport = True
-        return False
 
 
 def _track(keys):
@@ -459,25 +673,68 @@ def _track(keys):
     return {"keys": keys}
 
 
-def gather(context, animation=True):
-    """The scene of `context` as a Document."""
+def _skin_holders(skins):
+    """The skinned objects and their ancestors."""
+    holders = set()
+    for name in skins:
+        obj = bpy.data.objects[name]
+        while obj is not None:
+            holders.add(obj.name)
+            obj = obj.parent
+    return holders
+
+
+def gather(context, animation=True, skinning=None):
+    """The scene of `context` as a Document. `skinning` None turns the skins
+    on when some mesh has one (document.skinning tells)."""
     document = Document()
     scene = context.scene
     objects = _exported_objects(scene, context.view_layer)
     gatherer = _Gatherer(context, None, document)
     gatherer.exported = set(o.name for o in objects)
+    for o in objects:
+        if o.type == "MESH":
+            modifier = _skin.armature_modifier(o, gatherer.exported, document.warnings)
+            if modifier is not None:
+                gatherer.skins[o.name] = modifier
+        target = _aim_target(o, document.warnings)
+        if target is not None:
+            gatherer.targets[o.name] = ("target:" + o.name, target)
+    # Bones are nodes: the exporter and the .skd tell nodes apart by name alone.
+    names = set(gatherer.exported)
+    for o in objects:
+        if o.type == "ARMATURE":
+            for bone in o.data.bones:
+                if bone.name in names:
+                    document.warnings.append("Bone \"%s\" of armature \"%s\" has the name of another node; the "
+                                             "file and its skin cannot tell them apart" % (bone.name, o.name))
+                names.add(bone.name)
+    gatherer.skinning = document.skinning = bool(gatherer.skins) if skinning is None else bool(skinning)
+    gatherer.skin_holders = _skin_holders(gatherer.skins)
+    if gatherer.skins and not gatherer.skinning:
+        document.warnings.append("Skinning is off: %s exported as posed at the first frame, without bones' weights"
+                                 % ", ".join('"%s"' % n for n in sorted(gatherer.skins)))
 
     fps = scene.render.fps / scene.render.fps_base
     frame_rate = max(1, min(4800, int(round(fps))))
     if abs(frame_rate - fps) > 1e-6:
         document.warnings.append("Frame rate %.4g is exported as %d frames per second" % (fps, frame_rate))
-    with ArmaturesHeld(objects):
-        keys, visibility = _sample_animation(context, objects, gatherer) if animation else ({}, {})
+    keys, visibility = _sample_animation(context, objects, gatherer) if animation else ({}, {})
+    # The host has no bind pose: meshes, skins and still nodes are taken at the
+    # first frame, the file's frame 0, where the keys start.
+    current = scene.frame_current, scene.frame_subframe
+    if animation and (scene.frame_current, scene.frame_subframe) != (scene.frame_start, 0.0):
+        scene.frame_set(scene.frame_start)
+    try:
         gatherer.depsgraph = context.evaluated_depsgraph_get()
         gatherer.shareable = _shareable_meshes(objects)
         roots = sorted((o for o in objects if o.parent is None or o.parent.name not in gatherer.exported),
-                       key=lambda o: o.name)
+                       key=gatherer.order)
         nodes = [gatherer.node(o, None, keys, visibility) for o in roots]
+        nodes += [gatherer.target_node(bpy.data.objects[name], keys) for name in sorted(gatherer.targets)]
+    finally:
+        if (scene.frame_current, scene.frame_subframe) != current:
+            scene.frame_set(current[0], subframe=current[1])
 
     # The exporter samples from frame 0 over the range's length: the scene's
     # first frame becomes frame 0.
@@ -490,4 +747,31 @@ def gather(context, animation=True):
     if gatherer.out_objects:
         document.scene["objects"] = gatherer.out_objects
     document.scene["nodes"] = nodes
+    if gatherer.skinning and gatherer.skins:
+        _check_skin_file(nodes, gatherer.skins, document.warnings)
     return document
+
+
+def _check_skin_file(nodes, skins, warnings):
+    """The exporter writes the .skd of every mesh over the one before, so the
+    file holds the skin of the last mesh in node order: says whose, when that
+    is not the only skinned mesh."""
+    meshes = []
+
+    def walk(node):
+        record = node.get("object")
+        if isinstance(record, str) or (isinstance(record, dict) and record.get("type") == "mesh"):
+            meshes.append(node["name"])
+        for child in node.get("children", []):
+            walk(child)
+
+    for node in nodes:
+        walk(node)
+    last = meshes[-1] if meshes else None
+    if last not in skins:
+        warnings.append("The .skd holds the skin of \"%s\", a mesh exported after the skinned ones (%s), whose "
+                        "weights are lost" % (last, ", ".join('"%s"' % n for n in sorted(skins))))
+    elif len(skins) > 1:
+        warnings.append("Objects %s are skinned; the .skd holds one mesh's skin, that of \"%s\", the last "
+                        "exported; the others' weights are lost" % (", ".join('"%s"' % n for n in sorted(skins)),
+                                                                   last))

@@ -63,8 +63,8 @@ t.check(sorted(lights) == sorted(cases), "lights %r" % sorted(lights))
 for name, (_, colour, _, kind, multiplier) in cases.items():
     light = lights[name]
     t.check(light.type == kind, "%s: type %s, %s expected" % (name, light.type, kind))
-    t.check(np.allclose(np.array(light.colour[:3]) / 255.0, colour, atol=1e-5), "%s: colour %r" %
-            (name, light.colour))
+    t.check(np.allclose(np.array(light.color[:3]) / 255.0, colour, atol=1e-5), "%s: colour %r" %
+            (name, light.color))
     t.check(math.isclose(light.intensity, multiplier, rel_tol=1e-5), "%s: multiplier %g, %g expected" %
             (name, light.intensity, multiplier))
 spot = lights["Spot"]

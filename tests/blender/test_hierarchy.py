@@ -114,13 +114,12 @@ except RuntimeError as error:
 else:
     t.fail("an export into a missing folder was not cancelled")
 
-# Errors in the scene cancel the operator with the exporter's words: with
-# skinning asked for, no node has the Physique the exporter wants.
-refused = path[:-len(".zt2")] + "-skinned.zt2"
-try:
-    bpy.ops.export_scene.zt2(filepath=refused, exportSkinning=True)
-except RuntimeError as error:
-    t.check("physique" in str(error).lower(), "the refusal does not say why: %s" % error)
-else:
-    t.fail("an export with skinning and no Physique was not cancelled")
-t.check(not os.path.exists(refused), "a cancelled export left a file")
+# Skinning asked for in a scene without skins: every node gets the Physique
+# the exporter reads, each mesh bound to its own node, and the .skd says so.
+skinned = path[:-len(".zt2")] + "-skinned.zt2"
+t.check(bpy.ops.export_scene.zt2(filepath=skinned, exportSkinning=True) == {"FINISHED"}, "skinned export refused")
+skd = t.read(skinned[:-len(".zt2")] + ".skd")
+node = skd.node_names[0]
+t.check(node in ("Child", "Leaf") and set(skd.bone_names[b] for b in skd.influence_bone) == {node} and
+        (np.asarray(skd.influence_count) == 1).all() and (np.asarray(skd.influence_weight) == 1.0).all(),
+        "the .skd of a scene without skins binds %s to %r" % (node, sorted(set(skd.bone_names))))

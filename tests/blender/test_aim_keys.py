@@ -1,0 +1,115 @@
+"""A spot light whose energy, colour and cone are keyed, and a camera and the
+spot aimed by constraints at a moving empty: the file's light animation after
+conversion, the targets and the view direction at every frame."""
+
+import math
+
+import bpy
+import numpy as np
+
+import zt2_test_support as t
+
+scene = t.new_scene()
+scene.frame_start, scene.frame_end = 1, 13
+scene.frame_set(1)
+
+focus = bpy.data.objects.new("Focus", None)
+scene.collection.objects.link(focus)
+focus.location = (0.0, 0.0, 0.0)
+focus.keyframe_insert("location", frame=1)
+focus.location = (3.0, 1.0, 2.0)
+focus.keyframe_insert("location", frame=13)
+
+camera = bpy.data.objects.new("Camera", bpy.data.cameras.new("CameraData"))
+scene.collection.objects.link(camera)
+camera.location = (0.0, -8.0, 3.0)
+# A zoom: the file's camera has no keys, and holds the first frame's view.
+camera.data.sensor_width = 36.0
+for frame, lens in ((1, 35.0), (13, 60.0)):
+    camera.data.lens = lens
+    camera.data.keyframe_insert("lens", frame=frame)
+track = camera.constraints.new("TRACK_TO")
+track.target = focus
+track.track_axis, track.up_axis = "TRACK_NEGATIVE_Z", "UP_Y"
+
+spot_data = bpy.data.lights.new("SpotData", "SPOT")
+spot = bpy.data.objects.new("Spot", spot_data)
+scene.collection.objects.link(spot)
+spot.location = (4.0, -4.0, 5.0)
+spot.constraints.new("DAMPED_TRACK").target = focus
+spot.constraints[0].track_axis = "TRACK_NEGATIVE_Z"
+# Linear keys: the exporter's reduction keeps the corners, so the file's keys
+# rebuild every frame.
+for frame, energy, colour, size in ((1, 500.0, (1.0, 0.5, 0.25), 40.0), (7, 1500.0, (0.2, 0.6, 1.0), 70.0),
+                                    (13, 800.0, (1.0, 1.0, 1.0), 55.0)):
+    spot_data.energy, spot_data.color, spot_data.spot_size = energy, colour, math.radians(size)
+    spot_data.keyframe_insert("energy", frame=frame)
+    spot_data.keyframe_insert("color", frame=frame)
+    spot_data.keyframe_insert("spot_size", frame=frame)
+for curve in spot_data.animation_data.action.fcurves:
+    for point in curve.keyframe_points:
+        point.interpolation = "LINEAR"
+
+scene.frame_set(1)
+path = t.export("aim_keys")
+exported = t.read(path)
+samples = scene.frame_end - scene.frame_start
+
+t.check([c.node.name for c in exported.cameras] == ["Camera"], "cameras %r" % [c.name for c in exported.cameras])
+horizontal = 2.0 * math.atan(36.0 / 2.0 / 35.0)
+t.check(math.isclose(exported.cameras[0].fov, horizontal, rel_tol=1e-5), "camera fov %g, %g expected" %
+        (exported.cameras[0].fov, horizontal))
+document = t.io_scene_zt2.gather.gather(bpy.context)
+zoom = next(n for n in document.scene["nodes"] if n["name"] == "Camera")["object"]["fovDegrees"]
+t.check(len(zoom["keys"]) == samples + 1 and math.isclose(zoom["keys"][-1]["value"], math.degrees(
+    2.0 * math.atan(18.0 / 60.0)), rel_tol=1e-5), "the zoom's keys %r" % zoom)
+animations = {a.name: a for a in exported.transform_animations}
+t.check("Camera.Target" in animations and "Spot.Target" in animations,
+        "no target keys: %r" % sorted(animations))
+
+
+def keyed(frames, values, sample):
+    """A track at a sample, linear between its keys."""
+    frames = np.asarray(frames, np.float64)
+    values = np.asarray(values, np.float64)
+    at = np.searchsorted(frames, sample, side="right") - 1
+    if at + 1 >= len(frames):
+        return values[at]
+    f = (sample - frames[at]) / (frames[at + 1] - frames[at])
+    return values[at] * (1.0 - f) + values[at + 1] * f
+
+
+def world(name, sample):
+    animation = animations[name]
+    m = t.matrix(keyed(animation.keys.samples, animation.keys.values, sample))
+    return m @ world(animation.parent_name, sample) if animation.parent_name else m
+
+
+light_keys = {a.name: a for a in exported.light_animations}
+t.check("Spot" in light_keys, "no light animation for Spot: %r" % sorted(light_keys))
+spot_keys = light_keys["Spot"]
+t.check(len(spot_keys.intensity_keys) > 2 and len(spot_keys.color_keys) > 2, "Spot's keys were not sampled")
+light_error = colour_error = aim_error = 0.0
+for sample in range(samples):
+    scene.frame_set(scene.frame_start + sample)
+    multiplier = keyed(spot_keys.intensity_keys.samples, spot_keys.intensity_keys.values, sample)
+    colour = keyed(spot_keys.color_keys.samples, spot_keys.color_keys.values, sample)[:3] / 255.0
+    falloff = keyed(spot_keys.falloff_keys.samples, spot_keys.falloff_keys.values, sample)
+    light_error = max(light_error, abs(multiplier - spot_data.energy / 1000.0), abs(falloff - spot_data.spot_size))
+    colour_error = max(colour_error, np.abs(colour - np.array(spot_data.color)).max())
+    target = t.to_file_axes(np.array(focus.matrix_world.translation))
+    for name in ("Camera", "Spot"):
+        m = world(name, sample)
+        aim_error = max(aim_error, np.linalg.norm(world(name + ".Target", sample)[3, :3] - target))
+        # Both look down their node's -z in Blender, the file's +z row.
+        view = m[2, :3] / np.linalg.norm(m[2, :3])
+        wanted = (target - m[3, :3]) / np.linalg.norm(target - m[3, :3])
+        aim_error = max(aim_error, np.linalg.norm(view - wanted))
+scene.frame_set(1)
+# The exporter keeps light keys within 0.01 of every sample (multiplier,
+# radians, and 2.55 of 255 for colours).
+t.check(light_error <= 0.011 and colour_error <= 0.011, "light keys off by %.3g (colour %.3g)" %
+        (light_error, colour_error))
+print("aim_keys: %d samples; light multiplier and cone off by %.3g, colour by %.3g; target and view off by %.3g" %
+      (samples, light_error, colour_error, aim_error))
+t.check(aim_error < 1e-4, "the aim is off by %.3g" % aim_error)
