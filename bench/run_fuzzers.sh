@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs every libFuzzer harness of fuzz/ for SECONDS each, one after the other,
-# from the seed corpus in tests/fuzz_corpus/. Builds them first (clang, both
+# Runs every libFuzzer harness of fuzz/ for SECONDS each, as many at once as
+# there are cores (ZTX_FUZZ_JOBS to choose), from the seed corpus in
+# tests/fuzz_corpus/. Builds them first (clang, both
 # sanitizers) in BUILD_DIR, default build-fuzz.
 #
 #   bench/run_fuzzers.sh SECONDS [BUILD_DIR] [HARNESS ...]
@@ -24,9 +25,12 @@ fi
 cmake --build "$build" --target "${harnesses[@]/%/_fuzz}" -- -j2 >/dev/null
 
 mkdir -p "$build/findings"
-status=0
-for h in "${harnesses[@]}"; do
-  corpus="$build/corpus/$h"
+# One harness per core at a time: each fuzzer is a single process, so the run
+# takes SECONDS per pair instead of per harness.
+jobs=${ZTX_FUZZ_JOBS:-$(nproc 2>/dev/null || echo 1)}
+
+run_one() {
+  local h=$1 corpus="$build/corpus/$1" start max_len scratch result runs
   mkdir -p "$corpus"
   start=$(date +%s)
   # A scene file is text a person writes; 64 KiB is room for every construct.
@@ -38,10 +42,22 @@ for h in "${harnesses[@]}"; do
     result=clean
   else
     result="FINDING (see $build/findings/$h.log)"
-    status=1
   fi
   rm -rf "$scratch"
   runs=$(grep -o 'stat::number_of_executed_units: *[0-9]*' "$build/findings/$h.log" | grep -o '[0-9]*$' || echo "?")
   echo "$h: $(( $(date +%s) - start )) s, $runs inputs, $result"
+  [ "$result" = clean ]
+}
+
+status=0
+pids=()
+for h in "${harnesses[@]}"; do
+  run_one "$h" &
+  pids+=($!)
+  if [ ${#pids[@]} -ge "$jobs" ]; then
+    wait "${pids[0]}" || status=1
+    pids=("${pids[@]:1}")
+  fi
 done
+for pid in "${pids[@]}"; do wait "$pid" || status=1; done
 exit $status

@@ -44,10 +44,11 @@ def write_document(document, folder):
     return scene_path
 
 
-def export_scene(context, filepath, options, animation=True):
+def export_scene(context, filepath, options, animation=True, save_options=False):
     """Export the scene of `context` to `filepath`; returns (ExportResult, warnings,
-    the options as the export used them). Raises ztexport.ExportError or
-    ValueError when the export cannot start."""
+    the options as the export used them). save_options=True writes them into
+    zt2export's ZTExport.cfg afterwards, as its --save-options does. Raises
+    ztexport.ExportError or ValueError when the export cannot start."""
     import ztexport
     options = dict(options)
     document = _gather.gather(context, animation=animation, skinning=options.get("exportSkinning"))
@@ -55,7 +56,8 @@ def export_scene(context, filepath, options, animation=True):
     options.setdefault("exportSkinning", document.skinning)
     # A folder of this run's own, removed with what it holds.
     with ztexport.work_directory() as folder:
-        result = ztexport.export(write_document(document, folder), filepath, options=options)
+        result = ztexport.export(write_document(document, folder), filepath, options=options,
+                                 save_options=save_options)
     return result, document.warnings, options
 
 
@@ -116,7 +118,8 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
         # Sampling every frame is wasted when the exporter writes no animation.
         animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
         try:
-            result, warnings, used = export_scene(context, self.filepath, options, animation=animation)
+            result, warnings, used = export_scene(context, self.filepath, options, animation=animation,
+                                                  save_options=self.saveOptions)
         except (ztexport.ExportError, ValueError) as error:
             self.report({"ERROR"}, str(error))
             return {"CANCELLED"}
@@ -129,8 +132,6 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
             return {"CANCELLED"}
         if text:
             self.report({"INFO"}, text)
-        if self.saveOptions:
-            self.save_options(context, used)
         if self.preview:
             try:
                 page = write_preview(self.filepath)
@@ -141,24 +142,6 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
                 if not bpy.app.background:
                     webbrowser.open("file://" + os.path.abspath(page))
         return {"FINISHED"}
-
-    def save_options(self, context, used):
-        """ZTExport.cfg with the values this export used: the user's, over the
-        saved ones; the sample rate the scene's unless set."""
-        import ztexport
-        render = context.scene.render
-        frame_rate = max(1, int(round(render.fps / render.fps_base)))
-        values = {name: value for name, value in used.items() if name not in ("startFrame", "endFrame",
-                                                                               "loopToFrame")}
-        values.setdefault("sampleRate", frame_rate)
-        folder = _options.config_folder()
-        if not os.path.isdir(folder):
-            self.report({"WARNING"}, "%s is missing: the options are not saved" % folder)
-            return
-        try:
-            _options.save_options(values, frame_rate, folder)
-        except (OSError, ztexport.FormatError) as error:
-            self.report({"WARNING"}, "the options are not saved: %s" % error)
 
 
 class ImportZT2(bpy.types.Operator, ImportHelper):

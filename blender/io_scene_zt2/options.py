@@ -6,7 +6,6 @@ table is typed here.
 """
 
 import os
-import struct
 
 import bpy
 import ztexport
@@ -73,29 +72,14 @@ def chosen_options(operator):
 # --- the saved options (ZTExport.cfg) ------------------------------------
 
 OPTIONS_FILE = "ZTExport.cfg"
-# The file's values in order (docs/zt2-format.md, "Options file"), version 10.
-_RECORD = ["version", "exportGeometry", "exportAnimation", "exportCameras", "exportEnvironment", "exportHelpers",
-           "exportLights", "exportMaterials", "dumpInfo", "copyTextures", "retiredFlag", "loop", "loopInterpolation",
-           "removeFloatingVertices", "removeHiddenObjects", "rescale", "sampleRate", "sceneFrameRate",
-           "rotationDelta", "rescaleFactor", "texturePathHistory", "retainHierarchies", "positionDelta",
-           "frameToFrameInterpolation", "pivotAsMeshCenter", "maintainMatrixScaling", "saveReferencesOnce",
-           "decreaseEndFrameByOne", "useGlobalAnimationRange", "exportSkinning"]
-_FLOATS = {"rotationDelta", "rescaleFactor", "positionDelta"}
-_VERSION = 10
-
-
-def config_folder():
-    """zt2export's per-user folder, where ztexport.export reads ZTExport.cfg and
-    ZTExportAdditional.cfg when given no other (README, --config-dir)."""
-    base = os.environ.get("XDG_CONFIG_HOME") or os.path.join(os.path.expanduser("~"), ".config")
-    return os.path.join(base, "ztexport")
 
 
 def saved_options(folder=None):
     """The saved record as {field: value} (an empty dict without one); raises
     ztexport.FormatError for a file that does not read."""
-    path = os.path.join(folder or config_folder(), OPTIONS_FILE)
-    if not os.path.isfile(path):
+    folder = folder or ztexport.config_dir()
+    path = os.path.join(folder, OPTIONS_FILE) if folder else None
+    if not path or not os.path.isfile(path):
         return {}
     return ztexport.read_options(path).as_dict()
 
@@ -125,48 +109,3 @@ def load_saved(operator, saved):
             setattr(operator, name, bool(value))
         else:
             setattr(operator, name, value)
-
-
-def options_bytes(values, saved, scene_frame_rate):
-    """ZTExport.cfg holding `values` ({field: value}, as the export used them)
-    over the saved record, as the exporter writes it when its dialog closes
-    with OK."""
-    fields = {f.name: f for f in ztexport.option_fields()}
-    record = {f.name: f.default for f in fields.values()}
-    record.update({k: v for k, v in saved.items() if k in fields})
-    record.update(values)
-    previous = saved.get("texturePathHistory") or []
-    # The path last used heads the history; left untouched, it stays.
-    path = values.get("texturePath", previous[0] if previous else record["texturePath"])
-    history = [path or "."]
-    history += [p for p in previous if p not in history]
-    record.update({"version": _VERSION, "retiredFlag": 1, "sceneFrameRate": scene_frame_rate,
-                   "texturePathHistory": history})
-    out = [b"ZTMF", struct.pack("<I", 1)]
-    for name in _RECORD:
-        value = record[name]
-        if name == "texturePathHistory":
-            out.append(struct.pack("<bi", 3, len(value)))
-            for path in value:
-                data = path.encode("cp1252", "replace")
-                out.append(struct.pack("<bI", 6, len(data)) + data)
-        elif name in _FLOATS:
-            out.append(struct.pack("<bf", 5, float(value)))
-        else:
-            if name in fields and fields[name].kind == "enum":
-                value = fields[name].choices.index(value) if isinstance(value, str) else value
-            out.append(struct.pack("<bi", 3, int(value)))
-    return b"".join(out)
-
-
-def save_options(values, scene_frame_rate, folder=None):
-    """Writes ZTExport.cfg into zt2export's folder (which the export made when
-    it was missing); returns its path."""
-    folder = folder or config_folder()
-    try:
-        saved = saved_options(folder)
-    except ztexport.FormatError:
-        saved = {}  # a file that does not read is replaced, as the dialog's OK does
-    path = os.path.join(folder, OPTIONS_FILE)
-    ztexport.write_file(path, options_bytes(values, saved, scene_frame_rate))
-    return path

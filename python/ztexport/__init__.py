@@ -36,7 +36,7 @@ from ._ztexport import (Camera, CorruptFileError, Diff, Difference, Environment,
 __version__ = _ztexport.__version__
 
 __all__ = ["read", "read_scene", "read_skin", "read_options", "export", "diff", "to_gltf", "option_names", "option_fields",
-           "default_exporter", "write_file", "work_directory",
+           "config_dir", "default_exporter", "write_file", "work_directory",
            "ExportResult", "Message", "OptionField",
            "FormatError", "UnreadableFileError", "MissingFileError", "CorruptFileError", "WrongKindError",
            "ExportError",
@@ -234,7 +234,7 @@ _UNSET = object()
 
 def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_UNSET, module=None,
            texture_paths=(), copy_textures_outside=False, key_error_bound=False, missing_textures="error",
-           replace_textures=False, texture_names="keep", sync=True):
+           replace_textures=False, texture_names="keep", sync=True, save_options=False):
     """Export `scene` (a scene-description file or a model) to `out` (a .zt2 name).
 
     Runs the exporter module in this process through its entry points, as
@@ -243,8 +243,10 @@ def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_
     zt2export --set (option_names() lists them): {"rescale": 1,
     "rescaleFactor": 2.5}; True and False stand for 1 and 0. A bad name or
     value raises ValueError naming the field, before anything runs.
-    `config_dir` defaults to zt2export's ($XDG_CONFIG_HOME/ztexport or
-    ~/.config/ztexport); ZTExport.cfg is never written. dry_run=True runs the
+    `config_dir` defaults to zt2export's (config_dir() names it);
+    save_options=True writes the options used back to its ZTExport.cfg at the
+    end, as the export dialog's OK does (zt2export --save-options); otherwise
+    ZTExport.cfg is never written. dry_run=True runs the
     whole export but writes nothing (zt2export --check); `check` is its former
     name, deprecated. `module` is the
     exporter module to load; by default ZTExport.dle beside this package,
@@ -268,6 +270,8 @@ def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_
         _warnings.warn("export(check=...) is now export(dry_run=...); check goes in the next release",
                        DeprecationWarning, stacklevel=2)
         dry_run = check
+    if save_options and dry_run is not _UNSET and dry_run:
+        raise ValueError("save_options: a dry run writes nothing, so it cannot save the options")
     if missing_textures not in ("error", "drop"):
         raise ValueError("missing_textures: expected 'error' or 'drop', not %r" % (missing_textures,))
     if texture_names not in ("keep", "unique"):
@@ -281,8 +285,15 @@ def export(scene, out, options=None, config_dir=None, dry_run=_UNSET, *, check=_
                                     key_error_bound=bool(key_error_bound),
                                     drop_missing_textures=missing_textures == "drop",
                                     replace_textures=bool(replace_textures),
-                                    unique_texture_names=texture_names == "unique", sync=bool(sync))
+                                    unique_texture_names=texture_names == "unique", sync=bool(sync),
+                                    save_options=bool(save_options))
     return ExportResult(*result)
+
+
+def config_dir():
+    """The folder of ZTExport.cfg and ZTExportAdditional.cfg when none is named, as zt2export has it
+    ($XDG_CONFIG_HOME/ztexport, else ~/.config/ztexport); None when there is no home folder."""
+    return _ztexport.config_dir() or None
 
 
 def option_names():

@@ -346,8 +346,11 @@ def export(scene: _Path, out: _Path, options: Optional[dict[str, _Value]] = None
            module: Optional[_Path] = None, texture_paths: Iterable[_Path] = (),
            copy_textures_outside: bool = False, key_error_bound: bool = False,
            missing_textures: Literal["error", "drop"] = "error", replace_textures: bool = False,
-           texture_names: Literal["keep", "unique"] = "keep", sync: bool = True) -> ExportResult:
+           texture_names: Literal["keep", "unique"] = "keep", sync: bool = True,
+           save_options: bool = False) -> ExportResult:
     """Export `scene` (a scene-description file or a model) to `out` (a .zt2 name)."""
+def config_dir() -> Optional[str]:
+    """The folder of ZTExport.cfg when none is named (zt2export's); None without a home folder."""
 def option_names() -> list[str]:
     """The names of the options record's fields, as export() and zt2export --set take them."""
 def option_fields() -> list[OptionField]:

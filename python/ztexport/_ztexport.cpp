@@ -423,7 +423,7 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
                       const std::string& configDir, bool dryRun, const std::string& module,
                       const std::vector<std::string>& texturePaths, bool copyTexturesOutside,
                       bool dropMissingTextures, bool replaceTextures, bool uniqueTextureNames, bool sync,
-                      bool keyErrorBound) {
+                      bool keyErrorBound, bool saveOptions) {
   requirePath(scene, "scene");
   requirePath(output, "out");
   requirePath(configDir, "config_dir");
@@ -446,6 +446,7 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
   request.uniqueTextureNames = uniqueTextureNames;
   request.noSync = !sync;
   request.keyErrorBound = keyErrorBound;
+  request.saveOptions = saveOptions;
 
   ztdriver::ExportOutcome outcome;
   std::string moduleFailure;
@@ -813,7 +814,9 @@ PYBIND11_MODULE(_ztexport, m) {
   m.def("export_scene", &exportScene, py::arg("scene"), py::arg("out"), py::arg("options"), py::arg("config_dir"),
         py::arg("dry_run"), py::arg("module"), py::arg("texture_paths"), py::arg("copy_textures_outside"),
         py::arg("drop_missing_textures") = false, py::arg("replace_textures") = false,
-        py::arg("unique_texture_names") = false, py::arg("sync") = true, py::arg("key_error_bound") = false);
+        py::arg("unique_texture_names") = false, py::arg("sync") = true, py::arg("key_error_bound") = false,
+        py::arg("save_options") = false);
+  m.def("config_dir", [] { return zt2export::defaultConfigDir(); });
   m.def("option_names", &optionFieldNames);
   m.def("option_fields", &optionFields);
   m.def("module_path", [](const std::string& given) {

@@ -110,6 +110,6 @@ scene.frame_set(1)
 # radians, and 2.55 of 255 for colours).
 t.check(light_error <= 0.011 and colour_error <= 0.011, "light keys off by %.3g (colour %.3g)" %
         (light_error, colour_error))
-print("aim_keys: %d samples; light multiplier and cone off by %.3g, colour by %.3g; target and view off by %.3g" %
+print("blender aim_keys: %d samples; light multiplier and cone off by %.3g, colour by %.3g; target and view off by %.3g" %
       (samples, light_error, colour_error, aim_error))
 t.check(aim_error < 1e-4, "the aim is off by %.3g" % aim_error)

@@ -104,5 +104,5 @@ names = list(record.layers[0].file_names)
 t.check(names == ["wave_002.png", "wave_003.png", "wave_004.png"], "the texture names %r" % names)
 folder = os.path.dirname(path)
 t.check(all(os.path.isfile(os.path.join(folder, n)) for n in names), "the frames were not copied beside the file")
-print("colours_sequence: vertex colours off by at most %.3g; %d frames listed and copied" %
+print("blender colours_sequence: vertex colours off by at most %.3g; %d frames listed and copied" %
       (colour_error, len(names)))

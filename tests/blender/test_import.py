@@ -160,7 +160,7 @@ for mesh in expected.meshes:
 bpy.context.scene.frame_set(bpy.context.scene.frame_start)
 t.report("import example", max(t.position_deviation(expected, bpy.data.objects[m.name])
                                for m in expected.meshes if not m.reference_name))
-print("import: round trip equal; example: %d nodes, %d meshes" % (len(names), len(meshes)))
+print("blender import: round trip equal; example: %d nodes, %d meshes" % (len(names), len(meshes)))
 
 # A file that is no scene file cancels the import with the file, the place and the cause, and builds nothing.
 bad = os.path.join(os.path.dirname(first), "bad.zt2")

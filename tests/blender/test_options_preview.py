@@ -74,5 +74,5 @@ page = first[:-len(".zt2")] + ".html"
 t.check(os.path.isfile(page) and os.path.getsize(page) > 10000, "no preview page %s" % page)
 with open(page, "rb") as f:
     t.check(b"<html" in f.read(4096).lower(), "the preview is no HTML page")
-print("options_preview: ZTExport.cfg equal to zt2export's (%d bytes), the second export equal, page %d bytes" %
+print("blender options_preview: ZTExport.cfg equal to zt2export's (%d bytes), the second export equal, page %d bytes" %
       (os.path.getsize(saved_path), os.path.getsize(page)))

@@ -123,7 +123,7 @@ def set_deviation(a, b):
 
 
 def report(scene_name, deviation, tolerance=1e-4):
-    print("%s: largest position deviation %.3g" % (scene_name, deviation))
+    print("blender %s: largest position deviation %.3g" % (scene_name, deviation))
     check(deviation <= tolerance, "%s: position deviation %.3g exceeds %.3g" % (scene_name, deviation, tolerance))
 
 
