@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
+#include <mutex>
+#include <utility>
+#include <vector>
 
 #include "format/chunk_kinds.h"
 #include "format/memory_file.h"
@@ -16,25 +18,73 @@ namespace ztexport {
 
 namespace detail {
 
+namespace {
+
+constexpr std::size_t kHuge = std::size_t{2} << 20;
+
+// Blocks given back are kept for the next read, up to this much: a program
+// that reads file after file (a converter, a notebook) refills pages it
+// already has instead of faulting and zeroing fresh ones, as the C heap
+// would do for it. One large model's arrays fit.
+constexpr std::size_t kKeptBytes = std::size_t{128} << 20;
+
+struct KeptBlocks {
+  std::mutex lock;
+  std::vector<std::pair<void*, std::size_t>> blocks;  // start, length (whole huge pages)
+  std::size_t bytes = 0;
+};
+
+KeptBlocks& kept() {
+  static KeptBlocks* blocks = new KeptBlocks;  // never destroyed: arrays may outlive static destruction
+  return *blocks;
+}
+
+std::size_t wholeHugePages(std::size_t bytes) { return (bytes + kHuge - 1) & ~(kHuge - 1); }
+
+}  // namespace
+
 // Asked for in huge pages where the system gives them on request: filling
 // 4 KiB pages one fault at a time costs several times the copy itself (on a
 // virtual machine most of all), and a large array is filled whole at once.
 void* allocatePages(std::size_t bytes) {
-  // Placed on a huge page's boundary, so that every whole huge page of it can be one.
-  constexpr std::size_t kHuge = std::size_t{2} << 20;
-  const std::size_t span = bytes + kHuge;
+  const std::size_t length = wholeHugePages(bytes);
+  {
+    KeptBlocks& k = kept();
+    const std::lock_guard<std::mutex> guard(k.lock);
+    for (std::size_t i = 0; i < k.blocks.size(); ++i)
+      if (k.blocks[i].second == length) {
+        void* p = k.blocks[i].first;
+        k.bytes -= length;
+        k.blocks.erase(k.blocks.begin() + static_cast<std::ptrdiff_t>(i));
+        return p;
+      }
+  }
+  // Placed on a huge page's boundary, so that every huge page of it can be one.
+  const std::size_t span = length + kHuge;
   void* p = ::mmap(nullptr, span, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (p == MAP_FAILED) return nullptr;
   const auto start = reinterpret_cast<std::uintptr_t>(p);
   const std::uintptr_t aligned = (start + kHuge - 1) & ~(kHuge - 1);
   if (aligned > start) ::munmap(p, aligned - start);
-  const std::size_t tail = start + span - (aligned + bytes);
-  if (tail > 0) ::munmap(reinterpret_cast<void*>(aligned + bytes), tail);
-  ::madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
+  const std::size_t tail = start + span - (aligned + length);
+  if (tail > 0) ::munmap(reinterpret_cast<void*>(aligned + length), tail);
+  ::madvise(reinterpret_cast<void*>(aligned), length, MADV_HUGEPAGE);
   return reinterpret_cast<void*>(aligned);
 }
 
-void freePages(void* p, std::size_t bytes) { ::munmap(p, bytes); }
+void freePages(void* p, std::size_t bytes) {
+  const std::size_t length = wholeHugePages(bytes);
+  {
+    KeptBlocks& k = kept();
+    const std::lock_guard<std::mutex> guard(k.lock);
+    if (k.bytes + length <= kKeptBytes) {
+      k.blocks.emplace_back(p, length);
+      k.bytes += length;
+      return;
+    }
+  }
+  ::munmap(p, length);
+}
 
 }  // namespace detail
 
@@ -141,8 +191,13 @@ Mesh meshOf(const std::string& path, const DecodedChunk& c, std::size_t order) {
                               ")",
                           at, chunkLabel(c) + " > MeshFaceChunk > indices");
       }
-      m.triangles = Array<Triangle>(indices.size() / 3);
-      if (!indices.empty()) std::memcpy(m.triangles.data(), indices.data(), indices.size() * sizeof(std::uint16_t));
+      // A triangle is three 16-bit indices as they stand in the file: the
+      // triangles are the decoded indices themselves, not a copy of them.
+      static_assert(sizeof(Triangle) == 3 * sizeof(std::uint16_t) && alignof(Triangle) == alignof(std::uint16_t));
+      if (!indices.empty())
+        m.triangles = Array<Triangle>(
+            std::shared_ptr<Triangle[]>(indices.storage(), reinterpret_cast<Triangle*>(indices.storage().get())),
+            indices.size() / 3);
       m.groupTriangleCounts = uintsOf(field(k, "groupTriangleCounts"));
     } else if (is(k, chunk_kind::kMeshReserved)) {
       m.reserved = uintsOf(field(k, "values"));

@@ -5,12 +5,14 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace ztexport {
 
 namespace detail {
-// Zeroed memory of `bytes` bytes mapped straight from the system, or
-// nullptr; freed with freePages.
+// Memory of `bytes` bytes in whole huge pages, not initialised (a block an
+// earlier array gave back, else mapped from the system), or nullptr; freed
+// with freePages.
 void* allocatePages(std::size_t bytes);
 void freePages(void* p, std::size_t bytes);
 }  // namespace detail
@@ -20,8 +22,7 @@ class Array {
  public:
   Array() = default;
   // `size` elements, not initialised: the reader fills them from the file.
-  // Large ones are mapped from the system each on its own, whatever the
-  // heap has kept from earlier reads, so that a read costs the same every time.
+  // Large ones get whole pages of their own (detail::allocatePages).
   explicit Array(std::size_t size) : size_(size) {
     if (size == 0) return;
     if (size * sizeof(T) >= kWholePages) {
@@ -33,6 +34,10 @@ class Array {
     storage_ = std::shared_ptr<T[]>(new T[size]);
   }
 
+  // `size` elements kept alive by `storage`, which may own a larger block
+  // (shared_ptr's aliasing constructor): a view of another array's elements
+  // as this type, without copying them.
+  Array(std::shared_ptr<T[]> storage, std::size_t size) : storage_(std::move(storage)), size_(size) {}
   std::size_t size() const { return size_; }
   bool empty() const { return size_ == 0; }
   T* data() { return storage_.get(); }
