@@ -14,6 +14,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <memory>
 
 #include "format/code_page.h"
 #include "format/memory_file.h"
@@ -391,8 +392,11 @@ std::vector<std::uint8_t> equalFilesHead(const std::string& a, const std::string
   struct stat sa {}, sb {};
   if (fb >= 0 && ::fstat(fa, &sa) == 0 && ::fstat(fb, &sb) == 0 && S_ISREG(sa.st_mode) && S_ISREG(sb.st_mode) &&
       sa.st_size == sb.st_size && static_cast<std::size_t>(sa.st_size) > kHead) {
+    // Blocks grow from 64 KiB to 1 MiB: two files that differ mostly do so
+    // early, and are then told apart without reading or zeroing much of them.
     constexpr std::size_t kBlock = 1 << 20;
-    std::vector<std::uint8_t> ba(kBlock), bb(kBlock);
+    const std::unique_ptr<std::uint8_t[]> ba(new std::uint8_t[kBlock]), bb(new std::uint8_t[kBlock]);
+    std::size_t block = std::size_t{1} << 16;
     const auto fill = [](int fd, std::uint8_t* to, std::size_t want) {
       std::size_t got = 0;
       while (got < want) {
@@ -405,13 +409,14 @@ std::vector<std::uint8_t> equalFilesHead(const std::string& a, const std::string
     };
     bool same = true;
     for (;;) {
-      const std::size_t na = fill(fa, ba.data(), kBlock), nb = fill(fb, bb.data(), kBlock);
-      if (na != nb || std::memcmp(ba.data(), bb.data(), na) != 0) {
+      const std::size_t na = fill(fa, ba.get(), block), nb = fill(fb, bb.get(), block);
+      if (na != nb || std::memcmp(ba.get(), bb.get(), na) != 0) {
         same = false;
         break;
       }
-      if (head.empty()) head.assign(ba.begin(), ba.begin() + static_cast<std::ptrdiff_t>(std::min(na, kHead)));
-      if (na < kBlock) break;
+      if (head.empty()) head.assign(ba.get(), ba.get() + std::min(na, kHead));
+      if (na < block) break;
+      block = std::min(2 * block, kBlock);
     }
     if (!same || head.size() < kHead) head.clear();
   }
