@@ -26,14 +26,9 @@ using ztx_test::TempDir;
 
 // The Khronos validator on the files; skipped (not failed) without node.
 void expectValid(const std::vector<std::string>& files) {
-  if (ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0)
-    GTEST_SKIP() << "node not found: the glTF validator is not run";
-  const std::string web = ztx_test::sourcePath("tools/zt2view/web");
-  ASSERT_TRUE(fs::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
-  std::vector<std::string> args{"node", web + "/validate.mjs"};
-  args.insert(args.end(), files.begin(), files.end());
-  const auto r = ztx_test::run("/usr/bin/env", args);
-  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  const auto r = ztx_test::runGltfValidator(files);
+  if (!r) GTEST_SKIP() << "node not found: the glTF validator is not run";
+  EXPECT_EQ(r->exitCode, 0) << r->out << r->err;
 }
 
 std::map<std::string, int> nodesByName(const tinygltf::Model& m) {

@@ -4,12 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <tuple>
 #include <vector>
 
+#include "support/b3d_writing.h"
 #include "support/scene_export.h"
 
 using ztx_test::runExport;
@@ -17,7 +17,11 @@ using ztx_test::TempDir;
 
 namespace {
 
-using Bytes = std::vector<unsigned char>;
+using ztx_test::append;
+using ztx_test::b3dChunk;
+using ztx_test::b3dNode;
+using ztx_test::Bytes;
+using ztx_test::put;
 
 // A DirectX skeleton: Root with Bone below it, Bone moving up over 20 ticks.
 const char* kSkeletonX = R"(xof 0303txt 0032
@@ -35,34 +39,13 @@ AnimationSet Walk {
 }
 )";
 
-// B3D chunks: a tag and the length of what follows.
-Bytes chunk(const char* tag, const Bytes& body) {
-  Bytes b(tag, tag + 4);
-  const auto n = static_cast<std::uint32_t>(body.size());
-  for (int i = 0; i < 4; ++i) b.push_back(static_cast<unsigned char>(n >> (8 * i)));
-  b.insert(b.end(), body.begin(), body.end());
-  return b;
-}
-template <typename T>
-void put(Bytes& b, T v) {
-  unsigned char raw[sizeof v];
-  std::memcpy(raw, &v, sizeof v);
-  b.insert(b.end(), raw, raw + sizeof v);
-}
-Bytes node(const std::string& name, float y, const Bytes& inside) {
-  Bytes b(name.begin(), name.end());
-  b.push_back(0);
-  for (float v : {0.0f, y, 0.0f, 1.0f, 1.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f}) put(b, v);
-  b.insert(b.end(), inside.begin(), inside.end());
-  return chunk("NODE", b);
-}
 // Position keys at frames 1, 5 and `last`, on a clip of 10 frames.
 Bytes b3d(int last) {
   auto keys = [](std::vector<std::pair<int, float>> list) {
     Bytes b;
     put(b, std::int32_t{1});
     for (const auto& [frame, y] : list) put(b, std::int32_t{frame}), put(b, 0.0f), put(b, y), put(b, 0.0f);
-    return chunk("KEYS", b);
+    return b3dChunk("KEYS", b);
   };
   Bytes vertices, triangles, anim, version;
   for (std::int32_t v : {0, 0, 0}) put(vertices, v);
@@ -70,16 +53,16 @@ Bytes b3d(int last) {
   for (std::int32_t v : {-1, 0, 1, 2}) put(triangles, v);
   Bytes mesh;
   put(mesh, std::int32_t{-1});
-  for (const Bytes& part : {chunk("VRTS", vertices), chunk("TRIS", triangles)}) mesh.insert(mesh.end(), part.begin(), part.end());
+  append(mesh, b3dChunk("VRTS", vertices));
+  append(mesh, b3dChunk("TRIS", triangles));
   put(anim, std::int32_t{0}), put(anim, std::int32_t{10}), put(anim, 30.0f);
-  Bytes root = chunk("MESH", mesh);
-  for (const Bytes& part : {keys({{1, 0.0f}, {last, 1.0f}}), chunk("ANIM", anim),
-                            node("Bone", 1, keys({{1, 1.0f}, {5, 2.0f}, {last, 3.0f}}))})
-    root.insert(root.end(), part.begin(), part.end());
+  Bytes root = b3dChunk("MESH", mesh);
+  for (const Bytes& part : {keys({{1, 0.0f}, {last, 1.0f}}), b3dChunk("ANIM", anim),
+                            b3dNode("Bone", {0, 1, 0}, keys({{1, 1.0f}, {5, 2.0f}, {last, 3.0f}}))})
+    append(root, part);
   put(version, std::int32_t{1});
-  Bytes file = node("Root", 0, root);
-  file.insert(file.begin(), version.begin(), version.end());
-  return chunk("BB3D", file);
+  append(version, b3dNode("Root", {0, 0, 0}, root));
+  return b3dChunk("BB3D", version);
 }
 
 // The note on a material of a B3D mesh without a brush.
