@@ -382,10 +382,7 @@ TEST(AnimationPass, CancelStopsBeforeTheNextTopLevelNode) {
 TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
   // Frames 0 to 30, looping with the last frame dropped: 30 samples.
   ztx_test::TempDir dir;
-  const auto r = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
-                                      dir.file("example.zt2"), "--config-dir", dir.file("config")});
-  ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
-  const auto file = ztx_test::dumpJson(dir.file("example.zt2"));
+  const auto file = ztx_test::dumpJson(ztx_test::exportExample(dir));
   const json marker = fieldsOf(file, "Marker");
   EXPECT_EQ(marker["numSamples"], 30);
   EXPECT_EQ(samplesOf(marker["visibilityKeys"]), (std::vector<int>{0, 15, 29}));

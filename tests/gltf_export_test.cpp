@@ -17,7 +17,7 @@
 #include "support/hand_built_scene.h"
 #include "support/glb_reading.h"
 #include "support/posing/posing.h"
-#include "support/test_support.h"
+#include "support/scene_export.h"
 
 namespace {
 
@@ -47,9 +47,7 @@ class GltfExample : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir;
-    const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
-                                        dir_->file("example.zt2"), "--config-dir", dir_->file("config")});
-    ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
+    ztx_test::exportExample(*dir_);
     const auto d = ztx_test::runDump({dir_->file("example.zt2"), "--gltf", dir_->file("example.glb")});
     ASSERT_EQ(d.exitCode, 0) << d.err;
   }
