@@ -9,8 +9,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -20,15 +22,10 @@
 #include <sstream>
 #include <thread>
 
-#include "support/batch_run.h"
 #include "support/test_support.h"
 
 namespace fs = std::filesystem;
 using nlohmann::json;
-using ztx_test::Background;
-using ztx_test::batchArgs;
-using ztx_test::manifestOf;
-using ztx_test::statuses;
 using ztx_test::readBytes;
 using ztx_test::readText;
 using ztx_test::runExport;
@@ -36,6 +33,66 @@ using ztx_test::TempDir;
 using ztx_test::writeText;
 
 namespace {
+
+std::vector<std::string> batchArgs(const fs::path& src, const fs::path& out, const fs::path& config,
+                                   std::vector<std::string> more = {}) {
+  std::vector<std::string> args = {"--batch", src.string(), "-o", out.string(), "--config-dir", config.string()};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+json manifestOf(const fs::path& out) { return json::parse(readText((out / "ztexport-manifest.json").string())); }
+
+// Each input's status in the output folder's manifest.
+std::map<std::string, std::string> statuses(const fs::path& out) {
+  std::map<std::string, std::string> s;
+  const json manifest = manifestOf(out);
+  for (const json& f : manifest["files"]) s[f["input"]] = f["status"];
+  return s;
+}
+
+// zt2export started in the background with `args`, its standard error read
+// through a pipe.
+struct Background {
+  pid_t pid = -1;
+  int err = -1;
+  std::string seen;
+
+  explicit Background(std::vector<std::string> args) {
+    args.insert(args.begin(), ZTX_ZT2EXPORT);
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    int fds[2];
+    if (::pipe(fds) != 0) return;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, fds[1], 2);
+    posix_spawn_file_actions_addclose(&actions, fds[0]);
+    posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    ::close(fds[1]);
+    err = fds[0];
+  }
+  // Reads standard error until `text` shows (or it ends); true when it showed.
+  bool awaitText(const std::string& text) {
+    char block[512];
+    while (seen.find(text) == std::string::npos) {
+      const ssize_t n = ::read(err, block, sizeof block);
+      if (n <= 0) return false;
+      seen.append(block, static_cast<std::size_t>(n));
+    }
+    return true;
+  }
+  // Reads to the end and waits: the exit status, or -1 when it did not exit.
+  int finish() {
+    awaitText("\x01");  // to the end
+    ::close(err);
+    int status = 0;
+    ::waitpid(pid, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+};
 
 // The example and its textures and the 3DS crate; with `sub`, the same scene
 // one folder down and a file that is no input; with `bad`, a scene naming a
