@@ -35,6 +35,21 @@ std::string scene(const std::string& nodes, const std::string& top = "") {
   return "{" + top + (top.empty() ? "" : ", ") + R"("nodes": [)" + nodes + "]}";
 }
 
+std::string cameraScene(float hither, float yon) {
+  return R"({"nodes": [{"name": "Cam", "object": {"type": "camera", "fovDegrees": 60, "hither": )" +
+         std::to_string(hither) + R"(, "yon": )" + std::to_string(yon) + "}}]}";
+}
+
+std::vector<std::string> scaled(const std::string& factor) {
+  return plainOptions({"--set", "rescale=1", "--set", "rescaleFactor=" + factor});
+}
+
+json lightFields(const std::string& lightJson, const std::vector<std::string>& args = plainOptions()) {
+  const auto run = exportScene(R"({"nodes": [{"name": "L", "object": )" + lightJson + "}]}", args);
+  EXPECT_EQ(run.exitCode, 0) << run.err;
+  return findObject(run.file, "L");
+}
+
 }  // namespace
 
 TEST(SceneWalk, TopLevelPositionIsTurnedIntoTheFileAxesAndRescaledWhenSwitchedOn) {
@@ -152,25 +167,6 @@ TEST(SceneWalk, EnvironmentComesFirst) {
   const auto off = exportScene(s, plainOptions({"--set", "exportEnvironment=0"}));
   EXPECT_EQ(ztx_test::topChunks(off.file).at(0)["name"], "HelperChunk");
 }
-
-namespace {
-
-std::string cameraScene(float hither, float yon) {
-  return R"({"nodes": [{"name": "Cam", "object": {"type": "camera", "fovDegrees": 60, "hither": )" +
-         std::to_string(hither) + R"(, "yon": )" + std::to_string(yon) + "}}]}";
-}
-
-std::vector<std::string> scaled(const std::string& factor) {
-  return plainOptions({"--set", "rescale=1", "--set", "rescaleFactor=" + factor});
-}
-
-json lightFields(const std::string& lightJson, const std::vector<std::string>& args = plainOptions()) {
-  const auto run = exportScene(R"({"nodes": [{"name": "L", "object": )" + lightJson + "}]}", args);
-  EXPECT_EQ(run.exitCode, 0) << run.err;
-  return findObject(run.file, "L");
-}
-
-}  // namespace
 
 TEST(Cameras, ClipPlanesAreScaledAndTheNearOneRaisedToTheMinimum) {
   // A near plane scaled below 0.001 is raised to it, with a message only.
