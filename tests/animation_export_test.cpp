@@ -1,14 +1,12 @@
 // The animation pass in whole exports: which nodes get which chunks, the
 // sampled span of a node against the given range, the keys the reduction
-// leaves, light parameters, and the pass's place in the driver (cancel,
-// progress, the verbose trace). Values are worked out by hand from the rules.
+// leaves, light parameters, and the verbose trace (its progress and cancel
+// are export_driver_test.cpp's). Values are worked out by hand from the rules.
 #include <gtest/gtest.h>
 
 #include <filesystem>
 
-#include "host/memory/memory_host.h"
 #include "options/options_dialog.h"
-#include "plugin/scene_exporter.h"
 #include "support/scene_export.h"
 
 using nlohmann::json;
@@ -324,59 +322,6 @@ TEST(AnimationPass, TheVerboseTraceGivesEachTracksKeysAndLargestErrorOnStandardE
     EXPECT_NE(run.err.find(line), std::string::npos) << line << run.err;
   EXPECT_EQ(run.err.find("Light animation \"L\" hotspot"), std::string::npos);  // an omni light has no cone
   EXPECT_EQ(run.out.find("Animation \""), std::string::npos);
-}
-
-namespace {
-
-struct InProcessRun {
-  std::unique_ptr<hostmodel::MemoryHost> host;
-  SceneExporter exporter;
-  ztx_test::TempDir dir;
-};
-
-std::unique_ptr<InProcessRun> exportInProcess(const std::string& json, int cancelFrom = 0) {
-  auto run = std::make_unique<InProcessRun>();
-  run->host = hostmodel::loadSceneFromString(json, run->dir.path().string());
-  run->host->setConfigDir(run->dir.file("config"));
-  std::filesystem::create_directories(run->dir.file("config"));
-  run->host->setCancelFromCall(cancelFrom);
-  run->exporter.optionsRecordEditor = [](OptionsDialog& r) {
-    r.exportSkinning = 0;
-    r.exportMaterials = 0;
-    r.exportEnvironment = 0;
-    r.dumpInfo = 0;
-  };
-  run->exporter.DoExport(run->dir.file("out.zt2").c_str(), run->host.get(), true);
-  return run;
-}
-
-}  // namespace
-
-TEST(AnimationPass, ProgressCountsEveryNodeTwiceAndEndsAtTheWhole) {
-  auto run = exportInProcess(scene(helper("A") + ", " + helper("B")));
-  std::vector<std::pair<int, std::string>> updates;
-  for (const auto& c : run->host->progressCalls())
-    if (c.kind == hostmodel::ProgressCall::Update) updates.emplace_back(c.percent, c.title);
-  // Three nodes with the root, doubled: six steps; the root's two close the pass.
-  EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"A\""}, {33, "Geometry for \"B\""},
-                                                              {50, "Animation for \"A\""}, {66, "Animation for \"B\""},
-                                                              {100, "Animation done"}}));
-}
-
-TEST(AnimationPass, CancelStopsBeforeTheNextTopLevelNode) {
-  // Cancelled once the animation pass has begun: the objects are all written,
-  // and the animations stop between top-level nodes, never inside one.
-  auto run = exportInProcess(scene(helper("A", R"("children": [)" + helper("A1") + "]") + ", " + helper("B") + ", " +
-                                   helper("C")),
-                             9);
-  std::vector<std::string> written = layout(ztx_test::dumpJson(run->dir.file("out.zt2")));
-  ASSERT_GE(written.size(), 4u);
-  EXPECT_EQ(std::vector<std::string>(written.begin(), written.begin() + 4), std::vector<std::string>(4, "HelperChunk"));
-  written.erase(written.begin(), written.begin() + 4);
-  const std::vector<std::string> all = {"TransformAnimationChunk A", "TransformAnimationChunk A1",
-                                        "TransformAnimationChunk B", "TransformAnimationChunk C"};
-  EXPECT_TRUE(written.size() == 2 || written.size() == 3) << testing::PrintToString(written);
-  EXPECT_EQ(written, std::vector<std::string>(all.begin(), all.begin() + static_cast<long>(written.size())));
 }
 
 TEST(AnimationPass, TheShippedExampleKeepsItsKeys) {
