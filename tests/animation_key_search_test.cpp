@@ -240,15 +240,6 @@ TEST(KeySearch, MatrixKeysAreTheRulesKeysInEveryMode) {
   }
 }
 
-// The straight move of the benchmark, 20,000 samples: two keys either way.
-TEST(KeySearch, ALongStraightMoveKeepsItsTwoKeys) {
-  KeySeries<SampleMatrix> recorded;
-  for (int i = 0; i < 20000; ++i) recordSample(recorded, SampleMatrix{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {i * 0.1, 0, -i * 0.05}}}, i);
-  const MatrixKeyTolerance tolerance{0.001, 0.001};
-  const auto keys = reduceKeys(recorded, tolerance, FrameInterpolation::None, false);
-  EXPECT_EQ(keys.indices, (std::vector<int>{0, 19999}));
-}
-
 // The blending modes, on what they are made for: axes turning about an axis
 // that drifts, slowly (runs of a thousand entries and more, which only the
 // bands decide) or fast, with noise on and across the tolerance, growing and
