@@ -5,7 +5,8 @@
 // batch at a time per output directory, no file skipped or deleted without a
 // word, texture copies of one name from different images refused, every
 // per-export option handed on, a dry run that writes nothing, progress as JSON
-// lines, and the dependency file read by Ninja.
+// lines, and the dependency file read by Ninja, whose rule the batch reads back
+// whatever the paths hold.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,8 +21,11 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <sstream>
+#include <string>
 #include <thread>
+#include <vector>
 
+#include "driver/depfile.h"
 #include "support/test_support.h"
 
 namespace fs = std::filesystem;
@@ -180,6 +184,20 @@ class HeldLock {
   int fd_ = -1;
   bool locked_ = false;
 };
+
+TEST(DependencyRule, EveryPathComesBackAsWritten) {
+  const std::vector<std::string> paths = {
+      "out/plain.zt2",       "with space/a b.png", "hash#mark.tga",    "dollar$sign.bmp", "trailing\\",
+      "back\\slash\\ space", "two\\\\ before.png", "colon:inside.jpg", "ünïcode/名前.png", "-leading-dash"};
+  for (std::size_t split = 0; split <= paths.size(); ++split) {
+    const std::vector<std::string> targets(paths.begin(), paths.begin() + split);
+    const std::vector<std::string> prerequisites(paths.begin() + split, paths.end());
+    if (targets.empty()) continue;
+    const zt2export::ExportFiles read = zt2export::parseDependencyRule(zt2export::dependencyRule(targets, prerequisites));
+    EXPECT_EQ(read.targets, targets) << "split at " << split;
+    EXPECT_EQ(read.prerequisites, prerequisites) << "split at " << split;
+  }
+}
 
 }  // namespace
 

@@ -15,7 +15,6 @@
 #include "format/memory_file.h"
 #include "format/object_record.h"
 #include "support/hand_built_scene.h"
-#include "support/glb_reading.h"
 #include "support/posing/posing.h"
 #include "support/scene_export.h"
 

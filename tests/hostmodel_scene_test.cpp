@@ -460,7 +460,7 @@ TEST(HostModelPhysique, VertexKindsAnswerAsTheHostDoes) {
 }
 
 // A missing interface, context or modifier is checked through readSkinWeights
-// (skin_weights_test.cpp); a node without an object is only here.
+// (prepass_test.cpp); a node without an object is only here.
 TEST(HostModelPhysique, ANodeWithoutAnObjectMayCarryAPhysiqueOfNoVertices) {
   auto host = hostmodel::loadSceneFromString(kSkinned, "", "scene.json");
   INode* empty = host->findNode("Empty");

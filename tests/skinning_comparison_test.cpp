@@ -32,7 +32,6 @@
 #include "host/inhouse/sanitized.h"
 #include "support/b3d_writing.h"
 #include "support/flag_model.h"
-#include "support/glb_reading.h"
 #include "support/posing/posing.h"
 #include "support/test_support.h"
 

@@ -10,6 +10,8 @@
 #include <assimp/scene.h>
 #include <gtest/gtest.h>
 
+#include "support/test_support.h"
+
 namespace ztx_test {
 
 namespace {
@@ -97,8 +99,16 @@ aiMatrix4x4 local(const aiNode& n, const aiAnimation* anim, double ticks) {
 
 }  // namespace
 
-// An accessor's elements as doubles, `components` per element; normalized
-// integers brought to 0..1.
+tinygltf::Model readGlb(const std::string& path) {
+  tinygltf::TinyGLTF loader;
+  tinygltf::Model model;
+  std::string err, warn;
+  const auto bytes = readBytes(path);
+  EXPECT_TRUE(loader.LoadBinaryFromMemory(&model, &err, &warn, bytes.data(), static_cast<unsigned>(bytes.size())))
+      << path << ": " << err;
+  return model;
+}
+
 std::vector<double> readAccessor(const tinygltf::Model& m, int index, int* components) {
   const tinygltf::Accessor& a = m.accessors.at(static_cast<std::size_t>(index));
   const int n = tinygltf::GetNumComponentsInType(static_cast<std::uint32_t>(a.type));
