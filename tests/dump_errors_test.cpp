@@ -523,9 +523,7 @@ TEST_F(Validate, FirstFaultIsNamedWithItsPlace) {
   }
 }
 
-
 using Bytes = std::vector<unsigned char>;
-
 
 // A camera chunk; `values` writes what follows its object.
 template <typename Values>

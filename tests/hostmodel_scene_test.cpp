@@ -286,7 +286,6 @@ TEST(HostModelScene, NestingIsBoundedAndNamed) {
   }
 }
 
-
 Mesh& meshOf(hostmodel::MemoryHost& host, const std::string& objectId) {
   Object* obj = host.findObject(objectId);
   EXPECT_NE(obj, nullptr);
@@ -388,7 +387,6 @@ TEST(HostModelMesh, CleanUpKeepsFaceAndVertexChannelsInStep) {
   EXPECT_TRUE(plain.tvFace.empty());
   EXPECT_TRUE(plain.vcFace.empty());
 }
-
 
 const char* kSkinned = R"({
   "objects": [{"id": "skin", "type": "mesh", "mesh": {"vertices": [0, 0, 0, 1, 0, 0, 0, 1, 0], "faces": [0, 1, 2]}}],

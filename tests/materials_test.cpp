@@ -405,7 +405,6 @@ TEST_F(Materials, RecordsCopyTheirTexturesAndValidate) {
 
 using ztx_test::runExport;
 
-
 // Each rule of the search: where the file lies, what the model calls it, the
 // options, and what comes of it.
 TEST(TextureFiles, ModelsFindTheirImagesAsArtistsLeaveThem) {
