@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "support/test_support.h"
+#include "support/scene_export.h"
 
 namespace {
 
@@ -24,12 +24,7 @@ class DumpNames : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir;
-    std::filesystem::create_directories(dir_->file("config"));
-    const ztx_test::RunResult r =
-        ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o", dir_->file("example.zt2"),
-                             "--config-dir", dir_->file("config")});
-    ASSERT_EQ(r.exitCode, 0) << r.err;
-    const std::string bytes = ztx_test::readText(dir_->file("example.zt2"));
+    const std::string bytes = ztx_test::readText(ztx_test::exportExample(*dir_));
     // One node renamed as a host in a Western code page writes it, one with bytes the code page leaves undefined.
     const std::string renamed = replaced(replaced(bytes, "Character", "C\xe9" "aracter"), "Marker", "M\x81rk\x9d" "r");
     ztx_test::writeText(dir_->file("renamed.zt2"), renamed);

@@ -121,6 +121,34 @@ TEST_F(DriverTest, ProgressPercentCountsDispatchedNodes) {
   }
 }
 
+// With animation on, each node is a step of both passes; the root's two close
+// the animation pass.
+TEST_F(DriverTest, ProgressCountsEveryNodeTwiceWithAnimation) {
+  auto run = exportScene(helpers(2), [](OptionsDialog& r) { r.exportAnimation = 1, r.exportEnvironment = 0; });
+  std::vector<std::pair<int, std::string>> updates;
+  for (const auto& c : run->host->progressCalls())
+    if (c.kind == ProgressCall::Update) updates.emplace_back(c.percent, c.title);
+  EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"H0\""}, {33, "Geometry for \"H1\""},
+                                                              {50, "Animation for \"H0\""}, {66, "Animation for \"H1\""},
+                                                              {100, "Animation done"}}));
+}
+
+// Cancelled once the animation pass has begun: the objects are all written,
+// and the animations stop between top-level nodes, never inside one.
+TEST_F(DriverTest, CancelInTheAnimationPassStopsBeforeTheNextTopLevelNode) {
+  auto run = exportScene(R"({"nodes": [{"name": "A", "object": {"type": "helper"}, "children": [
+      {"name": "A1", "object": {"type": "helper"}}]}, {"name": "B", "object": {"type": "helper"}},
+      {"name": "C", "object": {"type": "helper"}}]})",
+                         [](OptionsDialog& r) { r.exportAnimation = 1, r.exportEnvironment = 0; }, {}, 9);
+  const nlohmann::json file = ztx_test::dumpJson(run->target);
+  std::vector<std::string> written;  // "object" for each object chunk, the node of each animation chunk
+  for (const auto& c : ztx_test::topChunks(file))
+    written.push_back(c["name"] == "HelperChunk" ? "object" : c["children"][0]["fields"]["name"].get<std::string>());
+  const std::vector<std::string> all = {"object", "object", "object", "object", "A", "A1", "B", "C"};
+  EXPECT_TRUE(written.size() == 6 || written.size() == 7) << testing::PrintToString(written);
+  EXPECT_EQ(written, std::vector<std::string>(all.begin(), all.begin() + static_cast<long>(written.size())));
+}
+
 TEST_F(DriverTest, EmptySceneWritesNothing) {
   auto run = exportScene(R"({"nodes": []})", [](OptionsDialog& r) { r.exportEnvironment = 0; });
   EXPECT_EQ(run->result, 1);

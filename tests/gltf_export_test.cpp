@@ -15,9 +15,8 @@
 #include "format/memory_file.h"
 #include "format/object_record.h"
 #include "support/hand_built_scene.h"
-#include "support/glb_reading.h"
 #include "support/posing/posing.h"
-#include "support/test_support.h"
+#include "support/scene_export.h"
 
 namespace {
 
@@ -26,14 +25,9 @@ using ztx_test::TempDir;
 
 // The Khronos validator on the files; skipped (not failed) without node.
 void expectValid(const std::vector<std::string>& files) {
-  if (ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0)
-    GTEST_SKIP() << "node not found: the glTF validator is not run";
-  const std::string web = ztx_test::sourcePath("tools/zt2view/web");
-  ASSERT_TRUE(fs::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
-  std::vector<std::string> args{"node", web + "/validate.mjs"};
-  args.insert(args.end(), files.begin(), files.end());
-  const auto r = ztx_test::run("/usr/bin/env", args);
-  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  const auto r = ztx_test::runGltfValidator(files);
+  if (!r) GTEST_SKIP() << "node not found: the glTF validator is not run";
+  EXPECT_EQ(r->exitCode, 0) << r->out << r->err;
 }
 
 std::map<std::string, int> nodesByName(const tinygltf::Model& m) {
@@ -52,9 +46,7 @@ class GltfExample : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir;
-    const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
-                                        dir_->file("example.zt2"), "--config-dir", dir_->file("config")});
-    ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
+    ztx_test::exportExample(*dir_);
     const auto d = ztx_test::runDump({dir_->file("example.zt2"), "--gltf", dir_->file("example.glb")});
     ASSERT_EQ(d.exitCode, 0) << d.err;
   }

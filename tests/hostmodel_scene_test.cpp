@@ -1,10 +1,14 @@
-// Loading scenes into the host model: the documented and the shipped example
-// scenes, transforms and keyed values, the frame rate, and the messages for
-// bad input. Cancelling is checked by the export tests, which cancel midway.
+// The host model: loading scenes (the documented and the shipped example
+// scenes, transforms and keyed values, the frame rate, the messages for bad
+// input), meshes (binary arrays, and the host's mesh clean-up keeping per-face
+// and per-vertex channels in step), and the skinning modifier's export
+// interface (rigid, blended, other and missing vertices, contexts per node, and
+// releases). Cancelling is checked by the export tests, which cancel midway.
 #include <gtest/gtest.h>
-
 #include <sys/stat.h>
 
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <limits>
 
@@ -43,6 +47,8 @@ TEST(HostModelScene, TheDocumentedSmallSceneLoads) {
   EXPECT_NEAR(triangle->GetNodeTM(2400).GetTrans().z, 2.5f, 1e-6f);
 }
 
+// The Physique modifier's export interface on the node's topmost derived
+// object, as the pre-pass finds it.
 IPhysiqueExport* physiqueOf(INode* node) {
   Object* ref = node->GetObjectRef();
   if (!ref || ref->SuperClassID() != GEN_DERIVOB_CLASS_ID) return nullptr;
@@ -278,6 +284,189 @@ TEST(HostModelScene, NestingIsBoundedAndNamed) {
     // The place is told by its ends, not by thousands of steps.
     EXPECT_LT(message.size(), 600u) << message.substr(0, 200);
   }
+}
+
+Mesh& meshOf(hostmodel::MemoryHost& host, const std::string& objectId) {
+  Object* obj = host.findObject(objectId);
+  EXPECT_NE(obj, nullptr);
+  return static_cast<TriObject*>(obj->ConvertToType(0, TRIOBJ_CLASS_ID).get())->GetMesh();
+}
+
+// Appends values as little-endian bytes, the layout of buffer files.
+template <typename T>
+std::size_t put(std::vector<unsigned char>& bytes, std::initializer_list<T> values) {
+  const std::size_t offset = bytes.size();
+  for (T v : values) {
+    unsigned char raw[sizeof(T)];
+    std::memcpy(raw, &v, sizeof(T));
+    bytes.insert(bytes.end(), raw, raw + sizeof(T));
+  }
+  return offset;
+}
+
+TEST(HostModelMesh, BinaryBuffersAreReadAtUnalignedOffsets) {
+  ztx_test::TempDir dir;
+  std::vector<unsigned char> b;
+  put<std::uint8_t>(b, {0xEE, 0xEE, 0xEE});  // no offset below is a multiple of 4
+  const std::size_t verts = put<float>(b, {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0.5f});
+  const std::size_t faces = put<std::uint32_t>(b, {0, 1, 2, 2, 1, 3});
+  const std::size_t groups = put<std::uint32_t>(b, {1, 0x80000000u});
+  const std::size_t matIds = put<std::uint16_t>(b, {3, 7});
+  const std::size_t uvs = put<float>(b, {0.25f, 0.75f, 0});
+  const std::size_t uvFaces = put<std::uint32_t>(b, {0, 0, 0, 0, 0, 0});
+  ztx_test::writeBytes(dir.file("mesh.bin"), b);
+  auto ref = [](std::size_t offset, int count) {
+    return R"({"buffer": "mesh.bin", "byteOffset": )" + std::to_string(offset) + R"(, "count": )" +
+           std::to_string(count) + "}";
+  };
+  ztx_test::writeText(dir.file("scene.json"),
+                      R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": )" + ref(verts, 4) +
+                          R"(, "faces": )" + ref(faces, 2) + R"(, "smoothingGroups": )" + ref(groups, 2) +
+                          R"(, "materialIds": )" + ref(matIds, 2) + R"(, "textureVertices": )" + ref(uvs, 1) +
+                          R"(, "textureFaces": )" + ref(uvFaces, 2) + "}}]}");
+  auto host = hostmodel::loadScene(dir.file("scene.json"));
+  const Mesh& mesh = meshOf(*host, "m");
+  ASSERT_EQ(mesh.getNumVerts(), 4);
+  EXPECT_EQ(mesh.verts[3], Point3(1, 1, 0.5f));
+  ASSERT_EQ(mesh.getNumFaces(), 2);
+  EXPECT_EQ(mesh.faces[1].v[2], 3u);
+  EXPECT_EQ(mesh.faces[1].smGroup, 0x80000000u);
+  EXPECT_EQ(mesh.faces[0].getMatID(), 3);
+  EXPECT_EQ(mesh.faces[1].getMatID(), 7);
+  ASSERT_EQ(mesh.getNumTVerts(), 1);
+  EXPECT_EQ(mesh.tVerts[0], Point3(0.25f, 0.75f, 0));
+  EXPECT_EQ(mesh.tvFace.size(), 2u);
+}
+
+TEST(HostModelMesh, CleanUpKeepsFaceAndVertexChannelsInStep) {
+  // Vertices 0..5; face 1 is degenerate, face 2 names vertex 9 of 6, vertex 4 is used by no
+  // face. Texture and colour faces carry the face's number, so a moved face shows which it was.
+  auto host = hostmodel::loadSceneFromString(R"({"objects": [{"id": "m", "type": "mesh", "mesh": {
+      "vertices": [0, 0, 0, 1, 0, 0, 2, 0, 0, 3, 0, 0, 4, 0, 0, 5, 0, 0],
+      "faces": [0, 1, 2, 1, 1, 3, 2, 3, 9, 3, 5, 2],
+      "materialIds": [0, 1, 2, 3],
+      "textureVertices": [0, 0, 0],
+      "textureFaces": [0, 0, 0, 1, 1, 1, 2, 2, 2, 3, 3, 3],
+      "vertexColors": [0, 0, 0],
+      "colorFaces": [10, 10, 10, 11, 11, 11, 12, 12, 12, 13, 13, 13]}},
+      {"id": "plain", "type": "mesh", "mesh": {"vertices": [0, 0, 0, 1, 0, 0, 2, 0, 0], "faces": [0, 0, 1, 2, 1, 0, 0, 1, 7]}}]})",
+                                             "", "scene.json");
+  Mesh mesh = meshOf(*host, "m");  // a working copy, as the exporter takes one
+  mesh.setVDataSupport(10);
+  for (int i = 0; i < mesh.getNumVerts(); ++i) mesh.vData[10].data[i] = i;
+  mesh.RemoveDegenerateFaces();
+  ASSERT_EQ(mesh.getNumFaces(), 3);
+  EXPECT_EQ(mesh.faces[1].getMatID(), 2);
+  EXPECT_EQ(mesh.tvFace[1].t[0], 2u);
+  EXPECT_EQ(mesh.vcFace[1].t[0], 12u);
+  mesh.RemoveIllegalFaces();
+  ASSERT_EQ(mesh.getNumFaces(), 2);
+  ASSERT_EQ(mesh.tvFace.size(), 2u);
+  ASSERT_EQ(mesh.vcFace.size(), 2u);
+  EXPECT_EQ(mesh.faces[1].getMatID(), 3);
+  EXPECT_EQ(mesh.tvFace[1].t[1], 3u);
+  EXPECT_EQ(mesh.vcFace[1].t[2], 13u);
+  mesh.DeleteIsoVerts();
+  ASSERT_EQ(mesh.getNumVerts(), 5);
+  EXPECT_EQ(mesh.verts[4], Point3(5, 0, 0));
+  ASSERT_TRUE(mesh.vDataSupport(10));
+  EXPECT_EQ(mesh.vData[10].data, (std::vector<std::int32_t>{0, 1, 2, 3, 5}));
+  // Face (3, 5, 2) follows vertex 5 to its new place 4; channels stay with their faces.
+  EXPECT_EQ(mesh.faces[1].v[1], 4u);
+  EXPECT_EQ(mesh.faces[1].v[2], 2u);
+  EXPECT_EQ(mesh.vcFace[1].t[0], 13u);
+  EXPECT_EQ(meshOf(*host, "m").getNumFaces(), 4);  // the loaded mesh itself is untouched
+
+  // Without map channels the clean-up leaves them empty.
+  Mesh plain = meshOf(*host, "plain");
+  plain.RemoveDegenerateFaces();
+  plain.RemoveIllegalFaces();
+  plain.DeleteIsoVerts();
+  EXPECT_EQ(plain.getNumFaces(), 1);
+  EXPECT_EQ(plain.faces[0].v[0], 2u);
+  EXPECT_TRUE(plain.tvFace.empty());
+  EXPECT_TRUE(plain.vcFace.empty());
+}
+
+const char* kSkinned = R"({
+  "objects": [{"id": "skin", "type": "mesh", "mesh": {"vertices": [0, 0, 0, 1, 0, 0, 0, 1, 0], "faces": [0, 1, 2]}}],
+  "nodes": [
+    {"name": "Bone", "id": "A"}, {"name": "Bone", "id": "B"},
+    {"name": "Skinned", "object": "skin", "modifiers": [
+      {"type": "other", "classId": ["0x1234", 0], "className": "Edit Mesh"},
+      {"type": "physique", "vertices": ["A", {"bones": ["A", "B"], "weights": [0.7, 0.3]}, {"vertexType": 2},
+                                        null, {"bone": "B"}, {"vertexType": 1}]}]},
+    {"name": "Other", "object": "skin", "modifiers": [{"type": "physique"}]},
+    {"name": "Empty", "modifiers": [{"type": "physique"}]}
+  ]})";
+
+TEST(HostModelPhysique, VertexKindsAnswerAsTheHostDoes) {
+  auto host = hostmodel::loadSceneFromString(kSkinned, "", "scene.json");
+  INode* skinned = host->findNode("Skinned");
+  EXPECT_EQ(skinned->EvalWorldState(0).obj, host->findObject("skin"));  // modifiers do not change the geometry
+  auto* phy = physiqueOf(skinned);
+  ASSERT_NE(phy, nullptr);
+  EXPECT_EQ(phy->GetContextInterface(host->findNode("Other")), nullptr);  // not this modifier's node
+  IPhyContextExport* ctx = phy->GetContextInterface(skinned);
+  ASSERT_NE(ctx, nullptr);
+  ctx->ConvertToRigid(true);
+  ctx->AllowBlending(true);
+
+  IPhyVertexExport* rigid = ctx->GetVertexInterface(0);
+  EXPECT_EQ(rigid->GetVertexType(), RIGID_TYPE);
+  auto* r = dynamic_cast<IPhyRigidVertex*>(rigid);
+  ASSERT_NE(r, nullptr);
+  EXPECT_EQ(r->GetNode(), host->findNode("A"));
+  EXPECT_EQ(dynamic_cast<IPhyBlendedRigidVertex*>(rigid), nullptr);
+
+  IPhyVertexExport* blended = ctx->GetVertexInterface(1);
+  EXPECT_EQ(blended->GetVertexType(), RIGID_TYPE | BLENDED_TYPE);
+  auto* b = dynamic_cast<IPhyBlendedRigidVertex*>(blended);
+  ASSERT_NE(b, nullptr);
+  ASSERT_EQ(b->GetNumberNodes(), 2);
+  EXPECT_EQ(b->GetNode(0), host->findNode("A"));
+  EXPECT_EQ(b->GetNode(1), host->findNode("B"));
+  EXPECT_FLOAT_EQ(b->GetWeight(0), 0.7f);
+  EXPECT_FLOAT_EQ(b->GetWeight(1), 0.3f);
+  EXPECT_EQ(b->GetNode(2), nullptr);
+  EXPECT_EQ(b->GetWeight(-1), 0.0f);
+
+  IPhyVertexExport* other = ctx->GetVertexInterface(2);
+  EXPECT_EQ(other->GetVertexType(), DEFORMABLE_TYPE);
+  EXPECT_EQ(dynamic_cast<IPhyRigidVertex*>(other), nullptr);
+  EXPECT_EQ(dynamic_cast<IPhyBlendedRigidVertex*>(other), nullptr);
+
+  EXPECT_EQ(ctx->GetVertexInterface(3), nullptr);  // missing
+  auto* rigidB = dynamic_cast<IPhyRigidVertex*>(ctx->GetVertexInterface(4));
+  ASSERT_NE(rigidB, nullptr);
+  EXPECT_EQ(rigidB->GetNode(), host->findNode("B"));
+  IPhyVertexExport* odd = ctx->GetVertexInterface(5);  // type 1 reported, but no rigid interface behind it
+  EXPECT_EQ(odd->GetVertexType(), RIGID_TYPE);
+  EXPECT_EQ(dynamic_cast<IPhyRigidVertex*>(odd), nullptr);
+  EXPECT_EQ(ctx->GetVertexInterface(6), nullptr);
+  EXPECT_EQ(ctx->GetVertexInterface(-1), nullptr);
+
+  // Each request hands out a fresh interface; releasing none or one twice is harmless.
+  IPhyVertexExport* again = ctx->GetVertexInterface(0);
+  EXPECT_NE(again, rigid);
+  EXPECT_EQ(host->outstandingVertexInterfaces(), 6);
+  for (IPhyVertexExport* v : {again, rigid, blended, other, static_cast<IPhyVertexExport*>(rigidB), odd})
+    ctx->ReleaseVertexInterface(v);
+  ctx->ReleaseVertexInterface(rigid);
+  ctx->ReleaseVertexInterface(nullptr);
+  EXPECT_EQ(host->outstandingVertexInterfaces(), 0);
+}
+
+// A missing interface, context or modifier is checked through readSkinWeights
+// (prepass_test.cpp); a node without an object is only here.
+TEST(HostModelPhysique, ANodeWithoutAnObjectMayCarryAPhysiqueOfNoVertices) {
+  auto host = hostmodel::loadSceneFromString(kSkinned, "", "scene.json");
+  INode* empty = host->findNode("Empty");
+  EXPECT_EQ(empty->EvalWorldState(0).obj, nullptr);
+  auto* phy = physiqueOf(empty);
+  ASSERT_NE(phy, nullptr);
+  ASSERT_NE(phy->GetContextInterface(empty), nullptr);
+  EXPECT_EQ(phy->GetContextInterface(empty)->GetNumberVertices(), 0);
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <regex>
 #include <set>
@@ -59,9 +58,7 @@ std::vector<std::string> directories() {
 // Relative path -> the reason the import library gave.
 std::map<std::string, std::string> refusedList() {
   std::map<std::string, std::string> out;
-  std::ifstream in(ztx_test::sourcePath("tests/data/import-refused.txt"));
-  for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
+  for (const std::string& line : ztx_test::listedLines("tests/data/import-refused.txt")) {
     const std::size_t tab = line.find('\t');
     out[line.substr(0, tab)] = tab == std::string::npos ? "" : line.substr(tab + 1);
   }
@@ -76,15 +73,11 @@ struct Validation {
 // per-file lines counted; without node it is not run and files stays 0.
 Validation validateGltf(const std::vector<std::string>& files) {
   Validation v;
-  if (files.empty() || ztx_test::run("/usr/bin/env", {"node", "--version"}).exitCode != 0) return v;
-  const std::string web = ztx_test::sourcePath("tools/zt2view/web");
-  EXPECT_TRUE(fs::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
-  std::vector<std::string> args{"node", web + "/validate.mjs"};
-  args.insert(args.end(), files.begin(), files.end());
-  const ztx_test::RunResult r = ztx_test::run("/usr/bin/env", args);
-  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  const auto r = files.empty() ? std::nullopt : ztx_test::runGltfValidator(files);
+  if (!r) return v;
+  EXPECT_EQ(r->exitCode, 0) << r->out << r->err;
   static const std::regex line(R"(^.*\.glb: (\d+) errors, (\d+) warnings)");
-  std::istringstream out(r.out);
+  std::istringstream out(r->out);
   for (std::string l; std::getline(out, l);) {
     std::smatch m;
     if (!std::regex_search(l, m, line)) continue;
@@ -92,7 +85,7 @@ Validation validateGltf(const std::vector<std::string>& files) {
     v.withErrors += std::stoi(m[1]) > 0;
     v.warnings += std::stoi(m[2]);
   }
-  EXPECT_EQ(v.files, static_cast<int>(files.size())) << r.out << r.err;
+  EXPECT_EQ(v.files, static_cast<int>(files.size())) << r->out << r->err;
   return v;
 }
 
@@ -171,10 +164,7 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
               glbs.size(), valid.files, valid.withErrors, valid.warnings);
 }
 
-INSTANTIATE_TEST_SUITE_P(Assimp, Corpus, testing::ValuesIn(directories()), [](const auto& info) {
-  std::string name;
-  for (char c : info.param) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(Assimp, Corpus, testing::ValuesIn(directories()),
+                         [](const auto& info) { return ztx_test::testName(info.param); });
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 #include "format/code_page.h"
 #include "reader/tree/file_decoder.h"
-#include "support/test_support.h"
+#include "support/scene_export.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
 
@@ -20,22 +20,11 @@ namespace {
 
 using ztx_test::TempDir;
 
-// The example exported once per run with the given --set changes.
-std::string exportExample(const TempDir& dir, const std::string& name, std::vector<std::string> sets = {}) {
-  std::vector<std::string> args = {ztx_test::sourcePath("examples/example.scene.json"), "-o", dir.file(name),
-                                   "--config-dir", dir.file(name + ".config"), "--save-options"};
-  for (const std::string& s : sets) args.insert(args.end(), {"--set", s});
-  std::filesystem::create_directories(dir.file(name + ".config"));
-  const ztx_test::RunResult r = ztx_test::runExport(args);
-  EXPECT_EQ(r.exitCode, 0) << r.err;
-  return dir.file(name);
-}
-
 class ReaderTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir;
-    scene_ = exportExample(*dir_, "example.zt2");
+    scene_ = ztx_test::exportExample(*dir_, "example.zt2", {"--save-options"});
   }
   static void TearDownTestSuite() { delete dir_; }
   static TempDir* dir_;
@@ -210,8 +199,10 @@ std::vector<unsigned char> moveTopLevel(const std::vector<unsigned char>& b, std
 }
 
 TEST_F(ReaderTest, DiffByNodeAndField) {
-  const std::string rescaled = exportExample(*dir_, "rescaled.zt2", {"rescale=1", "rescaleFactor=2"});
-  const std::string nudged = exportExample(*dir_, "nudged.zt2", {"rescale=1", "rescaleFactor=1.0001"});
+  const std::string rescaled =
+      ztx_test::exportExample(*dir_, "rescaled.zt2", {"--save-options", "--set", "rescale=1", "--set", "rescaleFactor=2"});
+  const std::string nudged = ztx_test::exportExample(*dir_, "nudged.zt2",
+                                                     {"--save-options", "--set", "rescale=1", "--set", "rescaleFactor=1.0001"});
   const std::string moved = dir_->file("moved.zt2");
   // The camera (6) goes before the mesh "Character" (4).
   ztx_test::writeBytes(moved, moveTopLevel(ztx_test::readBytes(scene_), 6, 4));

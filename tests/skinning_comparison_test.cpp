@@ -22,9 +22,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <optional>
 #include <sstream>
@@ -32,8 +30,8 @@
 #include <tiny_gltf.h>
 
 #include "host/inhouse/sanitized.h"
+#include "support/b3d_writing.h"
 #include "support/flag_model.h"
-#include "support/glb_reading.h"
 #include "support/posing/posing.h"
 #include "support/test_support.h"
 
@@ -249,11 +247,8 @@ const fs::path& corpus() {
 // Directory -> its listed models.
 std::map<std::string, std::vector<std::string>> listedModels() {
   std::map<std::string, std::vector<std::string>> out;
-  std::ifstream in(ztx_test::sourcePath("tests/data/skinned-animated.txt"));
-  for (std::string line; std::getline(in, line);) {
-    if (line.empty() || line[0] == '#') continue;
+  for (const std::string& line : ztx_test::listedLines("tests/data/skinned-animated.txt"))
     out[line.substr(0, line.find('/'))].push_back(line);
-  }
   return out;
 }
 
@@ -418,30 +413,10 @@ INSTANTIATE_TEST_SUITE_P(
 // within 0.1% of its size; where names repeat, with that of the same model
 // whose names differ, which the library binds unambiguously.
 
-using Bytes = std::vector<unsigned char>;
-
-template <typename T>
-void put(Bytes& b, T v) {
-  unsigned char raw[sizeof v];
-  std::memcpy(raw, &v, sizeof v);
-  b.insert(b.end(), raw, raw + sizeof v);
-}
-void append(Bytes& b, const Bytes& more) { b.insert(b.end(), more.begin(), more.end()); }
-// A B3D chunk: its tag and the length of what follows.
-Bytes chunk(const char* tag, const Bytes& body) {
-  Bytes b(tag, tag + 4);
-  put(b, static_cast<std::uint32_t>(body.size()));
-  append(b, body);
-  return b;
-}
-Bytes b3dNode(const std::string& name, std::array<float, 3> position, const Bytes& inside) {
-  Bytes b(name.begin(), name.end());
-  b.push_back(0);
-  for (float v : position) put(b, v);
-  for (float v : {1.0f, 1.0f, 1.0f, 1.0f, 0.0f, 0.0f, 0.0f}) put(b, v);  // scale, then rotation w x y z
-  append(b, inside);
-  return chunk("NODE", b);
-}
+using ztx_test::append;
+using ztx_test::b3dNode;
+using ztx_test::Bytes;
+using ztx_test::put;
 
 // A body square and an arm square beside it, the arm's inner corners at the
 // body's outer ones; the arm bone (a child of the mesh's node) rises and
@@ -465,16 +440,16 @@ Bytes walkB3d(const std::string& root, const std::string& bone, float fps, int f
   put(anim, std::int32_t{0}), put(anim, std::int32_t{frames}), put(anim, fps);
   Bytes mesh;
   put(mesh, std::int32_t{-1});
-  append(mesh, chunk("VRTS", vertices));
-  append(mesh, chunk("TRIS", triangles));
-  Bytes inside = chunk("MESH", mesh);
-  append(inside, chunk("ANIM", anim));
-  Bytes boneInside = chunk("BONE", weights);
-  append(boneInside, chunk("KEYS", keys));
+  append(mesh, ztx_test::b3dChunk("VRTS", vertices));
+  append(mesh, ztx_test::b3dChunk("TRIS", triangles));
+  Bytes inside = ztx_test::b3dChunk("MESH", mesh);
+  append(inside, ztx_test::b3dChunk("ANIM", anim));
+  Bytes boneInside = ztx_test::b3dChunk("BONE", weights);
+  append(boneInside, ztx_test::b3dChunk("KEYS", keys));
   append(inside, b3dNode(bone, {1, 0, 0}, boneInside));
   put(version, std::int32_t{1});
   append(version, b3dNode(root, {0, 0, 0}, inside));
-  return chunk("BB3D", version);
+  return ztx_test::b3dChunk("BB3D", version);
 }
 
 // Two triangles sharing an edge, one held by `body`, the other by its child
@@ -545,10 +520,7 @@ INSTANTIATE_TEST_SUITE_P(
                    "falls between samples; --set sampleRate=60 keeps them all"}),
     [](const auto& info) { return std::string(info.param.name); });
 
-INSTANTIATE_TEST_SUITE_P(Assimp, SkinningCorpus, testing::ValuesIn(directories()), [](const auto& info) {
-  std::string name;
-  for (char c : info.param) name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-  return name;
-});
+INSTANTIATE_TEST_SUITE_P(Assimp, SkinningCorpus, testing::ValuesIn(directories()),
+                         [](const auto& info) { return ztx_test::testName(info.param); });
 
 }  // namespace

@@ -1,6 +1,15 @@
 // zt2export against input made to hurt it: files in the wrong places, names
-// that clash, runs that race. Each case ends with a clear message and an exit
-// code, and no file is lost or left half-written.
+// that clash, runs that race, files that are not files (a FIFO as a model, an
+// image or an image list's entry), image lists that are long or change under
+// the bitmap manager. Each case ends with a clear message and an exit code,
+// and no file is lost or left half-written; a run that could wait on a FIFO
+// goes through coreutils' timeout, so that it fails the test instead of
+// hanging it. The files hold as a pipeline leans on them: the scene file and
+// its .skd commit together, the dependency file never takes the place of
+// another file, texture copies never leave the output's folder nor write
+// through a link, and two images never share one copy; the cases of those
+// count towards the line "hostile: N cases tried, M files lost or mismatched"
+// that CI prints.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
@@ -8,11 +17,14 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
 #include <tuple>
 
+#include "host/bitmap.h"
+#include "host/memory/memory_bitmaps.h"
 #include "support/scene_export.h"
 
 using ztx_test::runExport;
@@ -39,6 +51,77 @@ void expectPair(const std::string& zt2, const std::string& skd) {
   const nlohmann::json skin = ztx_test::dumpJson(skd);
   const std::string node = skin["chunks"][0]["fields"]["nodeNames"][0];
   EXPECT_FALSE(ztx_test::findObject(ztx_test::dumpJson(zt2), node).is_null()) << node << " is not in " << zt2;
+}
+
+// Cases tried and files found lost or changed, over the whole executable.
+struct HostileCount {
+  int cases = 0;
+  int lost = 0;
+  ~HostileCount() { std::printf("hostile: %d cases tried, %d files lost or mismatched\n", cases, lost); }
+};
+HostileCount count;
+
+// Compares two snapshots and counts every entry that differs.
+void expectKept(const std::map<std::string, std::string>& before, const std::map<std::string, std::string>& after) {
+  ++count.cases;
+  for (const auto& [name, content] : before) {
+    const auto it = after.find(name);
+    if (it == after.end() || it->second != content) {
+      ++count.lost;
+      ADD_FAILURE() << name << " was lost or changed";
+    }
+  }
+  for (const auto& [name, content] : after)
+    if (!before.count(name)) {
+      ++count.lost;
+      ADD_FAILURE() << name << " appeared";
+    }
+}
+
+std::vector<std::string> exportArgs(const TempDir& dir, const std::string& scene, std::vector<std::string> more = {}) {
+  std::vector<std::string> args = {scene, "-o", dir.file("out/scene.zt2"), "--config-dir", dir.file("config")};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& what) {
+  std::size_t n = 0;
+  for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + 1)) ++n;
+  return n;
+}
+
+// The texture file names of every texture chunk of a dumped scene file.
+std::vector<std::string> textureFileNames(const nlohmann::json& node) {
+  std::vector<std::string> names;
+  if (node.is_object()) {
+    if (node.contains("fileNames"))
+      for (const auto& n : node["fileNames"]) names.push_back(n);
+    for (const auto& [key, value] : node.items())
+      for (const std::string& n : textureFileNames(value)) names.push_back(n);
+  } else if (node.is_array()) {
+    for (const auto& value : node)
+      for (const std::string& n : textureFileNames(value)) names.push_back(n);
+  }
+  return names;
+}
+
+// One triangle with a material whose first layer shows the image `map`.
+std::string texturedScene(const std::string& map) {
+  return R"({
+    "texmaps": [{"id": "t", "type": "ztTexture", "name": "Tex", "params": {"mapFileName": ")" + map + R"("}}],
+    "materials": [{"id": "m", "type": "ztMaterial", "name": "Mat", "texmaps": ["t"], "params": {"layer1Flag": 1}}],
+    "objects": [{"id": "tri", "type": "mesh", "mesh": {"vertices": [0, 0, 0, 1, 0, 0, 0, 1, 0], "faces": [0, 1, 2]}}],
+    "nodes": [{"name": "A", "object": "tri", "material": "m"}]})";
+}
+
+ztx_test::RunResult exportWithin(const std::vector<std::string>& args) {
+  std::vector<std::string> all = {"-k", "5", "60", ZTX_ZT2EXPORT};
+  all.insert(all.end(), args.begin(), args.end());
+  return ztx_test::run(ZTX_TIMEOUT, all);
+}
+
+void copyImage(const TempDir& dir, const char* name) {
+  fs::copy_file(ztx_test::sourcePath(std::string("examples/textures/") + name), dir.path() / "img" / name);
 }
 
 }  // namespace
@@ -342,4 +425,315 @@ TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
     std::sort(left.begin(), left.end());
     EXPECT_EQ(left, c.left);
   }
+}
+
+// The scene file, its .skd and the texture copies are one commit: when
+// either file cannot be replaced, neither is, nothing is copied, and the run
+// fails with the reason told once.
+TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
+  for (const char* spoilt : {"out/scene.zt2", "out/scene.skd"}) {
+    for (const bool hardLink : {true, false}) {
+      SCOPED_TRACE(std::string(spoilt) + (hardLink ? " hard-linked" : " a folder"));
+      TempDir dir;
+      fs::create_directory(dir.file("out"));
+      ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+      if (hardLink) {
+        fs::create_hard_link(dir.file(spoilt), dir.file("kept"));
+      } else {
+        fs::remove(dir.file(spoilt));
+        fs::create_directory(dir.file(spoilt));
+      }
+      const std::string changed = exampleIn(dir, "changed.json", "Figure");
+      const auto before = snapshot(dir.path());
+      const auto r = runExport(exportArgs(dir, changed, {"--set", "texturePath=maps"}));
+      EXPECT_EQ(r.exitCode, 2) << r.err;
+      const std::string reason = hardLink ? "the file has 2 hard links" : "not a regular file";
+      EXPECT_EQ(occurrences(r.err, dir.file(spoilt) + ": cannot save: " + reason), 1u) << r.err;
+      EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
+      auto after = snapshot(dir.path()), expected = before;
+      for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg");
+      expectKept(expected, after);  // the old pair, no maps/, no temporary
+    }
+  }
+}
+
+// A dependency file named like a file the run reads or writes is refused
+// before it replaces it.
+TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
+  const std::pair<const char*, std::function<std::string(const TempDir&)>> cases[] = {
+      {"the scene", [](const TempDir& d) { return d.file("scene.json"); }},
+      {"a link to the scene", [](const TempDir& d) {
+         fs::create_symlink(d.file("scene.json"), d.file("link.d"));
+         return d.file("link.d");
+       }},
+      {"a hard link to the scene", [](const TempDir& d) {
+         fs::create_hard_link(d.file("scene.json"), d.file("hard.d"));
+         return d.file("hard.d");
+       }},
+      {"the output", [](const TempDir& d) { return d.file("out/scene.zt2"); }},
+      {"the .skd", [](const TempDir& d) { return d.file("out/scene.skd"); }},
+      {"an image", [](const TempDir& d) { return d.file("textures/skin.png"); }},
+      {"an image list", [](const TempDir& d) { return d.file("textures/wave.ifl"); }},
+      {"the saved options", [](const TempDir& d) { return d.file("config/ZTExport.cfg"); }},
+  };
+  for (const auto& [what, name] : cases) {
+    SCOPED_TRACE(what);
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+    const std::string depfile = name(dir);
+    const auto before = snapshot(dir.path());
+    const auto r = runExport(exportArgs(dir, dir.file("scene.json"), {"--depfile", depfile}));
+    EXPECT_EQ(r.exitCode, 2) << r.err;
+    EXPECT_NE(r.err.find(depfile), std::string::npos) << r.err;
+    EXPECT_NE(r.err.find("would overwrite"), std::string::npos) << r.err;
+    expectKept(before, snapshot(dir.path()));
+  }
+}
+
+// Texture copies stay beneath the output's folder: a texture path that
+// climbs out of it, as given, as saved or through a link, is refused unless
+// --copy-textures-outside allows it, and nothing is written; a copy replaced
+// because its image changed takes the place of a link of its name instead of
+// writing into what the link names.
+TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderUnlessAllowed) {
+  const auto none = [](const TempDir&) {};
+  const auto linkOut = [](const TempDir& d) { fs::create_directory_symlink(d.file("elsewhere"), d.file("out/maps")); };
+  const char* const climbs = "leads out of the directory of the exported file";
+  struct Case {
+    std::vector<std::string> more;
+    std::function<void(const TempDir&)> plant;
+    const char* refusal;  // in the Export Info, when refused
+    const char* copiedTo;  // the folder that gets the copies, when not refused
+  };
+  const Case cases[] = {
+      {{"--set", "texturePath=../x"}, none, climbs, nullptr},
+      {{"--set", "texturePath=maps/../../x"}, none, climbs, nullptr},
+      {{"--set", "texturePath=..\\x"}, none, climbs, nullptr},
+      {{"--set", "texturePath=./m"}, none, nullptr, "out/m"},
+      {{"--set", "texturePath=/abs"}, none, nullptr, "out/abs"},
+      {{"--set", "texturePath=../x", "--copy-textures-outside"}, none, nullptr, "x"},
+      // Saved by a run that was refused, the path is refused again.
+      {{}, [](const TempDir& d) {
+         EXPECT_EQ(runExport(exportArgs(d, d.file("scene.json"), {"--set", "texturePath=../x", "--save-options"}))
+                       .exitCode, 1);
+       }, climbs, nullptr},
+      {{"--set", "texturePath=maps"}, linkOut, "a symbolic link to a place outside the output directory", nullptr},
+      {{"--set", "texturePath=deep/maps/sub"}, [](const TempDir& d) {
+         fs::create_directory(d.file("out/deep"));
+         fs::create_directory_symlink("../../elsewhere", d.file("out/deep/maps"));
+       }, "leads out of the output directory", nullptr},
+      {{"--replace-textures"}, [](const TempDir& d) { fs::create_symlink(d.file("elsewhere/victim"), d.file("out/skin.png")); },
+       nullptr, "out"},
+      // Allowed, the link is the user's way to a shared folder.
+      {{"--set", "texturePath=maps", "--copy-textures-outside"}, linkOut, nullptr, "elsewhere"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::PrintToString(c.more));
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    fs::create_directory(dir.file("elsewhere"));
+    ztx_test::writeText(dir.file("elsewhere/victim"), "the victim");
+    const std::string scene = exampleIn(dir);
+    c.plant(dir);
+    const auto elsewhere = snapshot(dir.file("elsewhere"));
+    auto before = snapshot(dir.path());
+    const auto r = runExport(exportArgs(dir, scene, c.more));
+    EXPECT_EQ(r.exitCode, c.refusal ? 1 : 0) << r.out << r.err;
+    auto after = snapshot(dir.path());
+    for (auto* entries : {&before, &after}) entries->erase("config/ZTExport.cfg"), entries->erase("config");
+    if (c.refusal) {
+      EXPECT_NE(r.out.find(c.refusal), std::string::npos) << r.out;
+      expectKept(before, after);
+      continue;
+    }
+    const std::string copy = dir.file(std::string(c.copiedTo) + "/skin.png");
+    EXPECT_FALSE(fs::is_symlink(copy));
+    EXPECT_EQ(ztx_test::readText(copy), ztx_test::readText(dir.file("textures/skin.png")));
+    if (std::string(c.copiedTo) != "elsewhere") expectKept(elsewhere, snapshot(dir.file("elsewhere")));
+  }
+}
+
+// Two different images of one name in one export: an error naming both, or,
+// named by content, two copies that the scene file names apart.
+TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  exampleIn(dir);
+  fs::create_directory(dir.file("other"));
+  fs::copy_file(dir.file("textures/cloth.png"), dir.file("other/skin.png"));
+  std::string text = ztx_test::readText(dir.file("scene.json"));
+  text.replace(text.find("textures/cloth.png"), 18, "other/skin.png");
+  ztx_test::writeText(dir.file("clash.json"), text);
+
+  const auto before = snapshot(dir.path());
+  const auto r = runExport(exportArgs(dir, dir.file("clash.json")));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  // The default texture path is ".", so the copies go to out/./NAME.
+  const std::size_t clash = r.out.find("\" would both be copied to \"" + dir.file("out/./skin.png") + "\"");
+  ASSERT_NE(clash, std::string::npos) << r.out;
+  const std::string line = r.out.substr(r.out.rfind("ERROR: Textures", clash), clash - r.out.rfind("ERROR: Textures", clash));
+  EXPECT_NE(line.find(dir.file("textures/skin.png")), std::string::npos) << line;
+  EXPECT_NE(line.find(dir.file("other/skin.png")), std::string::npos) << line;
+  // Nothing was copied, and the log does not say otherwise.
+  EXPECT_EQ(r.out.find("\" copied to"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("not copied to \"" + dir.file("out/./wave1.png") + "\": the export was canceled"),
+            std::string::npos) << r.out;
+  auto after = snapshot(dir.path());
+  after.erase("config/ZTExport.cfg");
+  after.erase("config");
+  expectKept(before, after);
+
+  const auto unique = runExport(exportArgs(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
+  ASSERT_EQ(unique.exitCode, 0) << unique.out << unique.err;
+  std::vector<std::string> names = textureFileNames(ztx_test::dumpJson(dir.file("out/scene.zt2")));
+  std::vector<std::string> skins;
+  for (const std::string& n : names)
+    if (n.starts_with("skin.")) skins.push_back(n);
+  ASSERT_EQ(skins.size(), 2u);
+  EXPECT_NE(skins[0], skins[1]);
+  for (const std::string& n : skins) {
+    EXPECT_EQ(n.size(), std::string("skin.12345678.png").size()) << n;
+    EXPECT_TRUE(fs::is_regular_file(dir.file("out/" + n))) << n;
+  }
+}
+
+// Names are the host's code page in the file (Windows-1252): a scene file's
+// UTF-8 name is written so, a character the code page lacks becomes '?', and
+// every reader shows the text again.
+TEST(Zt2ExportIntegrity, NamesAreWrittenInTheHostsCodePage) {
+  TempDir dir;
+  const auto run = ztx_test::exportSceneIn(
+      dir, R"({"nodes": [{"name": "Café", "object": {"type": "helper"}}, {"name": "日本", "object": {"type": "helper"}}]})",
+      ztx_test::plainOptions());
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  const std::string bytes = ztx_test::readText(dir.file("out.zt2"));
+  EXPECT_NE(bytes.find("Caf\xe9"), std::string::npos);
+  EXPECT_EQ(bytes.find("Café"), std::string::npos);
+  EXPECT_EQ(ztx_test::objectNames(run.file), (std::vector<std::string>{"Café", "??"}));
+}
+
+// A texture path saved with a NUL in it would name another folder to the
+// system (the part before the NUL): refused, nothing copied.
+TEST(Zt2ExportIntegrity, ATexturePathWithANulIsRefused) {
+  TempDir dir;
+  fs::create_directory(dir.file("out"));
+  const std::string scene = exampleIn(dir);
+  ASSERT_EQ(runExport(exportArgs(dir, scene, {"--set", "texturePath=mapsXfolder", "--save-options"})).exitCode, 0);
+  std::string cfg = ztx_test::readText(dir.file("config/ZTExport.cfg"));
+  const std::size_t at = cfg.find("mapsXfolder");
+  ASSERT_NE(at, std::string::npos);
+  cfg[at + 4] = '\0';
+  ztx_test::writeText(dir.file("config/ZTExport.cfg"), cfg);
+  fs::remove_all(dir.file("out"));
+  fs::create_directory(dir.file("out"));
+  const auto r = runExport(exportArgs(dir, scene));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.out.find("ERROR: Texture path \"maps\" holds a NUL byte"), std::string::npos) << r.out;
+  EXPECT_TRUE(fs::is_empty(dir.file("out")));
+}
+
+TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
+  struct Case {
+    const char* what;
+    std::string scene;  // the scene file's text; none: the model is the FIFO itself
+    std::string input;  // what zt2export is given
+    int exitCode;
+    std::string message;  // on standard error, after the temporary directory
+    std::string infoLine;  // the exporter's own line, when the export runs
+  };
+  const Case cases[] = {
+      {"a model", "", "pipe.3ds", 2, "pipe.3ds: cannot open the file: a FIFO, not a regular file", ""},
+      {"a model of a general format", "", "pipe.obj", 2, "pipe.obj: cannot open the file: a FIFO, not a regular file",
+       ""},
+      {"a texture", texturedScene("img/pipe.png"), "scene.json", 1,
+       "img/pipe.png: cannot read the image: a FIFO, not a regular file",
+       "ERROR: Couldn't open texture \"img/pipe.png\""},
+      {"an image list's entry", texturedScene("img/list.ifl"), "scene.json", 1,
+       "img/pipe.png: cannot read the image: a FIFO, not a regular file",
+       "ERROR: Couldn't open texture \"img/list.ifl\""},
+      {"an image list", texturedScene("img/pipe.ifl"), "scene.json", 1,
+       "img/pipe.ifl: cannot read the image list: a FIFO, not a regular file",
+       "ERROR: Couldn't open texture \"img/pipe.ifl\""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    TempDir dir;
+    fs::create_directories(dir.path() / "img");
+    copyImage(dir, "skin.png");
+    ztx_test::writeText(dir.file("img/list.ifl"), "skin.png\npipe.png\nskin.png\n");
+    for (const char* fifo : {"pipe.3ds", "pipe.obj", "img/pipe.png", "img/pipe.ifl"})
+      ASSERT_EQ(::mkfifo(dir.file(fifo).c_str(), 0644), 0);
+    if (!c.scene.empty()) ztx_test::writeText(dir.file("scene.json"), c.scene);
+    const auto r = exportWithin({dir.file(c.input), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
+                                 "--set", "exportSkinning=0", "--set", "exportAnimation=0"});
+    EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+    EXPECT_NE(r.err.find("zt2export: " + dir.file(c.message)), std::string::npos) << r.err;
+    if (!c.infoLine.empty()) {
+      EXPECT_NE(r.out.find(c.infoLine + "\n"), std::string::npos) << r.out;
+    }
+    EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
+  }
+}
+
+// The texture's record names every frame's file, repeats included, and each
+// file is copied once: the same for a list of 20,000 entries as for three.
+TEST(Zt2ExportHostileGrowth, ALongImageListKeepsEveryEntryInOrder) {
+  TempDir dir;
+  fs::create_directories(dir.path() / "img");
+  const char* const images[] = {"wave1.png", "wave2.png", "wave3.png", "skin.png"};
+  for (const char* png : images) copyImage(dir, png);
+  constexpr int kEntries = 20000;
+  std::string list = "; a long sequence\n";
+  for (int i = 0; i < kEntries; ++i) list += std::string(images[(i * 7) % 4]) + (i % 3 ? "\n" : "\r\n");
+  ztx_test::writeText(dir.file("img/long.ifl"), list);
+  const auto run = ztx_test::exportSceneIn(dir, texturedScene("img/long.ifl"),
+                                           {"--set", "exportSkinning=0", "--set", "exportAnimation=0"});
+  ASSERT_EQ(run.exitCode, 0) << run.err;
+  std::vector<std::string> names;
+  for (const auto& chunk : ztx_test::topChunks(run.file)) {
+    if (chunk.at("name") != "MaterialListChunk") continue;
+    for (const auto& name : chunk.at("children").at(0).at("children").at(0).at("fields").at("fileNames"))
+      names.push_back(name);
+  }
+  ASSERT_EQ(names.size(), std::size_t{kEntries});
+  for (int i = 0; i < kEntries; ++i) ASSERT_EQ(names[i], images[(i * 7) % 4]) << i;
+  int copies = 0;
+  for (const std::string& line : ztx_test::infoLines(run)) copies += line.rfind("INFO: Texture \"", 0) == 0;
+  EXPECT_EQ(copies, 4);
+}
+
+// A list and its images are read once while they stay the same files; a list
+// or an image that changes between two loads is read again.
+TEST(Zt2ExportHostileGrowth, AChangedListOrImageIsReadAgain) {
+  TempDir dir;
+  fs::create_directories(dir.path() / "img");
+  copyImage(dir, "wave1.png");
+  copyImage(dir, "skin.png");
+  ztx_test::writeText(dir.file("img/seq.ifl"), "wave1.png\nwave1.png\n");
+  hostmodel::MemoryBitmapManager manager(dir.path().string());
+  BitmapInfo image("img/seq.ifl");
+  ASSERT_EQ(manager.GetImageInfo(&image), BMMRES_SUCCESS);
+  EXPECT_EQ(image.NumberFrames(), 2);
+  const auto load = [&](int frame) {
+    BitmapInfo info(image);
+    info.SetCurrentFrame(frame);
+    BMMRES status = BMMRES_ERRORTAKENCARE;
+    Bitmap* bitmap = manager.Load(&info, &status);
+    const std::string name = bitmap ? bitmap->Info().Filename() : "(none)";
+    if (bitmap) bitmap->DeleteThis();
+    return name;
+  };
+  EXPECT_EQ(load(0), "wave1.png");
+  ztx_test::writeText(dir.file("img/seq.ifl"), "skin.png\nskin.png\nwave1.png\n");  // another length
+  EXPECT_EQ(load(1), "skin.png");
+  // The image decoded before is now cut short: it fails, with its reason.
+  const auto png = ztx_test::readBytes(dir.file("img/skin.png"));
+  ztx_test::writeBytes(dir.file("img/skin.png"), {png.begin(), png.begin() + 40});
+  EXPECT_EQ(load(1), "(none)");
+  EXPECT_EQ(load(2), "wave1.png");
+  ASSERT_EQ(manager.problems().size(), 1u);
+  EXPECT_EQ(manager.problems()[0].rfind(dir.file("img/skin.png") + ": cannot read the image: it is no image", 0), 0u)
+      << manager.problems()[0];
+  EXPECT_EQ(manager.outstandingBitmaps(), 0);
 }

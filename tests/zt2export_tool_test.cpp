@@ -40,23 +40,6 @@ std::string errorLines(const std::string& text) {
 
 }  // namespace
 
-TEST(Zt2Export, ExampleSceneExportsCleanlyAndReadsBack) {
-  TempDir dir;
-  const auto r = runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o", dir.file("example.zt2"),
-                            "--config-dir", dir.file("config")});
-  ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
-  // The only messages are the texture copies: five images beside the file.
-  EXPECT_EQ(r.out.find("ERROR"), std::string::npos) << r.out;
-  EXPECT_EQ(r.out.find("WARNING"), std::string::npos) << r.out;
-  for (const char* image : {"skin.png", "cloth.png", "wave1.png", "wave2.png", "wave3.png"})
-    EXPECT_TRUE(std::filesystem::exists(dir.file(image))) << image;
-  EXPECT_FALSE(ztx_test::objectNames(ztx_test::dumpJson(dir.file("example.zt2"))).empty());
-  for (const char* f : {"example.zt2", "example.skd"}) {
-    const auto v = runDump({"--validate", dir.file(f)});
-    EXPECT_EQ(v.exitCode, 0) << f << ": " << v.out << v.err;
-  }
-}
-
 // A version 1 file from an old release: what it holds is kept, what it lacks
 // takes its default, the file is saved as version 10 and the next run reads it.
 TEST(Zt2Export, SavedOptionsAreVersion10AndReadByTheNextRun) {

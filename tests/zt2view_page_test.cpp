@@ -12,7 +12,7 @@
 
 #include "support/flag_model.h"
 #include "support/hand_built_scene.h"
-#include "support/test_support.h"
+#include "support/scene_export.h"
 
 namespace {
 
@@ -56,9 +56,7 @@ class PageTest : public ::testing::Test {
 };
 
 TEST_F(PageTest, ExampleLoadsListsEveryNodeAndPlays) {
-  const auto e = ztx_test::runExport({ztx_test::sourcePath("examples/example.scene.json"), "-o",
-                                      dir.file("example.zt2"), "--config-dir", dir.file("config")});
-  ASSERT_EQ(e.exitCode, 0) << e.err;
+  ztx_test::exportExample(dir);
   const auto v = ztx_test::run(kZt2view, {dir.file("example.zt2"), "-o", dir.file("example.html")});
   ASSERT_EQ(v.exitCode, 0) << v.err;
   // One file: nothing is fetched from elsewhere when it is opened.

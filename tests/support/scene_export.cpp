@@ -37,6 +37,23 @@ ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson, const 
   return run;
 }
 
+std::string exportExample(const TempDir& dir, const std::string& name, const std::vector<std::string>& more) {
+  std::vector<std::string> args = {sourcePath("examples/example.scene.json"), "-o", dir.file(name), "--config-dir",
+                                   dir.file(name + ".config")};
+  args.insert(args.end(), more.begin(), more.end());
+  const RunResult r = runExport(args);
+  EXPECT_EQ(r.exitCode, 0) << r.err << r.out;
+  EXPECT_EQ(r.out.find("ERROR"), std::string::npos) << r.out;
+  EXPECT_EQ(r.out.find("WARNING"), std::string::npos) << r.out;
+  for (const char* image : {"skin.png", "cloth.png", "wave1.png", "wave2.png", "wave3.png"})
+    EXPECT_TRUE(std::filesystem::exists(dir.file(image))) << image;
+  for (const std::string& written : {name, name.substr(0, name.rfind('.')) + ".skd"}) {
+    const RunResult v = runDump({"--validate", dir.file(written)});
+    EXPECT_EQ(v.exitCode, 0) << written << ": " << v.out << v.err;
+  }
+  return dir.file(name);
+}
+
 std::vector<std::string> plainOptions(std::vector<std::string> more) {
   std::vector<std::string> args = {"--set", "exportSkinning=0", "--set", "exportMaterials=0",
                                    "--set", "exportAnimation=0"};

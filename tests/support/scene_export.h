@@ -28,6 +28,13 @@ ExportRun exportScene(const std::string& sceneJson, const std::vector<std::strin
 ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson,
                         const std::vector<std::string>& extraArgs = {}, const std::string& output = "out.zt2");
 
+// The example exported as dir/`name`, its options kept in dir/`name`.config,
+// with more arguments. Checked on the way: the export succeeds with no
+// message but its texture copies, its five images land beside the file, and
+// the scene file and the .skd validate. Returns the scene file's path.
+std::string exportExample(const TempDir& dir, const std::string& name = "example.zt2",
+                          const std::vector<std::string>& more = {});
+
 // The options that keep a small scene free of skin and material demands.
 std::vector<std::string> plainOptions(std::vector<std::string> more = {});
 

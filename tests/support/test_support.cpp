@@ -4,7 +4,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <atomic>
+#include <cctype>
 #include <fstream>
 #include <random>
 #include <sstream>
@@ -91,5 +94,27 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
 }
 
 std::string sourcePath(const std::string& relative) { return std::string(ZTX_SOURCE_DIR) + "/" + relative; }
+
+std::vector<std::string> listedLines(const std::string& relative) {
+  std::vector<std::string> out;
+  std::ifstream in(sourcePath(relative));
+  for (std::string line; std::getline(in, line);)
+    if (!line.empty() && line[0] != '#') out.push_back(line);
+  return out;
+}
+
+std::string testName(std::string text) {
+  for (char& c : text) c = std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+  return text;
+}
+
+std::optional<RunResult> runGltfValidator(const std::vector<std::string>& files) {
+  if (run("/usr/bin/env", {"node", "--version"}).exitCode != 0) return std::nullopt;
+  const std::string web = sourcePath("tools/zt2view/web");
+  EXPECT_TRUE(std::filesystem::exists(web + "/node_modules/gltf-validator")) << "gltf-validator not installed: run tools/setup.sh";
+  std::vector<std::string> args{"node", web + "/validate.mjs"};
+  args.insert(args.end(), files.begin(), files.end());
+  return run("/usr/bin/env", args);
+}
 
 }  // namespace ztx_test

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,5 +43,13 @@ void writeBytes(const std::string& path, const std::vector<unsigned char>& bytes
 
 // A file of the source tree, such as "examples/example.scene.json".
 std::string sourcePath(const std::string& relative);
+// The lines of a list of the source tree but blank ones and comments.
+std::vector<std::string> listedLines(const std::string& relative);
+// `text` as a test's name: letters and digits kept, anything else '_'.
+std::string testName(std::string text);
+
+// The Khronos glTF validator (tools/zt2view/web/validate.mjs) over the files,
+// a line of errors and warnings each; nothing where node is not installed.
+std::optional<RunResult> runGltfValidator(const std::vector<std::string>& files);
 
 }  // namespace ztx_test

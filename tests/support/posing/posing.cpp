@@ -10,46 +10,20 @@
 #include <assimp/scene.h>
 #include <gtest/gtest.h>
 
+#include "support/test_support.h"
+
 namespace ztx_test {
 
 namespace {
 
-// Column-major, as glTF stores matrices.
-struct Mat {
-  std::array<double, 16> m{1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
-  double& at(int row, int col) { return m[static_cast<std::size_t>(col * 4 + row)]; }
-  double at(int row, int col) const { return m[static_cast<std::size_t>(col * 4 + row)]; }
-};
-
-Mat operator*(const Mat& a, const Mat& b) {
-  Mat r;
-  for (int i = 0; i < 4; ++i)
-    for (int j = 0; j < 4; ++j) {
-      double s = 0;
-      for (int k = 0; k < 4; ++k) s += a.at(i, k) * b.at(k, j);
-      r.at(i, j) = s;
-    }
+// glTF stores matrices column by column; the import library's are row by row.
+aiMatrix4x4 fromColumns(const double* m) {
+  aiMatrix4x4 r;
+  for (unsigned i = 0; i < 16; ++i) r[i % 4][i / 4] = static_cast<ai_real>(m[i]);
   return r;
 }
 
-Vec3 transformPoint(const Mat& a, const Vec3& p) {
-  Vec3 r{};
-  for (int i = 0; i < 3; ++i) r[i] = a.at(i, 0) * p[0] + a.at(i, 1) * p[1] + a.at(i, 2) * p[2] + a.at(i, 3);
-  return r;
-}
-
-Mat fromTrs(const Vec3& t, const std::array<double, 4>& q, const Vec3& s) {
-  const double x = q[0], y = q[1], z = q[2], w = q[3];
-  const double rot[3][3] = {{1 - 2 * (y * y + z * z), 2 * (x * y - z * w), 2 * (x * z + y * w)},
-                            {2 * (x * y + z * w), 1 - 2 * (x * x + z * z), 2 * (y * z - x * w)},
-                            {2 * (x * z - y * w), 2 * (y * z + x * w), 1 - 2 * (x * x + y * y)}};
-  Mat r;
-  for (int i = 0; i < 3; ++i) {
-    for (int j = 0; j < 3; ++j) r.at(i, j) = rot[i][j] * s[static_cast<std::size_t>(j)];
-    r.at(i, 3) = t[static_cast<std::size_t>(i)];
-  }
-  return r;
-}
+aiVector3D vec(const Vec3& v) { return aiVector3D(static_cast<ai_real>(v[0]), static_cast<ai_real>(v[1]), static_cast<ai_real>(v[2])); }
 
 // A sampler's value at `time`: held before the first key and after the last,
 // blended between (rotations the short way round, as glTF viewers blend them).
@@ -125,8 +99,16 @@ aiMatrix4x4 local(const aiNode& n, const aiAnimation* anim, double ticks) {
 
 }  // namespace
 
-// An accessor's elements as doubles, `components` per element; normalized
-// integers brought to 0..1.
+tinygltf::Model readGlb(const std::string& path) {
+  tinygltf::TinyGLTF loader;
+  tinygltf::Model model;
+  std::string err, warn;
+  const auto bytes = readBytes(path);
+  EXPECT_TRUE(loader.LoadBinaryFromMemory(&model, &err, &warn, bytes.data(), static_cast<unsigned>(bytes.size())))
+      << path << ": " << err;
+  return model;
+}
+
 std::vector<double> readAccessor(const tinygltf::Model& m, int index, int* components) {
   const tinygltf::Accessor& a = m.accessors.at(static_cast<std::size_t>(index));
   const int n = tinygltf::GetNumComponentsInType(static_cast<std::uint32_t>(a.type));
@@ -181,34 +163,30 @@ std::vector<Vec3> GltfPose::vertices(double time, const std::string& only) const
       else if (c.target_path == "scale") s[node] = sample<3>(m_, sampler, time);
       else if (c.target_path == "rotation") r[node] = sample<4>(m_, sampler, time);
     }
-  std::vector<Mat> local(m_.nodes.size()), world(m_.nodes.size());
-  for (std::size_t i = 0; i < m_.nodes.size(); ++i) {
-    const auto& n = m_.nodes[i];
-    if (n.matrix.size() == 16) std::copy(n.matrix.begin(), n.matrix.end(), local[i].m.begin());
-    else local[i] = fromTrs(t[i], r[i], s[i]);
-  }
-  const auto& scene = m_.scenes.at(static_cast<std::size_t>(std::max(m_.defaultScene, 0)));
+  std::vector<aiMatrix4x4> world(m_.nodes.size());
   std::vector<int> meshNodes;
-  auto walk = [&](auto&& self, int node, const Mat& parent) -> void {
-    world[static_cast<std::size_t>(node)] = parent * local[static_cast<std::size_t>(node)];
-    const auto& n = m_.nodes[static_cast<std::size_t>(node)];
+  auto walk = [&](auto&& self, int node, const aiMatrix4x4& parent) -> void {
+    const auto i = static_cast<std::size_t>(node);
+    const auto& n = m_.nodes[i];
+    const aiQuaternion q(static_cast<ai_real>(r[i][3]), static_cast<ai_real>(r[i][0]), static_cast<ai_real>(r[i][1]),
+                         static_cast<ai_real>(r[i][2]));
+    world[i] = parent * (n.matrix.size() == 16 ? fromColumns(n.matrix.data()) : aiMatrix4x4(vec(s[i]), q, vec(t[i])));
     if (n.mesh >= 0 && (only.empty() || n.name == only)) meshNodes.push_back(node);
-    for (int c : m_.nodes[static_cast<std::size_t>(node)].children) self(self, c, world[static_cast<std::size_t>(node)]);
+    for (int c : n.children) self(self, c, world[i]);
   };
-  for (int root : scene.nodes) walk(walk, root, Mat{});
+  for (int root : m_.scenes.at(static_cast<std::size_t>(std::max(m_.defaultScene, 0))).nodes) walk(walk, root, aiMatrix4x4());
 
   std::vector<Vec3> out;
   for (int node : meshNodes) {
     const auto& n = m_.nodes[static_cast<std::size_t>(node)];
-    std::vector<Mat> jointMatrices;
+    const aiMatrix4x4& placed = world[static_cast<std::size_t>(node)];
+    std::vector<aiMatrix4x4> jointMatrices;
     if (n.skin >= 0) {
       const auto& skin = m_.skins[static_cast<std::size_t>(n.skin)];
       const auto ibm = skin.inverseBindMatrices >= 0 ? readAccessor(m_, skin.inverseBindMatrices) : std::vector<double>{};
-      for (std::size_t j = 0; j < skin.joints.size(); ++j) {
-        Mat inverseBind;
-        if (!ibm.empty()) std::copy(ibm.begin() + 16 * j, ibm.begin() + 16 * (j + 1), inverseBind.m.begin());
-        jointMatrices.push_back(world[static_cast<std::size_t>(skin.joints[j])] * inverseBind);
-      }
+      for (std::size_t j = 0; j < skin.joints.size(); ++j)
+        jointMatrices.push_back(world[static_cast<std::size_t>(skin.joints[j])] *
+                                (ibm.empty() ? aiMatrix4x4() : fromColumns(ibm.data() + 16 * j)));
     }
     for (const auto& prim : m_.meshes[static_cast<std::size_t>(n.mesh)].primitives) {
       const auto pos = readAccessor(m_, prim.attributes.at("POSITION"));
@@ -222,45 +200,35 @@ std::vector<Vec3> GltfPose::vertices(double time, const std::string& only) const
       // no face uses and faces folded to a line or a point have no surface,
       // and the import leaves them out.
       if (prim.mode != TINYGLTF_MODE_TRIANGLES && prim.mode != -1) continue;
+      const auto point = [&](std::size_t v) { return vec({pos.at(3 * v), pos.at(3 * v + 1), pos.at(3 * v + 2)}); };
       std::vector<double> corners = prim.indices >= 0 ? readAccessor(m_, prim.indices) : std::vector<double>{};
       if (prim.indices < 0)
         for (std::size_t v = 0; v < pos.size() / 3; ++v) corners.push_back(static_cast<double>(v));
       std::vector<bool> used(pos.size() / 3, false);
       for (std::size_t c = 0; c + 2 < corners.size(); c += 3) {
-        const auto at = [&](std::size_t k) {
-          const auto v = static_cast<std::size_t>(corners[c + k]);
-          return Vec3{pos.at(3 * v), pos.at(3 * v + 1), pos.at(3 * v + 2)};
-        };
-        const Vec3 a = at(0), b = at(1), d = at(2);
-        const Vec3 e{b[0] - a[0], b[1] - a[1], b[2] - a[2]}, f{d[0] - a[0], d[1] - a[1], d[2] - a[2]};
-        const Vec3 n{e[1] * f[2] - e[2] * f[1], e[2] * f[0] - e[0] * f[2], e[0] * f[1] - e[1] * f[0]};
-        if (n[0] == 0 && n[1] == 0 && n[2] == 0) continue;
+        const auto a = point(static_cast<std::size_t>(corners[c]));
+        if (((point(static_cast<std::size_t>(corners[c + 1])) - a) ^ (point(static_cast<std::size_t>(corners[c + 2])) - a))
+                .SquareLength() == 0)
+          continue;
         for (std::size_t k = 0; k < 3; ++k) used[static_cast<std::size_t>(corners[c + k])] = true;
       }
       for (std::size_t v = 0; v < pos.size() / 3; ++v) {
         if (!used[v]) continue;
-        const Vec3 p{pos[3 * v], pos[3 * v + 1], pos[3 * v + 2]};
-        if (!skinned) {
-          out.push_back(transformPoint(world[static_cast<std::size_t>(node)], p));
-          continue;
-        }
         // Weights normalised: glTF wants them to sum to 1, and the import
         // library's exporter leaves some short (a vertex of more than four
-        // bones, a source whose weights do not add up).
-        Vec3 sum{0, 0, 0};
+        // bones, a source whose weights do not add up). A vertex no bone
+        // holds has no place in glTF's formula; it is taken to stay with its
+        // node, as the import has it.
+        aiVector3D sum;
         double total = 0;
-        for (std::size_t k = 0; k < 4; ++k) {
+        for (std::size_t k = 0; skinned && k < 4; ++k) {
           const double w = weights[4 * v + k];
           if (w == 0) continue;
-          const Vec3 q = transformPoint(jointMatrices.at(static_cast<std::size_t>(joints[4 * v + k])), p);
-          for (int c = 0; c < 3; ++c) sum[c] += w * q[c];
+          sum += (jointMatrices.at(static_cast<std::size_t>(joints[4 * v + k])) * point(v)) * static_cast<ai_real>(w);
           total += w;
         }
-        if (total > 0)
-          for (double& c : sum) c /= total;
-        // A vertex no bone holds (all weights 0) has no place in glTF's
-        // formula; it is taken to stay with its node, as the import has it.
-        out.push_back(total > 0 ? sum : transformPoint(world[static_cast<std::size_t>(node)], p));
+        const aiVector3D p = total > 0 ? sum / static_cast<ai_real>(total) : placed * point(v);
+        out.push_back({p.x, p.y, p.z});
       }
     }
   }

@@ -16,6 +16,10 @@ namespace ztx_test {
 
 using Vec3 = std::array<double, 3>;
 
+// The model in `path`, read back with tinygltf, the independent reader the
+// glTF tests check our output against; a file it refuses fails the test.
+tinygltf::Model readGlb(const std::string& path);
+
 // An accessor's elements as doubles, `components` per element; normalized
 // integers brought to 0..1.
 std::vector<double> readAccessor(const tinygltf::Model& m, int index, int* components = nullptr);
