@@ -25,35 +25,42 @@ The scene is a tube skinned to a three-bone leg that walks (frames 1 to 17)
 and a camera aimed at the leg by Track To.
 """
 
+import contextlib
 import math
 import os
 import sys
-import tempfile
 
 import bpy
+import ztexport
 
 import io_scene_zt2
 
+# The folders of this run, removed before it ends.
+_folders = contextlib.ExitStack()
 # The dialog opens with the saved options, and the export reads them: none,
 # so the defaults show and apply.
-_config = tempfile.TemporaryDirectory(prefix="zt2-blender-shot-")
-os.environ["XDG_CONFIG_HOME"] = _config.name
+os.environ["XDG_CONFIG_HOME"] = _folders.enter_context(ztexport.work_directory())
+
+
+def _finish(code):
+    _folders.close()
+    sys.stdout.flush()
+    # From a timer of Blender's window loop: leave at once.
+    os._exit(code)
 
 
 def _fail(text):
     print("blender_screenshot: " + text)
-    sys.stdout.flush()
-    os._exit(1)
+    _finish(1)
 
 
 # --- the export dialog ------------------------------------------------------
 
 def dialog(out):
     # The file browser opens on this folder and lists its .zt2 files.
-    folder = tempfile.TemporaryDirectory(prefix="zt2-blender-shot-files-")
+    folder = _folders.enter_context(ztexport.work_directory())
     for name in ("level.zt2", "walk.zt2"):
-        with open(os.path.join(folder.name, name), "wb") as f:
-            f.write(b"")
+        ztexport.write_file(os.path.join(folder, name), b"")
     # The browser fills the main window, and at this scale every option shows.
     bpy.context.preferences.view.filebrowser_display_type = "SCREEN"
     bpy.context.preferences.view.ui_scale = 0.8
@@ -62,7 +69,7 @@ def dialog(out):
     def open_dialog():
         window = bpy.context.window_manager.windows[0]
         with bpy.context.temp_override(window=window, screen=window.screen):
-            bpy.ops.export_scene.zt2("INVOKE_DEFAULT", filepath=os.path.join(folder.name, "scene.zt2"))
+            bpy.ops.export_scene.zt2("INVOKE_DEFAULT", filepath=os.path.join(folder, "scene.zt2"))
         bpy.app.timers.register(hide_path, first_interval=2.0)
 
     def browser():
@@ -81,11 +88,14 @@ def dialog(out):
 
     def save():
         window, area = browser()
+        # Only the folder made here, whose path is hidden, may be shown.
+        listed = os.path.normpath(os.fsdecode(area.spaces.active.params.directory))
+        if listed != os.path.normpath(folder):
+            _fail("the file browser shows another folder than the one made for it")
         with bpy.context.temp_override(window=window, screen=window.screen, area=area):
             result = bpy.ops.screen.screenshot(filepath=out, check_existing=False)
         print("blender_screenshot: %s %s" % (result, out))
-        sys.stdout.flush()
-        os._exit(0 if result == {"FINISHED"} and os.path.isfile(out) else 1)
+        _finish(0 if result == {"FINISHED"} and os.path.isfile(out) else 1)
 
     bpy.app.timers.register(open_dialog, first_interval=1.0)
 
@@ -171,6 +181,7 @@ def walk(out):
     if result != {"FINISHED"}:
         _fail("the export answered %s" % result)
     print("blender_screenshot: %s" % out)
+    _folders.close()
 
 
 argv = sys.argv[sys.argv.index("--") + 1:] if "--" in sys.argv else []
