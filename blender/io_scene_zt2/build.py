@@ -107,6 +107,7 @@ class _Builder:
         self.meshes = {}     # node name -> bpy mesh, for the references to it
         self.welds = {}      # node name -> the Blender vertex of each file vertex
         self.bones = set()   # node names built as bones
+        self.sequences = {}  # first frame's path -> the image sequence loaded from it
         material_list = scene_file.materials
         self.file_materials = {m.name: m for m in material_list.materials} if material_list else {}
         self.texture_folders = [os.path.dirname(os.path.abspath(path))]
@@ -146,9 +147,12 @@ class _Builder:
                     self.warn("Material \"%s\": frames %s of texture \"%s\" are not beside its first frame; "
                               "Blender shows none there" % (material_name, ", ".join('"%s"' % n for n in missing),
                                                              texture.name))
-                image = bpy.data.images.load(candidate, check_existing=False)
-                image.source = "SEQUENCE"
-                image.name = texture.name  # the export names the texture after the image
+                # Not shared with a still image of the same file: the source differs.
+                image = self.sequences.get(candidate)
+                if image is None:
+                    image = self.sequences[candidate] = bpy.data.images.load(candidate, check_existing=False)
+                    image.source = "SEQUENCE"
+                    image.name = texture.name  # the export names the texture after the image
                 return image, {"frame_offset": offset, "frame_duration": len(names)}
         image = bpy.data.images.load(candidate, check_existing=True)
         image.name = texture.name
@@ -538,6 +542,8 @@ class _Builder:
             obj.matrix_basis = blender_matrix(transform, self.unit_scale, obj.parent is not None)
         self.environment()
         self.animation()
+        for a in self.file.light_animations:
+            self.light_keys(a, self.scene.frame_start)
         self.aim(motion)
         if self.skin_data is not None:
             self.skin(self.skin_data)
@@ -617,8 +623,6 @@ class _Builder:
         for a in animations:
             self.transform_keys(self.objects[a.name], a, start)
             self.visibility_keys(self.objects[a.name], a, start)
-        for a in self.file.light_animations:
-            self.light_keys(a, start)
 
     def light_keys(self, animation, start):
         """A light's changing colour, intensity, cone and distance as keys on
