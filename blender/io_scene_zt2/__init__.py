@@ -110,11 +110,12 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
             _options.load_saved(self, _options.saved_options())
         except ztexport.FormatError as error:
             self.report({"WARNING"}, "%s: the saved options are not read" % error)
+        _options.show_scene_values(self, context.scene)
         return ExportHelper.invoke(self, context, event)
 
     def execute(self, context):
         import ztexport
-        options = _options.chosen_options(self)
+        options = _options.chosen_options(self, context.scene)
         # Sampling every frame is wasted when the exporter writes no animation.
         animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
         try:

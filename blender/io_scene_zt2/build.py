@@ -8,6 +8,7 @@ the warnings handed back, never dropped silently.
 
 import math
 import os
+import re
 
 import bpy
 import numpy as np
@@ -22,6 +23,19 @@ COLOUR_SCALE = 255.0
 DEFAULT_ATTENUATION_END = 200.0
 # Two file normals of one corner further apart than this make its edge sharp.
 NORMAL_TOLERANCE = 1e-4
+# The map channel the host keeps vertex colours in.
+VERTEX_COLOUR_CHANNEL = 1
+# A view whose x axis leans out of the horizontal by more than this (or is
+# upside down) has a roll that Track To would take away.
+ROLL_TOLERANCE = 1e-4
+# A camera or spot whose view is further than this (radians, about half a
+# degree) from its target's direction is not aimed at it: the constraint
+# would turn it. A file written from the host aims exactly; a scene written
+# by hand may be off by a little.
+AIM_TOLERANCE = 0.01
+# The frame number of an image file: the last run of digits of its stem, as
+# Blender numbers the files of an image sequence (and the export reads them).
+_FRAME_NUMBER = re.compile(r"^(.*?)(\d+)(\D*)$")
 # The file's world is the host's turned so that Y is up, with Z mirrored: a
 # world point (x, y, z) is the file's (x, z, y). Below the world, each node's
 # own axes are the host's with z negated, so mesh positions and normals are
@@ -93,6 +107,7 @@ class _Builder:
         self.meshes = {}     # node name -> bpy mesh, for the references to it
         self.welds = {}      # node name -> the Blender vertex of each file vertex
         self.bones = set()   # node names built as bones
+        self.sequences = {}  # first frame's path -> the image sequence loaded from it
         material_list = scene_file.materials
         self.file_materials = {m.name: m for m in material_list.materials} if material_list else {}
         self.texture_folders = [os.path.dirname(os.path.abspath(path))]
@@ -106,21 +121,42 @@ class _Builder:
     # --- materials -------------------------------------------------------
 
     def _image(self, material_name, texture):
-        names = texture.file_names
+        """The texture's image and, for an image list, the frames of it the
+        Image Texture node plays ({"frame_offset", "frame_duration"}), else
+        None."""
+        names = list(texture.file_names)
         if not names:
-            return None
-        if len(names) > 1:
-            self.warn("Material \"%s\": texture \"%s\" is a sequence of %d images; only the first is imported" %
-                      (material_name, texture.name, len(names)))
+            return None, None
         for folder in self.texture_folders:
             candidate = os.path.normpath(os.path.join(folder, names[0]))
             if os.path.isfile(candidate):
-                image = bpy.data.images.load(candidate, check_existing=True)
-                image.name = texture.name  # the export names the texture after the image
-                return image
-        self.warn("Material \"%s\": image \"%s\" is not in the texture path beside the file; the map is left out" %
-                  (material_name, names[0]))
-        return None
+                break
+        else:
+            self.warn("Material \"%s\": image \"%s\" is not in the texture path beside the file; the map is left "
+                      "out" % (material_name, names[0]))
+            return None, None
+        if len(names) > 1:
+            offset = _sequence_offset(names)
+            if offset is None:
+                self.warn("Material \"%s\": the %d images of texture \"%s\" are not files numbered one after "
+                          "another, which Blender needs of an image sequence; only the first, \"%s\", is imported" %
+                          (material_name, len(names), texture.name, names[0]))
+            else:
+                missing = [n for n in names[1:] if not os.path.isfile(os.path.join(os.path.dirname(candidate), n))]
+                if missing:
+                    self.warn("Material \"%s\": frames %s of texture \"%s\" are not beside its first frame; "
+                              "Blender shows none there" % (material_name, ", ".join('"%s"' % n for n in missing),
+                                                             texture.name))
+                # Not shared with a still image of the same file: the source differs.
+                image = self.sequences.get(candidate)
+                if image is None:
+                    image = self.sequences[candidate] = bpy.data.images.load(candidate, check_existing=False)
+                    image.source = "SEQUENCE"
+                    image.name = texture.name  # the export names the texture after the image
+                return image, {"frame_offset": offset, "frame_duration": len(names)}
+        image = bpy.data.images.load(candidate, check_existing=True)
+        image.name = texture.name
+        return image, None
 
     def material(self, name):
         if name in self.materials:
@@ -149,10 +185,17 @@ class _Builder:
             material.diffuse_color = _colour(record.diffuse) + [1.0]
             diffuse = record.layers[0] if record.layers else None
             if diffuse is not None:
-                image = self._image(name, diffuse)
+                image, frames = self._image(name, diffuse)
                 if image is not None:
                     texture = material.node_tree.nodes.new("ShaderNodeTexImage")
                     texture.image = image
+                    if frames is not None:
+                        # The list's first frame plays at the scene's first, the file's frame 0.
+                        user = texture.image_user
+                        user.frame_start = self.scene.frame_start
+                        user.frame_offset = frames["frame_offset"]
+                        user.frame_duration = frames["frame_duration"]
+                        user.use_auto_refresh = True
                     texture.location = (node.location.x - 300, node.location.y)
                     material.node_tree.links.new(texture.outputs["Color"], inputs["Base Color"])
             if any(layer is not None for layer in record.layers[1:]):
@@ -214,8 +257,19 @@ class _Builder:
             uv[:, 0] = coordinates[faces.ravel(), 0]
             uv[:, 1] = -coordinates[faces.ravel(), 1]
             data.uv_layers.new(name="UVMap").data.foreach_set("uv", uv.ravel())
-        for channel in sorted(set(channels) - {0}):
-            self.warn("Mesh \"%s\": map channel %d (vertex colours) is not imported" % (mesh.name, channel))
+        if VERTEX_COLOUR_CHANNEL in channels:
+            # (red, -green, blue) per file vertex, the colours as picked (sRGB),
+            # as the export writes them; per face corner, since the welded
+            # vertices may have several.
+            coordinates = np.asarray(channels[VERTEX_COLOUR_CHANNEL].coordinates, np.float32)[faces.ravel()]
+            rgba = np.ones((count * 3, 4), np.float32)
+            rgba[:, 0], rgba[:, 1], rgba[:, 2] = coordinates[:, 0], -coordinates[:, 1], coordinates[:, 2]
+            attribute = data.color_attributes.new("Color", "FLOAT_COLOR", "CORNER")
+            attribute.data.foreach_set("color_srgb", rgba.ravel())
+            data.color_attributes.active_color = attribute
+            data.color_attributes.render_color_index = data.color_attributes.active_color_index
+        for channel in sorted(set(channels) - {0, VERTEX_COLOUR_CHANNEL}):
+            self.warn("Mesh \"%s\": map channel %d is not imported" % (mesh.name, channel))
 
         self._sharp_edges(data, faces, triangles, np.asarray(mesh.normals, np.float64) * _FLIP_Z)
         data.use_auto_smooth = True
@@ -471,23 +525,75 @@ class _Builder:
                 self.meshes[record.name] = self.mesh_data(record)
         for kind, record in kinds:
             self.node(kind, record)
+        motion = self.motion_nodes()
         # Parents, then transforms: a child's file transform is relative to its parent.
-        for kind, record in kinds:
-            obj = self.objects[record.name]
-            node = record.node
-            if node.parent:
-                parent = self.objects.get(node.parent)
+        placed = [(record.name, record.node.parent, record.node.transform) for _, record in kinds]
+        placed += [(a.name, a.parent_name, a.keys.values[0]) for a in motion]
+        for name, parent_name, transform in placed:
+            obj = self.objects[name]
+            if parent_name:
+                parent = self.objects.get(parent_name)
                 if parent is None:
                     self.warn("Node \"%s\": its parent \"%s\" is not in the file; it is a root" %
-                              (record.name, node.parent))
+                              (name, parent_name))
                 else:
                     obj.parent = parent
             obj.matrix_parent_inverse = Matrix.Identity(4)
-            obj.matrix_basis = blender_matrix(node.transform, self.unit_scale, obj.parent is not None)
+            obj.matrix_basis = blender_matrix(transform, self.unit_scale, obj.parent is not None)
         self.environment()
         self.animation()
+        for a in self.file.light_animations:
+            self.light_keys(a, self.scene.frame_start)
+        self.aim(motion)
         if self.skin_data is not None:
             self.skin(self.skin_data)
+
+    def motion_nodes(self):
+        """The nodes that only have animation (a camera's or spot's target, the
+        bones of a skeleton without its .skd) as empties; the skin's bones are
+        left to the skin. Returns their animations."""
+        bones = set(self.skin_data.bone_names) if self.skin_data is not None else set()
+        motion = [a for a in self.file.transform_animations
+                  if a.name not in self.objects and a.name not in bones and len(a.keys)]
+        for a in motion:
+            self.new_object(a.name, None)
+        return motion
+
+    def aim(self, motion):
+        """A camera or spot whose target node `NAME.Target` the file holds is
+        aimed at its empty: Track To, as the host aims them (up towards the
+        world's Z), or Damped Track where the file's view has a roll Track To
+        would lose (it turns the keyed view no more than needed). One that
+        does not look at its target in the file keeps its own view."""
+        nodes = None
+        for a in motion:
+            name = a.name[:-len(".Target")] if a.name.endswith(".Target") else None
+            obj = self.objects.get(name) if name else None
+            if obj is None or not (obj.type == "CAMERA" or (obj.type == "LIGHT" and obj.data.type == "SPOT")):
+                continue
+            if nodes is None:
+                nodes = self._keyed_locals()
+            samples = max(1, max([k.num_samples for k in self.file.transform_animations] or [1]))
+            rolled = astray = False
+            for sample in range(samples):
+                world = blender_matrix(self._file_world(nodes, name, sample)[:, :3], self.unit_scale)
+                target = blender_matrix(self._file_world(nodes, a.name, sample)[:, :3], self.unit_scale)
+                x_axis, y_axis = world.col[0].xyz.normalized(), world.col[1].xyz.normalized()
+                to_target = target.translation - world.translation
+                if to_target.length > 1e-9 and (-world.col[2].xyz.normalized()).angle(to_target) > AIM_TOLERANCE:
+                    astray = True
+                    break
+                if abs(x_axis.z) > ROLL_TOLERANCE or y_axis.z < -ROLL_TOLERANCE:
+                    rolled = True
+            if astray:
+                self.warn("\"%s\" does not look at its target \"%s\" in the file (at sample %d); it is not aimed "
+                          "at the empty" % (name, a.name, sample))
+                continue
+            constraint = obj.constraints.new("DAMPED_TRACK" if rolled else "TRACK_TO")
+            constraint.target = self.objects[a.name]
+            constraint.track_axis = "TRACK_NEGATIVE_Z"
+            if not rolled:
+                constraint.up_axis = "UP_Y"
 
     def environment(self):
         env = self.file.environment
@@ -504,16 +610,6 @@ class _Builder:
 
     def animation(self):
         animations = [a for a in self.file.transform_animations if a.name in self.objects]
-        bones = set(self.skin_data.bone_names) if self.skin_data is not None else set()
-        for a in self.file.transform_animations:
-            if a.name not in self.objects and a.name not in bones:
-                self.warn("Animation of \"%s\": the node is not among the file's objects; not imported" % a.name)
-        # The exporter writes a light's values for every light; only changing ones are lost.
-        changing = sorted(set(a.name for a in self.file.light_animations
-                              if any(len(k) > 1 for k in (a.color_keys, a.intensity_keys, a.attenuation_start_keys,
-                                                          a.attenuation_end_keys, a.hotspot_keys, a.falloff_keys))))
-        if changing:
-            self.warn("Light animation (%s) is not imported" % ", ".join(changing))
         if not animations:
             return
         rates = sorted(set(a.sample_rate for a in animations))
@@ -527,6 +623,63 @@ class _Builder:
         for a in animations:
             self.transform_keys(self.objects[a.name], a, start)
             self.visibility_keys(self.objects[a.name], a, start)
+
+    def light_keys(self, animation, start):
+        """A light's changing colour, intensity, cone and distance as keys on
+        its light data at the samples of any of its tracks, linear between, as
+        the file's keys interpolate. The exporter writes a track for every
+        light: one of a single key is already in the light."""
+        tracks = {"color": animation.color_keys, "intensity": animation.intensity_keys,
+                  "hotspot": animation.hotspot_keys, "falloff": animation.falloff_keys,
+                  "attenuation_end": animation.attenuation_end_keys}
+        changing = [n for n, k in tracks.items() if len(k) > 1]
+        if len(animation.attenuation_start_keys) > 1:
+            self.warn("Light \"%s\": its changing attenuation start is not imported" % animation.name)
+        if not changing:
+            return
+        obj = self.objects.get(animation.name)
+        if obj is None or obj.type != "LIGHT":
+            self.warn("Light animation of \"%s\": no light of that name in the file; not imported" % animation.name)
+            return
+        data = obj.data
+        samples = np.unique(np.concatenate([np.asarray(tracks[n].samples, np.float64) for n in changing]))
+        at = {n: _keyed(k, samples) for n, k in tracks.items() if len(k)}
+        colour = at["color"][:, :3] / COLOUR_SCALE if "color" in at else np.tile(np.array(data.color), (len(samples), 1))
+        multiplier = at["intensity"] if "intensity" in at else np.full(len(samples), data.energy / (
+            SUN_STRENGTH_PER_MULTIPLIER if data.type == "SUN" else POINT_WATTS_PER_MULTIPLIER))
+        # A negative light keeps its sign in the colour; Blender's energy takes it.
+        negative = (colour < 0.0).any(axis=1)
+        colour = np.where(negative[:, None], -colour, colour)
+        multiplier = np.where(negative, -multiplier, multiplier)
+        per = SUN_STRENGTH_PER_MULTIPLIER if data.type == "SUN" else POINT_WATTS_PER_MULTIPLIER
+        values = {}  # data path -> (n, width) values
+        if "color" in changing or "intensity" in changing:
+            values["color"] = colour
+            values["energy"] = (multiplier * per)[:, None]
+        if data.type == "SPOT" and ("falloff" in changing or "hotspot" in changing):
+            size = np.maximum(at.get("falloff", np.full(len(samples), data.spot_size)), 1e-6)
+            values["spot_size"] = size[:, None]
+            if "hotspot" in at:
+                values["spot_blend"] = np.clip(1.0 - at["hotspot"] / size, 0.0, 1.0)[:, None]
+        if data.type != "SUN" and "attenuation_end" in changing:
+            data.use_custom_distance = True
+            values["cutoff_distance"] = (at["attenuation_end"] / self.unit_scale)[:, None]
+        action = data.animation_data.action if data.animation_data and data.animation_data.action else None
+        if action is None:
+            action = bpy.data.actions.new(data.name + "Action")
+            data.animation_data_create().action = action
+        frames = start + samples
+        for path, track in values.items():
+            for index in range(track.shape[1]):
+                # Below this a change is the rounding of the file's float values.
+                if np.ptp(track[:, index]) > 1e-6 * max(1.0, np.abs(track[:, index]).max()):
+                    _fcurve(action, path, index, frames, track[:, index])
+                else:
+                    # Still: the value stands, keyed by none.
+                    if track.shape[1] == 1:
+                        setattr(data, path, float(np.median(track[:, 0])))
+                    else:
+                        getattr(data, path)[index] = float(np.median(track[:, index]))
 
     def transform_keys(self, obj, animation, start):
         keys = animation.keys
@@ -565,6 +718,32 @@ class _Builder:
             self.warn("Node \"%s\": partial visibility is imported as shown or hidden" % obj.name)
         _fcurve(action, "hide_render", 0, frames, [0.0 if v > 0.5 else 1.0 for v in values], "CONSTANT")
         obj.hide_render = bool(values[0] <= 0.5)
+
+
+def _keyed(keys, samples):
+    """A track at the given samples, linear between its keys and held past
+    its ends; (n,) or (n, width) values."""
+    at = np.asarray(keys.samples, np.float64)
+    values = np.asarray(keys.values, np.float64)
+    if values.ndim == 1:
+        return np.interp(samples, at, values)
+    return np.stack([np.interp(samples, at, values[:, i]) for i in range(values.shape[1])], axis=1)
+
+
+def _sequence_offset(names):
+    """The frame offset of the Blender image sequence whose frames are the
+    files `names` (the first's number less one); None when they are not one
+    name numbered one after another, as Blender names a sequence's files."""
+    first = _FRAME_NUMBER.match(os.path.splitext(names[0])[0])
+    if first is None:
+        return None
+    head, digits, tail = first.groups()
+    ext = os.path.splitext(names[0])[1]
+    number = int(digits)
+    for k, name in enumerate(names):
+        if name != "%s%0*d%s%s" % (head, len(digits), number + k, tail, ext):
+            return None
+    return number - 1
 
 
 def _fcurve(action, path, index, frames, values, interpolation="LINEAR"):

@@ -700,6 +700,15 @@ def gather(context, animation=True, skinning=None):
         target = _aim_target(o, document.warnings)
         if target is not None:
             gatherer.targets[o.name] = ("target:" + o.name, target)
+    # An empty named as the target node would be (what the import makes of
+    # one) is that node: written once, as the target, not also as a helper of
+    # the same name. One with children stays a helper, so they keep a parent.
+    parents = set(o.parent.name for o in objects if o.parent is not None)
+    folded = set(target.name for name, (_, target) in gatherer.targets.items()
+                 if target.type == "EMPTY" and target.name == name + ".Target" and target.name not in parents)
+    if folded:
+        objects = [o for o in objects if o.name not in folded]
+        gatherer.exported -= folded
     # Bones are nodes: the exporter and the .skd tell nodes apart by name alone.
     names = set(gatherer.exported)
     for o in objects:

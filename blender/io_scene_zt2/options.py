@@ -58,15 +58,41 @@ def option_properties():
     return {field.name: _property(field) for field in ztexport.option_fields()}
 
 
-def chosen_options(operator):
+def chosen_options(operator, scene=None):
     """The fields the user set, as ztexport.export takes them; the others keep
     the value of the saved options (or the scene's, for the sample rate and the
-    frames), except exportSkinning (HOST_DEFAULTS)."""
+    frames), except exportSkinning (HOST_DEFAULTS). A field that holds the
+    value the exporter takes from `scene` anyway (what the dialog shows) is
+    left to it."""
+    from_scene = scene_values(scene) if scene is not None else {}
     options = {}
     for name in ztexport.option_names():
         if operator.properties.is_property_set(name):
-            options[name] = getattr(operator, name)
+            value = getattr(operator, name)
+            if name in from_scene and from_scene[name] == value:
+                continue
+            options[name] = value
     return options
+
+
+def scene_values(scene):
+    """{field: value} of the fields whose default the exporter takes from the
+    scene description, as the add-on writes it for `scene`: the sample rate
+    is the frame rate, the end frame the range's length. A value outside the
+    field's limits is left out (the dialog could not show it)."""
+    fps = scene.render.fps / scene.render.fps_base
+    values = {"sampleRate": max(1, int(round(fps))), "endFrame": max(0, scene.frame_end - scene.frame_start)}
+    fields = {field.name: field for field in ztexport.option_fields()}
+    return {name: value for name, value in values.items() if name in fields and
+            (fields[name].min is None or fields[name].min <= value <= fields[name].max)}
+
+
+def show_scene_values(operator, scene):
+    """The dialog shows the sample rate and the end frame the export will
+    take from the scene where the user has not set them."""
+    for name, value in scene_values(scene).items():
+        if not operator.properties.is_property_set(name):
+            setattr(operator, name, value)
 
 
 # --- the saved options (ZTExport.cfg) ------------------------------------

@@ -1,7 +1,8 @@
 """The saved options: an export saves ZTExport.cfg into zt2export's folder,
 byte for byte as zt2export --save-options does for the same choices; the
-next export and the dialog start from it; "Export and preview" writes the
-page beside the file."""
+next export and the dialog start from it, the dialog showing the scene's
+sample rate and end frame; "Export and preview" writes the page beside the
+file."""
 
 import os
 import subprocess
@@ -69,6 +70,29 @@ options_module.load_saved(dialog, options_module.saved_options())
 t.check(dialog.rescale is True and abs(dialog.rescaleFactor - 2.5) < 1e-6 and dialog.texturePath == "maps" and
         dialog.frameToFrameInterpolation == "normalized" and not hasattr(dialog, "sampleRate") and
         not hasattr(dialog, "exportSkinning"), "the dialog opens with %r" % vars(dialog))
+
+# The dialog shows the sample rate and the end frame the export takes from
+# the scene; left so, they are not handed to the export as chosen.
+scene.render.fps, scene.frame_start, scene.frame_end = 24, 1, 40
+options_module.show_scene_values(dialog, scene)
+t.check((dialog.sampleRate, dialog.endFrame) == (24, 39), "the dialog shows sample rate %r, end frame %r" %
+        (dialog.sampleRate, dialog.endFrame))
+
+
+class ChosenStandIn:
+    """An operator whose user set the sample rate, the end frame and rescale."""
+    sampleRate, endFrame, rescale = 24, 39, True
+
+    class properties:
+        @staticmethod
+        def is_property_set(name):
+            return name in ("sampleRate", "endFrame", "rescale")
+
+
+chosen_now = options_module.chosen_options(ChosenStandIn, scene)
+ChosenStandIn.sampleRate = 25
+t.check(chosen_now == {"rescale": True} and options_module.chosen_options(ChosenStandIn, scene) ==
+        {"rescale": True, "sampleRate": 25}, "chosen %r" % chosen_now)
 
 page = first[:-len(".zt2")] + ".html"
 t.check(os.path.isfile(page) and os.path.getsize(page) > 10000, "no preview page %s" % page)

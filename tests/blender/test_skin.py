@@ -1,8 +1,11 @@
 """A tube skinned to a three-bone leg that walks: the bones' keys, the skin's
 weights against the vertex groups, and the vertices skinned from the file
-against Blender's deformed mesh at every frame."""
+against Blender's deformed mesh at every frame; imported with its .skd (an
+armature) and without (the bones as keyed empties)."""
 
 import math
+import os
+import shutil
 
 import bpy
 import numpy as np
@@ -233,3 +236,23 @@ for sample in range(samples):
                                                             originals[sample][again], axis=1).max())
 t.report("skin (%d samples, %d vertices moved up to %.3g, weights off by %.3g; imported again: %.3g)" %
          (samples, len(local), motion, weight_error, import_deviation), max(deviation, import_deviation))
+
+# Without its .skd the bones are nodes that only have animation: empties under
+# the rig, keyed, each where the file puts its node at every sample.
+bare_folder = os.path.join(os.path.dirname(path), "bare")
+os.makedirs(bare_folder)
+bare = os.path.join(bare_folder, "skin.zt2")
+shutil.copyfile(path, bare)
+t.new_scene()
+t.check(bpy.ops.import_scene.zt2(filepath=bare) == {"FINISHED"}, "the import without .skd was cancelled")
+empties = {o.name: (o.parent.name if o.parent else None) for o in bpy.data.objects if o.type == "EMPTY"}
+t.check(empties == {"Rig": None, "Hip": "Rig", "Thigh": "Hip", "Shin": "Thigh", "Toe": "Shin", "Heel": "Shin"},
+        "the empties without .skd: %r" % empties)
+bone_error = 0.0
+for sample in range(samples):
+    bpy.context.scene.frame_set(1 + sample)
+    for name in ("Hip", "Thigh", "Shin", "Toe", "Heel"):
+        bone_error = max(bone_error, np.linalg.norm(
+            t.to_file_axes(np.array(bpy.data.objects[name].matrix_world.translation)) - world_at(name, sample)[3, :3]))
+t.check(bone_error < 1e-4, "the bones' empties are off by %.3g" % bone_error)
+print("blender skin without .skd: the bones as keyed empties, off by %.3g at every sample" % bone_error)
