@@ -12,13 +12,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <filesystem>
 #include <map>
 #include <regex>
 #include <set>
 #include <sstream>
 
+#include "host/inhouse/text.h"
 #include "importers/importers.h"
 #include "support/test_support.h"
 
@@ -29,11 +29,6 @@ namespace fs = std::filesystem;
 const fs::path& corpus() {
   static const fs::path dir(ZTX_ASSIMP_MODELS);
   return dir;
-}
-
-std::string lower(std::string s) {
-  std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return s;
 }
 
 std::set<std::string> claimedExtensions() {
@@ -98,8 +93,8 @@ TEST_P(Corpus, EveryModelExportsOrIsReportedNeverCrashes) {
   static const std::map<std::string, std::string> refused = refusedList();
   std::vector<fs::path> models;
   for (const auto& entry : fs::recursive_directory_iterator(corpus() / GetParam())) {
-    const std::string ext = entry.path().extension().string();
-    if (entry.is_regular_file() && ext.size() > 1 && claimed.count(lower(ext.substr(1)))) models.push_back(entry.path());
+    const std::string ext = ztext::lowerExtension(entry.path().string());
+    if (entry.is_regular_file() && ext.size() > 1 && claimed.count(ext.substr(1))) models.push_back(entry.path());
   }
   std::sort(models.begin(), models.end());
 
