@@ -562,10 +562,18 @@ def _split_quads(positions, loop_vertex, loop_start, loop_total):
         np.cumsum(counts[:-1], out=first[1:])
         start = loop_start[quads]
     triangle_count = int(counts.sum(dtype=np.int64))
-    polygon_of = np.repeat(np.arange(polygon_count, dtype=np.uint32), counts)
+    polygon_of = np.repeat(np.arange(polygon_count, dtype=np.uint32), 2 if first is None else counts)
 
-    corners = start[:, None] + np.arange(4, dtype=np.uint32)
-    quad = np.take(positions.reshape(-1, 3), np.take(loop_vertex, corners), axis=0)
+    if first is None:
+        # The corners of quads only, one after another: no look-up.
+        corners = np.arange(4 * quad_count, dtype=np.uint32).reshape(-1, 4)
+        corner_vertex = loop_vertex.reshape(-1, 4)
+    else:
+        corners = start[:, None] + np.arange(4, dtype=np.uint32)
+        corner_vertex = np.take(loop_vertex, corners)
+    # Each vertex's three coordinates gathered as one 12-byte item.
+    xyz = np.ascontiguousarray(positions.reshape(-1, 3)).view(np.dtype((np.void, 12))).reshape(-1)
+    quad = np.take(xyz, corner_vertex).view(np.float32).reshape(-1, 4, 3)
     v1 = quad[:, 0]
     d12, d13, d14 = quad[:, 1] - v1, quad[:, 2] - v1, quad[:, 3] - v1
     cross_a, cross_b = _cross(d12, d13), _cross(d14, d13)
