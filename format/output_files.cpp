@@ -772,7 +772,7 @@ Result<void> OutputDirectory::openBeneath(const std::string& relative, bool crea
 
 // --- Small files, folders and removal ---------------------------------------
 
-Result<void> writeSmallFile(const std::string& path, const std::string& text, bool followLinks) {
+Result<void> writeSmallFile(const std::string& path, std::string_view text, bool followLinks) {
   std::string target = path;
   if (followLinks) {
     Result<std::string> resolved = resolveLinks(path);

@@ -19,6 +19,7 @@
 #include <cstddef>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/inhouse/result.h"
@@ -267,7 +268,7 @@ class OutputDirectory {
 // to the file it names, as every output of theirs; a name this program
 // chooses inside its output folder (a stamp, the manifest) is not: a link of
 // that name is replaced by the file, never written through.
-Result<void> writeSmallFile(const std::string& path, const std::string& text, bool followLinks = true);
+Result<void> writeSmallFile(const std::string& path, std::string_view text, bool followLinks = true);
 
 // Makes the folder `path` and its missing parents; those made are appended
 // to `made`, outermost first. Fails with "FOLDER: reason".

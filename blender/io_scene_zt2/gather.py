@@ -37,23 +37,32 @@ AIM_CONSTRAINTS = {"TRACK_TO", "DAMPED_TRACK", "LOCKED_TRACK"}
 
 
 class Buffer:
-    """The binary side file: arrays appended one after another, little-endian."""
+    """The binary side file: arrays appended one after another, little-endian.
+
+    The arrays are kept as they are added (converted only where their type
+    differs) and copied once, into the file's bytes, by bytes(); an array
+    added must not change afterwards."""
 
     def __init__(self):
         self.parts = []
         self.size = 0
 
     def add(self, array, dtype, width):
-        data = np.ascontiguousarray(array, dtype=np.dtype(dtype).newbyteorder("<"))
+        data = np.ascontiguousarray(array, dtype=np.dtype(dtype).newbyteorder("<")).reshape(-1)
         count = data.size // width
         reference = {"buffer": BUFFER_NAME, "byteOffset": self.size, "count": count}
-        raw = data.tobytes()
-        self.parts.append(raw)
-        self.size += len(raw)
+        self.parts.append(data)
+        self.size += data.nbytes
         return reference
 
     def bytes(self):
-        return b"".join(self.parts)
+        """The file's bytes, as a numpy array of uint8 (a bytes-like object)."""
+        out = np.empty(self.size, np.uint8)
+        offset = 0
+        for part in self.parts:
+            out[offset:offset + part.nbytes] = part.view(np.uint8)
+            offset += part.nbytes
+        return out
 
 
 class Document:
@@ -264,11 +273,15 @@ class _Gatherer:
     # --- objects ---------------------------------------------------------
 
     def mesh_object(self, obj, obj_eval):
-        mesh = obj_eval.to_mesh()
+        # A mesh object's evaluated data is its final mesh, modifiers applied:
+        # read where it is, without the copy to_mesh() makes of it, when its
+        # triangles can be made as that copy's are (_in_place_polygons).
+        polygons = _in_place_polygons(obj, obj_eval)
+        converted = polygons is None
+        mesh = obj_eval.to_mesh() if converted else obj_eval.data
         try:
             if mesh is None:
                 return None
-            mesh.calc_loop_triangles()
             buf = self.doc.buffer
             vertex_count = len(mesh.vertices)
             self.vertex_counts[obj.name] = vertex_count
@@ -276,17 +289,23 @@ class _Gatherer:
                 self.physiques[obj.name] = self.skin_physique(obj, mesh)
             positions = np.empty(vertex_count * 3, np.float32)
             mesh.vertices.foreach_get("co", positions)
-            if self.unit_scale != 1.0:
-                positions *= self.unit_scale
-            triangle_count = len(mesh.loop_triangles)
-            corners = np.empty(triangle_count * 3, np.int32)
-            mesh.loop_triangles.foreach_get("vertices", corners)
-            polygon_of = np.empty(triangle_count, np.int32)
-            mesh.loop_triangles.foreach_get("polygon_index", polygon_of)
-            material_index = np.empty(len(mesh.polygons), np.int32)
-            mesh.polygons.foreach_get("material_index", material_index)
+            # Unsigned properties are copied as a block only into unsigned
+            # arrays; into signed ones foreach_get goes item by item.
+            loop_vertex = np.empty(len(mesh.loops), np.uint32)
+            mesh.loops.foreach_get("vertex_index", loop_vertex)
+            if converted:
+                mesh.calc_loop_triangles()
+                loops = np.empty(len(mesh.loop_triangles) * 3, np.uint32)
+                mesh.loop_triangles.foreach_get("loops", loops)
+                polygon_of = _triangle_polygons(mesh, loops)
+            else:
+                loops, polygon_of = _split_quads(positions, loop_vertex, *polygons)
+            corners = loop_vertex[loops]
+            material_index = _material_indices(mesh)
             groups, _ = mesh.calc_smooth_groups(use_bitflags=True)
             groups = np.asarray(groups, np.uint32)
+            if self.unit_scale != 1.0:
+                positions *= self.unit_scale
             out = {"vertices": buf.add(positions, np.float32, 3),
                    "faces": buf.add(corners, np.uint32, 3),
                    "smoothingGroups": buf.add(groups[polygon_of] if len(groups) else groups, np.uint32, 1),
@@ -294,12 +313,10 @@ class _Gatherer:
             uv_layer = next((layer for layer in mesh.uv_layers if layer.active_render), mesh.uv_layers.active)
             if uv_layer is not None:
                 loop_count = len(mesh.loops)
+                uvw = np.zeros((loop_count, 3), np.float32)
                 uv = np.empty(loop_count * 2, np.float32)
                 uv_layer.data.foreach_get("uv", uv)
-                uvw = np.zeros((loop_count, 3), np.float32)
                 uvw[:, :2] = uv.reshape(-1, 2)
-                loops = np.empty(triangle_count * 3, np.int32)
-                mesh.loop_triangles.foreach_get("loops", loops)
                 out["textureVertices"] = buf.add(uvw, np.float32, 3)
                 out["textureFaces"] = buf.add(loops, np.uint32, 3)
                 if len(mesh.uv_layers) > 1:
@@ -310,12 +327,7 @@ class _Gatherer:
             colours = _active_colours(mesh)
             if colours is not None:
                 out["vertexColors"] = buf.add(_srgb_colours(colours), np.float32, 3)
-                if colours.domain == "CORNER":
-                    corners_of = np.empty(triangle_count * 3, np.int32)
-                    mesh.loop_triangles.foreach_get("loops", corners_of)
-                else:
-                    corners_of = corners
-                out["colorFaces"] = buf.add(corners_of, np.uint32, 3)
+                out["colorFaces"] = buf.add(loops if colours.domain == "CORNER" else corners, np.uint32, 3)
                 others = [a.name for a in mesh.color_attributes if a.name != colours.name]
                 if others:
                     self.doc.warnings.append("Object \"%s\": only colour attribute \"%s\" is exported as vertex "
@@ -323,7 +335,8 @@ class _Gatherer:
                                                                        ", ".join('"%s"' % n for n in others)))
             return {"type": "mesh", "mesh": out}
         finally:
-            obj_eval.to_mesh_clear()
+            if converted:
+                obj_eval.to_mesh_clear()
 
     def skin_physique(self, obj, mesh):
         """The Physique modifier of a mesh its Armature modifier deforms, from
@@ -490,6 +503,146 @@ def _user_properties(obj):
             continue
         lines.append(value if key == USER_PROPERTIES_TEXT else "%s=%s" % (key, value))
     return "\r\n".join(lines)
+
+
+# The Blender versions whose to_mesh() copy splits quads as _split_quads does.
+QUAD_SPLIT_VERSIONS = ((3, 4),)
+
+
+def _in_place_polygons(obj, obj_eval):
+    """(loop_start, loop_total) of the polygons of a mesh object's evaluated
+    data when it can be exported where it is, else None. Only to_mesh()'s copy
+    gives the triangles the export has always had: Blender splits a quad along
+    a diagonal chosen with the face normal when the mesh holds one, as the
+    evaluated data does, and without it in a fresh copy; the two choices part
+    on quads that are not flat. So the data is read in place when it holds
+    triangles and quads only, split here by the copy's rule, on the Blender
+    versions that rule is theirs; not in edit mode either, where that data
+    may stand for the edit mesh without arrays of its own."""
+    if obj_eval.type != "MESH" or obj.mode == "EDIT" or obj_eval.data is None:
+        return None
+    if tuple(bpy.app.version[:2]) not in QUAD_SPLIT_VERSIONS:
+        return None
+    mesh = obj_eval.data
+    polygon_count = len(mesh.polygons)
+    loop_total = np.empty(polygon_count, np.uint32)
+    mesh.polygons.foreach_get("loop_total", loop_total)
+    loop_start = np.empty(polygon_count, np.int32)
+    mesh.polygons.foreach_get("loop_start", loop_start)
+    if polygon_count == 0:
+        return loop_start.astype(np.uint32), loop_total
+    if loop_total.min() < 3 or loop_total.max() > 4:
+        return None
+    # Blender numbers the triangles by their polygon's first corner, so only
+    # polygons whose corners follow one another are taken.
+    starts = np.zeros(polygon_count, np.int64)
+    np.cumsum(loop_total[:-1], out=starts[1:])
+    if not np.array_equal(starts, loop_start) or int(starts[-1]) + int(loop_total[-1]) != len(mesh.loops):
+        return None
+    return loop_start.astype(np.uint32), loop_total
+
+
+def _split_quads(positions, loop_vertex, loop_start, loop_total):
+    """The loop triangles of a mesh of triangles and quads, as uint32 corner
+    (loop) indices, three per triangle, and each triangle's polygon, in
+    Blender's order: by polygon, a quad's two after one another. A quad
+    a b c d is split into a b c and a c d, or into a b d and b c d when the
+    first pair folds over (their normals across the diagonal a c point the
+    same way), as Blender decides it without the face normal, in the same
+    single-precision steps."""
+    polygon_count = len(loop_total)
+    counts = loop_total - 2
+    quads = counts == 2
+    quad_count = int(np.count_nonzero(quads))
+    if quad_count == polygon_count:
+        first = None  # quads only: two triangles each, in order
+        start = loop_start
+    else:
+        first = np.zeros(polygon_count, np.int64)
+        np.cumsum(counts[:-1], out=first[1:])
+        start = loop_start[quads]
+    triangle_count = int(counts.sum(dtype=np.int64))
+    polygon_of = np.repeat(np.arange(polygon_count, dtype=np.uint32), 2 if first is None else counts)
+
+    if first is None:
+        # The corners of quads only, one after another: no look-up.
+        corners = np.arange(4 * quad_count, dtype=np.uint32).reshape(-1, 4)
+        corner_vertex = loop_vertex.reshape(-1, 4)
+    else:
+        corners = start[:, None] + np.arange(4, dtype=np.uint32)
+        corner_vertex = np.take(loop_vertex, corners)
+    # Each vertex's three coordinates gathered as one 12-byte item.
+    xyz = np.ascontiguousarray(positions.reshape(-1, 3)).view(np.dtype((np.void, 12))).reshape(-1)
+    quad = np.take(xyz, corner_vertex).view(np.float32).reshape(-1, 4, 3)
+    v1 = quad[:, 0]
+    d12, d13, d14 = quad[:, 1] - v1, quad[:, 2] - v1, quad[:, 3] - v1
+    cross_a, cross_b = _cross(d12, d13), _cross(d14, d13)
+    dot = cross_a[:, 0] * cross_b[:, 0]
+    dot += cross_a[:, 1] * cross_b[:, 1]
+    dot += cross_a[:, 2] * cross_b[:, 2]
+    flip = np.flatnonzero(dot > np.float32(0.0))
+
+    pairs = np.empty((quad_count, 2, 3), np.uint32)
+    pairs[:, 0] = corners[:, :3]
+    pairs[:, 1, 0] = corners[:, 0]
+    pairs[:, 1, 1:] = corners[:, 2:]
+    pairs[flip, 0, 2] = corners[flip, 3]
+    pairs[flip, 1, 0] = corners[flip, 1]
+    if first is None:
+        return pairs.reshape(-1), polygon_of
+    loops = np.empty((triangle_count, 3), np.uint32)
+    tris = ~quads
+    loops[first[tris]] = loop_start[tris, None] + np.arange(3, dtype=np.uint32)
+    at = first[quads]
+    loops[at] = pairs[:, 0]
+    loops[at + 1] = pairs[:, 1]
+    return loops.reshape(-1), polygon_of
+
+
+def _cross(a, b):
+    """Row-wise cross products of two (n, 3) float32 arrays, each component
+    computed as Blender's cross_v3_v3v3 does."""
+    out = np.empty_like(a)
+    out[:, 0] = a[:, 1] * b[:, 2] - a[:, 2] * b[:, 1]
+    out[:, 1] = a[:, 2] * b[:, 0] - a[:, 0] * b[:, 2]
+    out[:, 2] = a[:, 0] * b[:, 1] - a[:, 1] * b[:, 0]
+    return out
+
+
+def _triangle_polygons(mesh, loops):
+    """The polygon of each loop triangle, from the first of its corners (as
+    uint32 `loops`): polygons whose corners follow one another, as Blender
+    makes them, give it without a call per triangle."""
+    polygon_count = len(mesh.polygons)
+    loop_total = np.empty(polygon_count, np.uint32)
+    mesh.polygons.foreach_get("loop_total", loop_total)
+    loop_start = np.empty(polygon_count, np.int32)
+    mesh.polygons.foreach_get("loop_start", loop_start)
+    starts = np.zeros(polygon_count, np.int64)
+    np.cumsum(loop_total[:-1], out=starts[1:])
+    consecutive = polygon_count and np.array_equal(starts, loop_start)
+    if consecutive and int(starts[-1]) + int(loop_total[-1]) == len(mesh.loops):
+        polygon_of_loop = np.repeat(np.arange(polygon_count, dtype=np.uint32), loop_total)
+        return polygon_of_loop[loops[0::3]]
+    polygon_of = np.empty(len(mesh.loop_triangles), np.uint32)
+    mesh.loop_triangles.foreach_get("polygon_index", polygon_of)
+    return polygon_of
+
+
+def _material_indices(mesh):
+    """Each polygon's material index. Blender keeps them in the face attribute
+    "material_index", absent while every index is 0; read through the
+    attribute, a block copy, not through each polygon."""
+    polygon_count = len(mesh.polygons)
+    attribute = mesh.attributes.get("material_index")
+    if attribute is None:
+        return np.zeros(polygon_count, np.int32)
+    material_index = np.empty(polygon_count, np.int32)
+    if attribute.domain == "FACE" and attribute.data_type == "INT" and len(attribute.data) == polygon_count:
+        attribute.data.foreach_get("value", material_index)
+    else:
+        mesh.polygons.foreach_get("material_index", material_index)
+    return material_index
 
 
 def _active_colours(mesh):

@@ -330,15 +330,24 @@ def default_exporter():
 
 
 def write_file(path, data):
-    """Write `data` (str, as UTF-8, or bytes) to `path` as the exporter writes its
-    small files: into a new file beside it, then renamed over it, so that a
-    reader never sees half of it. Raises OSError naming the file when it
-    cannot be written."""
+    """Write `data` (str, as UTF-8, or bytes or any other bytes-like object,
+    such as a bytearray, memoryview or contiguous numpy array, as its bytes)
+    to `path` as the exporter writes its small files: into a new file beside
+    it, then renamed over it, so that a reader never sees half of it. Raises
+    OSError naming the file when it cannot be written."""
     target = _path(path, "path")
     if isinstance(data, str):
         data = data.encode("utf-8")
+    else:
+        try:
+            with memoryview(data) as view:
+                in_place = view.c_contiguous
+        except TypeError:
+            in_place = False
+        if not in_place:
+            data = bytes(data)
     try:
-        _ztexport._batch.write_small_file(target, bytes(data))
+        _ztexport._batch.write_small_file(target, data)
     except _ztexport._batch.BatchError as error:
         raise OSError(str(error)) from None
 

@@ -12,6 +12,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "batch/batch.h"
@@ -214,11 +215,27 @@ void bindBatch(py::module_& parent) {
       .def("remove", &WorkDirectory::remove);
   m.def(
       "write_small_file",
-      [](const std::string& path, const std::string& text) {
-        if (const Result<void> written = writeSmallFile(path, text); !written)
-          throw BatchError(path + ": " + written.error().message);
+      [](const std::string& path, const py::object& data) {
+        // A str is written as UTF-8; anything else is read in place through
+        // its buffer, so large arrays are not copied on their way out.
+        Result<void> written;
+        if (py::isinstance<py::str>(data)) {
+          const std::string text = data.cast<std::string>();
+          py::gil_scoped_release unlocked;
+          written = writeSmallFile(path, text);
+        } else {
+          Py_buffer view;
+          if (PyObject_GetBuffer(data.ptr(), &view, PyBUF_SIMPLE) != 0) throw py::error_already_set();
+          {
+            py::gil_scoped_release unlocked;
+            written = writeSmallFile(
+                path, std::string_view(static_cast<const char*>(view.buf), static_cast<std::size_t>(view.len)));
+          }
+          PyBuffer_Release(&view);
+        }
+        if (!written) throw BatchError(path + ": " + written.error().message);
       },
-      py::arg("path"), py::arg("text"));
+      py::arg("path"), py::arg("data"));
   m.def(
       "fail_shared_output_clashes",
       [](const py::dict& request, const py::dict& result) {
