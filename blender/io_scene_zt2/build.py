@@ -14,7 +14,7 @@ import bpy
 import numpy as np
 from mathutils import Matrix, Vector
 
-from .gather import POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER, USER_PROPERTIES_TEXT
+from .gather import AMBIENT_PROPERTY, POINT_WATTS_PER_MULTIPLIER, SUN_STRENGTH_PER_MULTIPLIER, USER_PROPERTIES_TEXT
 
 # The file keeps colours on a 0..255 scale.
 COLOUR_SCALE = 255.0
@@ -271,9 +271,18 @@ class _Builder:
         for channel in sorted(set(channels) - {0, VERTEX_COLOUR_CHANNEL}):
             self.warn("Mesh \"%s\": map channel %d is not imported" % (mesh.name, channel))
 
-        self._sharp_edges(data, faces, triangles, np.asarray(mesh.normals, np.float64) * _FLIP_Z)
+        normals = np.asarray(mesh.normals, np.float64) * _FLIP_Z
+        self._sharp_edges(data, faces, triangles, normals)
         data.use_auto_smooth = True
         data.auto_smooth_angle = math.pi
+        # The file's normals, corner by corner, as custom split normals: the
+        # mesh shows them exactly (a flat plane stays flat), while the sharp
+        # edges above are what an export makes its smoothing groups from.
+        # A (0, 0, 0) normal, the file's "none", leaves the corner to Blender.
+        corner = normals[faces.ravel()]
+        length = np.linalg.norm(corner, axis=1, keepdims=True)
+        corner = np.divide(corner, length, out=np.zeros_like(corner), where=length > 0)
+        data.normals_split_custom_set(corner.astype(np.float32).tolist())
         return data
 
     def _sharp_edges(self, data, faces, triangles, normals):
@@ -602,9 +611,10 @@ class _Builder:
         if self.scene.world is None:
             self.scene.world = bpy.data.worlds.new("World")
         self.scene.world.color = _colour(env.background)
+        # Blender has no ambient light: the colour is kept on the world, where
+        # the export finds it again.
         if any(env.ambient[:3]):
-            self.warn("The scene's ambient colour %s is not imported (Blender has no ambient light)" %
-                      list(env.ambient[:3]))
+            self.scene.world[AMBIENT_PROPERTY] = _colour(env.ambient)
 
     # --- animation -------------------------------------------------------
 

@@ -93,6 +93,10 @@ def _local_matrix(obj_eval, exported_parent):
     return exported_parent.matrix_world.inverted_safe() @ world
 
 
+# The world's custom property that holds an imported file's ambient colour.
+AMBIENT_PROPERTY = "ztAmbientColor"
+
+
 def _colour(values):
     return [float(values[0]), float(values[1]), float(values[2])]
 
@@ -904,6 +908,10 @@ def gather(context, animation=True, skinning=None):
                       "animationRange": [0, max(0, scene.frame_end - scene.frame_start)]}
     if scene.world is not None:
         document.scene["backgroundColor"] = _colour(scene.world.color)
+        # Blender has no ambient light; an imported file's stays on the world.
+        ambient = scene.world.get(AMBIENT_PROPERTY)
+        if ambient is not None and len(ambient) == 3:
+            document.scene["ambientColor"] = _colour(ambient)
     document.scene["texmaps"] = gatherer.out_texmaps
     document.scene["materials"] = gatherer.out_materials
     if gatherer.out_objects:

@@ -141,6 +141,13 @@ motion = sorted(set(a.name for a in expected.transform_animations) - set(n.name 
 names = sorted([n.name for n in expected.nodes()] + motion)
 t.check(sorted(o.name for o in bpy.data.objects) == names and motion == ["Camera01.Target"],
         "objects %r, nodes %r" % (sorted(o.name for o in bpy.data.objects), names))
+# The ambient colour, which Blender has no light for, stays on the world and goes out again.
+ambient = bpy.context.scene.world.get("ztAmbientColor")
+t.check(ambient is not None and np.allclose(list(ambient), np.asarray(expected.environment.ambient[:3]) / 255.0,
+                                            atol=1e-6), "the world's ambient colour %r" % (ambient and list(ambient)))
+again = t.read(t.export("example-again")).environment
+t.check(list(again.ambient) == list(expected.environment.ambient), "exported again, the ambient colour %r, %r first" %
+        (list(again.ambient), list(expected.environment.ambient)))
 aim = bpy.data.objects["Camera01"].constraints
 t.check(len(aim) == 1 and aim[0].target == bpy.data.objects["Camera01.Target"], "Camera01 is not aimed at its target")
 # Aimed, it sees what the file's camera sees: the example's view, written by
@@ -173,6 +180,13 @@ for mesh in expected.meshes:
         mesh = by_name[mesh.reference_name]
     t.check(len(obj.data.polygons) == len(mesh.faces), "%s: %d triangles, %d in the file" %
             (obj.name, len(obj.data.polygons), len(mesh.faces)))
+    # Each corner shows the file's normal at it (z negated, corners reversed).
+    obj.data.calc_normals_split()
+    shown = np.empty(len(obj.data.loops) * 3, np.float32)
+    obj.data.loops.foreach_get("normal", shown)
+    filed = np.asarray(mesh.normals, np.float64)[np.asarray(mesh.faces).reshape(-1, 3)[:, [2, 1, 0]].ravel()] * [1, 1, -1]
+    normal_error = np.abs(shown.reshape(-1, 3) - filed).max() if len(filed) == len(shown) // 3 else float("inf")
+    t.check(normal_error < 1e-4, "%s's corner normals are off by %.3g" % (obj.name, normal_error))
 # Placed where the file has them: the axes undone.
 bpy.context.scene.frame_set(bpy.context.scene.frame_start)
 t.report("import example", max(t.position_deviation(expected, bpy.data.objects[m.name])
