@@ -182,6 +182,13 @@ class _Gatherer:
     def _image_texmap(self, material, image, user=None):
         if image.name in self.texmaps:
             return self.texmaps[image.name]
+        if image.source == "MOVIE":
+            # Its frames would have to be decoded and written as images:
+            # the artist's own render of them as a sequence is the better copy.
+            self.doc.warnings.append("Material \"%s\": image \"%s\" is a movie, which is not exported; render its "
+                                     "frames as an image sequence to export them as an image list; the map is "
+                                     "left out" % (material.name, image.name))
+            return None
         if image.source not in ("FILE", "SEQUENCE", "GENERATED"):
             self.doc.warnings.append("Material \"%s\": image \"%s\" is a %s, which is not exported; "
                                      "the map is left out" % (material.name, image.name, image.source.lower()))

@@ -165,5 +165,17 @@ t.check(any('are not files numbered one after another' in w and '"wave_004.png"'
 image = next(n for n in bpy.data.materials["Wave"].node_tree.nodes if n.type == "TEX_IMAGE").image
 t.check(image.source == "FILE" and image.filepath.endswith("wave_004.png"), "the shuffled list's image: %s %r" %
         (image.source, image.filepath))
+# A movie's frames are not decoded: its map is left out, with what to do instead.
+film = bpy.data.materials.new("Film")
+film.use_nodes = True
+movie = film.node_tree.nodes.new("ShaderNodeTexImage")
+movie.image = bpy.data.images.new("clip", 4, 4)
+movie.image.source = "MOVIE"
+film.node_tree.links.new(movie.outputs["Color"], film.node_tree.nodes["Principled BSDF"].inputs["Base Color"])
+bpy.ops.mesh.primitive_plane_add()
+bpy.context.active_object.data.materials.append(film)
+document = io_scene_zt2.gather.gather(bpy.context)
+t.check(any('image "clip" is a movie' in w and "render its frames as an image sequence" in w
+            for w in document.warnings), "no warning of the movie: %r" % document.warnings)
 print("blender colours_sequence import: colours off by %.3g; a sequence of %d frames from offset %d; exported again "
       "equal within 1e-4" % (import_error, user.frame_duration, user.frame_offset))
