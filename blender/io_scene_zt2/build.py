@@ -183,23 +183,29 @@ class _Builder:
             inputs["Emission"].default_value = _colour(record.ambient) + [1.0]
             inputs["Emission Strength"].default_value = 1.0
             material.diffuse_color = _colour(record.diffuse) + [1.0]
-            diffuse = record.layers[0] if record.layers else None
-            if diffuse is not None:
-                image, frames = self._image(name, diffuse)
-                if image is not None:
-                    texture = material.node_tree.nodes.new("ShaderNodeTexImage")
-                    texture.image = image
-                    if frames is not None:
-                        # The list's first frame plays at the scene's first, the file's frame 0.
-                        user = texture.image_user
-                        user.frame_start = self.scene.frame_start
-                        user.frame_offset = frames["frame_offset"]
-                        user.frame_duration = frames["frame_duration"]
-                        user.use_auto_refresh = True
-                    texture.location = (node.location.x - 300, node.location.y)
-                    material.node_tree.links.new(texture.outputs["Color"], inputs["Base Color"])
-            if any(layer is not None for layer in record.layers[1:]):
-                self.warn("Material \"%s\": only the diffuse layer's texture is imported" % name)
+            # The diffuse layer feeds Base Color; the mask layer, the record's
+            # opacity, feeds Alpha through its image's alpha.
+            layers = list(record.layers) + [None] * (5 - len(record.layers))
+            for layer, output, socket, row in ((layers[0], "Color", "Base Color", 0), (layers[4], "Alpha", "Alpha", 1)):
+                if layer is None:
+                    continue
+                image, frames = self._image(name, layer)
+                if image is None:
+                    continue
+                texture = material.node_tree.nodes.new("ShaderNodeTexImage")
+                texture.image = image
+                if frames is not None:
+                    # The list's first frame plays at the scene's first, the file's frame 0.
+                    user = texture.image_user
+                    user.frame_start = self.scene.frame_start
+                    user.frame_offset = frames["frame_offset"]
+                    user.frame_duration = frames["frame_duration"]
+                    user.use_auto_refresh = True
+                texture.location = (node.location.x - 300, node.location.y - 300 * row)
+                material.node_tree.links.new(texture.outputs[output], inputs[socket])
+            if any(layer is not None for layer in layers[1:4]):
+                self.warn("Material \"%s\": the textures of layers 2 to 4 are not imported (no Blender input has "
+                          "their role)" % name)
         self.materials[name] = material
         return material
 

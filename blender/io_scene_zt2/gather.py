@@ -220,7 +220,7 @@ class _Gatherer:
         if material.name in self.materials:
             return self.materials[material.name]
         node = self._principled(material)
-        texmap = None
+        texmap = mask = None
         if node is not None:
             inputs = node.inputs
             base = _colour(inputs["Base Color"].default_value)
@@ -235,6 +235,15 @@ class _Gatherer:
             elif link is not None:
                 self.doc.warnings.append("Material \"%s\": Base Color is fed by a \"%s\" node, not an image "
                                          "texture; its plain colour is used" % (material.name, link.from_node.name))
+            # An image on Alpha is the mask layer, the record's one layer for
+            # opacity; the other layers have no role a Blender input matches.
+            link = inputs["Alpha"].links[0] if inputs["Alpha"].is_linked else None
+            if link is not None and link.from_node.type == "TEX_IMAGE" and link.from_node.image is not None:
+                mask = self._image_texmap(material, link.from_node.image, link.from_node.image_user)
+            for name in ("Normal", "Specular", "Roughness", "Emission", "Metallic"):
+                if inputs[name].is_linked:
+                    self.doc.warnings.append("Material \"%s\": the map on %s is not exported (the material record "
+                                             "has no layer for it)" % (material.name, name))
         else:
             # No node tree: the viewport display settings are what the user sees.
             base = _colour(material.diffuse_color)
@@ -242,7 +251,7 @@ class _Gatherer:
             roughness = float(material.roughness)
             emission = [0.0, 0.0, 0.0]
             alpha = float(material.diffuse_color[3])
-        if alpha < 1.0:
+        if alpha < 1.0 and mask is None:
             self.doc.warnings.append("Material \"%s\": alpha %.3g is not exported (the material record has no "
                                      "opacity)" % (material.name, alpha))
         # The record has no glossiness: a rough surface gets a dimmer highlight.
@@ -252,6 +261,13 @@ class _Gatherer:
                   "params": {"plainLayerMode": 1, "layer1Flag": 1 if texmap else 0}}
         if texmap:
             record["texmaps"] = [texmap]
+        if mask:
+            # Slot 4 is the mask layer's. A diffuse layer beside a mask may not
+            # be a plain copy (mode 0), which the exporter refuses: mode 1.
+            record["texmaps"] = [texmap, None, None, None, mask]
+            record["params"]["layer5Flag"] = 1
+            if texmap:
+                record["params"]["diffuseMode"] = 1
         self.out_materials.append(record)
         self.materials[material.name] = record["id"]
         return record["id"]

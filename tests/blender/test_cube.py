@@ -1,4 +1,4 @@
-"""A cube with two materials (one with an image on Base Color), sharp edges
+"""A cube with two materials (one with an image on Base Color and its alpha on Alpha), sharp edges
 around its top and its UV layout's seams, moved, turned and scaled, with the
 scene's unit scale not 1."""
 
@@ -50,6 +50,8 @@ tree = textured.node_tree
 node = tree.nodes.new("ShaderNodeTexImage")
 node.image = image
 tree.links.new(node.outputs["Color"], tree.nodes["Principled BSDF"].inputs["Base Color"])
+# The image's alpha is the material's opacity: the mask layer.
+tree.links.new(node.outputs["Alpha"], tree.nodes["Principled BSDF"].inputs["Alpha"])
 
 mesh.materials.append(red)
 mesh.materials.append(textured)
@@ -78,6 +80,9 @@ t.check(r.layers[0] is None, "Red has no diffuse map")
 layer = materials["Textured"].layers[0]
 t.check(layer is not None and layer.file_names == ["checker.png"], "Textured's diffuse map %r" %
         (layer and layer.file_names))
+mask = materials["Textured"].layers[4]
+t.check(mask is not None and mask.file_names == ["checker.png"] and all(l is None for l in materials["Textured"].layers[1:4]),
+        "Textured's mask layer %r" % (mask and mask.file_names))
 t.check(os.path.isfile(os.path.join(os.path.dirname(path), "checker.png")), "the image was not copied")
 
 # Sharp edges around the top: its corners carry the flat normal there and a
@@ -115,3 +120,12 @@ t.check(len(world) > 8, "the UV seams split no vertex")
 t.check(t.same_bytes_as_zt2export(path, {"exportSkinning": 0}), "zt2export wrote other bytes for the document")
 
 t.report("cube", t.position_deviation(exported, cube))
+
+# Imported again, the mask layer feeds Alpha from the image's alpha, beside its diffuse use.
+t.new_scene()
+t.check(bpy.ops.import_scene.zt2(filepath=path) == {"FINISHED"}, "the cube's import")
+inputs = next(n for n in bpy.data.materials["Textured"].node_tree.nodes if n.type == "BSDF_PRINCIPLED").inputs
+fed = {name: inputs[name].links[0] for name in ("Base Color", "Alpha") if inputs[name].is_linked}
+t.check(set(fed) == {"Base Color", "Alpha"} and fed["Alpha"].from_socket.name == "Alpha" and
+        fed["Alpha"].from_node.image == fed["Base Color"].from_node.image,
+        "the imported Textured's inputs %r" % {k: (v.from_node.name, v.from_socket.name) for k, v in fed.items()})
