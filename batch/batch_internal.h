@@ -43,6 +43,12 @@ double monotonicSeconds();
 // The SHA-256 of the file's bytes as they are now, in hex; empty when it cannot be read.
 std::string sha256Of(const std::string& path);
 
+// The library the digests come from, loaded when first needed (Debian's libssl3).
+inline constexpr const char* kCryptoLibrary = "libcrypto.so.3";
+
+// Why files cannot be hashed (the library missing), or nothing.
+std::string hashingUnavailable();
+
 // The stamp beside the scene file `output` (relative to the output directory).
 std::string stampPath(const BatchRequest& request, const std::string& output);
 

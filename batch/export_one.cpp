@@ -1,5 +1,6 @@
 // One export in a process of its own, its commit into the output directory,
 // and the stamp that tells a later run it is up to date.
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <openssl/evp.h>
 #include <poll.h>
@@ -96,23 +97,69 @@ std::string selfProgram() {
 
 }  // namespace
 
+namespace {
+
+// The digest functions of libcrypto, loaded the first time a batch hashes a
+// file: only a batch's stamps need them, and every other run of zt2export
+// (a batch's exports among them) would otherwise pay for relocating the
+// library at its start.
+struct Crypto {
+  EVP_MD_CTX* (*newContext)() = nullptr;
+  void (*freeContext)(EVP_MD_CTX*) = nullptr;
+  const EVP_MD* (*sha256)() = nullptr;
+  int (*init)(EVP_MD_CTX*, const EVP_MD*, ENGINE*) = nullptr;
+  int (*update)(EVP_MD_CTX*, const void*, std::size_t) = nullptr;
+  int (*final)(EVP_MD_CTX*, unsigned char*, unsigned int*) = nullptr;
+  std::string failure;  // why it could not be loaded
+};
+
+template <typename F>
+bool bind(void* library, const char* name, F& function) {
+  function = reinterpret_cast<F>(::dlsym(library, name));
+  return function != nullptr;
+}
+
+const Crypto& crypto() {
+  static const Crypto loaded = [] {
+    Crypto c;
+    void* library = ::dlopen(kCryptoLibrary, RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+      const char* why = ::dlerror();
+      c.failure = why ? why : kCryptoLibrary;
+      return c;
+    }
+    if (!bind(library, "EVP_MD_CTX_new", c.newContext) || !bind(library, "EVP_MD_CTX_free", c.freeContext) ||
+        !bind(library, "EVP_sha256", c.sha256) || !bind(library, "EVP_DigestInit_ex", c.init) ||
+        !bind(library, "EVP_DigestUpdate", c.update) || !bind(library, "EVP_DigestFinal_ex", c.final))
+      c = Crypto{.failure = std::string(kCryptoLibrary) + " lacks the SHA-256 digest functions"};
+    return c;
+  }();
+  return loaded;
+}
+
+}  // namespace
+
+std::string hashingUnavailable() { return crypto().failure; }
+
 std::string sha256Of(const std::string& path) {
+  const Crypto& c = crypto();
+  if (!c.failure.empty()) return {};
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return {};
-  EVP_MD_CTX* context = EVP_MD_CTX_new();
-  bool ok = context != nullptr && EVP_DigestInit_ex(context, EVP_sha256(), nullptr) == 1;
+  EVP_MD_CTX* context = c.newContext();
+  bool ok = context != nullptr && c.init(context, c.sha256(), nullptr) == 1;
   char block[1 << 16];
   while (ok) {
     const ssize_t n = ::read(fd, block, sizeof block);
     if (n == 0) break;
     if (n < 0 && errno == EINTR) continue;
-    ok = n > 0 && EVP_DigestUpdate(context, block, static_cast<std::size_t>(n)) == 1;
+    ok = n > 0 && c.update(context, block, static_cast<std::size_t>(n)) == 1;
   }
   ::close(fd);
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned size = 0;
-  ok = ok && EVP_DigestFinal_ex(context, digest, &size) == 1;
-  EVP_MD_CTX_free(context);
+  ok = ok && c.final(context, digest, &size) == 1;
+  if (context != nullptr) c.freeContext(context);
   return ok ? hex(digest, size) : std::string();
 }
 

@@ -211,6 +211,9 @@ void refuseOutputDirectory(const BatchRequest& request, const BatchRequest& r) {
 void prepareOutput(const BatchRequest& request) {
   const BatchRequest r = normalized(request);
   refuseOutputDirectory(request, r);
+  // Stamps vouch for bytes by their digests: without them no run is safe to skip.
+  if (const std::string why = hashingUnavailable(); !why.empty())
+    throw BatchError("cannot hash files for the stamps: " + why);
   if (const Result<void> made = makeDirectories(r.outputDir); !made)
     throw BatchError("cannot create the output directory " + made.error().message);
   // Only folders that prove themselves a batch's, and whose batch is gone.
