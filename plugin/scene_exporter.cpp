@@ -63,7 +63,7 @@ void SceneExporter::useModuleWindows() {
     }
     return windows->runOptionsDialog(record);
   };
-  exportInfoWindow = [this](const std::string& text) {
+  exportInfoWindow = [](const std::string& text) {
     std::string why;
     if (ExporterWindows* windows = loadExporterWindows(why))
       windows->showExportInfo(text);
