@@ -45,8 +45,8 @@ def write_document(document, folder):
 
 
 def export_scene(context, filepath, options, animation=True, save_options=False):
-    """Export the scene of `context` to `filepath`; returns (ExportResult, warnings,
-    the options as the export used them). save_options=True writes them into
+    """Export the scene of `context` to `filepath`; returns (ExportResult,
+    warnings). save_options=True writes the options the export used into
     zt2export's ZTExport.cfg afterwards, as its --save-options does. Raises
     ztexport.ExportError or ValueError when the export cannot start."""
     import ztexport
@@ -58,7 +58,7 @@ def export_scene(context, filepath, options, animation=True, save_options=False)
     with ztexport.work_directory() as folder:
         result = ztexport.export(write_document(document, folder), filepath, options=options,
                                  save_options=save_options)
-    return result, document.warnings, options
+    return result, document.warnings
 
 
 def page_writer():
@@ -119,7 +119,7 @@ class ExportZT2(bpy.types.Operator, ExportHelper):
         # Sampling every frame is wasted when the exporter writes no animation.
         animation = options.get("exportAnimation", 1) not in (0, False, "0", "false")
         try:
-            result, warnings, used = export_scene(context, self.filepath, options, animation=animation,
+            result, warnings = export_scene(context, self.filepath, options, animation=animation,
                                                   save_options=self.saveOptions)
         except (ztexport.ExportError, ValueError) as error:
             self.report({"ERROR"}, str(error))
