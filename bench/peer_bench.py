@@ -23,10 +23,19 @@ Rows (goals in brackets):
   the C++ reader (bench/read_timing) against numpy.fromfile of the same
     export, both warm in the page cache [<= 2];
   zt2dump --diff of two equal exports against cmp [<= 2], and of two exports
-    differing in every position against cat of both [<= 5].
+    differing in every position against cat of both [<= 5];
+  growth: whole zt2export runs at three sizes of each shape that once grew
+    faster than its input (nodes, materials, a glTF chain's depth, a ramp's
+    frames, a steady turn's frames in each frame-to-frame mode, an image
+    list's entries); the cost of one more unit between the two larger sizes
+    over that between the two smaller ones [<= 1.3, 1 being linear].
+
+    bench/peer_bench.py BUILD_DIR --only growth   runs the growth rows alone.
 """
 import argparse
+import json
 import os
+import resource
 import shutil
 import statistics
 import subprocess
@@ -65,7 +74,7 @@ class Run:
 
 def run(cmd, cwd=None, stdout=subprocess.DEVNULL, ok=(0,)):
     """Runs `cmd`, sampling the tree's memory; its wall and processor time."""
-    before = os.times()
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
     start = time.perf_counter()
     proc = subprocess.Popen(cmd, cwd=cwd, stdout=stdout, stderr=subprocess.PIPE)
     peak = [0]
@@ -82,10 +91,10 @@ def run(cmd, cwd=None, stdout=subprocess.DEVNULL, ok=(0,)):
     wall = time.perf_counter() - start
     done.set()
     sampler.join()
-    after = os.times()
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
     if proc.returncode not in ok:
         raise RuntimeError(f"{' '.join(map(str, cmd))} ended with {proc.returncode}: {err.decode(errors='replace')[-400:]}")
-    cpu = (after.children_user - before.children_user) + (after.children_system - before.children_system)
+    cpu = (after.ru_utime - before.ru_utime) + (after.ru_stime - before.ru_stime)
     return Run(wall, cpu, peak[0])
 
 
@@ -144,12 +153,99 @@ def claimed_extensions(zt2export):
     return {e for line in lines for e in line.split()}
 
 
+# --- growth: scenes of one shape at three sizes ---
+
+def node_scene(count):
+    nodes = [{"name": f"N{i}", "object": {"type": "helper"}, "transform": {"position": [i % 100, i // 100, 0]}}
+             for i in range(count)]
+    return {"animationRange": [0, 10], "nodes": nodes}
+
+
+def material_scene(count):
+    # One mesh of `count` triangles, each in a sub-material of its own.
+    vertices = [c for t in range(count) for c in (t, 0, 0, t + 1, 0, 0, t, 1, 0)]
+    faces = list(range(3 * count))
+    subs = [{"type": "ztMaterial", "name": f"M{i}", "diffuse": [(i % 7) / 7, (i % 5) / 5, (i % 3) / 3]}
+            for i in range(count)]
+    mesh = {"vertices": vertices, "faces": faces, "materialIds": list(range(count))}
+    return {"animationRange": [0, 0],
+            "nodes": [{"name": "Tiles", "object": {"type": "mesh", "mesh": mesh},
+                       "material": {"type": "multi", "name": "Tiles", "subMaterials": subs}}]}
+
+
+def ramp_scene(frames):
+    keys = [{"frame": 0, "value": [0, 0, 0]}, {"frame": frames, "value": [frames / 100, 0, 0]}]
+    return {"animationRange": [0, frames],
+            "nodes": [{"name": "Ramp", "object": {"type": "helper"}, "transform": {"position": {"keys": keys}}}]}
+
+
+def turn_scene(frames):
+    keys = [{"frame": 0, "value": {"eulerDegrees": [0, 0, 0]}}, {"frame": frames, "value": {"eulerDegrees": [0, 0, 90]}}]
+    return {"animationRange": [0, frames],
+            "nodes": [{"name": "Turn", "object": {"type": "helper"}, "transform": {"rotation": {"keys": keys}}}]}
+
+
+def image_list_scene(entries, folder):
+    (folder / "tile.png").write_bytes(bytes.fromhex(
+        "89504e470d0a1a0a0000000d4948445200000001000000010802000000907753de0000000c4944415408d763f8cfc000"
+        "0003010100c9fe92ef0000000049454e44ae426082"))
+    (folder / f"tiles-{entries}.ifl").write_text("tile.png\n" * entries)
+    texture = {"id": "t", "type": "ztTexture", "params": {"mapFileName": f"tiles-{entries}.ifl", "sequenceMode": 1}}
+    material = {"id": "m", "type": "ztMaterial", "texmaps": ["t"], "params": {"layer1Flag": 1}}
+    mesh = {"vertices": [0, 0, 0, 1, 0, 0, 0, 1, 0], "faces": [0, 1, 2], "textureVertices": [0, 0, 0, 1, 0, 0, 0, 1, 0],
+            "textureFaces": [0, 1, 2]}
+    return {"animationRange": [0, 0], "texmaps": [texture], "materials": [material],
+            "nodes": [{"name": "Board", "object": {"type": "mesh", "mesh": mesh}, "material": "m"}]}
+
+
+def chain_gltf(depth):
+    # A chain of `depth` nodes, each a step along x from its parent, a camera at its end.
+    nodes = [{"name": f"C{i}", "translation": [1, 0, 0], "children": [i + 1]} for i in range(depth)]
+    nodes[-1] = {"name": f"C{depth - 1}", "translation": [1, 0, 0], "camera": 0}
+    return {"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}], "nodes": nodes,
+            "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "znear": 0.1}}]}
+
+
+def growth(zt2export, work, n):
+    """Prints, per shape, the three sizes' median times and the ratio of the
+    marginal cost per unit between the larger sizes to that between the smaller."""
+    folder = work / "growth"
+    folder.mkdir(exist_ok=True)
+    (work / "growth-out").mkdir(exist_ok=True)
+    base = ["--set", "exportSkinning=0", "--quiet", "--config-dir", str(work / "cfg")]
+    shapes = [
+        ("nodes", (2500, 10000, 40000), lambda k: node_scene(k), ".scene.json", []),
+        ("materials", (2000, 8000, 32000), lambda k: material_scene(k), ".scene.json", []),
+        ("glTF chain depth", (250, 500, 1000), lambda k: chain_gltf(k), ".gltf", []),
+        ("ramp frames", (10000, 40000, 100000), lambda k: ramp_scene(k), ".scene.json", []),
+        ("image list entries", (10000, 40000, 100000), lambda k: image_list_scene(k, folder), ".scene.json", []),
+    ] + [(f"turn frames, {mode}", (10000, 20000, 40000), lambda k: turn_scene(k), ".scene.json",
+          ["--set", f"frameToFrameInterpolation={mode}"]) for mode in ("none", "normalized", "orthonormalized")]
+    for title, sizes, make, suffix, extra in shapes:
+        paths = []
+        for k in sizes:
+            path = folder / f"{title.split()[0]}-{k}{suffix}"
+            path.write_text(json.dumps(make(k)))
+            paths.append(path)
+        times = [[] for _ in sizes]
+        for _ in range(n):  # sizes alternated, so that a busy machine slows each alike
+            for i, path in enumerate(paths):
+                times[i].append(run([zt2export, str(path), "-o", str(work / "growth-out" / "out.zt2")] + base + extra).cpu)
+        t = [statistics.median(x) for x in times]
+        small = (t[1] - t[0]) / (sizes[1] - sizes[0])
+        large = (t[2] - t[1]) / (sizes[2] - sizes[1])
+        ratio = large / small if small > 0 else float("nan")
+        print(f"growth, {title}: {', '.join(f'{k:,} in {x * 1e3:.0f} ms' for k, x in zip(sizes, t))} (processor "
+              f"time); per unit {small * 1e6:.2f} then {large * 1e6:.2f} us: {ratio:.2f}  (goal <= 1.3)", flush=True)
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("build")
     ap.add_argument("--pairs", type=int, default=5)
     ap.add_argument("--models", type=int, default=40, help="small models of the corpus to time")
     ap.add_argument("--work", help="folder for the grids and outputs (default: a temporary one)")
+    ap.add_argument("--only", choices=["growth"], help="run only these rows")
     args = ap.parse_args()
     build = Path(args.build).resolve()
     zt2export, zt2dump = str(build / "zt2export"), str(build / "zt2dump")
@@ -161,6 +257,9 @@ def main():
     n = args.pairs
     off = ["--set", "exportSkinning=0", "--set", "exportAnimation=0", "--quiet", "--config-dir", str(work / "cfg")]
     print(f"peer_bench: {n} pairs per row, in {work}", flush=True)
+    if args.only == "growth":
+        growth(zt2export, work, n)
+        return
 
     # The grids: mesh_bench's (scene file and OBJ), and an independent one.
     mesh_bench = str(build / "bench" / "mesh_bench")
@@ -249,6 +348,7 @@ def main():
     a, b = pairs(n, lambda: run([zt2dump, "--diff", out("g.zt2"), out("moved.zt2")], ok=(1,)),
                  lambda: run(["cat", out("g.zt2"), out("moved.zt2")]))
     row("zt2dump --diff of exports differing everywhere vs cat of both", "<= 5", a, b, ("zt2dump", "cat"))
+    growth(zt2export, work, n)
     if not args.work:
         shutil.rmtree(work)
 

@@ -251,7 +251,7 @@ class MeshWriter {
     MeshFaceRecord& faces = record_.faces();
     faces.resizeTriangles(bases_.face + nF);
     faces.groups.setGroupCount(slot, static_cast<std::uint32_t>(nF));
-    std::uint16_t* out = faces.indices.data() + faces.groups.starts()[slot];
+    std::uint16_t* out = faces.indices.data() + faces.groups.start(slot);
     for (std::size_t k = 0; k < 3 * nF; ++k) out[k] = static_cast<std::uint16_t>(g.indices[k]);
 
     bases_.face += nF;

@@ -37,12 +37,26 @@ class GroupTable {
   void setGroupCount(std::size_t g, std::uint32_t n);
 
   std::size_t groupCount() const { return counts_.size(); }
-  const std::vector<std::uint32_t>& starts() const { return starts_; }
+  // The start of group g; counts only the groups before it.
+  std::uint32_t start(std::size_t g) const {
+    settle(g + 1);
+    return starts_[g];
+  }
+  const std::vector<std::uint32_t>& starts() const {
+    settle(starts_.size());
+    return starts_;
+  }
   const std::vector<std::uint32_t>& counts() const { return counts_; }
 
  private:
+  // Starts are summed when asked for, from the first one a count changed
+  // after: a mesh stores its groups in order, and moving every later start at
+  // each store made a mesh of many materials quadratic in their number.
+  void settle(std::size_t end) const;
+
   std::uint32_t unit_;
-  std::vector<std::uint32_t> starts_;
+  mutable std::vector<std::uint32_t> starts_;
+  mutable std::size_t settled_ = 0;  // starts_[0, settled_) are right
   std::vector<std::uint32_t> counts_;
 };
 
@@ -66,7 +80,7 @@ class MeshFaceRecord {
 
   void resizeTriangles(std::size_t n) { indices.resize(3 * n); }
   void setTriangle(std::size_t g, std::size_t i, std::uint16_t a, std::uint16_t b, std::uint16_t c) {
-    std::uint16_t* t = indices.data() + groups.starts()[g] + 3 * i;
+    std::uint16_t* t = indices.data() + groups.start(g) + 3 * i;
     t[0] = a;
     t[1] = b;
     t[2] = c;

@@ -40,12 +40,12 @@ class VertexDataRecord {
     influenceWeight.resize(n);
   }
   void setVertexInfluences(std::size_t g, std::size_t i, std::int32_t count, std::int32_t start) {
-    const std::size_t v = groups_.starts()[g] + i;
+    const std::size_t v = groups_.start(g) + i;
     influenceCount[v] = count;
     influenceStart[v] = start;
   }
   void setInfluence(std::size_t g, std::size_t i, std::size_t j, std::int32_t bone, float weight) {
-    const std::size_t at = static_cast<std::size_t>(influenceStart[groups_.starts()[g] + i]) + j;
+    const std::size_t at = static_cast<std::size_t>(influenceStart[groups_.start(g) + i]) + j;
     influenceBone[at] = bone;
     influenceWeight[at] = weight;
   }
