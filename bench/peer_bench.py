@@ -219,7 +219,7 @@ def growth(zt2export, work, n):
         ("glTF chain depth", (250, 500, 1000), lambda k: chain_gltf(k), ".gltf", []),
         ("ramp frames", (10000, 40000, 100000), lambda k: ramp_scene(k), ".scene.json", []),
         ("image list entries", (10000, 40000, 100000), lambda k: image_list_scene(k, folder), ".scene.json", []),
-    ] + [(f"turn frames, {mode}", (10000, 20000, 40000), lambda k: turn_scene(k), ".scene.json",
+    ] + [(f"turn frames, {mode}", (20000, 40000, 80000), lambda k: turn_scene(k), ".scene.json",
           ["--set", f"frameToFrameInterpolation={mode}"]) for mode in ("none", "normalized", "orthonormalized")]
     for title, sizes, make, suffix, extra in shapes:
         paths = []
