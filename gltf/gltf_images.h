@@ -2,7 +2,7 @@
 // (TGA, BMP, DDS, TIFF, SGI, ...) are decoded and embedded as PNG, so that
 // glTF viewers and the preview page show them. The page's WebAssembly build
 // has its own answers to both functions: the files dropped with the scene,
-// and no decoder (tools/zt2view/wasm/page_images.cpp).
+// and no decoder (tools/zt2view/wasm/page_converter.cpp).
 #pragma once
 
 #include <string>
