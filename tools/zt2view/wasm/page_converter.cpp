@@ -10,7 +10,9 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +32,14 @@ std::string warnings;
 
 std::string text(const char* bytes, std::size_t size) { return std::string(bytes, size); }
 
+// Without exceptions the runtime's own answer to exhausted memory is a trap
+// without a word; this one says what happened.
+void* allocate(std::size_t size) {
+  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
+  fault = "out of memory";
+  __builtin_trap();
+}
+
 }  // namespace
 
 void stopOnFault(const std::string& message, bool baseFault) {
@@ -43,13 +53,7 @@ FaultWording::FaultWording(std::function<std::string(const std::string&)> reword
 
 FaultWording::~FaultWording() { wordings.pop_back(); }
 
-// Without exceptions the runtime's own answer to exhausted memory is a trap
-// without a word; this one says what happened.
-void* operator new(std::size_t size) {
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  fault = "out of memory";
-  __builtin_trap();
-}
+void* operator new(std::size_t size) { return allocate(size); }
 
 namespace zt2dump::gltf {
 
@@ -81,7 +85,7 @@ void freePages(void* /*p*/, std::size_t /*bytes*/) {}
 }  // namespace ztexport::detail
 
 // Room for `size` bytes that the page fills, then hands over with ztx_add_file.
-ZTX_EXPORT("ztx_alloc") void* ztxAlloc(std::size_t size) { return std::malloc(size == 0 ? 1 : size); }
+ZTX_EXPORT("ztx_alloc") void* ztxAlloc(std::size_t size) { return allocate(size); }
 
 // A dropped file: the module owns `bytes` from here on.
 ZTX_EXPORT("ztx_add_file") void ztxAddFile(const char* name, std::size_t nameSize, std::uint8_t* bytes, std::size_t size) {
