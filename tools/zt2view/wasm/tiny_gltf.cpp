@@ -18,9 +18,9 @@ class NoFileStream : public std::ostream {
 };
 }  // namespace ztx_page
 
-#define ofstream ofstream_stand_in
+#define ofstream file_stream_stand_in
 namespace std {
-using ofstream_stand_in = ztx_page::NoFileStream;
+using file_stream_stand_in = ztx_page::NoFileStream;
 }  // namespace std
 
 #define TINYGLTF_IMPLEMENTATION
