@@ -9,27 +9,35 @@
 #include <cassert>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <new>
 
-#include "format/output_files.h"
 #include "host/inhouse/exceptions.h"
 #include "host/inhouse/system.h"
+
+// The WebAssembly build for zt2view's page reads bytes in memory only and has
+// no file system: what opens, reads or saves files is left out of it.
+#ifndef ZTX_NO_FILE_SYSTEM
+#include <filesystem>
+#include <fstream>
+
+#include "format/output_files.h"
+#endif
 
 // Values and raw blocks are copied as they lie in memory.
 static_assert(std::endian::native == std::endian::little, "the file encoding is little-endian");
 
 T_MemoryFile::T_MemoryFile(unsigned int initialSize) { buffer_.reserve(initialSize); }
 
+#ifndef ZTX_NO_FILE_SYSTEM
 T_MemoryFile::T_MemoryFile(const char* name, AccessMethod /*method*/) : name_(name) {
   std::error_code ec;
-  if (!std::filesystem::is_regular_file(name, ec)) throw T_FileException_FileNotFound(name);
+  if (!std::filesystem::is_regular_file(name, ec)) raiseError(T_FileException_FileNotFound(name));
   std::ifstream in(name, std::ios::binary);
-  if (!in) throw T_FileException_FileNotFound(name);
+  if (!in) raiseError(T_FileException_FileNotFound(name));
   buffer_.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   *this = fromBytes(std::move(buffer_), name);
 }
+#endif
 
 T_MemoryFile T_MemoryFile::fromBytes(std::vector<std::uint8_t> bytes, const std::string& name) {
   T_MemoryFile f(0);
@@ -52,22 +60,27 @@ T_MemoryFile T_MemoryFile::fromView(std::shared_ptr<const std::uint8_t> bytes, s
 
 void T_MemoryFile::startReading() {
   if (byteCount() < kMemoryFileHeaderSize || std::memcmp(bytes(), kMemoryFileMagic, 4) != 0)
-    throw T_Exception(name_ + ": not a ZT chunk file (the header is missing or wrong)");
+    raiseError(T_Exception(name_ + ": not a ZT chunk file (the header is missing or wrong)"));
   std::uint32_t encoding;
   std::memcpy(&encoding, bytes() + 4, 4);
   if (encoding != kMemoryFileEncoding)
-    throw T_Exception(name_ + ": unsupported file encoding " + std::to_string(encoding));
+    raiseError(T_Exception(name_ + ": unsupported file encoding " + std::to_string(encoding)));
   base_ = kMemoryFileHeaderSize;
   pos_ = kMemoryFileHeaderSize;
 }
 
 void T_MemoryFile::append(const void* data, std::size_t length) {
+  const auto* p = static_cast<const std::uint8_t*>(data);
+#ifdef __cpp_exceptions
   try {
-    const auto* p = static_cast<const std::uint8_t*>(data);
     buffer_.insert(buffer_.end(), p, p + length);
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   }
+#else
+  // Without exceptions a failed allocation stops the program where it fails.
+  buffer_.insert(buffer_.end(), p, p + length);
+#endif
 }
 
 void T_MemoryFile::createChunk(unsigned int id, unsigned int version) {
@@ -85,23 +98,30 @@ void T_MemoryFile::closeChunk() {
   const std::size_t header = openChunks_.back();
   openChunks_.pop_back();
   const std::size_t body = buffer_.size() - header - kChunkHeaderSize;
-  if (body > 0xFFFFFFFFu) throw T_Exception("chunk larger than 4 GiB");
+  if (body > 0xFFFFFFFFu) raiseError(T_Exception("chunk larger than 4 GiB"));
   const auto length = static_cast<std::uint32_t>(body);
   std::memcpy(buffer_.data() + header + 9, &length, 4);
 }
 
 void T_MemoryFile::reserveMore(std::size_t bytes) {
-  try {
-    // Room is claimed in proportion to what is there: a file of many small
-    // meshes, each asking for its own bytes, would otherwise move the whole
-    // buffer at every mesh.
+  // Room is claimed in proportion to what is there: a file of many small
+  // meshes, each asking for its own bytes, would otherwise move the whole
+  // buffer at every mesh.
+  const auto grow = [&] {
     if (buffer_.capacity() - buffer_.size() < bytes)
       buffer_.reserve(std::max(buffer_.size() + bytes, buffer_.capacity() + buffer_.capacity() / 2));
+  };
+#ifdef __cpp_exceptions
+  try {
+    grow();
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   } catch (const std::length_error&) {
     throw T_MemoryException_Allocation();
   }
+#else
+  grow();  // a failed allocation stops the program where it fails
+#endif
 }
 
 void T_MemoryFile::writeTag(BasicType tag) {
@@ -124,6 +144,7 @@ void writeRawBytes(T_MemoryFile& f, const void* data, std::size_t length) {
   }
 }
 
+#ifndef ZTX_NO_FILE_SYSTEM
 Result<void> T_MemoryFile::save(const char* name) const {
   FileStaging staging;
   if (Result<void> staged = stage(name, staging); !staged) return staged;
@@ -139,11 +160,12 @@ Result<void> T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   // The staging also keeps the failure and refuses its commit.
   return staging.stageReplacement(name, {{header, sizeof header}, {buffer_.data() + base_, buffer_.size() - base_}});
 }
+#endif
 
 // --- reading ---
 
 void T_MemoryFile::fail(std::size_t offset, const std::string& what) const {
-  throw T_FileException_BadData(name_ + ": " + what + " at byte offset " + std::to_string(offset), offset);
+  raiseError(T_FileException_BadData(name_ + ": " + what + " at byte offset " + std::to_string(offset), offset));
 }
 
 void T_MemoryFile::seek(std::size_t offset) {
@@ -286,6 +308,7 @@ void T_MemoryFile::readRaw(void* out, std::size_t length) {
   // its mapping: the system fills the caller's pages without a fault for
   // each page of the mapping (the mapping's pages are then never touched).
   std::size_t done = 0;
+#ifndef ZTX_NO_FILE_SYSTEM
   if (sourceDescriptor_ >= 0 && length >= kReadFromFileAtLeast) {
     auto* to = static_cast<std::uint8_t*>(out);
     while (done < length) {
@@ -295,6 +318,7 @@ void T_MemoryFile::readRaw(void* out, std::size_t length) {
       done += static_cast<std::size_t>(n);
     }
   }
+#endif
   // What the file did not give (it may have changed since it was mapped) comes from the mapping.
   if (done < length) std::memcpy(static_cast<std::uint8_t*>(out) + done, bytes() + pos_ + done, length - done);
   pos_ += length;

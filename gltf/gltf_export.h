@@ -27,6 +27,12 @@ struct GltfSource {
 // directory from the material list. Throws as loadFile does.
 GltfSource loadGltfSource(const std::string& scenePath);
 
+// The same for files in memory (zt2view's page converts dropped files):
+// the names stand for the paths in messages, and the textures are looked up
+// under the material list's texture path alone. Throws as decodeBytes does.
+GltfSource decodeGltfSource(const std::string& sceneName, ztexport::FileBytes scene, const std::string& vertexDataName,
+                            std::optional<ztexport::FileBytes> vertexData);
+
 // The model; `warnings` receives one line per thing left out (a texture not
 // found, a skin that does not fit its mesh...). Throws DumpError when the
 // file is no scene file.

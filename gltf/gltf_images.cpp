@@ -1,8 +1,18 @@
 #include "gltf/gltf_images.h"
 
+#include <fstream>
+#include <iterator>
+
 #include "images/image_decode.h"
 
 namespace zt2dump::gltf {
+
+std::vector<unsigned char> imageFileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  if (!in.good() && !in.eof()) bytes.clear();
+  return bytes;
+}
 
 std::string browserImage(const std::string& path, std::vector<unsigned char>& bytes, const std::string& mimeType) {
   if (!mimeType.empty() || bytes.empty()) return mimeType;

@@ -1,9 +1,6 @@
 // The material list as glTF materials: colours, and the diffuse layer's
 // first image as base colour texture, embedded in the .glb.
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "gltf/gltf_builder.h"
 #include "gltf/gltf_images.h"
@@ -34,9 +31,7 @@ int addTexture(Builder& b, const std::string& material, const DecodedChunk& text
   const std::string file = files[0].get<std::string>();
   if (const auto it = textureByFile.find(file); it != textureByFile.end()) return it->second;
   const std::string path = directory + file;
-  std::ifstream in(path, std::ios::binary);
-  std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  if (!in.good() && !in.eof()) bytes.clear();
+  std::vector<unsigned char> bytes = imageFileBytes(path);
   const std::string mime = browserImage(path, bytes, mimeTypeOf(bytes));
   if (mime.empty()) {
     b.warn("material \"" + codePageToUtf8(material) + "\": texture \"" + path +

@@ -3,7 +3,8 @@
 // error or network request, lists every exported node, and scrubbing moves
 // the animated nodes (the example's and a hand-built one's) and hides the
 // example's blinking one; the node table shows every parent, a skinned flag's
-// bones among them. Skipped, with a message, only where node is missing.
+// bones among them; a page converts a .zt2 dropped on it. Skipped, with a
+// message, only where node is missing.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -103,6 +104,37 @@ TEST_F(PageTest, SkinnedFlagShowsItsBonesUnderTheirParents) {
   const auto r = checkPage({dir.file("flag.html"), "--nodes", "origin,pole,top1,top4,bottom4", "--parents",
                             "pole=origin,top1=pole,top4=top3,bottom1=pole,bottom4=bottom3", "--animated", "top4,bottom4"});
   EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+}
+
+// The page of a small scene, given a damaged file, shows zt2view's own
+// message for it and keeps its scene; then, given the example's files at
+// once (a drop), converts them in the page and shows the example as its own
+// page does: every node, Character walking with its skinned mesh.
+TEST_F(PageTest, DroppedSceneReplacesTheShownOne) {
+  ztx_test::writeMaterialsAndAnimation(dir.file("scene.zt2"));
+  ASSERT_EQ(ztx_test::run(kZt2view, {dir.file("scene.zt2")}).exitCode, 0);
+  if (ztx_test::readText(dir.file("scene.html")).find("<script id=\"converter\"") == std::string::npos)
+    GTEST_SKIP() << "zt2view was built without the page's converter (clang for wasm32-wasi missing): not checked";
+  ztx_test::exportExample(dir);
+  ztx_test::writeText(dir.file("damaged.zt2"), ztx_test::readText(dir.file("example.zt2")).substr(0, 3000));
+  const auto refused = ztx_test::run(kZt2view, {dir.file("damaged.zt2"), "-o", dir.file("damaged.html")});
+  ASSERT_EQ(refused.exitCode, 1) << refused.err;
+  const std::string prefix = "zt2view: " + dir.path().string() + "/";
+  ASSERT_EQ(refused.err.rfind(prefix, 0), 0u) << refused.err;
+  const std::string message = refused.err.substr(prefix.size(), refused.err.find('\n') - prefix.size());
+
+  std::string files;
+  for (const char* f : {"example.zt2", "example.skd", "skin.png", "cloth.png", "wave1.png"})
+    files += (files.empty() ? "" : ",") + dir.file(f);
+  const std::string nodes = exportedNodeNames(dir.file("example.zt2"));
+  const auto r = checkPage({dir.file("scene.html"), "--open", dir.file("damaged.zt2"), "--drop", files, "--nodes", nodes,
+                            "--animated", "Character", "--mesh-moves", "Character@0.5"});
+  EXPECT_EQ(r.exitCode, 0) << r.out << r.err;
+  EXPECT_NE(r.out.find("after --open damaged.zt2: title \"scene.zt2 - zt2view\", message \"" + message + "\""),
+            std::string::npos) << r.out;
+  // The images found, no warning.
+  EXPECT_NE(r.out.find(": title \"example.zt2 - zt2view\", message \"\""), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("\"Character\" mesh moved 5.0000 (its node 5.0000)"), std::string::npos) << r.out;
 }
 
 TEST_F(PageTest, BadInputWritesNoPage) {

@@ -25,6 +25,7 @@ packages=(
   libtinygltf-dev                    # zt2dump --gltf and zt2view
   libssl-dev                         # content hashes of zt2export --batch's stamps
   nodejs                             # bundles zt2view's page script at build time
+  clang-14 lld-14 wasi-libc libc++-14-dev-wasm32 libc++abi-14-dev-wasm32 libclang-rt-14-dev-wasm32  # the page's converter (WebAssembly)
   help2man                           # the tools' manual pages
 )
 test_packages=(

@@ -6,6 +6,11 @@
 #include <cstddef>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
+#ifndef __cpp_exceptions
+#include <functional>
+#endif
 
 class T_Exception : public std::runtime_error {
  public:
@@ -43,3 +48,37 @@ class T_MemoryException_Allocation : public T_Exception {
  public:
   T_MemoryException_Allocation() : T_Exception("Out of system memory resources") {}
 };
+
+// The libraries under the glTF conversion (this one, format, reader, glTF)
+// throw through here. Natively it throws `error`. The conversion is also built
+// for WebAssembly, for zt2view's page, with a C++ runtime that has no
+// exception support: there a fault cannot unwind, so its message is kept for
+// the page and the module stops (a trap); the page shows the message and
+// starts a fresh module for the next file. Nothing in that build recovers
+// from a fault, so stopping loses nothing but the rewording a catch does on
+// the way up: a FaultWording stands in for such a catch.
+#ifdef __cpp_exceptions
+template <class E>
+[[noreturn]] void raiseError(E&& error) {
+  throw std::forward<E>(error);
+}
+#else
+// `baseFault`: the fault is a T_Exception, which a FaultWording words.
+[[noreturn]] void stopOnFault(const std::string& message, bool baseFault);
+
+template <class E>
+[[noreturn]] void raiseError(E&& error) {
+  stopOnFault(error.what(), std::is_base_of_v<T_Exception, std::decay_t<E>>);
+}
+
+// While one lives, a T_Exception raised gets its message from the innermost
+// one, as from the innermost catch of T_Exception natively (those catches
+// throw errors of other kinds, which no outer catch rewords again).
+class FaultWording {
+ public:
+  explicit FaultWording(std::function<std::string(const std::string&)> reword);
+  ~FaultWording();
+  FaultWording(const FaultWording&) = delete;
+  FaultWording& operator=(const FaultWording&) = delete;
+};
+#endif

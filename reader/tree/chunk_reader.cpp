@@ -76,12 +76,16 @@ void ChunkReader::readLooseValues(DecodedChunk& target, std::size_t end, const s
 void ChunkReader::decodeWithin(DecodedChunk& target, std::size_t end, const std::string& label,
                                const std::string& pathLabel, const std::function<void()>& decode) {
   frames_.push_back(Frame{&target, end, label, pathLabel, ""});
-  try {
+  const auto decodeAll = [&] {
     decode();
     if (file_.tell() < end) {
       frames_.back().reading.clear();
       file_.fail(file_.tell(), std::to_string(end - file_.tell()) + " bytes left over after the last field");
     }
+  };
+#ifdef __cpp_exceptions
+  try {
+    decodeAll();
   } catch (const T_Exception& e) {
     const auto* bad = dynamic_cast<const T_FileException_BadData*>(&e);
     FormatError error(FormatError::Kind::Corrupt, file_.name(), e.what() + context(), bad ? bad->offset() : 0,
@@ -92,6 +96,12 @@ void ChunkReader::decodeWithin(DecodedChunk& target, std::size_t end, const std:
     frames_.pop_back();
     throw;
   }
+#else
+  // The same words as the catch above; a fault stops the reading, so the
+  // frames need no popping on the way.
+  const FaultWording wording([this](const std::string& what) { return what + context(); });
+  decodeAll();
+#endif
   frames_.pop_back();
 }
 

@@ -4,6 +4,7 @@
 
 #include "format/chunk_kinds.h"
 #include "format/code_page.h"
+#include "host/inhouse/exceptions.h"
 
 namespace ztexport {
 
@@ -15,7 +16,7 @@ const DecodedField* DecodedChunk::find(const std::string& fieldName) const {
 
 const Json& DecodedChunk::at(const std::string& fieldName) const {
   if (const DecodedField* f = find(fieldName)) return f->value;
-  throw std::out_of_range(name + " has no field " + fieldName);
+  raiseError(std::out_of_range(name + " has no field " + fieldName));
 }
 
 std::string DecodedChunk::objectName() const {

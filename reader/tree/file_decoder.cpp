@@ -1,17 +1,22 @@
 #include "file_decoder.h"
 
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+
+// The WebAssembly build for zt2view's page decodes bytes in memory only and
+// has no file system: loading files is left out of it.
+#ifndef ZTX_NO_FILE_SYSTEM
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
+#endif
 
 #include "chunk_reader.h"
 #include "chunk_schema.h"
@@ -25,8 +30,8 @@ namespace ztexport {
 namespace {
 
 [[noreturn]] void fail(const std::string& path, const std::string& what, std::size_t offset) {
-  throw FormatError(FormatError::Kind::Corrupt, path, path + ": " + what + " at byte offset " + std::to_string(offset),
-                    offset);
+  raiseError(FormatError(FormatError::Kind::Corrupt, path,
+                         path + ": " + what + " at byte offset " + std::to_string(offset), offset));
 }
 
 void checkHeader(const std::string& path, std::span<const std::uint8_t> bytes) {
@@ -38,13 +43,6 @@ void checkHeader(const std::string& path, std::span<const std::uint8_t> bytes) {
   std::uint32_t encoding;
   std::memcpy(&encoding, bytes.data() + 4, 4);
   if (encoding != kMemoryFileEncoding) fail(path, "unsupported file encoding " + std::to_string(encoding), 4);
-}
-
-[[noreturn]] void unreadable(const std::string& path, const std::string& what, int systemError) {
-  // A message is one C string: a NUL in the name is shown, not kept.
-  std::string shown;
-  for (const char c : path) shown += c == '\0' ? std::string("\\0") : std::string(1, c);
-  throw FormatError(FormatError::Kind::Unreadable, path, shown + ": " + what, 0, {}, systemError);
 }
 
 }  // namespace
@@ -93,7 +91,7 @@ DecodedFile decodeBytes(const std::string& path, FileBytes bytes, TreeDetail det
   // The exporter saves no empty file, so a bare header is a cut-off file.
   if (bytes.size == kMemoryFileHeaderSize && out.kind != FileKind::Options)
     fail(path, "unexpected end of data: nothing follows the file header", kMemoryFileHeaderSize);
-  try {
+  const auto decode = [&] {
     T_MemoryFile file = T_MemoryFile::fromView(std::move(bytes.data), bytes.size, path, bytes.descriptor);
     if (out.kind == FileKind::Options) {
       decodeOptionsValues(file, out);
@@ -101,15 +99,30 @@ DecodedFile decodeBytes(const std::string& path, FileBytes bytes, TreeDetail det
       ChunkReader reader(file, detail);
       out.chunks = reader.readTopLevelChunks();
     }
+  };
+#ifdef __cpp_exceptions
+  try {
+    decode();
   } catch (const T_Exception& e) {
     // Faults outside any chunk (a top-level header) come without context.
     const auto* bad = dynamic_cast<const T_FileException_BadData*>(&e);
     throw FormatError(FormatError::Kind::Corrupt, path, e.what(), bad ? bad->offset() : 0);
   }
+#else
+  decode();  // the message is the fault's own, as above
+#endif
   return out;
 }
 
+#ifndef ZTX_NO_FILE_SYSTEM
 namespace {
+
+[[noreturn]] void unreadable(const std::string& path, const std::string& what, int systemError) {
+  // A message is one C string: a NUL in the name is shown, not kept.
+  std::string shown;
+  for (const char c : path) shown += c == '\0' ? std::string("\\0") : std::string(1, c);
+  raiseError(FormatError(FormatError::Kind::Unreadable, path, shown + ": " + what, 0, {}, systemError));
+}
 
 // Refuses, with the reason, what cannot be read as a file of ours.
 void checkReadable(const std::string& path) {
@@ -179,5 +192,6 @@ std::vector<std::uint8_t> readFileBytes(const std::string& path, std::size_t lim
 DecodedFile loadFile(const std::string& path, TreeDetail detail) {
   return decodeBytes(path, mapFileBytes(path), detail);
 }
+#endif
 
 }  // namespace ztexport

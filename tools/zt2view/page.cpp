@@ -1,6 +1,7 @@
 // The page around the viewer script: layout, styles and the embedded scene.
 #include "page.h"
 
+#include "converter_module.h"
 #include "viewer_script.h"
 
 namespace zt2view {
@@ -58,6 +59,15 @@ ul { margin: 0; padding-left: 0; list-style: none; }
 li.material { padding: 2px 0; }
 .swatch { display: inline-block; width: 12px; height: 12px; margin-right: 6px; border: 1px solid #889; vertical-align: -2px; }
 button { min-width: 64px; }
+#drop-hint { display: none; position: absolute; inset: 10px; border: 3px dashed #9ab; border-radius: 8px;
+  background: rgba(30, 34, 40, 0.8); align-items: center; justify-content: center; text-align: center;
+  font-size: 18px; pointer-events: none; }
+body.dragging #drop-hint { display: flex; }
+#message { position: absolute; top: 8px; left: 8px; right: 8px; padding: 6px 10px; border-radius: 4px;
+  background: rgba(38, 43, 51, 0.92); white-space: pre-wrap; overflow-wrap: anywhere; cursor: pointer; }
+#message.error { background: rgba(120, 30, 30, 0.92); color: #fff; }
+#message[hidden] { display: none; }
+#open { display: none; }
 )";
 
 }  // namespace
@@ -67,13 +77,16 @@ std::string previewPage(const std::string& title, const std::vector<std::uint8_t
   std::string page;
   page += "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n<title>" + t + " - zt2view</title>\n";
   page += "<style>" + std::string(kStyle) + "</style>\n</head>\n<body>\n";
-  page += "<div id=\"view\"></div>\n";
+  page += "<div id=\"view\"><div id=\"drop-hint\"></div><div id=\"message\" role=\"status\" hidden "
+          "title=\"Click to hide\"></div></div>\n";
   page += "<div id=\"player\"><button id=\"play\">Play</button><input id=\"scrub\" type=\"range\" min=\"0\" max=\"0\" "
           "step=\"0.001\" value=\"0\"><span id=\"time\"></span><label><input id=\"vertex-colours\" "
           "type=\"checkbox\"> Vertex colours</label><label><input id=\"wireframe\" type=\"checkbox\"> Wireframe</label>"
           "<label>View <select id=\"view-camera\"><option value=\"\">Orbit</option></select></label>"
           "<button id=\"frame\" title=\"Frame the meshes again\">Frame</button>"
-          "<button id=\"panel\" title=\"Show or hide the side panel\">Panel</button></div>\n";
+          "<button id=\"panel\" title=\"Show or hide the side panel\">Panel</button>"
+          "<button id=\"open-button\" title=\"Show another scene: a .zt2 with its .skd and images, or a .glb; "
+          "files can also be dropped on the page\">Open&hellip;</button><input id=\"open\" type=\"file\" multiple></div>\n";
   page += "<div id=\"side\">\n<h1 id=\"title\">" + t + "</h1>\n<h2>Nodes</h2>\n<table>\n<thead><tr><th>Name</th><th>Type</th>"
           "<th>Parent</th><th>Properties</th><th title=\"transform keys / visibility keys\">Keys</th></tr></thead>\n"
           "<tbody id=\"node-tree\"></tbody>\n</table>\n<p class=\"legend\">Keys: transform keys / visibility keys the "
@@ -81,6 +94,8 @@ std::string previewPage(const std::string& title, const std::vector<std::uint8_t
           "<th>Vertices</th><th>Triangles</th><th>Materials</th></tr></thead>\n<tbody id=\"meshes\"></tbody>\n</table>\n"
           "<h2>Materials</h2>\n<ul id=\"materials\"></ul>\n</div>\n";
   page += "<script id=\"scene-data\" type=\"application/octet-stream\">" + base64(glb) + "</script>\n";
+  if (*kConverterModule != '\0')
+    page += "<script id=\"converter\" type=\"application/octet-stream\">" + std::string(kConverterModule) + "</script>\n";
   page += "<script>" + std::string(kViewerScript) + "</script>\n</body>\n</html>\n";
   return page;
 }

@@ -2,7 +2,11 @@
 //   node page_check.mjs PAGE.html --nodes A,B,... [--parents NODE=PARENT,...] [--animated NODE,...]
 //                       [--hidden NODE@SECONDS,...] [--mesh-moves NODE@SECONDS,...]
 //                       [--layout] [--viewport WIDTHxHEIGHT] [--camera NAME]
-//                       [--screenshot OUT.png [--at SECONDS]]
+//                       [--drop FILE,...] [--open FILE,...] [--screenshot OUT.png [--at SECONDS]]
+// --drop drops the files on the page at once (a drop event with the files)
+// and --open gives them to its "Open…" input; each may come several times,
+// and they are done in order before the checks below, which then see the
+// scene shown last. After each the page's title and message are printed.
 // The page must load with no console error and list every node named, every
 // row under another showing a parent; with --parents, NODE's row must show
 // PARENT and stand under PARENT's row; with
@@ -76,6 +80,25 @@ try {
   });
   await tab.goto(pathToFileURL(path.resolve(page)).href);
   await tab.waitForSelector('body[data-ready="true"]', { timeout: 60000 });
+
+  let handled = 0;
+  for (let i = 0; i < args.length; ++i) {
+    if (args[i] !== '--drop' && args[i] !== '--open') continue;
+    const files = args[i + 1].split(',');
+    if (args[i] === '--open') {
+      await tab.setInputFiles('#open', files);
+    } else {
+      const contents = files.map((f) => ({ name: path.basename(f), bytes: [...fs.readFileSync(f)] }));
+      await tab.evaluate((dropped) => {
+        const data = new DataTransfer();
+        for (const f of dropped) data.items.add(new File([new Uint8Array(f.bytes)], f.name));
+        document.getElementById('view').dispatchEvent(new DragEvent('drop', { dataTransfer: data, bubbles: true }));
+      }, contents);
+    }
+    await tab.waitForSelector(`body[data-handled="${++handled}"]`, { timeout: 60000 });
+    const [title, message] = await tab.evaluate(() => [document.title, document.getElementById('message').textContent]);
+    console.log(`after ${args[i]} ${files.map((f) => path.basename(f)).join(',')}: title "${title}", message "${message}"`);
+  }
 
   const rows = await tab.$$eval('#node-tree tr', (trs) => trs.map((r) => ({
     node: r.dataset.node, treeParent: r.dataset.treeParent, parent: r.querySelector('td.parent').textContent })));
