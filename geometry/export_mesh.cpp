@@ -306,6 +306,28 @@ void release(T& v) {
   v = T();
 }
 
+template <typename T>
+std::size_t bytesHeld(const std::vector<T>& v) {
+  return v.capacity() * sizeof(T);
+}
+
+// Scratch kept from one mesh to the next, at most: enough for meshes of about
+// a hundred thousand triangles, so that a scene of many meshes allocates once.
+constexpr std::size_t kScratchKeptBytes = std::size_t{16} << 20;
+
+// A large mesh's work buffers go back to the heap before its record is
+// written out, where they would only add to the run's peak memory.
+void trimScratch(MeshScratch& s) {
+  const std::size_t held = bytesHeld(s.normals.faceNormals) + bytesHeld(s.normals.valence) +
+                           bytesHeld(s.normals.listStart) + bytesHeld(s.normals.faceList) +
+                           bytesHeld(s.normals.masks) + bytesHeld(s.maps.nextDuplicate) +
+                           bytesHeld(s.groups.groupStart) + bytesHeld(s.groups.fill) +
+                           bytesHeld(s.groups.groupTriangles) + bytesHeld(s.groups.stamp) +
+                           bytesHeld(s.groups.remap) + bytesHeld(s.groups.newToOld) + bytesHeld(s.split.run) +
+                           bytesHeld(s.split.local);
+  if (held > kScratchKeptBytes) release(s);
+}
+
 void writeReference(SceneExporter& exporter, INode* node, TimeValue t, const std::string& firstNode) {
   MeshRecord record;
   fillObjectRecord(exporter, record, node, t);
@@ -435,6 +457,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     }
   }
   release(build);
+  trimScratch(scratch);
 
   exporter.sceneFile << record;
   exporter.meshReferenceTable.emplace(obj, node->GetName());
