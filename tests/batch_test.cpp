@@ -30,6 +30,7 @@
 
 namespace fs = std::filesystem;
 using nlohmann::json;
+using ztx_test::exportArgs;
 using ztx_test::readBytes;
 using ztx_test::readText;
 using ztx_test::runExport;
@@ -243,8 +244,7 @@ TEST(Batch, SerialAndParallelRunsWriteWhatSingleExportsWriteAndReportFailures) {
            {"example.scene.json", "example"}, {"sub/other.scene.json", "sub/other"}, {"crate.3ds", "crate"}}) {
     const fs::path alone = dir.path() / "alone" / output;
     fs::create_directories(alone.parent_path());
-    const auto r = runExport({(dir.path() / "src" / input).string(), "-o", alone.string() + ".zt2", "--config-dir",
-                              config.string()});
+    const auto r = runExport(exportArgs(dir, (dir.path() / "src" / input).string(), alone.string() + ".zt2"));
     ASSERT_EQ(r.exitCode, 0) << r.err;
     for (const char* ext : {".zt2", ".skd"})
       EXPECT_EQ(readBytes(alone.string() + ext), readBytes((dir.path() / "parallel" / output).string() + ext))
@@ -338,9 +338,7 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
     fs::copy_file(src / "example.scene.json", src / ("copy" + std::to_string(i) + ".scene.json"));
   const fs::path reference = dir.path() / "reference";
   fs::create_directories(reference);
-  ASSERT_EQ(runExport({(src / "example.scene.json").string(), "-o", (reference / "example.zt2").string(),
-                       "--config-dir", config.string()})
-                .exitCode,
+  ASSERT_EQ(runExport(exportArgs(dir, (src / "example.scene.json").string(), (reference / "example.zt2").string())).exitCode,
             0);
 
   Background run(batchArgs(src, out, config, {"-j", "2"}));

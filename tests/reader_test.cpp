@@ -18,21 +18,7 @@
 
 namespace {
 
-using ztx_test::TempDir;
-
-class ReaderTest : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() {
-    dir_ = new TempDir;
-    scene_ = ztx_test::exportExample(*dir_, "example.zt2", {"--save-options"});
-  }
-  static void TearDownTestSuite() { delete dir_; }
-  static TempDir* dir_;
-  static std::string scene_;
-};
-
-TempDir* ReaderTest::dir_ = nullptr;
-std::string ReaderTest::scene_;
+using ReaderTest = ztx_test::ExportedExample;
 
 TEST_F(ReaderTest, TypedSceneMatchesTheDescriptionAndZt2dump) {
   const ztexport::Scene s = ztexport::readScene(scene_);

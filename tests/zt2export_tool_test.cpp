@@ -22,11 +22,8 @@ const std::string kTwoHelpers =
 // Exports dir/`scene` to dir/out.zt2 with nothing asked of skins or materials.
 std::vector<std::string> plain(const TempDir& dir, std::vector<std::string> more = {},
                                const std::string& scene = "scene.json") {
-  std::vector<std::string> args = {dir.file(scene), "-o", dir.file("out.zt2"), "--config-dir",
-                                   dir.file("config"), "--set", "exportSkinning=0", "--set",
-                                   "exportMaterials=0"};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
+  more.insert(more.begin(), {"--set", "exportSkinning=0", "--set", "exportMaterials=0"});
+  return ztx_test::exportArgs(dir, dir.file(scene), dir.file("out.zt2"), more);
 }
 
 // The lines of `text` that hold "ERROR", in order.
@@ -61,7 +58,7 @@ TEST(Zt2Export, SavedOptionsAreVersion10AndReadByTheNextRun) {
 
   // The second run reads the saved record: hierarchies stay flattened without
   // any --set; without --save-options it leaves the file alone.
-  r = runExport({dir.file("scene.json"), "-o", dir.file("second.zt2"), "--config-dir", dir.file("config")});
+  r = runExport(ztx_test::exportArgs(dir, dir.file("scene.json"), dir.file("second.zt2")));
   const auto file = ztx_test::dumpJson(dir.file("second.zt2"));
   EXPECT_EQ(ztx_test::objectFields(ztx_test::findObject(file, "Child"))["hasParent"], false);
   EXPECT_EQ(ztx_test::readBytes(dir.file("config/ZTExport.cfg")), before);
@@ -159,9 +156,8 @@ TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
     SCOPED_TRACE(c.scene + " " + testing::PrintToString(c.more));
     ztx_test::RunResult runs[2];
     for (int quiet = 0; quiet < 2; ++quiet) {
-      std::vector<std::string> args = {dir.file(c.scene), "-o", dir.file(quiet ? "quiet.zt2" : "whole.zt2"),
-                                       "--config-dir", dir.file("config"), "--set", "exportSkinning=0"};
-      args.insert(args.end(), c.more.begin(), c.more.end());
+      auto args = ztx_test::exportArgs(dir, dir.file(c.scene), dir.file(quiet ? "quiet.zt2" : "whole.zt2"), c.more);
+      args.insert(args.end(), {"--set", "exportSkinning=0"});
       if (quiet) args.push_back("--quiet");
       runs[quiet] = runExport(args);
       EXPECT_EQ(runs[quiet].exitCode, c.exitCode) << runs[quiet].err;
