@@ -393,12 +393,10 @@ TEST_F(Materials, RecordsCopyTheirTexturesAndValidate) {
   EXPECT_EQ(a.presentLayer(1)->fileNames.size(), 1u);
   EXPECT_EQ(b.presentLayerCount(), 1);
   EXPECT_EQ(b.validate(), "");
-  b.layer(4).fileNames = {"maps/three.png"};
-  EXPECT_EQ(b.validate(), "layer 5: file name \"maps/three.png\" holds a directory");
-  b.layer(4).fileNames = {"three.png"};
+  // Each rule validate() holds a record to is met where zt2dump --validate
+  // applies it to chunks written by hand (dump_errors_test.cpp); a debug
+  // build stops at the writer handed a record that breaks one.
   b.maskMode = 2;
-  EXPECT_EQ(b.validate(), "maskMode is 2, not 0..1");
-  // A debug build stops at the writer handed such a record.
   T_MemoryFile file;
   EXPECT_DEBUG_DEATH(file << b, "maskMode is 2");
 }
