@@ -405,10 +405,9 @@ TEST(KeyBound, TheFlagIsRebuiltWithinTheToleranceWithKeyErrorBound) {
   double worst[2] = {0, 0};
   std::size_t keys[2] = {0, 0};
   for (const bool bound : {false, true}) {
-    std::vector<std::string> args = {dir.file("flag.md5mesh"), "-o", dir.file(bound ? "bound.zt2" : "rule.zt2"),
-                                     "--config-dir", dir.file("config"), "--quiet", "--verbose",
-                                     "--set", "positionDelta=0.001", "--set", "rotationDelta=0.001",
-                                     "--set", "sampleRate=120"};
+    auto args = ztx_test::exportArgs(dir, dir.file("flag.md5mesh"), dir.file(bound ? "bound.zt2" : "rule.zt2"),
+                                     {"--quiet", "--verbose", "--set", "positionDelta=0.001", "--set",
+                                      "rotationDelta=0.001", "--set", "sampleRate=120"});
     if (bound) args.push_back("--key-error-bound");
     const auto e = ztx_test::runExport(args);
     ASSERT_EQ(e.exitCode, 0) << e.out << e.err;

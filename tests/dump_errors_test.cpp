@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <sstream>
@@ -234,25 +235,6 @@ TEST(DumpChunks, EveryChunkKindByFieldName) {
   EXPECT_NE(ztx_test::runDump({path, "--full"}).out.find(", 18, 19]\n"), std::string::npos);
 }
 
-TEST(DumpChunks, VertexDataFieldsByName) {
-  ztx_test::TempDir dir;
-  T_MemoryFile f;
-  f.createChunk(0x10014, 1);
-  f << std::vector<std::string>{"Body"} << std::vector<std::string>{"Hip", "Knee"} << std::vector<int>{0, 1}
-    << std::vector<int>{1, 2} << std::vector<int>{0, 0, 1} << std::vector<float>{1.0f, 0.25f, 0.75f}
-    << std::vector<unsigned int>{2} << std::vector<unsigned int>{0};
-  f.closeChunk();
-  // Named .bin: the content, not the extension, makes it a per-vertex file.
-  const std::string path = dir.file("body.bin");
-  ASSERT_TRUE(f.save(path.c_str()).ok());
-  const json doc = dumpJson(path);
-  EXPECT_EQ(doc["kind"], "vertexData");
-  EXPECT_EQ(doc["chunks"][0]["name"], "VertexDataChunk");
-  EXPECT_EQ(doc["chunks"][0]["fields"], json::parse(R"({"nodeNames":["Body"],"boneNames":["Hip","Knee"],
-    "influenceStart":[0,1],"influenceCount":[1,2],"influenceBone":[0,0,1],"influenceWeight":[1,0.25,0.75],
-    "groupVertexCount":[2],"groupVertexStart":[0]})"));
-}
-
 struct OptionsValues {
   int version = 10;
   int flag = 1;
@@ -394,55 +376,57 @@ void writeCounts(T_MemoryFile& f, const std::vector<unsigned>& counts) {
   for (unsigned c : counts) f << c;
 }
 
+// Writes dir/scene.zt2 and the per-vertex file dir/scene.skd beside it.
+void writeScene(const ztx_test::TempDir& dir, const Scene& s) {
+  T_MemoryFile f;
+  f.createChunk(0x1000f, 0);
+  f << std::string(".") << static_cast<int>(s.materials.size());
+  for (const Scene::Material& m : s.materials) writeMaterial(f, m);
+  f.closeChunk();
+  f.createChunk(0x10005, 2);
+  ObjectRecord object;
+  object.name() = "Box01";
+  f << object;
+  f.createChunk(0x10006, 1);
+  writeRawBlock(f, s.positions);
+  f.write(s.normals.data(), static_cast<int>(s.normals.size() * 12));
+  writeCounts(f, s.groupVertexCounts);
+  f.closeChunk();
+  f.createChunk(0x10007, 1);
+  writeRawBlock(f, s.indices);
+  writeCounts(f, s.groupTriangleCounts);
+  f.closeChunk();
+  f.createChunk(0x1000c, 1);
+  f << static_cast<int>(s.materialNames.size());
+  for (const auto& n : s.materialNames) f << n;
+  f.closeChunk();
+  f.createChunk(0x1000e, 1);
+  f << 0u;
+  writeRawBlock(f, s.coordinates);
+  writeCounts(f, s.groupCoordinateCounts);
+  f.closeChunk();
+  f.closeChunk();
+  f.createChunk(0x10012, 5);
+  f.createChunk(0x10013, 0);
+  f << std::string("Box01") << 30 << true;
+  f.closeChunk();
+  f << std::string() << true << 10u << static_cast<unsigned>(s.keySamples.size());
+  for (unsigned sample : s.keySamples) f << sample << M_Matrix4x3Template<float>();
+  f << 1u << 0u << 1.0f << 0u << 1 << true;
+  f.closeChunk();
+  EXPECT_TRUE(f.save(dir.file("scene.zt2").c_str()).ok());
+  const Skin& k = s.skin;
+  T_MemoryFile g;
+  g.createChunk(0x10014, 1);
+  g << k.nodeNames << k.boneNames << k.influenceStart << k.influenceCount << k.influenceBone << k.influenceWeight
+    << k.groupVertexCount << k.groupVertexStart;
+  g.closeChunk();
+  EXPECT_TRUE(g.save(dir.file("scene.skd").c_str()).ok());
+}
+
 class Validate : public ::testing::Test {
  protected:
-  // Writes scene.zt2 and the per-vertex file scene.skd beside it.
-  void write(const Scene& s) {
-    T_MemoryFile f;
-    f.createChunk(0x1000f, 0);
-    f << std::string(".") << static_cast<int>(s.materials.size());
-    for (const Scene::Material& m : s.materials) writeMaterial(f, m);
-    f.closeChunk();
-    f.createChunk(0x10005, 2);
-    ObjectRecord object;
-    object.name() = "Box01";
-    f << object;
-    f.createChunk(0x10006, 1);
-    writeRawBlock(f, s.positions);
-    f.write(s.normals.data(), static_cast<int>(s.normals.size() * 12));
-    writeCounts(f, s.groupVertexCounts);
-    f.closeChunk();
-    f.createChunk(0x10007, 1);
-    writeRawBlock(f, s.indices);
-    writeCounts(f, s.groupTriangleCounts);
-    f.closeChunk();
-    f.createChunk(0x1000c, 1);
-    f << static_cast<int>(s.materialNames.size());
-    for (const auto& n : s.materialNames) f << n;
-    f.closeChunk();
-    f.createChunk(0x1000e, 1);
-    f << 0u;
-    writeRawBlock(f, s.coordinates);
-    writeCounts(f, s.groupCoordinateCounts);
-    f.closeChunk();
-    f.closeChunk();
-    f.createChunk(0x10012, 5);
-    f.createChunk(0x10013, 0);
-    f << std::string("Box01") << 30 << true;
-    f.closeChunk();
-    f << std::string() << true << 10u << static_cast<unsigned>(s.keySamples.size());
-    for (unsigned sample : s.keySamples) f << sample << M_Matrix4x3Template<float>();
-    f << 1u << 0u << 1.0f << 0u << 1 << true;
-    f.closeChunk();
-    EXPECT_TRUE(f.save(dir.file("scene.zt2").c_str()).ok());
-    const Skin& k = s.skin;
-    T_MemoryFile g;
-    g.createChunk(0x10014, 1);
-    g << k.nodeNames << k.boneNames << k.influenceStart << k.influenceCount << k.influenceBone << k.influenceWeight
-      << k.groupVertexCount << k.groupVertexStart;
-    g.closeChunk();
-    EXPECT_TRUE(g.save(dir.file("scene.skd").c_str()).ok());
-  }
+  void write(const Scene& s) { writeScene(dir, s); }
 
   // Exit 1, nothing on stdout, and one line on stderr holding the parts of
   // `fault` (split at '*') in order.
@@ -463,9 +447,14 @@ class Validate : public ::testing::Test {
   ztx_test::TempDir dir;
 };
 
+// The per-vertex file's fields by name are read back from every export's
+// .skd (import_test.cpp); a sound one validates beside its scene here.
 TEST_F(Validate, SoundSceneAndSkinPass) {
   write({});
   const std::string scene = dir.file("scene.zt2"), skin = dir.file("scene.skd");
+  // Named .bin: the content, not the extension, makes it a per-vertex file.
+  std::filesystem::copy_file(skin, dir.file("body.bin"));
+  EXPECT_EQ(dumpJson(dir.file("body.bin"))["kind"], "vertexData");
   auto r = ztx_test::runDump({scene, "--validate"});
   EXPECT_EQ(r.exitCode, 0) << r.err;
   EXPECT_EQ(r.out.rfind("OK\n" + scene + ": scene file, ", 0), 0u) << r.out;
@@ -551,51 +540,22 @@ Bytes withU32(Bytes b, std::size_t offset, std::uint32_t v) {
   return b;
 }
 
-// A one-triangle mesh, then a camera.
-Bytes sceneFile() {
-  T_MemoryFile f;
-  f.createChunk(0x10005, 2);
-  writeObject(f, "Tri");
-  f.createChunk(0x10006, 1);
-  writeRawBlock(f, std::vector<Point>{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
-  f.write(std::vector<Point>(3, Point{0, 0, 1}).data(), 36);
-  f << 1u << 3u;
-  f.closeChunk();
-  f.createChunk(0x10007, 1);
-  writeRawBlock(f, std::vector<std::uint16_t>{0, 1, 2});
-  f << 1u << 1u;
-  f.closeChunk();
-  f.createChunk(0x1000c, 1);
-  f << 1 << std::string("Mat");
-  f.closeChunk();
-  f.closeChunk();
-  writeCamera(f, [&] { f << 1.0f << 0.5f << 100.0f; });
-  return bytesOf(f);
-}
-
-// The mesh alone: a file that every cut leaves incomplete.
-Bytes meshFile() {
-  const Bytes scene = sceneFile();
-  return Bytes(scene.begin(), scene.begin() + 8 + 13 + getU32(scene, 8 + 9));
-}
-
-Bytes skinFile() {
-  T_MemoryFile f;
-  f.createChunk(0x10014, 1);
-  f << std::vector<std::string>{"Tri"} << std::vector<std::string>{"Bone"} << std::vector<int>{0, 1, 2}
-    << std::vector<int>{1, 1, 1} << std::vector<int>{0, 0, 0} << std::vector<float>{1, 1, 1}
-    << std::vector<unsigned int>{3} << std::vector<unsigned int>{0};
-  f.closeChunk();
-  return bytesOf(f);
-}
-
-Bytes optionsFile() {
-  T_MemoryFile f;
-  f << 10;
-  for (int i = 0; i < 15; ++i) f << 1;
-  f << 30 << 30 << 0.001f << 1.0f << 1 << std::string(".") << 1 << 0.001f << 0 << 1 << 0 << 1 << 1 << 1 << 1;
-  return bytesOf(f);
-}
+// The sound scene's files: the scene, its mesh alone (a file that every cut
+// leaves incomplete), the per-vertex file, and an options file.
+struct SoundFiles {
+  ztx_test::TempDir dir;
+  Bytes scene, mesh, skin, options;
+  std::size_t meshAt = 0;
+  SoundFiles() {
+    writeScene(dir, {});
+    scene = ztx_test::readBytes(dir.file("scene.zt2"));
+    meshAt = 8 + 13 + getU32(scene, 8 + 9);  // after the material list
+    mesh.assign(scene.begin(), scene.begin() + 8);
+    mesh.insert(mesh.end(), scene.begin() + meshAt, scene.begin() + meshAt + 13 + getU32(scene, meshAt + 9));
+    skin = ztx_test::readBytes(dir.file("scene.skd"));
+    options = ztx_test::readBytes(optionsFile(dir, {}));
+  }
+};
 
 // What zt2dump does with the bytes, in process: the output of `mode` ("",
 // "--json" or "--validate"), or the message of the fault that stops it.
@@ -631,8 +591,9 @@ void expectFault(const std::string& fault, const std::string& path, const std::s
 }
 
 TEST(Damaged, TruncatedAtEveryLength) {
-  for (const auto& [full, name] : {std::pair{meshFile(), "mesh.zt2"}, std::pair{skinFile(), "alone.skd"},
-                                   std::pair{optionsFile(), "ZTExport.cfg"}}) {
+  const SoundFiles sound;
+  for (const auto& [full, name] : {std::pair{sound.mesh, "mesh.zt2"}, std::pair{sound.skin, "alone.skd"},
+                                   std::pair{sound.options, "ZTExport.cfg"}}) {
     for (const std::string mode : {"", "--json", "--validate"}) {
       const std::string context = std::string(name) + " " + mode;
       EXPECT_EQ(dumpBytes(full, name, mode).fault, "") << context;
@@ -644,7 +605,7 @@ TEST(Damaged, TruncatedAtEveryLength) {
 }
 
 TEST(Damaged, AnyFlippedByteDecodesOrGivesOneLine) {
-  const Bytes full = meshFile();
+  const Bytes full = SoundFiles().mesh;
   for (std::size_t i = 0; i < full.size(); ++i) {
     for (unsigned char x : {0xFF, 0x01}) {
       Bytes b = full;
@@ -657,9 +618,11 @@ TEST(Damaged, AnyFlippedByteDecodesOrGivesOneLine) {
 
 // Through the tool: exit 1, nothing on stdout, the fault as one line on stderr.
 TEST(Damaged, EachFaultIsNamedWithItsPlace) {
-  const Bytes scene = sceneFile();
-  const std::size_t vertexAt = 8 + 13 + 13 + getU32(scene, 8 + 13 + 9);  // after the mesh's object
-  const std::size_t meshLeft = 8 + 13 + getU32(scene, 8 + 9) - (vertexAt + 13);
+  const SoundFiles sound;
+  const Bytes& scene = sound.scene;
+  // The vertex chunk follows the mesh's object chunk.
+  const std::size_t vertexAt = sound.meshAt + 13 + 13 + getU32(scene, sound.meshAt + 13 + 9);
+  const std::size_t meshLeft = sound.meshAt + 13 + getU32(scene, sound.meshAt + 9) - (vertexAt + 13);
   ASSERT_EQ(scene[vertexAt], 0x20);
   T_MemoryFile wrongTag, extra;
   writeCamera(wrongTag, [&] { wrongTag << 1.0f << 2 << 100.0f; });

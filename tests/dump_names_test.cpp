@@ -11,8 +11,6 @@
 
 namespace {
 
-using ztx_test::TempDir;
-
 std::string replaced(std::string bytes, const std::string& from, const std::string& to, bool lastOnly = false) {
   if (lastOnly) return bytes.replace(bytes.rfind(from), from.size(), to);
   for (std::size_t at = bytes.find(from); at != std::string::npos; at = bytes.find(from, at + to.size()))
@@ -20,11 +18,11 @@ std::string replaced(std::string bytes, const std::string& from, const std::stri
   return bytes;
 }
 
-class DumpNames : public ::testing::Test {
+class DumpNames : public ztx_test::ExportedExample {
  protected:
   static void SetUpTestSuite() {
-    dir_ = new TempDir;
-    const std::string bytes = ztx_test::readText(ztx_test::exportExample(*dir_));
+    ExportedExample::SetUpTestSuite();
+    const std::string bytes = ztx_test::readText(scene_);
     // One node renamed as a host in a Western code page writes it, one with bytes the code page leaves undefined.
     const std::string renamed = replaced(replaced(bytes, "Character", "C\xe9" "aracter"), "Marker", "M\x81rk\x9d" "r");
     ztx_test::writeText(dir_->file("renamed.zt2"), renamed);
@@ -32,11 +30,7 @@ class DumpNames : public ::testing::Test {
     ztx_test::writeText(dir_->file("unlisted.zt2"),
                         replaced(renamed, std::string("\x04\0\0\0Skin", 8), std::string("\x04\0\0\0Sk\xefn", 8), true));
   }
-  static void TearDownTestSuite() { delete dir_; }
-  static TempDir* dir_;
 };
-
-TempDir* DumpNames::dir_ = nullptr;
 
 const std::string kCharacter = "C\xc3\xa9" "aracter";  // "Céaracter" in UTF-8
 

@@ -42,18 +42,14 @@ void expectNear(const std::vector<double>& got, const std::vector<double>& want)
 }
 
 // The example exported and converted once for the tests that read it.
-class GltfExample : public ::testing::Test {
+class GltfExample : public ztx_test::ExportedExample {
  protected:
   static void SetUpTestSuite() {
-    dir_ = new TempDir;
-    ztx_test::exportExample(*dir_);
-    const auto d = ztx_test::runDump({dir_->file("example.zt2"), "--gltf", dir_->file("example.glb")});
+    ExportedExample::SetUpTestSuite();
+    const auto d = ztx_test::runDump({scene_, "--gltf", dir_->file("example.glb")});
     ASSERT_EQ(d.exitCode, 0) << d.err;
   }
-  static void TearDownTestSuite() { delete dir_; }
-  static TempDir* dir_;
 };
-TempDir* GltfExample::dir_ = nullptr;
 
 TEST_F(GltfExample, SameFileGivesSameBytesAndPassesTheValidator) {
   const auto d = ztx_test::runDump({dir_->file("example.zt2"), "--gltf", dir_->file("again.glb")});

@@ -118,10 +118,10 @@ struct Exported {
 
 // Exports `model` into `dir` as out.zt2, with --write-scene model.scene.json when asked.
 Exported exportModel(const TempDir& dir, const std::string& model, bool writeScene = false) {
-  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")};
-  if (writeScene) args.insert(args.end(), {"--write-scene", dir.file("model.scene.json")});
   Exported e;
-  e.run = ztx_test::runExport(args);
+  std::vector<std::string> more;
+  if (writeScene) more = {"--write-scene", dir.file("model.scene.json")};
+  e.run = ztx_test::runExport(ztx_test::exportArgs(dir, model, dir.file("out.zt2"), more));
   if (std::filesystem::exists(dir.file("out.zt2"))) {
     e.scene = ztx_test::dumpJson(dir.file("out.zt2"));
     EXPECT_EQ(ztx_test::runDump({"--validate", dir.file("out.zt2")}).exitCode, 0);
@@ -426,8 +426,9 @@ Bytes b3d(int last) {
 const std::string kNoColourNote =
     ": material \"Material\" gives no diffuse colour; the import library's default, white, is taken\n";
 
-std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, const std::string& out) {
-  return {dir.file(model), "-o", dir.file(out), "--config-dir", dir.file("config")};
+std::vector<std::string> modelArgs(const TempDir& dir, const std::string& model, const std::string& out,
+                                    const std::vector<std::string>& more = {}) {
+  return ztx_test::exportArgs(dir, dir.file(model), dir.file(out), more);
 }
 
 }  // namespace
@@ -465,7 +466,7 @@ using ztx_test::runExport;
 TEST(ImportPartial, SkeletonWithoutMeshExportsItsKeys) {
   TempDir dir;
   ztx_test::writeText(dir.file("walk.x"), kSkeletonX);
-  const auto r = runExport(exportArgs(dir, "walk.x", "walk.zt2"));
+  const auto r = runExport(modelArgs(dir, "walk.x", "walk.zt2"));
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_EQ(r.err, "");
   const auto file = ztx_test::dumpJson(dir.file("walk.zt2"));
@@ -490,11 +491,11 @@ TEST(ImportPartial, KeysPastTheClipAreClampedWithAWarning) {
   TempDir dir;
   ztx_test::writeBytes(dir.file("fits.b3d"), b3d(10));
   ztx_test::writeBytes(dir.file("over.b3d"), b3d(11));
-  const auto fits = runExport(exportArgs(dir, "fits.b3d", "fits.zt2"));
+  const auto fits = runExport(modelArgs(dir, "fits.b3d", "fits.zt2"));
   ASSERT_EQ(fits.exitCode, 0) << fits.out << fits.err;
   // Its mesh names no material: the library's own, without a colour, is white.
   EXPECT_EQ(fits.err, "NOTE: " + dir.file("fits.b3d") + kNoColourNote);
-  const auto over = runExport(exportArgs(dir, "over.b3d", "over.zt2"));
+  const auto over = runExport(modelArgs(dir, "over.b3d", "over.zt2"));
   ASSERT_EQ(over.exitCode, 0) << over.out << over.err;
   EXPECT_EQ(over.err, "WARNING: " + dir.file("over.b3d") +
                           ": 2 keys of the animation lie past its end (up to tick 11 of a clip 10 ticks long); moved "
@@ -518,7 +519,7 @@ GeometryObject $geometry1 {
   }
 }
 )");
-  const auto r = runExport(exportArgs(dir, "lone.ogex", "lone.zt2"));
+  const auto r = runExport(modelArgs(dir, "lone.ogex", "lone.zt2"));
   ASSERT_EQ(r.exitCode, 0) << r.out << r.err;
   EXPECT_EQ(r.err, "WARNING: " + dir.file("lone.ogex") + ": light \"light1\" is attached to no node; it is left out\n");
   EXPECT_EQ(ztx_test::objectNames(ztx_test::dumpJson(dir.file("lone.zt2"))), std::vector<std::string>{"Box"});
@@ -542,7 +543,7 @@ TEST(ImportPartial, RefusedModelsAreExplainedInPlainWords) {
     SCOPED_TRACE(name);
     TempDir dir;
     ztx_test::writeText(dir.file(name), text);
-    const auto r = runExport(exportArgs(dir, name, "out.zt2"));
+    const auto r = runExport(modelArgs(dir, name, "out.zt2"));
     EXPECT_EQ(r.exitCode, 2);
     EXPECT_NE(r.err.find("zt2export: " + dir.file(name) + message), std::string::npos) << r.err;
     EXPECT_FALSE(std::filesystem::exists(dir.file("out.zt2")));
@@ -591,9 +592,8 @@ TEST(ImportPartial, WhatTheLibraryLeavesOutIsSaid) {
     TempDir dir;
     ztx_test::writeText(dir.file(c.file), c.text);
     if (c.besideName) ztx_test::writeText(dir.file(c.besideName), c.beside);
-    auto args = exportArgs(dir, c.file, "out.zt2");
-    args.insert(args.end(), {"--missing-textures", "drop", "--write-scene", dir.file("out.scene.json")});
-    const auto r = runExport(args);
+    const auto r = runExport(
+        modelArgs(dir, c.file, "out.zt2", {"--missing-textures", "drop", "--write-scene", dir.file("out.scene.json")}));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
     if (c.said.empty()) EXPECT_EQ(r.err, "");
     else EXPECT_NE(r.err.find(dir.file(c.file) + c.said), std::string::npos) << r.err;

@@ -77,9 +77,8 @@ Outcome compareModel(const std::string& model, const Comparison& how = {}) {
   Outcome o;
   const std::string reference = how.reference.empty() ? model : how.reference;
   // The skin is what is compared: a map whose image the corpus lacks is left out.
-  std::vector<std::string> args = {"60", ZTX_ZT2EXPORT, model, "-o", dir.file("ours.zt2"), "--config-dir",
-                                   dir.file("config"), "--missing-textures", "drop"};
-  args.insert(args.end(), how.options.begin(), how.options.end());
+  std::vector<std::string> args = {"60", ZTX_ZT2EXPORT, "--missing-textures", "drop"};
+  for (const std::string& a : ztx_test::exportArgs(dir, model, dir.file("ours.zt2"), how.options)) args.push_back(a);
   const auto e = ztx_test::run(ZTX_TIMEOUT, args);
   o.messages = e.err;
   if (e.exitCode != 0 || !fs::exists(dir.file("ours.zt2"))) {
@@ -313,8 +312,7 @@ TEST(SkinningFlag, AClothOfBonesUnderAPoleWavesAsTheImportLibrarysOwnGltf) {
 
   // Its bones hang from one another as in the model: the last of the top
   // edge under the pole through the three before it.
-  const auto e = ztx_test::runExport({dir.file("flag.md5mesh"), "-o", dir.file("flag.zt2"), "--config-dir",
-                                      dir.file("config")});
+  const auto e = ztx_test::runExport(ztx_test::exportArgs(dir, dir.file("flag.md5mesh"), dir.file("flag.zt2")));
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   ASSERT_EQ(ztx_test::runDump({dir.file("flag.zt2"), "--gltf", dir.file("flag.glb")}).exitCode, 0);
   const tinygltf::Model m = ztx_test::readGlb(dir.file("flag.glb"));
@@ -365,9 +363,9 @@ TEST_P(SkinningByHand, CornersFollowTheirBonesAsWorkedOut) {
          "rotation": {"keys": [{"frame": 0, "value": {"eulerDegrees": [0, 0, 0]}}, {"frame": 30, "value": {"eulerDegrees": [180, 0, 0]}}]}}},
         {"name": "Sleeve", "object": "quad", "material": "red", "modifiers": [{"type": "physique", "vertices": )") +
                                                    c.binding + "}]}]}]}");
-  const auto e = ztx_test::runExport({dir.file("arm.scene.json"), "-o", dir.file("arm.zt2"), "--config-dir",
-                                      dir.file("config"), "--set", "decreaseEndFrameByOne=0", "--set",
-                                      std::string("retainHierarchies=") + c.retainHierarchies});
+  const auto e = ztx_test::runExport(ztx_test::exportArgs(
+      dir, dir.file("arm.scene.json"), dir.file("arm.zt2"),
+      {"--set", "decreaseEndFrameByOne=0", "--set", std::string("retainHierarchies=") + c.retainHierarchies}));
   ASSERT_EQ(e.exitCode, 0) << e.out << e.err;
   const auto d = ztx_test::runDump({dir.file("arm.zt2"), "--gltf", dir.file("arm.glb")});
   ASSERT_EQ(d.exitCode, 0) << d.err;

@@ -13,10 +13,10 @@
 #include "host/inhouse/sanitized.h"
 #include "host/memory/memory_host.h"
 #include "host/inode.h"
-#include "host/objects.h"
-#include "host/physique.h"
+#include "support/physique_view.h"
 #include "support/scene_export.h"
 
+using ztx_test::exportArgs;
 using ztx_test::TempDir;
 
 namespace fs = std::filesystem;
@@ -24,12 +24,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::uint64_t kMiB = 1 << 20;
-
-std::vector<std::string> exportArgs(const TempDir& dir, const std::string& model, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {model, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
-}
 
 // Nothing of a refused model is left in its directory but the model.
 void expectNothingWritten(const TempDir& dir) {
@@ -93,7 +87,7 @@ TEST(Zt2ExportHostileImport, AModelThatAsksForMoreMemoryThanTheLimitIsRefusedAtO
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.model);
-    const auto r = ztx_test::runExport(exportArgs(dir, c.model, c.more));
+    const auto r = ztx_test::runExport(exportArgs(dir, c.model, dir.file("out.zt2"), c.more));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
     if (c.exitCode == 0) continue;
     EXPECT_NE(r.err.find("zt2export: " + c.model + ": "), std::string::npos) << r.err;
@@ -103,7 +97,7 @@ TEST(Zt2ExportHostileImport, AModelThatAsksForMoreMemoryThanTheLimitIsRefusedAtO
 #endif
     expectNothingWritten(dir);
   }
-  const auto bad = ztx_test::runExport(exportArgs(dir, model, {"--memory-limit", "0"}));
+  const auto bad = ztx_test::runExport(exportArgs(dir, model, dir.file("out.zt2"), {"--memory-limit", "0"}));
   EXPECT_EQ(bad.exitCode, 2);
   EXPECT_NE(bad.err.find("--memory-limit: expected a whole number of MiB from 1 to 16777216, not \"0\""),
             std::string::npos)
@@ -120,7 +114,7 @@ TEST(Zt2ExportHostileImport, ADamagedModelTheReaderLoopsOnIsStoppedByTheTimeLimi
                       "ply\nformat ascii 1.0\nelement vertex 30000000\nproperty float32 x\nproperty float32 y\n"
                       "property float32 z\nelement face 1\nproperty list uint8 int32 vertex_index\nend_header\n"
                       "0 0 0\n0 0 1\n");
-  const auto r = ztx_test::runExport(exportArgs(dir, model), {"ZT2EXPORT_IMPORT_SECONDS=1"});
+  const auto r = ztx_test::runExport(exportArgs(dir, model, dir.file("out.zt2")), {"ZT2EXPORT_IMPORT_SECONDS=1"});
   EXPECT_EQ(r.exitCode, 2);
   EXPECT_NE(r.err.find("zt2export: " + model + ": reading the model took more than 1 s; the file is probably damaged"),
             std::string::npos)
@@ -156,7 +150,7 @@ TEST(Zt2ExportHostileImport, ANodeChainDeeperThanTheLoaderWalksIsRefusedByTheRea
     const std::string model = dir.file("chain" + std::to_string(depth) + ".gltf");
     const std::string out = dir.file("chain" + std::to_string(depth) + ".zt2");
     ztx_test::writeText(model, chain(depth));
-    const auto r = ztx_test::runExport({model, "-o", out, "--config-dir", dir.file("config")});
+    const auto r = ztx_test::runExport(exportArgs(dir, model, out));
     EXPECT_EQ(r.exitCode, exitCode) << r.err;
     EXPECT_EQ(fs::exists(out), exitCode == 0);
     if (exitCode != 0) {
@@ -210,26 +204,9 @@ TEST(Zt2ExportHostileImport, BinarySkinRecordsAreReadOrRefusedWithTheirPlace) {
       continue;
     }
     const auto host = hostmodel::loadSceneFromString(scene, "", "scene.json", {{"b.bin", bytes}});
-    INode* a = host->findNode("A");
-    INode* b = host->findNode("B");
-    auto* derived = static_cast<IDerivedObject*>(b->GetObjectRef());
-    ASSERT_EQ(derived->SuperClassID(), GEN_DERIVOB_CLASS_ID);
-    auto* physique = static_cast<IPhysiqueExport*>(derived->GetModifier(0)->GetInterface(I_PHYINTERFACE));
-    IPhyContextExport* context = physique->GetContextInterface(b);
-    ASSERT_EQ(context->GetNumberVertices(), 3);
-    auto* rigid = static_cast<IPhyRigidVertex*>(context->GetVertexInterface(0));
-    ASSERT_EQ(rigid->GetVertexType(), RIGID_TYPE);
-    EXPECT_EQ(rigid->GetNode(), b);
-    context->ReleaseVertexInterface(rigid);
-    auto* blended = static_cast<IPhyBlendedRigidVertex*>(context->GetVertexInterface(1));
-    ASSERT_EQ(blended->GetVertexType(), RIGID_TYPE | BLENDED_TYPE);
-    ASSERT_EQ(blended->GetNumberNodes(), 2);
-    EXPECT_EQ(blended->GetNode(0), a);
-    EXPECT_EQ(blended->GetNode(1), b);
-    EXPECT_EQ(blended->GetWeight(1), 0.5f);
-    auto* none = static_cast<IPhyRigidVertex*>(context->GetVertexInterface(2));
-    EXPECT_EQ(none->GetNode(), nullptr);
-    context->ReleaseVertexInterface(none);
-    EXPECT_EQ(host->outstandingVertexInterfaces(), 1);  // the blended one
+    EXPECT_EQ(ztx_test::physiqueVertices(host->findNode("B"), [](INode* n) { return std::string(n->GetName()); }),
+              (std::vector<std::string>{"none", "type 1 rigid B", "type 5 blended A 0.5 B 0.5", "type 1 rigid none",
+                                        "none"}));
+    EXPECT_EQ(host->outstandingVertexInterfaces(), 0);
   }
 }

@@ -30,6 +30,7 @@
 using ztx_test::runExport;
 using ztx_test::TempDir;
 using ztx_test::exampleIn;
+using ztx_test::exportArgs;
 using ztx_test::snapshot;
 
 namespace fs = std::filesystem;
@@ -38,12 +39,9 @@ namespace {
 
 const std::string kHelper = R"({"nodes": [{"name": "H", "object": {"type": "helper"}}]})";
 
-// Exports dir/scene.json to `output` with nothing asked of skins or materials.
+// Exports dir/scene.json to `output` with nothing asked of skins, materials or animation.
 std::vector<std::string> argsFor(const TempDir& dir, const std::string& output, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {dir.file("scene.json"), "-o", output, "--config-dir", dir.file("config"),
-                                   "--set", "exportSkinning=0", "--set", "exportMaterials=0"};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
+  return exportArgs(dir, dir.file("scene.json"), output, ztx_test::plainOptions(more));
 }
 
 // The node the .skd belongs to must be a mesh of the scene file beside it.
@@ -78,10 +76,9 @@ void expectKept(const std::map<std::string, std::string>& before, const std::map
     }
 }
 
-std::vector<std::string> exportArgs(const TempDir& dir, const std::string& scene, std::vector<std::string> more = {}) {
-  std::vector<std::string> args = {scene, "-o", dir.file("out/scene.zt2"), "--config-dir", dir.file("config")};
-  args.insert(args.end(), more.begin(), more.end());
-  return args;
+// Exports `scene` to dir/out/scene.zt2.
+std::vector<std::string> intoOut(const TempDir& dir, const std::string& scene, std::vector<std::string> more = {}) {
+  return exportArgs(dir, scene, dir.file("out/scene.zt2"), more);
 }
 
 std::size_t occurrences(const std::string& text, const std::string& what) {
@@ -172,8 +169,7 @@ TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
     TempDir scene;
     ztx_test::writeText(scene.file("scene.json"), sceneJson);
     fs::copy(ztx_test::sourcePath("examples/textures"), scene.file("textures"));
-    const auto r = runExport({scene.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                              "--check"});
+    const auto r = runExport(exportArgs(dir, scene.file("scene.json"), dir.file("out.zt2"), {"--check"}));
     EXPECT_EQ(r.exitCode, exitCode) << r.err;
     EXPECT_NE(r.out.find(printed), std::string::npos) << r.out;
     EXPECT_TRUE(fs::is_empty(dir.path())) << fs::begin(fs::directory_iterator(dir.path()))->path();
@@ -185,7 +181,7 @@ TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
 TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   TempDir dir;
   fs::copy(ztx_test::sourcePath("examples/crate.3ds"), dir.file("crate.3ds"));
-  const auto made = runExport({exampleIn(dir), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
+  const auto made = runExport(exportArgs(dir, exampleIn(dir), dir.file("out.zt2")));
   ASSERT_EQ(made.exitCode, 0) << made.err;
   fs::create_symlink("out.skd", dir.file("skin.glb"));
   // Scene files must be named .zt2: links of that name reach the other outputs.
@@ -243,8 +239,8 @@ TEST(Zt2ExportHostile, FailedExportLeavesNothingOfItself) {
   ztx_test::writeText(dir.file("scene.json"), scene.dump());
   ztx_test::writeText(dir.file("out.skd"), "the last good run's");
   const auto before = snapshot(dir.path());
-  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                            "--set", "texturePath=maps"});
+  const auto r =
+      runExport(exportArgs(dir, dir.file("scene.json"), dir.file("out.zt2"), {"--set", "texturePath=maps"}));
   EXPECT_EQ(r.exitCode, 1) << r.err;
   EXPECT_NE(r.out.find("ERROR: Object \"Huge\" has vertices beyond the range of a float once placed and scaled"),
             std::string::npos) << r.out;
@@ -274,7 +270,7 @@ TEST(Zt2ExportHostile, KilledRunsTemporariesAreRemovedByTheNextRun) {
   }
   const int live = ::open(dir.file(".out.zt2.LiVe99LiVe99.ztmp").c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_EQ(::flock(live, LOCK_EX), 0);
-  const auto r = runExport({dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config")});
+  const auto r = runExport(exportArgs(dir, dir.file("scene.json"), dir.file("out.zt2")));
   ::close(live);
   EXPECT_EQ(r.exitCode, 0) << r.err;
   for (const std::string& name : stale) EXPECT_FALSE(fs::exists(dir.file(name))) << name;
@@ -290,8 +286,8 @@ TEST(Zt2ExportHostile, ConcurrentExportsNeverMixTheirPairs) {
   TempDir dir;
   const std::string a = exampleIn(dir, "a.json"), b = exampleIn(dir, "b.json", "Figure");
   auto exportOnce = [&](const std::string& scene, const std::string& texturePath) {
-    const auto r = runExport({scene, "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"), "--set",
-                              "copyTextures=0", "--set", "texturePath=" + texturePath, "--save-options"});
+    const auto r = runExport(exportArgs(dir, scene, dir.file("out.zt2"),
+                                        {"--set", "copyTextures=0", "--set", "texturePath=" + texturePath, "--save-options"}));
     EXPECT_EQ(r.exitCode, 0) << r.err;
   };
   for (int round = 0; round < 20; ++round) {
@@ -316,7 +312,7 @@ TEST(Zt2ExportHostile, SymlinkedOutputHasItsSkdBesideTheTarget) {
   TempDir dir;
   fs::create_directory(dir.file("real"));
   fs::create_symlink("real/scene.zt2", dir.file("link.zt2"));
-  const auto r = runExport({exampleIn(dir), "-o", dir.file("link.zt2"), "--config-dir", dir.file("config")});
+  const auto r = runExport(exportArgs(dir, exampleIn(dir), dir.file("link.zt2")));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   EXPECT_TRUE(fs::is_symlink(dir.file("link.zt2")));
   EXPECT_FALSE(fs::exists(dir.file("link.skd")));
@@ -368,10 +364,9 @@ TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
     SCOPED_TRACE(c.printed);
     TempDir dir;
     ztx_test::writeText(dir.file("scene.json"), "{" + material + R"("nodes": [)" + c.nodes + "]}");
-    std::vector<std::string> args = {dir.file("scene.json"), "-o", dir.file("out.zt2"), "--config-dir",
-                                     dir.file("config"), "--set", "exportSkinning=0"};
+    std::vector<std::string> args = {"--set", "exportSkinning=0"};
     args.insert(args.end(), c.args.begin(), c.args.end());
-    const auto r = runExport(args);
+    const auto r = runExport(exportArgs(dir, dir.file("scene.json"), dir.file("out.zt2"), args));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
     if (c.exitCode != 0) {
       EXPECT_NE(r.out.find(c.printed), std::string::npos) << r.out;
@@ -415,10 +410,7 @@ TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
     TempDir dir;
     ztx_test::writeText(dir.file("tri.gltf"), model);
     fs::create_directory(dir.file("out"));
-    std::vector<std::string> args = {dir.file("tri.gltf"), "-o", dir.file("out/tri.zt2"), "--config-dir",
-                                     dir.file("config")};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    const auto r = runExport(args);
+    const auto r = runExport(exportArgs(dir, dir.file("tri.gltf"), dir.file("out/tri.zt2"), c.args));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
     std::vector<std::string> left;
     for (const auto& e : fs::directory_iterator(dir.file("out"))) left.push_back(e.path().filename().string());
@@ -436,7 +428,7 @@ TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
       SCOPED_TRACE(std::string(spoilt) + (hardLink ? " hard-linked" : " a folder"));
       TempDir dir;
       fs::create_directory(dir.file("out"));
-      ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+      ASSERT_EQ(runExport(intoOut(dir, exampleIn(dir))).exitCode, 0);
       if (hardLink) {
         fs::create_hard_link(dir.file(spoilt), dir.file("kept"));
       } else {
@@ -445,7 +437,7 @@ TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
       }
       const std::string changed = exampleIn(dir, "changed.json", "Figure");
       const auto before = snapshot(dir.path());
-      const auto r = runExport(exportArgs(dir, changed, {"--set", "texturePath=maps"}));
+      const auto r = runExport(intoOut(dir, changed, {"--set", "texturePath=maps"}));
       EXPECT_EQ(r.exitCode, 2) << r.err;
       const std::string reason = hardLink ? "the file has 2 hard links" : "not a regular file";
       EXPECT_EQ(occurrences(r.err, dir.file(spoilt) + ": cannot save: " + reason), 1u) << r.err;
@@ -480,10 +472,10 @@ TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
     SCOPED_TRACE(what);
     TempDir dir;
     fs::create_directory(dir.file("out"));
-    ASSERT_EQ(runExport(exportArgs(dir, exampleIn(dir))).exitCode, 0);
+    ASSERT_EQ(runExport(intoOut(dir, exampleIn(dir))).exitCode, 0);
     const std::string depfile = name(dir);
     const auto before = snapshot(dir.path());
-    const auto r = runExport(exportArgs(dir, dir.file("scene.json"), {"--depfile", depfile}));
+    const auto r = runExport(intoOut(dir, dir.file("scene.json"), {"--depfile", depfile}));
     EXPECT_EQ(r.exitCode, 2) << r.err;
     EXPECT_NE(r.err.find(depfile), std::string::npos) << r.err;
     EXPECT_NE(r.err.find("would overwrite"), std::string::npos) << r.err;
@@ -515,7 +507,7 @@ TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderUnlessAllowed) {
       {{"--set", "texturePath=../x", "--copy-textures-outside"}, none, nullptr, "x"},
       // Saved by a run that was refused, the path is refused again.
       {{}, [](const TempDir& d) {
-         EXPECT_EQ(runExport(exportArgs(d, d.file("scene.json"), {"--set", "texturePath=../x", "--save-options"}))
+         EXPECT_EQ(runExport(intoOut(d, d.file("scene.json"), {"--set", "texturePath=../x", "--save-options"}))
                        .exitCode, 1);
        }, climbs, nullptr},
       {{"--set", "texturePath=maps"}, linkOut, "a symbolic link to a place outside the output directory", nullptr},
@@ -538,7 +530,7 @@ TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderUnlessAllowed) {
     c.plant(dir);
     const auto elsewhere = snapshot(dir.file("elsewhere"));
     auto before = snapshot(dir.path());
-    const auto r = runExport(exportArgs(dir, scene, c.more));
+    const auto r = runExport(intoOut(dir, scene, c.more));
     EXPECT_EQ(r.exitCode, c.refusal ? 1 : 0) << r.out << r.err;
     auto after = snapshot(dir.path());
     for (auto* entries : {&before, &after}) entries->erase("config/ZTExport.cfg"), entries->erase("config");
@@ -567,7 +559,7 @@ TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
   ztx_test::writeText(dir.file("clash.json"), text);
 
   const auto before = snapshot(dir.path());
-  const auto r = runExport(exportArgs(dir, dir.file("clash.json")));
+  const auto r = runExport(intoOut(dir, dir.file("clash.json")));
   EXPECT_EQ(r.exitCode, 1) << r.err;
   // The default texture path is ".", so the copies go to out/./NAME.
   const std::size_t clash = r.out.find("\" would both be copied to \"" + dir.file("out/./skin.png") + "\"");
@@ -584,7 +576,7 @@ TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
   after.erase("config");
   expectKept(before, after);
 
-  const auto unique = runExport(exportArgs(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
+  const auto unique = runExport(intoOut(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
   ASSERT_EQ(unique.exitCode, 0) << unique.out << unique.err;
   std::vector<std::string> names = textureFileNames(ztx_test::dumpJson(dir.file("out/scene.zt2")));
   std::vector<std::string> skins;
@@ -619,7 +611,7 @@ TEST(Zt2ExportIntegrity, ATexturePathWithANulIsRefused) {
   TempDir dir;
   fs::create_directory(dir.file("out"));
   const std::string scene = exampleIn(dir);
-  ASSERT_EQ(runExport(exportArgs(dir, scene, {"--set", "texturePath=mapsXfolder", "--save-options"})).exitCode, 0);
+  ASSERT_EQ(runExport(intoOut(dir, scene, {"--set", "texturePath=mapsXfolder", "--save-options"})).exitCode, 0);
   std::string cfg = ztx_test::readText(dir.file("config/ZTExport.cfg"));
   const std::size_t at = cfg.find("mapsXfolder");
   ASSERT_NE(at, std::string::npos);
@@ -627,7 +619,7 @@ TEST(Zt2ExportIntegrity, ATexturePathWithANulIsRefused) {
   ztx_test::writeText(dir.file("config/ZTExport.cfg"), cfg);
   fs::remove_all(dir.file("out"));
   fs::create_directory(dir.file("out"));
-  const auto r = runExport(exportArgs(dir, scene));
+  const auto r = runExport(intoOut(dir, scene));
   EXPECT_EQ(r.exitCode, 1) << r.err;
   EXPECT_NE(r.out.find("ERROR: Texture path \"maps\" holds a NUL byte"), std::string::npos) << r.out;
   EXPECT_TRUE(fs::is_empty(dir.file("out")));
@@ -665,8 +657,8 @@ TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
     for (const char* fifo : {"pipe.3ds", "pipe.obj", "img/pipe.png", "img/pipe.ifl"})
       ASSERT_EQ(::mkfifo(dir.file(fifo).c_str(), 0644), 0);
     if (!c.scene.empty()) ztx_test::writeText(dir.file("scene.json"), c.scene);
-    const auto r = exportWithin({dir.file(c.input), "-o", dir.file("out.zt2"), "--config-dir", dir.file("config"),
-                                 "--set", "exportSkinning=0", "--set", "exportAnimation=0"});
+    const auto r = exportWithin(exportArgs(dir, dir.file(c.input), dir.file("out.zt2"),
+                                           {"--set", "exportSkinning=0", "--set", "exportAnimation=0"}));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
     EXPECT_NE(r.err.find("zt2export: " + dir.file(c.message)), std::string::npos) << r.err;
     if (!c.infoLine.empty()) {

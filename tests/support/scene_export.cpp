@@ -17,9 +17,7 @@ ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson, const 
   const std::string scene = dir.file("scene.json");
   writeText(scene, sceneJson);
   const std::string output = dir.file(outputName);
-  std::vector<std::string> args = {scene, "-o", output, "--config-dir", dir.file("config")};
-  args.insert(args.end(), extraArgs.begin(), extraArgs.end());
-  const RunResult r = runExport(args);
+  const RunResult r = runExport(exportArgs(dir, scene, output, extraArgs));
   ExportRun run;
   run.exitCode = r.exitCode;
   run.out = r.out;

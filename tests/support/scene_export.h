@@ -3,6 +3,8 @@
 // zt2dump --json.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <map>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -34,6 +36,19 @@ ExportRun exportSceneIn(const TempDir& dir, const std::string& sceneJson,
 // the scene file and the .skd validate. Returns the scene file's path.
 std::string exportExample(const TempDir& dir, const std::string& name = "example.zt2",
                           const std::vector<std::string>& more = {});
+
+// The example exported once for a whole suite (exportExample, --save-options):
+// the scene file dir_/example.zt2, its .skd and options beside it.
+class ExportedExample : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    dir_ = new TempDir;
+    scene_ = exportExample(*dir_, "example.zt2", {"--save-options"});
+  }
+  static void TearDownTestSuite() { delete dir_; }
+  static inline TempDir* dir_ = nullptr;
+  static inline std::string scene_;
+};
 
 // The options that keep a small scene free of skin and material demands.
 std::vector<std::string> plainOptions(std::vector<std::string> more = {});

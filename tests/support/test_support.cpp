@@ -71,6 +71,13 @@ RunResult runExport(const std::vector<std::string>& args, const std::vector<std:
 }
 RunResult runDump(const std::vector<std::string>& args) { return run(ZTX_ZT2DUMP, args); }
 
+std::vector<std::string> exportArgs(const TempDir& dir, const std::string& input, const std::string& output,
+                                    const std::vector<std::string>& more) {
+  std::vector<std::string> args = {input, "-o", output, "--config-dir", dir.file("config")};
+  args.insert(args.end(), more.begin(), more.end());
+  return args;
+}
+
 std::string readText(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream s;

@@ -35,6 +35,10 @@ RunResult run(const std::string& program, const std::vector<std::string>& args,
               const std::vector<std::string>& env = {});
 RunResult runExport(const std::vector<std::string>& args, const std::vector<std::string>& env = {});
 RunResult runDump(const std::vector<std::string>& args);
+// zt2export's arguments for exporting `input` to `output` with dir/config as
+// the configuration directory, then `more`.
+std::vector<std::string> exportArgs(const TempDir& dir, const std::string& input, const std::string& output,
+                                    const std::vector<std::string>& more = {});
 
 std::string readText(const std::string& path);
 std::vector<unsigned char> readBytes(const std::string& path);
