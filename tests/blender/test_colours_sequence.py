@@ -141,6 +141,8 @@ t.check(image.source == "SEQUENCE" and bpy.path.abspath(image.filepath) == os.pa
         (user.frame_offset, user.frame_duration, user.frame_start) == (1, 3, bpy.context.scene.frame_start),
         "the sequence: %s %r, offset %d, %d frames from %d" % (image.source, image.filepath, user.frame_offset,
                                                                user.frame_duration, user.frame_start))
+# Read now: the image user belongs to this scene, which a new scene frees.
+sequence = (user.frame_duration, user.frame_offset)
 os.makedirs(os.path.join(folder, "again"))
 again = t.export(os.path.join("again", "colours_sequence"))
 # Blender's sRGB conversion there and back moves the colours by up to 4e-5.
@@ -178,4 +180,4 @@ document = io_scene_zt2.gather.gather(bpy.context)
 t.check(any('image "clip" is a movie' in w and "render its frames as an image sequence" in w
             for w in document.warnings), "no warning of the movie: %r" % document.warnings)
 print("blender colours_sequence import: colours off by %.3g; a sequence of %d frames from offset %d; exported again "
-      "equal within 1e-4" % (import_error, user.frame_duration, user.frame_offset))
+      "equal within 1e-4" % ((import_error,) + sequence))
