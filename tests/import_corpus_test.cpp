@@ -18,6 +18,7 @@
 #include <set>
 #include <sstream>
 
+#include "host/inhouse/sanitized.h"
 #include "host/inhouse/text.h"
 #include "importers/importers.h"
 #include "support/test_support.h"
@@ -65,9 +66,12 @@ struct Validation {
 };
 
 // The validator (tools/zt2view/web/validate.mjs) over the files, its
-// per-file lines counted; without node it is not run and files stays 0.
-Validation validateGltf(const std::vector<std::string>& files) {
+// per-file lines counted; without node it is not run and files stays 0. Nor
+// in a sanitized build: the validator is no code of ours, and the build
+// without sanitizers runs it over the same files.
+Validation validateGltf([[maybe_unused]] const std::vector<std::string>& files) {
   Validation v;
+#if !defined(ZTX_SANITIZED)
   const auto r = files.empty() ? std::nullopt : ztx_test::runGltfValidator(files);
   if (!r) return v;
   EXPECT_EQ(r->exitCode, 0) << r->out << r->err;
@@ -81,6 +85,7 @@ Validation validateGltf(const std::vector<std::string>& files) {
     v.warnings += std::stoi(m[2]);
   }
   EXPECT_EQ(v.files, static_cast<int>(files.size())) << r->out << r->err;
+#endif
   return v;
 }
 
