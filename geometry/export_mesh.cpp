@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <optional>
 
 #include "geometry/group_split.h"
 #include "geometry/mesh_build.h"
@@ -300,6 +301,22 @@ class MeshWriter {
   std::vector<MaterialSubMesh> pieces_;  // runs of an oversized group
 };
 
+// Whether the clean-up before a mesh is built would change it: a face that
+// names a vertex twice (removed with the floating vertices) or one that does
+// not exist, or a vertex no face names (with the floating vertices).
+bool cleanUpChanges(const Mesh& mesh, bool removeFloatingVertices) {
+  const std::size_t n = mesh.verts.size();
+  std::vector<bool> used(removeFloatingVertices ? n : 0, false);
+  for (const Face& f : mesh.faces) {
+    const unsigned int* v = f.v;
+    if (v[0] >= n || v[1] >= n || v[2] >= n) return true;
+    if (!removeFloatingVertices) continue;
+    if (v[0] == v[1] || v[1] == v[2] || v[0] == v[2]) return true;
+    used[v[0]] = used[v[1]] = used[v[2]] = true;
+  }
+  return removeFloatingVertices && std::find(used.begin(), used.end(), false) != used.end();
+}
+
 // Hands `v`'s storage back to the heap.
 template <typename T>
 void release(T& v) {
@@ -361,12 +378,16 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
                         node->GetName());
     return;
   }
-  // The host's mesh is cleaned up in a working copy. Each array of the copy
-  // and of the build goes back to the heap as soon as nothing reads it again,
-  // so that the arrays made after it reuse its pages: the export's peak
-  // memory, and with it the pages the kernel faults in, stays lower.
+  // The host's mesh is cleaned up in a working copy, made only when the
+  // clean-up would change something: most meshes are read where they lie,
+  // which spares a copy as large as the mesh. Each array of the copy and of
+  // the build goes back to the heap as soon as nothing reads it again, so
+  // that the arrays made after it reuse its pages: the export's peak memory,
+  // and with it the pages the kernel faults in, stays lower.
   MeshScratch& scratch = exporter.meshScratch();
-  Mesh mesh = static_cast<TriObject*>(tri.get())->GetMesh();
+  const Mesh& hostMesh = static_cast<TriObject*>(tri.get())->GetMesh();
+  std::optional<Mesh> copy;
+  if (cleanUpChanges(hostMesh, options.removeFloatingVertices)) copy.emplace(hostMesh);
 
   SkinSource skin;
   skin.on = options.exportSkinning;
@@ -374,30 +395,38 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     const auto it = exporter.skinWeightTable.find(node);
     if (it != exporter.skinWeightTable.end()) {
       skin.entry = &it->second;
-      mesh.setVDataSupport(kHostIndexChannel, true);
-      std::vector<std::int32_t>& slots = mesh.vData[kHostIndexChannel].data;
-      for (std::size_t i = 0; i < slots.size(); ++i) slots[i] = static_cast<std::int32_t>(i);
+      if (copy) {
+        copy->setVDataSupport(kHostIndexChannel, true);
+        std::vector<std::int32_t>& slots = copy->vData[kHostIndexChannel].data;
+        for (std::size_t i = 0; i < slots.size(); ++i) slots[i] = static_cast<std::int32_t>(i);
+      }
     }
   }
 
-  if (options.removeFloatingVertices) {
-    mesh.RemoveDegenerateFaces();
-    mesh.RemoveIllegalFaces();
-    mesh.DeleteIsoVerts();
-  } else {
+  if (copy && options.removeFloatingVertices) {
+    copy->RemoveDegenerateFaces();
+    copy->RemoveIllegalFaces();
+    copy->DeleteIsoVerts();
+  } else if (copy) {
     // Without the clean-up a face may still name a vertex that does not
     // exist; such a face has no place in the file, so it goes anyway.
-    const std::size_t before = mesh.faces.size();
-    mesh.RemoveIllegalFaces();
-    if (mesh.faces.size() != before)
+    const std::size_t before = copy->faces.size();
+    copy->RemoveIllegalFaces();
+    if (copy->faces.size() != before)
       exporter.logMessage("WARNING: Object \"%s\" has %zu faces naming vertices that do not exist; they are not exported",
-                          node->GetName(), before - mesh.faces.size());
+                          node->GetName(), before - copy->faces.size());
   }
-  // The skin keys outlive the working copy, which goes as soon as the build holds the mesh.
+  const Mesh& mesh = copy ? *copy : hostMesh;
+  // The skin keys (each vertex's host index) outlive the working copy, which
+  // goes as soon as the build holds the mesh.
   std::vector<std::int32_t> skinKeys;
-  if (skin.entry && mesh.vDataSupport(kHostIndexChannel) &&
-      mesh.vData[kHostIndexChannel].data.size() == mesh.verts.size()) {
-    skinKeys = std::move(mesh.vData[kHostIndexChannel].data);
+  if (skin.entry && copy && copy->vDataSupport(kHostIndexChannel) &&
+      copy->vData[kHostIndexChannel].data.size() == copy->verts.size()) {
+    skinKeys = std::move(copy->vData[kHostIndexChannel].data);
+    skin.keys = &skinKeys;
+  } else if (skin.entry && !copy) {
+    skinKeys.resize(mesh.verts.size());
+    for (std::size_t i = 0; i < skinKeys.size(); ++i) skinKeys[i] = static_cast<std::int32_t>(i);
     skin.keys = &skinKeys;
   }
 
@@ -426,7 +455,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     build.hostIndices.resize(build.positions.size());
     for (std::size_t i = 0; i < build.hostIndices.size(); ++i) build.hostIndices[i] = static_cast<std::uint32_t>(i);
   }
-  release(mesh);
+  copy.reset();
 
   computeSmoothNormals(build, scratch.normals);
   if (skin.on) traceSplits(build, 0);
