@@ -323,27 +323,10 @@ void release(T& v) {
   v = T();
 }
 
-template <typename T>
-std::size_t bytesHeld(const std::vector<T>& v) {
-  return v.capacity() * sizeof(T);
-}
-
-// Scratch kept from one mesh to the next, at most: enough for meshes of about
-// a hundred thousand triangles, so that a scene of many meshes allocates once.
-constexpr std::size_t kScratchKeptBytes = std::size_t{16} << 20;
-
-// A large mesh's work buffers go back to the heap before its record is
-// written out, where they would only add to the run's peak memory.
-void trimScratch(MeshScratch& s) {
-  const std::size_t held = bytesHeld(s.normals.faceNormals) + bytesHeld(s.normals.valence) +
-                           bytesHeld(s.normals.listStart) + bytesHeld(s.normals.faceList) +
-                           bytesHeld(s.normals.masks) + bytesHeld(s.maps.nextDuplicate) +
-                           bytesHeld(s.groups.groupStart) + bytesHeld(s.groups.fill) +
-                           bytesHeld(s.groups.groupTriangles) + bytesHeld(s.groups.stamp) +
-                           bytesHeld(s.groups.remap) + bytesHeld(s.groups.newToOld) + bytesHeld(s.split.run) +
-                           bytesHeld(s.split.local);
-  if (held > kScratchKeptBytes) release(s);
-}
+// A mesh larger than this leaves its work buffers to the heap before its
+// record is written out, where they would only add to the run's peak memory;
+// smaller meshes keep them, so that a scene of many meshes allocates once.
+constexpr std::size_t kScratchKeptTriangles = 100000;
 
 void writeReference(SceneExporter& exporter, INode* node, TimeValue t, const std::string& firstNode) {
   MeshRecord record;
@@ -485,8 +468,9 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
       }
     }
   }
+  const bool largeMesh = build.triangleCount() > kScratchKeptTriangles;
   release(build);
-  trimScratch(scratch);
+  if (largeMesh) release(scratch);
 
   exporter.sceneFile << record;
   exporter.meshReferenceTable.emplace(obj, node->GetName());
