@@ -100,8 +100,9 @@ class FileStaging {
   FileStaging& operator=(const FileStaging&) = delete;
   ~FileStaging();
 
-  // Writes the ranges to a synced temporary for `target` (links followed, as
-  // the user's name for an output), with the checks of replaceFileContents.
+  // Writes the ranges to a temporary for `target` (links followed, as the
+  // user's name for an output), flushed to the disk at commit, with the checks
+  // of replaceFileContents.
   // The same target staged again replaces the earlier staging: the last one
   // wins.
   Result<void> stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
@@ -123,9 +124,10 @@ class FileStaging {
   // that name exists by then (which is left as it is). Answers its path.
   Result<std::string> newFilesDirectory(const std::string& directory);
 
-  // Puts everything staged in place: the new files first (a texture is there
-  // before the scene file that names it), then the replacement for `first`
-  // (when given and staged), then the other replacements in the order staged.
+  // Flushes every staged file to the disk, then puts them in place: the new
+  // files first (a texture is there before the scene file that names it), then
+  // the replacement for `first` (when given and staged), then the other
+  // replacements in the order staged.
   // The whole commit holds the lock of the directory of `first` (or of the
   // first replacement), so two runs committing the same files leave all of
   // one run's files, never some of each. Refused when any file of the run

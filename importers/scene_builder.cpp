@@ -59,7 +59,7 @@ void Skin::blended(const std::vector<std::pair<std::uint32_t, float>>& links) {
 json SceneBuilder::physique(Skin&& skin) {
   if (skin.vertexCount() == 0) return hostimport::physique();
   json p = {{"type", "physique"}};
-  if (skinsInBuffer_) {
+  if (skinsInBuffer_ || skin.vertexCount() > kListedSkinVertices) {
     p["vertices"] = {{"bones", skin.bones()},
                      {"count", skin.vertexCount()},
                      {"records", append(skin.takeRecords(), 1)}};
@@ -87,7 +87,7 @@ json SceneBuilder::physique(Skin&& skin) {
 }
 
 json SceneBuilder::rigidPhysique(const std::string& nodeId, std::size_t vertexCount) {
-  if (!skinsInBuffer_) {
+  if (!skinsInBuffer_ && vertexCount <= kListedSkinVertices) {
     if (vertexCount == 0) return hostimport::physique();
     return json::array({{{"type", "physique"}, {"vertices", json::array_t(vertexCount, nodeId)}}});
   }

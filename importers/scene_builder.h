@@ -84,7 +84,11 @@ class Skin {
 
 // Appends arrays to the buffer and hands out the references to them. Skins
 // go to the buffer too, unless the scene is meant as a file to keep
-// (--write-scene): there they stay lists in the document, as people write them.
+// (--write-scene): there they stay lists in the document, as people write them,
+// up to kListedSkinVertices: a longer list is read by no one, and a mesh of a
+// million vertices would make the document megabytes of one repeated name.
+inline constexpr std::size_t kListedSkinVertices = 10000;
+
 class SceneBuilder {
  public:
   SceneBuilder(std::string bufferName, bool skinsInBuffer) : skinsInBuffer_(skinsInBuffer) {

@@ -93,9 +93,17 @@ std::optional<JsonCursor> JsonCursor::find(const char* name) const {
 
 std::vector<JsonCursor> JsonCursor::elements() const {
   if (!isArray()) fail("expected an array, found " + kindOf(*value_));
+  // One block holds every element's step, each cursor sharing it: a list of a
+  // million vertices costs one allocation, not a million.
+  const std::size_t n = value_->size();
   std::vector<JsonCursor> out;
-  out.reserve(value_->size());
-  for (std::size_t i = 0; i < value_->size(); ++i) out.push_back(element((*value_)[i], i));
+  out.reserve(n);
+  if (n == 0) return out;
+  const auto steps = std::make_shared<PathStep[]>(n);
+  for (std::size_t i = 0; i < n; ++i) {
+    steps[i] = PathStep{step_, {}, i, true};
+    out.push_back(JsonCursor((*value_)[i], std::shared_ptr<const PathStep>(steps, &steps[i]), source_));
+  }
   return out;
 }
 
@@ -123,23 +131,24 @@ int JsonCursor::asInt() const {
 }
 
 long long JsonCursor::asInteger(long long min, long long max) const {
-  const std::string range = " from " + std::to_string(min) + " to " + std::to_string(max);
+  const auto range = [&] { return " from " + std::to_string(min) + " to " + std::to_string(max); };
   long long v = 0;
   if (value_->is_number_unsigned()) {
     const auto u = value_->get<unsigned long long>();
-    if (u > static_cast<unsigned long long>(std::numeric_limits<long long>::max())) fail("expected an integer" + range);
+    if (u > static_cast<unsigned long long>(std::numeric_limits<long long>::max()))
+      fail("expected an integer" + range());
     v = static_cast<long long>(u);
   } else if (value_->is_number_integer()) {
     v = value_->get<long long>();
   } else if (value_->is_number_float()) {
     // 30.0 is as good an integer as 30; 30.5 is not.
     const double d = value_->get<double>();
-    if (!std::isfinite(d) || d != std::floor(d) || std::fabs(d) > 9.0e15) fail("expected an integer" + range);
+    if (!std::isfinite(d) || d != std::floor(d) || std::fabs(d) > 9.0e15) fail("expected an integer" + range());
     v = static_cast<long long>(d);
   } else {
-    fail("expected an integer" + range + ", found " + kindOf(*value_));
+    fail("expected an integer" + range() + ", found " + kindOf(*value_));
   }
-  if (v < min || v > max) fail("expected an integer" + range + ", found " + std::to_string(v));
+  if (v < min || v > max) fail("expected an integer" + range() + ", found " + std::to_string(v));
   return v;
 }
 
@@ -159,7 +168,18 @@ float JsonCursor::asFloat() const {
 Point3 JsonCursor::asPoint3() const {
   if (!isArray() || value_->size() != 3) fail("expected an array of 3 numbers");
   Point3 p;
-  for (int i = 0; i < 3; ++i) p[i] = element((*value_)[i], static_cast<std::size_t>(i)).asFloat();
+  for (int i = 0; i < 3; ++i) {
+    const nlohmann::json& v = (*value_)[i];
+    // A sound number is read in place; a cursor, and its place, only to refuse one.
+    if (v.is_number()) {
+      const double d = v.get<double>();
+      if (std::isfinite(d) && std::fabs(d) <= std::numeric_limits<float>::max()) {
+        p[i] = static_cast<float>(d);
+        continue;
+      }
+    }
+    p[i] = element(v, static_cast<std::size_t>(i)).asFloat();
+  }
   return p;
 }
 

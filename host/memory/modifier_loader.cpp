@@ -18,9 +18,11 @@ struct SkinReader {
   std::map<std::string, std::uint32_t> tableIndex;
   std::vector<std::pair<std::string, std::string>> table;  // id, path
 
-  std::uint32_t bone(const std::string& id, const std::string& path) {
+  // The place is spelled out for a bone's first use only: a skin of a million
+  // vertices names its few bones a million times.
+  std::uint32_t bone(const std::string& id, const JsonCursor& where) {
     const auto [it, added] = tableIndex.emplace(id, static_cast<std::uint32_t>(table.size()));
-    if (added) table.emplace_back(id, path);
+    if (added) table.emplace_back(id, where.path());
     return it->second;
   }
   void addInfluence(std::uint32_t bone, float weight) {
@@ -38,7 +40,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
   if (c.isNull()) {
   } else if (c.isString()) {
     v.kind = PhysiqueVertex::Kind::Rigid;
-    r.addInfluence(r.bone(c.asString(), c.path()), 1.0f);
+    r.addInfluence(r.bone(c.asString(), c), 1.0f);
   } else {
     if (!c.isObject()) c.fail("expected a bone id, null, or an object with \"bone\", \"bones\" or \"vertexType\"");
     v.secondRequestFails = c.boolOr("secondRequestFails", false);
@@ -47,7 +49,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
       v.kind = PhysiqueVertex::Kind::Rigid;
       const JsonCursor bone = c["bone"];
       // null: a rigid vertex whose GetNode() answers none.
-      if (!bone.isNull()) r.addInfluence(r.bone(bone.asString(), bone.path()), 1.0f);
+      if (!bone.isNull()) r.addInfluence(r.bone(bone.asString(), bone), 1.0f);
     } else if (c.has("bones")) {
       c.expectMembers({"bones", "weights", "secondRequestFails"});
       v.kind = PhysiqueVertex::Kind::Blended;
@@ -56,7 +58,7 @@ void readVertex(const JsonCursor& c, SkinReader& r) {
       if (weights.size() != bones.size())
         weights.fail("expected " + std::to_string(bones.size()) + " weights, one per bone; found " +
                      std::to_string(weights.size()));
-      for (const JsonCursor& b : bones.elements()) r.addInfluence(r.bone(b.asString(), b.path()), 0.0f);
+      for (const JsonCursor& b : bones.elements()) r.addInfluence(r.bone(b.asString(), b), 0.0f);
       std::size_t i = v.first;
       for (const JsonCursor& w : weights.elements()) r.skin.weights[i++] = w.asFloat();
     } else if (c.has("vertexType")) {
@@ -82,7 +84,7 @@ void readSkinRecords(const JsonCursor& c, LoadContext& ctx, SkinReader& r) {
   for (const JsonCursor& b : bones.elements()) {
     const std::string id = b.asString();
     if (r.tableIndex.count(id)) b.fail("the bone \"" + id + "\" is listed twice");
-    r.bone(id, b.path());
+    r.bone(id, b);
   }
   const auto vertexCount = static_cast<std::size_t>(c["count"].asInteger(0, std::numeric_limits<int>::max()));
   const JsonCursor records = c["records"];
