@@ -81,7 +81,6 @@ TEST(KeyReduction, TheKeysEachToleranceKeeps) {
       {"one entry is the only key", {3}, 0, {0}},
       {"two different entries both stay", {0, 1}, 100, {0, 1}},
       {"a hold and a change survive any tolerance", holdThenChange, 0, {0, 9, 10}},
-      {"a hold and a change survive any tolerance", holdThenChange, 0.5f, {0, 9, 10}},
       {"a hold and a change survive any tolerance", holdThenChange, 1000, {0, 9, 10}},
       {"a linear ramp keeps only its ends", ramp, 0, {0, 20}},
       // Every inner sample lies 1 off the line between its neighbours.

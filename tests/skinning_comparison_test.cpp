@@ -306,9 +306,7 @@ TEST(SkinningFlag, AClothOfBonesUnderAPoleWavesAsTheImportLibrarysOwnGltf) {
   std::printf("  flag.md5mesh: %.3g%% %s; moves %.3g%%\n", o.deviation * 100, o.detail.c_str(), o.motion * 100);
   // The cloth does wave: its vertices travel a good part of its size.
   EXPECT_GT(o.motion, 0.1);
-  Tally tally;
-  record(tally, "flag.md5mesh", o);
-  print("flag (made by the test)", tally);
+  EXPECT_LE(o.deviation, kTolerance) << o.detail;
 
   // Its bones hang from one another as in the model: the last of the top
   // edge under the pole through the three before it.
@@ -505,8 +503,6 @@ INSTANTIATE_TEST_SUITE_P(
         // The bone inside the mesh's node repeats its name: its keys are its own.
         SmallModel{"RepeatedNameB3d", "walk.b3d", [](bool twin) { return walkB3d("Body", twin ? "Bone" : "Body", 30, 8); },
                    true, {}, "2 nodes are named \"Body\"; they are told apart as \"Body\", \"Body#2\""},
-        SmallModel{"RepeatedBoneSmd", "arm.smd", [](bool twin) { return armSmd("Body", twin ? "Arm" : "Body"); }, true, {},
-                   "2 nodes are named \"Body\"; they are told apart as \"Body\", \"Body#2\""},
         // The arm's inner corners lie on the body's: they stay the arm's.
         SmallModel{"CornersOfTwoBonesSmd", "arm.smd", [](bool) { return armSmd("body", "arm"); }, false, {}, ""},
         // A clip of 60 frames a second is sampled at its own rate; asked for 30,
