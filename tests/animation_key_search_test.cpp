@@ -252,8 +252,7 @@ TEST(KeySearch, TurningKeysAreTheRulesKeysInTheBlendingModes) {
   } modes[] = {{FrameInterpolation::Normalized, false},
                {FrameInterpolation::Normalized, true},
                {FrameInterpolation::Orthonormalized, false},
-               {FrameInterpolation::Orthonormalized, true},
-               {FrameInterpolation::None, true}};
+               {FrameInterpolation::Orthonormalized, true}};
   for (const auto& m : modes) {
     SCOPED_TRACE(testing::Message() << "mode " << static_cast<int>(m.mode) << (m.scaling ? " with scaling" : ""));
     const FrameInterpolation mode = m.mode;

@@ -22,7 +22,6 @@
 #include <tuple>
 #include <vector>
 
-#include "importers/smoothing_from_normals.h"
 #include "support/b3d_writing.h"
 #include "support/scene_export.h"
 
@@ -147,7 +146,9 @@ struct BoxCase {
 class BoxModel : public testing::TestWithParam<BoxCase> {};
 
 // Corners are split where sides meet at a hard edge: 6 x 4 corners; a box
-// smooth all over keeps its 8.
+// smooth all over keeps its 8. An OBJ's normals become smoothing groups in
+// which no two flat sides that meet share a group, or their corners would be
+// joined.
 TEST_P(BoxModel, ExportsItsVertices) {
   const BoxCase& c = GetParam();
   TempDir dir;
@@ -166,22 +167,6 @@ INSTANTIATE_TEST_SUITE_P(Import, BoxModel,
                          testing::Values(BoxCase{"SixGroups3ds", false, true, 24}, BoxCase{"OneGroup3ds", false, false, 8},
                                          BoxCase{"HardNormalsObj", true, true, 24}, BoxCase{"SoftNormalsObj", true, false, 8}),
                          [](const auto& info) { return std::string(info.param.name); });
-
-TEST(SmoothingFromNormals, FlatSidesOfACubeNeverShareAGroupWithANeighbour) {
-  // Two triangles per side, normals of the side at every corner.
-  std::vector<std::uint32_t> faces;
-  std::vector<float> corners;
-  for (int s = 0; s < 6; ++s)
-    for (int t = 0; t < 2; ++t)
-      for (int v : {kSides[s][0], kSides[s][t + 1], kSides[s][t + 2]}) {
-        faces.push_back(static_cast<std::uint32_t>(v));
-        for (int n : kSideNormals[s]) corners.push_back(static_cast<float>(n));
-      }
-  // Greedy in face order: bottom 1, top 1 (they never meet), then the four
-  // walls alternate between groups 2 and 4... as their neighbours allow.
-  EXPECT_EQ(hostimport::smoothingFromNormals(faces, corners, 8),
-            (std::vector<std::uint32_t>{1, 1, 1, 1, 2, 2, 2, 2, 4, 4, 4, 4}));
-}
 
 // Whatever the front end, the written scene file exports to the bytes of the
 // direct export.

@@ -242,19 +242,11 @@ TEST_F(Materials, CopiesNeverOverwrite) {
   const auto old = fs::file_time_type::clock::now() - std::chrono::hours(48);
   fs::last_write_time(kept, old);
 
-  auto run = exportWith(kScene, "texturePath=maps");
+  const auto run = exportWith(kScene, "texturePath=maps");
   ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
   const auto lines = ztx_test::infoLines(run);
   ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(lines[3], "INFO: Texture \"" + kept + "\" already exists - file not overwritten.");
-
-  // A second export of the same scene copies nothing.
-  run = exportWith(kScene, "texturePath=maps", "second.zt2");
-  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
-  std::vector<std::string> expected;
-  for (const char* png : {"wave1.png", "wave2.png", "wave3.png", "skin.png"})
-    expected.push_back("INFO: Texture \"" + dir.file("maps/") + png + "\" already exists - file not overwritten.");
-  EXPECT_EQ(ztx_test::infoLines(run), expected);
   EXPECT_EQ(ztx_test::readText(kept), "not the image");
   EXPECT_EQ(fs::last_write_time(kept), old);
 }
@@ -396,7 +388,6 @@ TEST(TextureFiles, ModelsFindTheirImagesAsArtistsLeaveThem) {
       {"sibling textures folder", "wood.tga", {"model/textures/wood.tga"}, {}, 0, "wood.tga", ""},
       {"the parent's textures folder", "maps\\wood.tga", {"Textures/wood.tga"}, {}, 0, "wood.tga", ""},
       {"another system's path", "C:\\Users\\artist\\m134.tga", {"model/m134.tga"}, {}, 0, "m134.tga", ""},
-      {"letter case of the file", "WOOD.TGA", {"model/wood.tga"}, {}, 0, "wood.tga", ""},
       {"letter case of a folder", "Maps/Wood.tga", {"model/maps/Wood.tga"}, {}, 0, "Wood.tga", ""},
       {"another extension", "/home/artist/m134.png", {"model/m134.tga"}, {}, 0, "m134.tga",
        "WARNING: @/model/m.obj: material \"Wood\": texture \"/home/artist/m134.png\" not found; \"@/model/m134.tga\", "
@@ -468,7 +459,7 @@ TEST(TextureFiles, SceneFilesSearchTheirTexturePaths) {
 
 // DDS, TIFF and SGI images decode, pixel for pixel, through the fallback
 // decoder, which the formats stb reads never load.
-TEST(TextureFiles, ImagesStbCannotReadGoToTheFallbackDecoder) {
+TEST(TextureFiles, ImagesStbCannotReadGoToTheFallbackDecoderAndBecomePngInGltf) {
   TempDir dir;
   ztx_test::writeBytes(dir.file("a.tga"), tga());
   int width = 0, height = 0;
@@ -496,17 +487,11 @@ TEST(TextureFiles, ImagesStbCannotReadGoToTheFallbackDecoder) {
   EXPECT_FALSE(hostmodel::decodeImage(dir.file("cut.dds"), width, height, why));
   EXPECT_EQ(why.rfind("is no image that can be decoded (stb_image: ", 0), 0u) << why;
   EXPECT_NE(why.find("; OpenImageIO: "), std::string::npos) << why;
-}
 
-// The three formats as textures of an exported scene, copied beside it and
-// embedded in zt2dump's glTF as PNG, the one format there besides JPEG.
-TEST(TextureFiles, FallbackFormatsExportAndBecomePngInGltf) {
-  TempDir dir;
-  ztx_test::writeBytes(dir.file("a.dds"), dds());
-  ztx_test::writeBytes(dir.file("b.tif"), tiff());
-  ztx_test::writeBytes(dir.file("c.rgb"), sgi());
+  // The three as textures of an exported scene, copied beside it and embedded
+  // in zt2dump's glTF as PNG, the one format there besides JPEG.
   std::string materials, meshes;
-  const char* files[] = {"a.dds", "b.tif", "c.rgb"};
+  const char* files[] = {"a.dds", "a.tif", "a.rgb"};
   for (int i = 0; i < 3; ++i) {
     const std::string n = std::to_string(i);
     materials += std::string(i ? "," : "") + R"({"id": "m)" + n + R"(", "type": "ztMaterial", "name": "M)" + n +

@@ -163,7 +163,6 @@ TEST(OptionsFile, TexturePathHistory) {
   fortyAfter.insert(fortyAfter.end(), forty.begin(), forty.end());
   const std::tuple<H, std::string, H> rows[] = {
       {{"X", "Y"}, "Z", {"Z", "X", "Y"}},
-      {{"A", "B", "A"}, "A", {"A", "B", "A"}},
       {{"B", "A", "C", "A"}, "A", {"A", "B", "C", "A"}},
       {{"Maps", "maps/"}, "maps", {"maps", "Maps", "maps/"}},
       {{"X", ""}, "", {".", "X"}},

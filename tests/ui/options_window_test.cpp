@@ -1,5 +1,8 @@
 // The "Export" dialog driven through its real widgets, as a user would: the
 // enable rules, the spinner rules, OK and Cancel with the configuration file.
+// (An export answered through the dialog: the driver's runner in
+// export_driver_test.cpp, whose choices saved are read back by the next run in
+// zt2export_tool_test.cpp.)
 // Runs on Qt's offscreen platform, so no display is needed.
 #include <gtest/gtest.h>
 
@@ -11,15 +14,11 @@
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QTimer>
 #include <QtTest/QTest>
 #include <filesystem>
 
 #include "options/dialog_template.h"
 #include "options/options_dialog.h"
-#include "host/memory/memory_host.h"
-#include "plugin/scene_exporter.h"
-#include "support/scene_export.h"
 #include "support/test_support.h"
 #include "ui/info_windows.h"
 #include "ui/options_window.h"
@@ -186,33 +185,6 @@ TEST(OptionsWindow, CancelSavesNothingAndLeavesTheExchangedFields) {
   EXPECT_EQ(record->texturePath, ".");
   record.reset();
   EXPECT_FALSE(std::filesystem::exists(dir.file(kOptionsFileName)));
-}
-
-// Unchecking "Skinning" (helpers have no skin) and "Retain hierarchies", then
-// OK: the export applies both and the choices are saved. (What the driver does
-// after Cancel is the driver's own test.)
-TEST(OptionsWindow, AnExportAnsweredThroughTheDialog) {
-  TempDir dir;
-  auto host = hostmodel::loadSceneFromString(
-      R"({"nodes": [{"name": "Parent", "object": {"type": "helper"},
-                     "children": [{"name": "Child", "object": {"type": "helper"}}]}]})",
-      dir.path().string(), "scene");
-  host->setConfigDir(dir.path().string());
-  SceneExporter exporter;
-  exporter.optionsDialogRunner = [](OptionsDialog& record) {
-    OptionsWindow w(record);
-    QTimer::singleShot(0, &w, [&w] {
-      click(w, id::kSkinning);
-      click(w, id::kRetainHierarchies);
-      click(w, id::kOk);
-    });
-    return w.exec() == QDialog::Accepted;
-  };
-  ASSERT_EQ(exporter.DoExport(dir.file("out.zt2").c_str(), host.get(), false), 1);
-  ASSERT_TRUE(std::filesystem::exists(dir.file("out.zt2"))) << exporter.infoLog.text();
-  const auto file = ztx_test::dumpJson(dir.file("out.zt2"));
-  EXPECT_EQ(ztx_test::objectFields(ztx_test::findObject(file, "Child"))["hasParent"], false);
-  EXPECT_EQ(ztx_test::dumpJson(dir.file(kOptionsFileName))["fields"]["retainHierarchies"], 0);
 }
 
 TEST(InfoWindows, ExportInfoShowsTheTextReadOnly) {
