@@ -317,7 +317,7 @@ TEST(LightAnimation, ConstantParametersGiveOneKeyPerTrackInTheChunkOfTheirKind) 
     ASSERT_EQ(samplesOf(f[track]), (std::vector<int>{0})) << track;
     EXPECT_NEAR(f[track][0]["value"].get<double>(), value, 1e-6) << track;
   }
-  // The ambient kind is a spot.
+  // A directional light has a chunk of its kind; the ambient kind is a spot.
   const json d = animationOf(file, "D", "DirectionalLightAnimationChunk");
   ASSERT_FALSE(d.is_null());
   EXPECT_EQ(samplesOf(fieldsOf(file, "A", "SpotLightAnimationChunk")["hotspotKeys"]), (std::vector<int>{0}));

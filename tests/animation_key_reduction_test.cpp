@@ -147,8 +147,8 @@ TEST(MatrixKeys, TranslationAndAxesHaveTheirOwnTolerance) {
 TEST(MatrixKeys, ANormalizedBlendFollowsATurnAndKeptScalingItsAxisLengths) {
   // 0, 45 and 90 degrees: normalised, the blend of 0 and 90 is the 45 degree
   // turn. With axes of length 2 the normalised blend has unit axes; the sample
-  // in between is rebuilt only when the lengths are put back. (What each mode
-  // makes of a turn of unit axes: EachModeKeepsTheMiddleSample... below.)
+  // in between is rebuilt only when the lengths are put back. (What the other
+  // modes make of a blend: EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt.)
   for (const auto& [scale, mode, maintain, kept] :
        {std::tuple{1.0, FrameInterpolation::Normalized, false, 2u}, {2.0, FrameInterpolation::Normalized, false, 3u},
         {2.0, FrameInterpolation::Normalized, true, 2u}}) {

@@ -1,9 +1,9 @@
-// The host model: loading scenes (the documented small
-// scene, transforms and keyed values, the frame rate, the messages for bad
-// input), meshes (binary arrays, and the host's mesh clean-up keeping per-face
-// and per-vertex channels in step), and the skinning modifier's export
-// interface (rigid, blended, other and missing vertices, contexts per node, and
-// releases). Cancelling is checked by the export tests, which cancel midway.
+// The host model: loading scenes (the documented small scene, transforms and
+// keyed values, the frame rate, the messages for bad input), meshes (binary
+// arrays, and the host's mesh clean-up keeping per-face and per-vertex channels
+// in step), and the skinning modifier's export interface (rigid, blended,
+// other and missing vertices, contexts per node). Cancelling is checked by the
+// export tests, which cancel midway.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 

@@ -121,7 +121,7 @@ TEST(OptionsWindow, SpinnersKeepTheirLimitsAndTheFramesConsistent) {
   OptionsWindow w(*record);
   w.show();
   // The frame spinners take 0..end as the driver set it; the fixed limits and
-  // steps are the option field table's (option_fields checks).
+  // steps are the option field table's (OptionFields in options_apply_test.cpp).
   EXPECT_EQ(number(w, id::kStartFrameSpinner)->maximum(), 40);
   EXPECT_EQ(number(w, id::kLoopToFrameSpinner)->maximum(), 40);
 
