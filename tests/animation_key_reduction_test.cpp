@@ -81,7 +81,6 @@ TEST(KeyReduction, TheKeysEachToleranceKeeps) {
       {"one entry is the only key", {3}, 0, {0}},
       {"two different entries both stay", {0, 1}, 100, {0, 1}},
       {"a hold and a change survive any tolerance", holdThenChange, 0, {0, 9, 10}},
-      {"a hold and a change survive any tolerance", holdThenChange, 0.5f, {0, 9, 10}},
       {"a hold and a change survive any tolerance", holdThenChange, 1000, {0, 9, 10}},
       {"a linear ramp keeps only its ends", ramp, 0, {0, 20}},
       // Every inner sample lies 1 off the line between its neighbours.
@@ -146,13 +145,12 @@ TEST(MatrixKeys, TranslationAndAxesHaveTheirOwnTolerance) {
 }
 
 TEST(MatrixKeys, ANormalizedBlendFollowsATurnAndKeptScalingItsAxisLengths) {
-  // 0, 45 and 90 degrees: the linear blend of 0 and 90 has axes of length
-  // 0.707 where the sample has length 1; normalised it is the 45 degree turn.
-  // With axes of length 2 the normalised blend has unit axes; the sample in
-  // between is rebuilt only when the lengths are put back.
+  // 0, 45 and 90 degrees: normalised, the blend of 0 and 90 is the 45 degree
+  // turn. With axes of length 2 the normalised blend has unit axes; the sample
+  // in between is rebuilt only when the lengths are put back. (What the other
+  // modes make of a blend: EachModeKeepsTheMiddleSampleUnlessItsOwnBlendRebuildsIt.)
   for (const auto& [scale, mode, maintain, kept] :
-       {std::tuple{1.0, FrameInterpolation::None, false, 3u}, {1.0, FrameInterpolation::Normalized, false, 2u},
-        {1.0, FrameInterpolation::Orthonormalized, false, 2u}, {2.0, FrameInterpolation::Normalized, false, 3u},
+       {std::tuple{1.0, FrameInterpolation::Normalized, false, 2u}, {2.0, FrameInterpolation::Normalized, false, 3u},
         {2.0, FrameInterpolation::Normalized, true, 2u}}) {
     const auto s = recordAll<SampleMatrix>({turned(0, scale), turned(45, scale), turned(90, scale)});
     EXPECT_EQ(reduceKeys(s, {1e-6, 0.0}, mode, maintain).size(), kept)

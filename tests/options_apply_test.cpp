@@ -190,9 +190,8 @@ TEST(ReadAdditionalConfig, ScriptOverrides) {
 TEST(ReadAdditionalConfig, InterpolationWords) {
   // word, dialog method, method, matrix scaling, the invalid word logged
   const std::tuple<std::string, int, int, bool, std::string> rows[] = {
-      {"none", 1, 0, false, ""},          {"\"normalized\"", 2, 1, true, ""},
-      {"orthonormalized", 1, 2, true, ""}, {"\"Normalized\"", 2, 2, true, "Normalized"},
-      {"\"normalized \"", 1, 1, true, "normalized "}, {"bogus", 0, 0, false, "bogus"}};
+      {"none", 1, 0, false, ""}, {"\"normalized\"", 2, 1, true, ""}, {"orthonormalized", 1, 2, true, ""},
+      {"\"Normalized\"", 2, 2, true, "Normalized"}, {"bogus", 0, 0, false, "bogus"}};
   for (const auto& [word, dialogMethod, method, scaling, invalid] : rows) {
     SCOPED_TRACE(word);
     Fixture f;
@@ -209,7 +208,7 @@ TEST(ReadAdditionalConfig, InterpolationWords) {
 
 // Nothing applies, not even the clamp of the loop-to frame into [2, 30],
 // unless the block parses: no file and no block are silent, a fault is logged
-// with file and line. An empty block still clamps.
+// with file and line (the wording of each fault: Script, below). An empty block still clamps.
 TEST(ReadAdditionalConfig, NothingAppliesUnlessTheBlockParses) {
   const std::tuple<std::optional<std::string>, int, std::string> rows[] = {
       {std::nullopt, 99, ""},
@@ -217,8 +216,6 @@ TEST(ReadAdditionalConfig, NothingAppliesUnlessTheBlockParses) {
       {"animation {\n}\n", 30, ""},
       {"# overrides\nanimation {\n  positionDelta = 0.3;\n  loop 1;\n}\n", 99,
        ":4: expected '=' after key 'loop', found '1'"},
-      {"animation {\n  loopToFrame = 1.5;\n}\n", 99, ":2: value '1.5' of key 'loopToFrame' is not a 32-bit integer"},
-      {"animation {\n  positiondelta = 0.3;\n}\n", 99, ":2: unknown key 'positiondelta' in block 'animation'"},
   };
   for (const auto& [script, loopTo, error] : rows) {
     SCOPED_TRACE(script.value_or("no file"));
@@ -251,20 +248,19 @@ struct Fields {
 
 }  // namespace
 
-// Every field reads back what was set, and the help names each.
-TEST(OptionFields, EveryFieldRoundTripsAndIsHelped) {
+// Every field reads back what was set.
+TEST(OptionFields, EveryFieldRoundTrips) {
   Fields f;
-  const std::string help = optionFieldsHelp();
   for (const std::string& name : optionFieldNames()) {
     SCOPED_TRACE(name);
     const std::string before = f.get(name);
     EXPECT_TRUE(f.set(name, before)) << f.error;
     EXPECT_EQ(f.get(name), before);
-    EXPECT_NE(help.find("  " + name + " "), std::string::npos);
   }
 }
 
-// Accepted values read back as given; refused ones leave the field and name the rule.
+// Accepted values read back as given; refused ones leave the field and name the
+// rule. (A sample rate of 0 and a misspelt sampleRate: zt2export_tool_test.cpp.)
 TEST(OptionFields, ValuesAndErrors) {
   const std::string flag = "loop takes 0, 1, true or false", number = "rotationDelta must be a number";
   const std::string rate = "sampleRate must be between 1 and 500", rateInt = "sampleRate must be an integer";
@@ -273,21 +269,19 @@ TEST(OptionFields, ValuesAndErrors) {
   // field, value, the value read back (accepted) or the error after "--set field=value: " (refused)
   const std::tuple<std::string, std::string, bool, std::string> rows[] = {
       {"loop", "false", true, "0"}, {"loop", "true", true, "1"}, {"loop", "2", false, flag},
-      {"loop", "TRUE", false, flag}, {"loop", " 1", false, flag}, {"positionDelta", "0", true, "0"},
-      {"rotationDelta", "100", true, "100"}, {"rescaleFactor", "2.5e0", true, "2.5"},
+      {"loop", " 1", false, flag}, {"positionDelta", "0", true, "0"}, {"rotationDelta", "100", true, "100"},
+      {"rescaleFactor", "2.5e0", true, "2.5"}, {"rotationDelta", "1,5", false, number},
       {"rescaleFactor", "100.5", false, "rescaleFactor must be between 0 and 100"},
       {"positionDelta", "-0.001", false, "positionDelta must be between 0 and 100"},
-      {"rotationDelta", "", false, number}, {"rotationDelta", "1,5", false, number},
       {"rotationDelta", "nan", false, number}, {"rotationDelta", "1e40", false, number}, {"sampleRate", "1", true, "1"},
-      {"sampleRate", "500", true, "500"}, {"sampleRate", "0", false, rate}, {"sampleRate", "501", false, rate},
-      {"sampleRate", "25.0", false, rateInt}, {"sampleRate", "99999999999", false, rateInt},
+      {"sampleRate", "500", true, "500"}, {"sampleRate", "501", false, rate}, {"sampleRate", "25.0", false, rateInt},
+      {"sampleRate", "99999999999", false, rateInt},
       {"frameToFrameInterpolation", "orthonormalized", true, "orthonormalized"},
       {"frameToFrameInterpolation", "1", true, "normalized"}, {"frameToFrameInterpolation", "3", false, method},
       {"frameToFrameInterpolation", "Normalized", false, method},
       {"texturePath", "maps/with space=and more", true, "maps/with space=and more"}, {"texturePath", "", true, ""},
       {"endFrame", "101", false, "endFrame" + frames}, {"startFrame", "-1", false, "startFrame" + frames},
       {"loopToFrame", "x", false, "loopToFrame must be an integer"},
-      {"sampelRate", "30", false, "unknown option field 'sampelRate' (did you mean 'sampleRate'?)"},
       {"exportlights", "1", false, "unknown option field 'exportlights' (did you mean 'exportLights'?)"},
       {"loopTo", "1", false, "unknown option field 'loopTo' (did you mean 'loopToFrame'?)"},
   };
@@ -400,12 +394,10 @@ TEST(Script, FailuresNameFileAndLine) {
       {"animation { label = \"open\n\"; }", "extra.cfg:1: unterminated string"},
       {"animation { count = 3; }\n}", "extra.cfg:2: expected a block name, found '}'"},
       {"animation { count = 3 @ }", "extra.cfg:1: unexpected character '@'"},
-      {"animation { \x01 }", "extra.cfg:1: unexpected character byte 0x01"},
       {"animation { count = 1; }\nlights { = }\n", "extra.cfg:2: expected a key or '}', found '='"},
       {"animation {\n count = 1.5;\n}", "extra.cfg:2: value '1.5' of key 'count' is not a 32-bit integer"},
       {"animation { count = 2147483648; }", "extra.cfg:1: value '2147483648' of key 'count' is not a 32-bit integer"},
       {"animation { count = \"3\"; }", "extra.cfg:1: value \"3\" of key 'count' is not a 32-bit integer"},
-      {"animation { count = +-1; }", "extra.cfg:1: value '+-1' of key 'count' is not a 32-bit integer"},
       {"animation { count = 5; scale = abc; }", "extra.cfg:1: value 'abc' of key 'scale' is not a number"},
       {"animation { scale = nan; }", "extra.cfg:1: value 'nan' of key 'scale' is not a number"},
       {"animation {\n count = 1;\n Count = 2;\n}", "extra.cfg:3: unknown key 'Count' in block 'animation'"},
