@@ -168,13 +168,30 @@ INSTANTIATE_TEST_SUITE_P(Import, BoxModel,
                                          BoxCase{"HardNormalsObj", true, true, 24}, BoxCase{"SoftNormalsObj", true, false, 8}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// The "vertices" of the first Physique modifier under `node`, or null.
+json firstSkin(const json& node) {
+  for (const json& m : node.value("modifiers", json::array()))
+    if (m.value("type", "") == "physique" && m.contains("vertices")) return m.at("vertices");
+  for (const json& child : node.value("children", json::array()))
+    if (json found = firstSkin(child); !found.is_null()) return found;
+  return nullptr;
+}
+
 // Whatever the front end, the written scene file exports to the bytes of the
-// direct export.
+// direct export. Its skins are lists up to 10,000 vertices and binary records
+// in the buffer beyond.
 TEST(WriteScene, ExportsTheSameBytesAsTheModel) {
   TempDir dir;
   writeBox3ds(dir.file("box.3ds"), true, true);
   writeBoxObj(dir.file("box.obj"), true);
-  std::vector<std::string> models = {dir.file("box.3ds"), dir.file("box.obj")};
+  std::string grid;  // 101 x 101 vertices
+  for (int i = 0; i < 101 * 101; ++i) grid += "v " + std::to_string(i % 101) + " " + std::to_string(i / 101) + " 0\n";
+  for (int i = 0; i < 100 * 100; ++i) {
+    const int a = i % 100 + i / 100 * 101 + 1;
+    grid += "f " + std::to_string(a) + " " + std::to_string(a + 1) + " " + std::to_string(a + 102) + "\n";
+  }
+  ztx_test::writeText(dir.file("grid.obj"), grid);
+  std::vector<std::string> models = {dir.file("box.3ds"), dir.file("box.obj"), dir.file("grid.obj")};
   if (std::filesystem::exists(kSkinnedGltf)) models.push_back(kSkinnedGltf);
   for (const std::string& model : models) {
     SCOPED_TRACE(model);
@@ -184,6 +201,8 @@ TEST(WriteScene, ExportsTheSameBytesAsTheModel) {
     const Exported viaScene = exportModel(written, model, true);
     ASSERT_EQ(viaScene.run.exitCode, 0) << viaScene.run.out << viaScene.run.err;
     ASSERT_TRUE(std::filesystem::exists(written.file("model.bin")));
+    const json skin = firstSkin(json{{"children", viaScene.written.at("nodes")}});
+    EXPECT_TRUE(model == dir.file("grid.obj") ? skin.is_object() : skin.is_array()) << skin.dump().substr(0, 200);
     const Exported second = exportModel(again, written.file("model.scene.json"));
     ASSERT_EQ(second.run.exitCode, 0) << second.run.out << second.run.err;
     for (const char* name : {"out.zt2", "out.skd"})
