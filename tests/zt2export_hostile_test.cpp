@@ -136,23 +136,18 @@ TEST(Zt2ExportHostile, OptionsSaveFailureIsToldButTheExportStands) {
 }
 
 // Saved options that are not a file are not taken for "no saved options":
-// the run says why it cannot read them and writes nothing.
+// the run says why it cannot read them and writes nothing, nor waits on a
+// FIFO. A folder in their place is the Python package's case
+// (tests/python/test_ztexport.py).
 TEST(Zt2ExportHostile, OptionsThatAreNotAFileAreNotSilentlyReplacedByDefaults) {
-  const std::pair<const char*, std::function<void(const std::string&)>> cases[] = {
-      {"a folder", [](const std::string& p) { fs::create_directories(p); }},
-      {"a FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }},
-  };
-  for (const auto& [kind, make] : cases) {
-    SCOPED_TRACE(kind);
-    TempDir dir;
-    ztx_test::writeText(dir.file("scene.json"), kHelper);
-    fs::create_directories(dir.file("config"));
-    make(dir.file("config/ZTExport.cfg"));
-    const auto r = runExport(argsFor(dir, dir.file("out.zt2")));
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_NE(r.err.find(dir.file("config/ZTExport.cfg") + ": not read: it is " + kind), std::string::npos) << r.err;
-    EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
-  }
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  fs::create_directories(dir.file("config"));
+  ASSERT_EQ(::mkfifo(dir.file("config/ZTExport.cfg").c_str(), 0644), 0);
+  const auto r = exportWithin(argsFor(dir, dir.file("out.zt2")));
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_NE(r.err.find(dir.file("config/ZTExport.cfg") + ": not read: it is a FIFO"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
 }
 
 // --check runs the whole export and exits as it would, but writes nothing, not
@@ -339,8 +334,9 @@ TEST(Zt2ExportHostile, ModelNamedWithoutAFolderExports) {
 }
 
 // Values near the float's limit: a triangle whose edges overflow gets its
-// true normal; positions or transforms that overflow once scaled stop the
-// export with an error. Whatever leaves with exit status 0 validates.
+// true normal; transforms that overflow once scaled stop the export with an
+// error (positions that do, FailedExportLeavesNothingOfItself). Whatever
+// leaves with exit status 0 validates.
 TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
   const std::string material =
       R"("materials": [{"id": "red", "type": "ztMaterial", "name": "Red", "params": {"plainLayerMode": 1}}],)";
@@ -354,8 +350,6 @@ TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
       "vertices": [-3.4e38, 0, 0, 3.4e38, 1, 0, 0, 3.4e38, 0], "faces": [0, 1, 2], "smoothingGroups": [1]}}})";
   const Case cases[] = {
       {triangle, {}, 0, "-1"},
-      {triangle, {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
-       "ERROR: Object \"M\" has vertices beyond the range of a float once placed and scaled; it cannot be exported."},
       {R"({"name": "H", "object": {"type": "helper"}, "transform": {"position": [3.4e38, 0, 0]}})",
        {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
        "ERROR: A transform or parameter of the scene is beyond the range of a float once converted"},
@@ -463,9 +457,7 @@ TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
          return d.file("hard.d");
        }},
       {"the output", [](const TempDir& d) { return d.file("out/scene.zt2"); }},
-      {"the .skd", [](const TempDir& d) { return d.file("out/scene.skd"); }},
       {"an image", [](const TempDir& d) { return d.file("textures/skin.png"); }},
-      {"an image list", [](const TempDir& d) { return d.file("textures/wave.ifl"); }},
       {"the saved options", [](const TempDir& d) { return d.file("config/ZTExport.cfg"); }},
   };
   for (const auto& [what, name] : cases) {
@@ -499,10 +491,8 @@ TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderUnlessAllowed) {
     const char* copiedTo;  // the folder that gets the copies, when not refused
   };
   const Case cases[] = {
-      {{"--set", "texturePath=../x"}, none, climbs, nullptr},
       {{"--set", "texturePath=maps/../../x"}, none, climbs, nullptr},
       {{"--set", "texturePath=..\\x"}, none, climbs, nullptr},
-      {{"--set", "texturePath=./m"}, none, nullptr, "out/m"},
       {{"--set", "texturePath=/abs"}, none, nullptr, "out/abs"},
       {{"--set", "texturePath=../x", "--copy-textures-outside"}, none, nullptr, "x"},
       // Saved by a run that was refused, the path is refused again.
