@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "format/memory_file.h"
-#include "host/inhouse/exceptions.h"
 #include "support/test_support.h"
 
 namespace {
@@ -40,10 +39,6 @@ TEST(MemoryFile, TypedValuesHaveTheirDocumentedBytes) {
   expected.insert(expected.end(), body.begin(), body.end());
   EXPECT_EQ(f.getSize(), body.size());
   EXPECT_EQ(savedBytes(f), expected);
-}
-
-TEST(MemoryFile, MissingFileThrowsFileNotFound) {
-  EXPECT_THROW(T_MemoryFile("/nonexistent/dir/file.cfg", AM_Read), T_FileException_FileNotFound);
 }
 
 // Reserving ahead never changes what is written.
