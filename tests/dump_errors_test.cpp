@@ -42,24 +42,12 @@ void writeObject(T_MemoryFile& f, const std::string& name, const std::string& pa
   f << r;
 }
 
-void writeLight(T_MemoryFile& f, unsigned id, const std::string& name) {
-  writeChunk(f, id, 0, [&] {
-    writeObject(f, name);
-    f << 255.0f << 128.0f << -255.0f << 255.0f << 0.5f;
-    if (id != 0x10003) f << 1.0f << 5.0f;
-    if (id == 0x10004) f << 0.75f << 0.875f;
-  });
-}
-
-// Environment, a mesh with every sub-chunk, camera, lights and helper: one
-// chunk of each kind a scene file holds but for materials and animations,
-// whose records are read back whole by field name from exports
-// (materials_test.cpp, animation_export_test.cpp).
+// A mesh with every sub-chunk, a camera and a helper: the chunk kinds whose
+// fields no export reads back by name. Those of materials, animations,
+// lights and the environment are read from exports (materials_test.cpp,
+// animation_export_test.cpp, scene_walk_test.cpp).
 T_MemoryFile everyKind() {
   T_MemoryFile f;
-  writeChunk(f, 0x10015, 0, [&] {
-    for (unsigned char c : {25, 25, 25, 255, 0, 0, 0, 255}) f << c;
-  });
   writeChunk(f, 0x10005, 2, [&] {
     writeObject(f, "Box01", "Root");
     writeChunk(f, 0x10006, 1, [&] {
@@ -89,9 +77,6 @@ T_MemoryFile everyKind() {
     writeObject(f, "Camera01");
     f << 0.1f << 1.0f / 3.0f << 1e-30f;
   });
-  writeLight(f, 0x10002, "Omni01");
-  writeLight(f, 0x10003, "Sun01");
-  writeLight(f, 0x10004, "Spot01");
   writeChunk(f, 0x10016, 0, [&] {
     writeObject(f, "Dummy01");
     f << std::string("Dummy");
@@ -115,21 +100,20 @@ TEST(DumpChunks, EveryChunkKindByFieldName) {
   EXPECT_EQ(doc["kind"], "scene");
   EXPECT_EQ(doc["size"], ztx_test::readBytes(path).size());
   const json& c = doc["chunks"];
-  ASSERT_EQ(c.size(), 7u);
+  ASSERT_EQ(c.size(), 3u);
   EXPECT_EQ(c[1]["offset"], 8 + 13 + c[0]["length"].get<int>());
-  EXPECT_EQ(c[2]["idHex"], "0x10001");
-  EXPECT_EQ(c[2]["name"], "CameraChunk");
-  EXPECT_EQ(c[2]["decoded"], true);
-  EXPECT_EQ(c[2]["fields"]["fov"].get<float>(), 0.1f);
-  EXPECT_EQ(c[2]["fields"]["nearPlane"].get<float>(), 1.0f / 3.0f);
-  EXPECT_EQ(c[2]["fields"]["farPlane"].get<float>(), 1e-30f);
-  const json& mesh = c[1]["children"];
+  EXPECT_EQ(c[1]["idHex"], "0x10001");
+  EXPECT_EQ(c[1]["name"], "CameraChunk");
+  EXPECT_EQ(c[1]["decoded"], true);
+  EXPECT_EQ(c[1]["fields"]["fov"].get<float>(), 0.1f);
+  EXPECT_EQ(c[1]["fields"]["nearPlane"].get<float>(), 1.0f / 3.0f);
+  EXPECT_EQ(c[1]["fields"]["farPlane"].get<float>(), 1e-30f);
+  const json& mesh = c[0]["children"];
   ASSERT_EQ(mesh.size(), 8u);
 
   // Every other chunk: its name, and every field by name and value.
   const std::vector<std::tuple<json, const char*, const char*>> expected = {
-      {c[0], "EnvironmentChunk", R"({"ambientColour":[25,25,25,255],"backgroundColour":[0,0,0,255]})"},
-      {c[1], "MeshChunk", "{}"},
+      {c[0], "MeshChunk", "{}"},
       {mesh[0], "ObjectChunk", R"({"name":"Box01","parentName":"Root","transform":[[1,0,0],[0,0,1],[0,-1,0],[1,3,2]],
         "hasParent":true,"userProperties":"lod=2\r\nkind=crate"})"},
       {mesh[1], "MeshVertexChunk", R"({"vertexCount":4,"positions":[[0,0,0],[1,0,0],[0,1,0],[0,0,1]],
@@ -141,12 +125,7 @@ TEST(DumpChunks, EveryChunkKindByFieldName) {
       {mesh[6], "MeshMapChannelChunk", R"({"channel":1,"coordinateCount":4,
         "coordinates":[[0,0,0],[1,0,0],[1,-1,0],[0.5,0.5,0]],"groupCount":2,"groupCoordinateCounts":[3,1]})"},
       {mesh[7], "MeshReferenceChunk", R"({"referenceName":"Box00"})"},
-      {c[3], "OmniLightChunk",
-       R"({"colour":[255,128,-255,255],"intensity":0.5,"attenuationStart":1,"attenuationEnd":5})"},
-      {c[4], "DirectionalLightChunk", R"({"colour":[255,128,-255,255],"intensity":0.5})"},
-      {c[5], "SpotLightChunk", R"({"colour":[255,128,-255,255],"intensity":0.5,"attenuationStart":1,
-        "attenuationEnd":5,"hotspot":0.75,"falloff":0.875})"},
-      {c[6], "HelperChunk", R"({"className":"Dummy"})"},
+      {c[2], "HelperChunk", R"({"className":"Dummy"})"},
   };
   for (const auto& [chunk, name, fields] : expected) {
     EXPECT_EQ(chunk["name"], name);
