@@ -51,7 +51,6 @@ TEST(Zt2ExportHostileImport, ReaderBoundsGrowWithTheModel) {
   const Case cases[] = {
       {"v 0 0 0\n", 8, 0, 20, 1024 * kMiB + 64 * 8},
       {"v 0 0 0\n", 10 * kMiB, 0, 40, 1664 * kMiB},
-      {"v 0 0 0\n", 10 * kMiB, 300, 40, 300 * kMiB},
       {std::string("MM\x06\0\0\0", 6), 10 * kMiB, 0, 30, 1664 * kMiB},  // a 3DS main chunk
       {"v 0 0 0\n", 400 * kMiB, 0, 600, std::min(machine, 1024 * kMiB + 64 * 400 * kMiB)},
       {"v 0 0 0\n", 400 * kMiB, 1 << 20, 600, std::uint64_t{1} << 40},
@@ -82,7 +81,6 @@ TEST(Zt2ExportHostileImport, AModelThatAsksForMoreMemoryThanTheLimitIsRefusedAtO
   };
   const Case cases[] = {
       {model, {}, 2, "needs more memory than the limit of 1024 MiB; raise it with --memory-limit"},
-      {model, {"--memory-limit", "2048"}, 2, "needs more memory than the limit of 2048 MiB; raise it with --memory-limit"},
       {dir.file("triangle.obj"), {"--memory-limit", "64"}, 0, ""},  // an honest model fits well under it
   };
   for (const Case& c : cases) {
@@ -177,7 +175,6 @@ TEST(Zt2ExportHostileImport, BinarySkinRecordsAreReadOrRefusedWithTheirPlace) {
       {"records cut short", R"(["A"])", 2, words({0, 0, 3, 0}), "vertex 1 (from word 2): 3 bones do not fit"},
       {"a count past the records", R"(["A"])", 2147483647, words({0, 0}),
        "the records hold 2 words, too few for 2147483647 vertices"},
-      {"more bones than words", R"(["A"])", 1, words({3, 0, 0}), "vertex 0 (from word 0): 3 bones do not fit in the records"},
       {"words left over", R"(["A"])", 1, words({0, 0, 0}), "the records hold 3 words; the vertices use 2"},
       {"a weight that is no number", R"(["A"])", 1, words({1, 0, nan}), "vertex 0 (from word 0): weight 0 is not finite"},
       {"a bone listed twice", R"(["A", "A"])", 0, words({}), "the bone \"A\" is listed twice"},
