@@ -60,6 +60,16 @@ class DriverTest : public ::testing::Test {
   ztx_test::TempDir dir;
 };
 
+using Updates = std::vector<std::pair<int, std::string>>;
+
+// The percent and title of each progress update, in order.
+Updates updates(const MemoryHost& host) {
+  Updates r;
+  for (const auto& c : host.progressCalls())
+    if (c.kind == ProgressCall::Update) r.emplace_back(c.percent, c.title);
+  return r;
+}
+
 int countKind(const MemoryHost& host, ProgressCall::Kind kind) {
   int n = 0;
   for (const auto& c : host.progressCalls()) n += c.kind == kind;
@@ -97,19 +107,11 @@ TEST_F(DriverTest, ProgressBarIsOpenFromStartToEndOnEveryPath) {
 }
 
 TEST_F(DriverTest, ProgressPercentCountsDispatchedNodes) {
-  // The root and nine helpers: ten nodes, animation off, so the fifth node shows 50 percent.
-  auto run = exportScene(helpers(9));
-  std::vector<int> percents;
-  std::vector<std::string> titles;
-  for (const auto& c : run->host->progressCalls())
-    if (c.kind == ProgressCall::Update) {
-      percents.push_back(c.percent);
-      titles.push_back(c.title);
-    }
-  ASSERT_EQ(percents.size(), 9u);
-  EXPECT_EQ(percents[4], 50);
-  EXPECT_EQ(titles[4], "Geometry for \"H4\"");
-  EXPECT_EQ(run->exporter.nodeCount, 10);
+  // The root and three helpers: four nodes, animation off.
+  auto run = exportScene(helpers(3));
+  EXPECT_EQ(updates(*run->host), (Updates{{25, "Geometry for \"H0\""}, {50, "Geometry for \"H1\""},
+                                          {75, "Geometry for \"H2\""}}));
+  EXPECT_EQ(run->exporter.nodeCount, 4);
 
   // The percentage is the exact quotient truncated: a whole one never drops to the one below.
   for (const auto& [done, total, percent] : {std::array{28, 100, 29}, {56, 100, 57}, {28, 50, 58}, {0, 3, 33}}) {
@@ -124,12 +126,9 @@ TEST_F(DriverTest, ProgressPercentCountsDispatchedNodes) {
 // the animation pass.
 TEST_F(DriverTest, ProgressCountsEveryNodeTwiceWithAnimation) {
   auto run = exportScene(helpers(2), [](OptionsDialog& r) { r.exportAnimation = 1, r.exportEnvironment = 0; });
-  std::vector<std::pair<int, std::string>> updates;
-  for (const auto& c : run->host->progressCalls())
-    if (c.kind == ProgressCall::Update) updates.emplace_back(c.percent, c.title);
-  EXPECT_EQ(updates, (std::vector<std::pair<int, std::string>>{{16, "Geometry for \"H0\""}, {33, "Geometry for \"H1\""},
-                                                              {50, "Animation for \"H0\""}, {66, "Animation for \"H1\""},
-                                                              {100, "Animation done"}}));
+  EXPECT_EQ(updates(*run->host), (Updates{{16, "Geometry for \"H0\""}, {33, "Geometry for \"H1\""},
+                                          {50, "Animation for \"H0\""}, {66, "Animation for \"H1\""},
+                                          {100, "Animation done"}}));
 }
 
 // Cancelled once the animation pass has begun: the objects are all written,

@@ -91,7 +91,7 @@ TEST(FileReplace, SymlinkIsWrittenThroughAndStaysALink) {
   EXPECT_EQ(strayNames(dir, {"real", "ZTExport.cfg", "dangling.cfg"}), std::vector<std::string>{});
 }
 
-TEST(FileReplace, ModeIsKeptAndNewFilesFollowTheUmask) {
+TEST(FileReplace, ModesFollowTheOldFileOrTheUmaskBesideTheUsersFilesWhateverTheNameLength) {
   ztx_test::TempDir dir;
   const std::string kept = dir.file("kept.zt2");
   ztx_test::writeText(kept, "old");
@@ -104,10 +104,8 @@ TEST(FileReplace, ModeIsKeptAndNewFilesFollowTheUmask) {
   const std::string fresh = dir.file("fresh.zt2");
   ASSERT_TRUE(fileHolding(1).save(fresh.c_str()).ok());
   EXPECT_EQ(static_cast<int>(fs::status(fresh).permissions()), 0666 & ~static_cast<int>(mask));
-}
 
-TEST(FileReplace, UsersPartFileAndLongNamesAreFine) {
-  ztx_test::TempDir dir;
+  // The user's own .part file beside the target, and names as long as the system takes.
   const std::string target = dir.file("scene.zt2");
   ztx_test::writeText(target + ".part", "the user's own");
   ASSERT_TRUE(fileHolding(1).save(target.c_str()).ok());

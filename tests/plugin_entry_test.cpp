@@ -20,9 +20,8 @@ TEST(PluginEntry, OneClassWithItsIdentity) {
   EXPECT_EQ(LibClassDesc(1), nullptr);
   EXPECT_EQ(LibClassDesc(0)->SuperClassID(), 0xA20u);
   EXPECT_EQ(LibClassDesc(0)->ClassID(), Class_ID(0x6EAB566C, 0x134A2F42));
-}
 
-TEST(PluginEntry, ExporterIdentityThroughTheHostInterface) {
+  // The exporter it creates, through the host's interface.
   const std::unique_ptr<SceneExport> e(static_cast<SceneExport*>(LibClassDesc(0)->Create(FALSE)));
   ASSERT_NE(e, nullptr);
   EXPECT_EQ(e->ExtCount(), 1);
