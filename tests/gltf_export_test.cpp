@@ -107,7 +107,8 @@ TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
   EXPECT_EQ(character.extras.Get("userProperties").Get<std::string>(), "role=player");
   EXPECT_EQ(character.extras.Get("type").Get<std::string>(), "mesh");
   EXPECT_EQ(m.nodes[byName["Marker"]].extras.Get("className").Get<std::string>(), "Point");
-  // Two conversions of one file give the same bytes (tests/python/test_ztexport.py, test_to_gltf_writes_what_zt2dump_writes).
+  // Two conversions of one file give the same bytes: the Python package's
+  // test_to_gltf_writes_what_zt2dump_writes.
   expectValid({dir_->file("example.glb")});
 }
 
