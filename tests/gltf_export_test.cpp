@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
+#include <tuple>
 
 #include <tiny_gltf.h>
 
@@ -89,15 +90,11 @@ TEST_F(GltfExample, NodesCamerasAndLightsInGltfAxes) {
     EXPECT_TRUE(n.extensions.count("KHR_lights_punctual")) << node;
     return m.lights.at(n.extensions.at("KHR_lights_punctual").Get("light").GetNumberAsInt());
   };
-  struct LightCase {
-    const char* node;
-    const char* type;
-    std::vector<double> colour;
-  };
-  for (const LightCase& c : {LightCase{"Lamp", "point", {1.0, 0.9, 0.7}}, LightCase{"Spot01", "spot", {1, 1, 1}},
-                             LightCase{"Sun", "directional", {1.0, 0.95, 0.8}}}) {
-    EXPECT_EQ(lightOf(c.node).type, c.type);
-    expectNear(lightOf(c.node).color, c.colour);
+  using Colour = std::vector<double>;
+  for (const auto& [node, type, colour] : {std::tuple{"Lamp", "point", Colour{1.0, 0.9, 0.7}},
+                                           {"Spot01", "spot", Colour{1, 1, 1}}, {"Sun", "directional", Colour{1.0, 0.95, 0.8}}}) {
+    EXPECT_EQ(lightOf(node).type, type);
+    expectNear(lightOf(node).color, colour);
   }
   // Whole cones of 30 and 40 degrees become angles from the axis.
   EXPECT_NEAR(lightOf("Spot01").spot.innerConeAngle, 0.2617994, 1e-6);

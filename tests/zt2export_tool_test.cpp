@@ -47,7 +47,6 @@ TEST(Zt2Export, SavedOptionsAreVersion10AndReadByTheNextRun) {
   auto r = runExport(plain(dir, {"--set", "sampleRate=15", "--set", "retainHierarchies=0", "--save-options"}));
   ASSERT_EQ(r.exitCode, 0) << r.err;
   const auto cfg = ztx_test::dumpJson(dir.file("config/ZTExport.cfg"));
-  EXPECT_EQ(cfg["kind"], "options");
   EXPECT_EQ(cfg["version"], 10);
   // What a version 1 file lacks takes its default (options_file_test.cpp); what it holds is kept.
   EXPECT_EQ(cfg["fields"]["exportGeometry"], 0);
