@@ -4,7 +4,6 @@
 // the code page leaves undefined come out as the C1 controls, escaped in text.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
 #include "support/scene_export.h"
@@ -43,7 +42,6 @@ TEST_F(DumpNames, EveryOutputDecodesTheCodePage) {
   };
   const Row rows[] = {
       {{renamed}, 0, {"name: \"" + kCharacter + "\"", "name: \"M\\x81rk\\x9dr\""}},
-      {{renamed, "--validate"}, 0, {"OK"}},
       {{dir_->file("unlisted.zt2"), "--validate"}, 1, {"(mesh \"" + kCharacter + "\"): material \"Sk\xc3\xafn\" is not in"}},
       {{"--diff", dir_->file("example.zt2"), renamed}, 1,
        {"added MeshChunk \"" + kCharacter + "\"", "removed MeshChunk \"Character\""}},
@@ -72,18 +70,6 @@ TEST_F(DumpNames, EveryOutputDecodesTheCodePage) {
   const std::string glb = ztx_test::readText(dir_->file("renamed.glb"));
   EXPECT_NE(glb.find(kCharacter), std::string::npos);
   EXPECT_EQ(glb.find("\xef\xbf\xbd"), std::string::npos);
-}
-
-// The .glb goes through the module that replaces files (its rules are
-// output_files_test.cpp's): a link stays a link to the file replaced.
-TEST_F(DumpNames, TheGlbReplacesTheFileALinkNames) {
-  const std::string target = dir_->file("kept.glb"), link = dir_->file("link.glb");
-  ztx_test::writeText(target, "old");
-  std::filesystem::create_symlink("kept.glb", link);
-  const ztx_test::RunResult r = ztx_test::runDump({dir_->file("example.zt2"), "--gltf", link});
-  ASSERT_EQ(r.exitCode, 0) << r.err;
-  EXPECT_TRUE(std::filesystem::is_symlink(link));
-  EXPECT_EQ(ztx_test::readText(target).substr(0, 4), "glTF");
 }
 
 }  // namespace

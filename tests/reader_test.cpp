@@ -26,7 +26,6 @@ TEST_F(ReaderTest, TypedSceneMatchesTheDescriptionAndZt2dump) {
   for (const ztexport::Node* n : s.nodes()) names.push_back(n->name);
   EXPECT_EQ(names, (std::vector<std::string>{"Props", "Lamp", "Character", "CharacterCopy", "Camera01", "Spot01",
                                              "Sun", "Marker"}));
-  EXPECT_EQ(s.findNode("Lamp")->parentName, "Props");
   EXPECT_TRUE(s.findNode("Lamp")->hasParent);
   ASSERT_EQ(s.cameras.size(), 1u);
   EXPECT_FLOAT_EQ(s.cameras[0].fov, static_cast<float>(60 * M_PI / 180));
@@ -36,21 +35,18 @@ TEST_F(ReaderTest, TypedSceneMatchesTheDescriptionAndZt2dump) {
   EXPECT_EQ(s.lights[0].attenuationEnd, 40.0f);
   EXPECT_EQ(s.lights[1].type, ztexport::LightType::Spot);
 
-  // The multi-material body: two groups, group-local indices.
+  // The multi-material body: two groups. The arrays' sizes, Lamp's parent
+  // and each group's indices staying inside it are read through this
+  // library by the Python package's test (tests/python/test_ztexport.py).
   ASSERT_EQ(s.meshes.size(), 2u);
   const ztexport::Mesh& body = s.meshes[0];
   EXPECT_EQ(body.node.name, "Character");
-  EXPECT_EQ(body.positions.size(), 24u);
-  EXPECT_EQ(body.normals.size(), 24u);
-  EXPECT_EQ(body.triangles.size(), 12u);
+  ASSERT_EQ(body.normals.size(), body.positions.size());
   const std::vector<ztexport::MeshGroup> groups = body.groups();
   ASSERT_EQ(groups.size(), 2u);
   EXPECT_EQ(groups[0].material, "Skin");
   EXPECT_EQ(groups[1].firstVertex, 8u);
   EXPECT_EQ(groups[1].firstTriangle, 4u);
-  for (const ztexport::MeshGroup& g : groups)
-    for (std::uint32_t t = g.firstTriangle; t < g.firstTriangle + g.triangleCount; ++t)
-      EXPECT_LT(std::max({body.triangles[t].a, body.triangles[t].b, body.triangles[t].c}), g.vertexCount);
   EXPECT_EQ(body.mapChannels.size(), 2u);
   EXPECT_EQ(s.meshes[1].referenceName, std::optional<std::string>("Character"));
 
@@ -152,13 +148,9 @@ TEST(CodePage, EveryByteIsOneCharacterAndComesBack) {
   std::string back;
   ASSERT_TRUE(codePageFromUtf8(text, back));
   EXPECT_EQ(back, all);
-  const struct {
-    unsigned char byte;
-    const char* utf8;
-  } rows[] = {{'A', "A"},          {0x80, "\xe2\x82\xac"}, {0x81, "\xc2\x81"}, {0x8d, "\xc2\x8d"},
-              {0x8f, "\xc2\x8f"}, {0x90, "\xc2\x90"},     {0x9d, "\xc2\x9d"}, {0x9f, "\xc5\xb8"},
-              {0xa0, "\xc2\xa0"}, {0xe9, "\xc3\xa9"},     {0xff, "\xc3\xbf"}};
-  for (const auto& row : rows) EXPECT_EQ(codePageToUtf8(std::string(1, static_cast<char>(row.byte))), row.utf8);
+  // The undefined bytes, the euro sign and the Latin-1 half are read by name
+  // in tests/python/test_ztexport.py; the last of the 0x80 block, Y with diaeresis, here.
+  EXPECT_EQ(codePageToUtf8("\x9f"), "\xc5\xb8");
   // Text the code page cannot hold, and bytes that are not UTF-8.
   for (const char* text : {"\xe6\x97\xa5", "\xc2\x80", "\xc3", "\xe9"}) EXPECT_FALSE(codePageFromUtf8(text, back)) << text;
 }
@@ -194,12 +186,11 @@ TEST_F(ReaderTest, DiffByNodeAndField) {
     int exitCode;
     std::vector<std::string> lines;  // each must stand in the output
   };
-  // Equal bytes answer at once, but two equal files that are not ours are still refused.
-  const std::string copy = dir_->file("copy.zt2"), notOurs = dir_->file("a.zt2"), notOursToo = dir_->file("b.zt2");
-  ztx_test::writeBytes(copy, ztx_test::readBytes(scene_));
+  // Equal bytes answer at once (a file with itself, tests/python/test_ztexport.py), but two
+  // equal files that are not ours are still refused.
+  const std::string notOurs = dir_->file("a.zt2"), notOursToo = dir_->file("b.zt2");
   for (const std::string& f : {notOurs, notOursToo}) ztx_test::writeText(f, "no chunk file, but long enough to compare");
   const std::vector<Case> cases = {
-      {{scene_, copy}, 0, {" are equal"}},
       {{notOurs, notOursToo}, 2, {}},
       {{scene_, rescaled},
        1,

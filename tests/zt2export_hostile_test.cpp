@@ -21,7 +21,6 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <thread>
-#include <tuple>
 
 #include "host/bitmap.h"
 #include "host/memory/memory_bitmaps.h"
@@ -87,21 +86,6 @@ std::size_t occurrences(const std::string& text, const std::string& what) {
   return n;
 }
 
-// The texture file names of every texture chunk of a dumped scene file.
-std::vector<std::string> textureFileNames(const nlohmann::json& node) {
-  std::vector<std::string> names;
-  if (node.is_object()) {
-    if (node.contains("fileNames"))
-      for (const auto& n : node["fileNames"]) names.push_back(n);
-    for (const auto& [key, value] : node.items())
-      for (const std::string& n : textureFileNames(value)) names.push_back(n);
-  } else if (node.is_array()) {
-    for (const auto& value : node)
-      for (const std::string& n : textureFileNames(value)) names.push_back(n);
-  }
-  return names;
-}
-
 // One triangle with a material whose first layer shows the image `map`.
 std::string texturedScene(const std::string& map) {
   return R"({
@@ -136,44 +120,32 @@ TEST(Zt2ExportHostile, OptionsSaveFailureIsToldButTheExportStands) {
 }
 
 // Saved options that are not a file are not taken for "no saved options":
-// the run says why it cannot read them and writes nothing.
+// the run says why it cannot read them and writes nothing, nor waits on a
+// FIFO. A folder in their place is the Python package's case
+// (tests/python/test_ztexport.py).
 TEST(Zt2ExportHostile, OptionsThatAreNotAFileAreNotSilentlyReplacedByDefaults) {
-  const std::pair<const char*, std::function<void(const std::string&)>> cases[] = {
-      {"a folder", [](const std::string& p) { fs::create_directories(p); }},
-      {"a FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }},
-  };
-  for (const auto& [kind, make] : cases) {
-    SCOPED_TRACE(kind);
-    TempDir dir;
-    ztx_test::writeText(dir.file("scene.json"), kHelper);
-    fs::create_directories(dir.file("config"));
-    make(dir.file("config/ZTExport.cfg"));
-    const auto r = runExport(argsFor(dir, dir.file("out.zt2")));
-    EXPECT_EQ(r.exitCode, 2);
-    EXPECT_NE(r.err.find(dir.file("config/ZTExport.cfg") + ": not read: it is " + kind), std::string::npos) << r.err;
-    EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
-  }
+  TempDir dir;
+  ztx_test::writeText(dir.file("scene.json"), kHelper);
+  fs::create_directories(dir.file("config"));
+  ASSERT_EQ(::mkfifo(dir.file("config/ZTExport.cfg").c_str(), 0644), 0);
+  const auto r = exportWithin(argsFor(dir, dir.file("out.zt2")));
+  EXPECT_EQ(r.exitCode, 2);
+  EXPECT_NE(r.err.find(dir.file("config/ZTExport.cfg") + ": not read: it is a FIFO"), std::string::npos) << r.err;
+  EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
 }
 
 // --check runs the whole export and exits as it would, but writes nothing, not
-// even the configuration directory.
+// even the configuration directory. A clean run's texture copies are left
+// unmade too (TexturesHeldInAModelAppearOnlyWithTheExport, and the Python
+// package's dry run of the example).
 TEST(Zt2ExportCheck, RunsEverythingWritesNothingAndPrintsEveryMessage) {
-  // scene, exit status, a message printed
-  const std::tuple<std::string, int, std::string> cases[] = {
-      {ztx_test::readText(ztx_test::sourcePath("examples/example.scene.json")), 0, ""},  // skinned and textured
-      {kHelper, 1, "ERROR: Could not find physique modifier for skinning (object \"H\")"},
-  };
-  for (const auto& [sceneJson, exitCode, printed] : cases) {
-    SCOPED_TRACE(printed);
-    TempDir dir;
-    TempDir scene;
-    ztx_test::writeText(scene.file("scene.json"), sceneJson);
-    fs::copy(ztx_test::sourcePath("examples/textures"), scene.file("textures"));
-    const auto r = runExport(exportArgs(dir, scene.file("scene.json"), dir.file("out.zt2"), {"--check"}));
-    EXPECT_EQ(r.exitCode, exitCode) << r.err;
-    EXPECT_NE(r.out.find(printed), std::string::npos) << r.out;
-    EXPECT_TRUE(fs::is_empty(dir.path())) << fs::begin(fs::directory_iterator(dir.path()))->path();
-  }
+  TempDir dir, scene;
+  ztx_test::writeText(scene.file("scene.json"), kHelper);
+  const auto r = runExport(exportArgs(dir, scene.file("scene.json"), dir.file("out.zt2"), {"--check"}));
+  EXPECT_EQ(r.exitCode, 1) << r.err;
+  EXPECT_NE(r.out.find("ERROR: Could not find physique modifier for skinning (object \"H\")"), std::string::npos)
+      << r.out;
+  EXPECT_TRUE(fs::is_empty(dir.path())) << fs::begin(fs::directory_iterator(dir.path()))->path();
 }
 
 // No tool writes over a file it reads: the scene or model, the .skd, and what
@@ -184,8 +156,8 @@ TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   const auto made = runExport(exportArgs(dir, exampleIn(dir), dir.file("out.zt2")));
   ASSERT_EQ(made.exitCode, 0) << made.err;
   fs::create_symlink("out.skd", dir.file("skin.glb"));
-  // Scene files must be named .zt2: links of that name reach the other outputs.
-  fs::create_symlink("m.json", dir.file("m-json.zt2"));
+  // Scene files must be named .zt2: a link of that name reaches the buffer
+  // --write-scene writes beside its scene (the sharper of its two files).
   fs::create_symlink("m.bin", dir.file("m-bin.zt2"));
   fs::create_hard_link(dir.file("crate.3ds"), dir.file("crate.zt2"));
   fs::create_symlink("crate.3ds", dir.file("crate-link.zt2"));
@@ -198,8 +170,6 @@ TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
   const Case cases[] = {
       {ZTX_ZT2EXPORT, {model, "--write-scene", model, "--config-dir", cfg},
        model + ": --write-scene would overwrite the scene it is exported from"},
-      {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m-json.zt2"), "--config-dir", cfg},
-       dir.file("m-json.zt2") + ": the output would overwrite the scene file of --write-scene"},
       {ZTX_ZT2EXPORT, {model, "--write-scene", dir.file("m.json"), "-o", dir.file("m-bin.zt2"), "--config-dir", cfg},
        dir.file("m-bin.zt2") + ": the output would overwrite the buffer of --write-scene"},
       {ZTX_ZT2EXPORT, {model, "-o", dir.file("crate.zt2"), "--config-dir", cfg},
@@ -211,8 +181,6 @@ TEST(Zt2ExportHostile, NoToolWritesOverItsOwnInput) {
       {ZTX_ZT2DUMP, {dir.file("out.zt2"), "--gltf", dir.file("skin.glb")},
        dir.file("skin.glb") + ": the output would overwrite " + dir.file("out.skd") + ", which it is made from"},
 #ifdef ZTX_ZT2VIEW
-      {ZTX_ZT2VIEW, {dir.file("out.zt2"), "-o", dir.file("out.zt2")},
-       dir.file("out.zt2") + ": the page would overwrite " + dir.file("out.zt2") + ", which it is made from"},
       {ZTX_ZT2VIEW, {dir.file("out.zt2"), "-o", dir.file("skin.glb")},
        dir.file("skin.glb") + ": the page would overwrite " + dir.file("out.skd") + ", which it is made from"},
 #endif
@@ -339,45 +307,29 @@ TEST(Zt2ExportHostile, ModelNamedWithoutAFolderExports) {
 }
 
 // Values near the float's limit: a triangle whose edges overflow gets its
-// true normal; positions or transforms that overflow once scaled stop the
-// export with an error. Whatever leaves with exit status 0 validates.
+// true normal; transforms that overflow once scaled stop the export with an
+// error (positions that do, FailedExportLeavesNothingOfItself). Whatever
+// leaves with exit status 0 validates.
 TEST(Zt2ExportHostile, HugeValuesNeverLeaveAFileTheValidatorRejects) {
-  const std::string material =
-      R"("materials": [{"id": "red", "type": "ztMaterial", "name": "Red", "params": {"plainLayerMode": 1}}],)";
-  struct Case {
-    std::string nodes;
-    std::vector<std::string> args;
-    int exitCode;
-    std::string printed;  // the error, or the normal's z for a file written
-  };
-  const std::string triangle = R"({"name": "M", "material": "red", "object": {"type": "mesh", "mesh": {
-      "vertices": [-3.4e38, 0, 0, 3.4e38, 1, 0, 0, 3.4e38, 0], "faces": [0, 1, 2], "smoothingGroups": [1]}}})";
-  const Case cases[] = {
-      {triangle, {}, 0, "-1"},
-      {triangle, {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
-       "ERROR: Object \"M\" has vertices beyond the range of a float once placed and scaled; it cannot be exported."},
-      {R"({"name": "H", "object": {"type": "helper"}, "transform": {"position": [3.4e38, 0, 0]}})",
-       {"--set", "rescale=1", "--set", "rescaleFactor=10"}, 1,
-       "ERROR: A transform or parameter of the scene is beyond the range of a float once converted"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.printed);
-    TempDir dir;
-    ztx_test::writeText(dir.file("scene.json"), "{" + material + R"("nodes": [)" + c.nodes + "]}");
-    std::vector<std::string> args = {"--set", "exportSkinning=0"};
-    args.insert(args.end(), c.args.begin(), c.args.end());
-    const auto r = runExport(exportArgs(dir, dir.file("scene.json"), dir.file("out.zt2"), args));
-    EXPECT_EQ(r.exitCode, c.exitCode) << r.out << r.err;
-    if (c.exitCode != 0) {
-      EXPECT_NE(r.out.find(c.printed), std::string::npos) << r.out;
-      EXPECT_FALSE(fs::exists(dir.file("out.zt2")));
-      continue;
-    }
-    const auto v = ztx_test::runDump({"--validate", dir.file("out.zt2")});
-    EXPECT_EQ(v.exitCode, 0) << v.err;
-    const auto mesh = ztx_test::findObject(ztx_test::dumpJson(dir.file("out.zt2")), "M");
-    EXPECT_NE(mesh.dump().find("\"normals\":[[0.0,0.0," + c.printed + ".0]"), std::string::npos) << mesh.dump();
-  }
+  TempDir dir;
+  const auto run = ztx_test::exportSceneIn(dir, R"({
+    "materials": [{"id": "red", "type": "ztMaterial", "name": "Red", "params": {"plainLayerMode": 1}}],
+    "nodes": [{"name": "M", "material": "red", "object": {"type": "mesh", "mesh": {
+      "vertices": [-3.4e38, 0, 0, 3.4e38, 1, 0, 0, 3.4e38, 0], "faces": [0, 1, 2], "smoothingGroups": [1]}}}]})",
+                                           {"--set", "exportSkinning=0"});
+  ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+  EXPECT_EQ(ztx_test::runDump({"--validate", dir.file("out.zt2")}).exitCode, 0);
+  const auto mesh = ztx_test::findObject(run.file, "M");
+  EXPECT_NE(mesh.dump().find("\"normals\":[[0.0,0.0,-1.0]"), std::string::npos) << mesh.dump();
+
+  const auto scaled = ztx_test::exportScene(
+      R"({"nodes": [{"name": "H", "object": {"type": "helper"}, "transform": {"position": [3.4e38, 0, 0]}}]})",
+      {"--set", "exportSkinning=0", "--set", "rescale=1", "--set", "rescaleFactor=10"});
+  EXPECT_EQ(scaled.exitCode, 1) << scaled.out << scaled.err;
+  EXPECT_NE(scaled.out.find("ERROR: A transform or parameter of the scene is beyond the range of a float once converted"),
+            std::string::npos)
+      << scaled.out;
+  EXPECT_FALSE(scaled.fileWritten);
 }
 
 // A texture held inside a model is written beside the output only when the
@@ -423,29 +375,28 @@ TEST(Zt2ExportHostile, TexturesHeldInAModelAppearOnlyWithTheExport) {
 // either file cannot be replaced, neither is, nothing is copied, and the run
 // fails with the reason told once.
 TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
-  for (const char* spoilt : {"out/scene.zt2", "out/scene.skd"}) {
-    for (const bool hardLink : {true, false}) {
-      SCOPED_TRACE(std::string(spoilt) + (hardLink ? " hard-linked" : " a folder"));
-      TempDir dir;
-      fs::create_directory(dir.file("out"));
-      ASSERT_EQ(runExport(intoOut(dir, exampleIn(dir))).exitCode, 0);
-      if (hardLink) {
-        fs::create_hard_link(dir.file(spoilt), dir.file("kept"));
-      } else {
-        fs::remove(dir.file(spoilt));
-        fs::create_directory(dir.file(spoilt));
-      }
-      const std::string changed = exampleIn(dir, "changed.json", "Figure");
-      const auto before = snapshot(dir.path());
-      const auto r = runExport(intoOut(dir, changed, {"--set", "texturePath=maps"}));
-      EXPECT_EQ(r.exitCode, 2) << r.err;
-      const std::string reason = hardLink ? "the file has 2 hard links" : "not a regular file";
-      EXPECT_EQ(occurrences(r.err, dir.file(spoilt) + ": cannot save: " + reason), 1u) << r.err;
-      EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
-      auto after = snapshot(dir.path()), expected = before;
-      for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg");
-      expectKept(expected, after);  // the old pair, no maps/, no temporary
+  // Each file, spoilt one of the two ways a save is refused: a hard link or a folder in its place.
+  for (const auto& [spoilt, hardLink] : {std::pair{"out/scene.zt2", true}, {"out/scene.skd", false}}) {
+    SCOPED_TRACE(std::string(spoilt) + (hardLink ? " hard-linked" : " a folder"));
+    TempDir dir;
+    fs::create_directory(dir.file("out"));
+    ASSERT_EQ(runExport(intoOut(dir, exampleIn(dir))).exitCode, 0);
+    if (hardLink) {
+      fs::create_hard_link(dir.file(spoilt), dir.file("kept"));
+    } else {
+      fs::remove(dir.file(spoilt));
+      fs::create_directory(dir.file(spoilt));
     }
+    const std::string changed = exampleIn(dir, "changed.json", "Figure");
+    const auto before = snapshot(dir.path());
+    const auto r = runExport(intoOut(dir, changed, {"--set", "texturePath=maps"}));
+    EXPECT_EQ(r.exitCode, 2) << r.err;
+    const std::string reason = hardLink ? "the file has 2 hard links" : "not a regular file";
+    EXPECT_EQ(occurrences(r.err, dir.file(spoilt) + ": cannot save: " + reason), 1u) << r.err;
+    EXPECT_NE(r.err.find("Unable to write to " + dir.file("out/scene.zt2")), std::string::npos) << r.err;
+    auto after = snapshot(dir.path()), expected = before;
+    for (auto* entries : {&after, &expected}) entries->erase("config/ZTExport.cfg");
+    expectKept(expected, after);  // the old pair, no maps/, no temporary
   }
 }
 
@@ -453,7 +404,6 @@ TEST(Zt2ExportIntegrity, AnOutputThatCannotBeSavedKeepsTheOldPair) {
 // before it replaces it.
 TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
   const std::pair<const char*, std::function<std::string(const TempDir&)>> cases[] = {
-      {"the scene", [](const TempDir& d) { return d.file("scene.json"); }},
       {"a link to the scene", [](const TempDir& d) {
          fs::create_symlink(d.file("scene.json"), d.file("link.d"));
          return d.file("link.d");
@@ -463,9 +413,7 @@ TEST(Zt2ExportIntegrity, TheDependencyFileNeverReplacesAnotherFile) {
          return d.file("hard.d");
        }},
       {"the output", [](const TempDir& d) { return d.file("out/scene.zt2"); }},
-      {"the .skd", [](const TempDir& d) { return d.file("out/scene.skd"); }},
       {"an image", [](const TempDir& d) { return d.file("textures/skin.png"); }},
-      {"an image list", [](const TempDir& d) { return d.file("textures/wave.ifl"); }},
       {"the saved options", [](const TempDir& d) { return d.file("config/ZTExport.cfg"); }},
   };
   for (const auto& [what, name] : cases) {
@@ -499,10 +447,8 @@ TEST(Zt2ExportIntegrity, TextureCopiesNeverLeaveTheOutputFolderUnlessAllowed) {
     const char* copiedTo;  // the folder that gets the copies, when not refused
   };
   const Case cases[] = {
-      {{"--set", "texturePath=../x"}, none, climbs, nullptr},
       {{"--set", "texturePath=maps/../../x"}, none, climbs, nullptr},
       {{"--set", "texturePath=..\\x"}, none, climbs, nullptr},
-      {{"--set", "texturePath=./m"}, none, nullptr, "out/m"},
       {{"--set", "texturePath=/abs"}, none, nullptr, "out/abs"},
       {{"--set", "texturePath=../x", "--copy-textures-outside"}, none, nullptr, "x"},
       // Saved by a run that was refused, the path is refused again.
@@ -578,10 +524,11 @@ TEST(Zt2ExportIntegrity, TwoImagesOfOneNameNeverShareACopy) {
 
   const auto unique = runExport(intoOut(dir, dir.file("clash.json"), {"--texture-names", "unique"}));
   ASSERT_EQ(unique.exitCode, 0) << unique.out << unique.err;
-  std::vector<std::string> names = textureFileNames(ztx_test::dumpJson(dir.file("out/scene.zt2")));
+  // Each texture chunk's file name of a skin image, as the dump quotes it.
+  const std::string dumped = ztx_test::dumpJson(dir.file("out/scene.zt2")).dump();
   std::vector<std::string> skins;
-  for (const std::string& n : names)
-    if (n.starts_with("skin.")) skins.push_back(n);
+  for (std::size_t at = dumped.find("\"skin."); at != std::string::npos; at = dumped.find("\"skin.", at + 1))
+    skins.push_back(dumped.substr(at + 1, dumped.find('"', at + 1) - at - 1));
   ASSERT_EQ(skins.size(), 2u);
   EXPECT_NE(skins[0], skins[1]);
   for (const std::string& n : skins) {
@@ -635,9 +582,8 @@ TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
     std::string infoLine;  // the exporter's own line, when the export runs
   };
   const Case cases[] = {
+      // Every model, of whatever format, is opened by one check before its reader is chosen.
       {"a model", "", "pipe.3ds", 2, "pipe.3ds: cannot open the file: a FIFO, not a regular file", ""},
-      {"a model of a general format", "", "pipe.obj", 2, "pipe.obj: cannot open the file: a FIFO, not a regular file",
-       ""},
       {"a texture", texturedScene("img/pipe.png"), "scene.json", 1,
        "img/pipe.png: cannot read the image: a FIFO, not a regular file",
        "ERROR: Couldn't open texture \"img/pipe.png\""},
@@ -654,7 +600,7 @@ TEST(Zt2ExportHostileGrowth, AFifoIsRefusedByNameAndNeverWaitedOn) {
     fs::create_directories(dir.path() / "img");
     copyImage(dir, "skin.png");
     ztx_test::writeText(dir.file("img/list.ifl"), "skin.png\npipe.png\nskin.png\n");
-    for (const char* fifo : {"pipe.3ds", "pipe.obj", "img/pipe.png", "img/pipe.ifl"})
+    for (const char* fifo : {"pipe.3ds", "img/pipe.png", "img/pipe.ifl"})
       ASSERT_EQ(::mkfifo(dir.file(fifo).c_str(), 0644), 0);
     if (!c.scene.empty()) ztx_test::writeText(dir.file("scene.json"), c.scene);
     const auto r = exportWithin(exportArgs(dir, dir.file(c.input), dir.file("out.zt2"),
