@@ -185,13 +185,15 @@ TEST(Lights, OmniColourCarriesTheSignOfTheMultiplier) {
   }
 }
 
-// The cones in radians and the chunk of each light type are read back in the
-// Blender add-on's test (test_camera_light.py).
-TEST(Lights, SpotAttenuationIsScaledItsColourIsNotAndTheAmbientKindIsASpot) {
+// The chunk of each light type is read back in the Blender add-on's test
+// (test_camera_light.py) too.
+TEST(Lights, SpotConesInRadiansAttenuationScaledColourNotAndTheAmbientKindIsASpot) {
   const auto chunk = lightFields(R"({"type": "light", "lightType": "spot", "hotspotDegrees": 43, "falloffDegrees": 45,
                                      "attenuationStart": 100, "attenuationEnd": 500, "color": [1, 0, 0], "multiplier": 1})",
                                  scaled("0.01"));
   const auto f = chunk["fields"];
+  EXPECT_NEAR(f["hotspot"].get<float>(), 0.7505f, 1e-4f);
+  EXPECT_NEAR(f["falloff"].get<float>(), 0.7854f, 1e-4f);
   EXPECT_FLOAT_EQ(f["attenuationStart"].get<float>(), 1.0f);
   EXPECT_FLOAT_EQ(f["attenuationEnd"].get<float>(), 5.0f);
   EXPECT_EQ(f["colour"], json::parse("[255.0, 0.0, 0.0, 255.0]"));  // colours are not scaled
