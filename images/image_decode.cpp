@@ -23,30 +23,41 @@ struct Fallback {
   bool loaded = false;
 };
 
-// The module sits beside the program (or library) this code is linked into;
-// installed, the program is in bin/ and the module in lib/ztexport/ with the
-// exporter module; in a build tree, programs in sub-folders find it in the
-// build folder.
-std::vector<std::string> moduleCandidates() {
+std::string& companionDirectory() {
+  static std::string directory;
+  return directory;
+}
+
+}  // namespace
+
+void setCompanionModuleDirectory(const std::string& directory) { companionDirectory() = directory; }
+
+// Where a program says its modules are; beside the program (or library) this
+// code is linked into; installed, the program is in bin/ and the modules in
+// lib/ztexport/ with the exporter module; in a build tree, programs in
+// sub-folders find them in the build folder.
+std::vector<std::string> companionModuleCandidates(const std::string& fileName) {
   std::vector<std::string> out;
+  if (!companionDirectory().empty()) out.push_back(companionDirectory() + "/" + fileName);
   Dl_info info{};
-  if (::dladdr(reinterpret_cast<void*>(&moduleCandidates), &info) != 0 && info.dli_fname != nullptr) {
+  if (::dladdr(reinterpret_cast<void*>(&companionModuleCandidates), &info) != 0 && info.dli_fname != nullptr) {
     std::error_code ec;
     const auto self = std::filesystem::canonical(info.dli_fname, ec);
     if (!ec) {
-      out.push_back((self.parent_path() / kImageModuleName).string());
+      out.push_back((self.parent_path() / fileName).string());
 #ifdef ZTX_INSTALL_LIBDIR
-      out.push_back((self.parent_path() / ".." / ZTX_INSTALL_LIBDIR / "ztexport" / kImageModuleName)
-                        .lexically_normal()
-                        .string());
+      out.push_back(
+          (self.parent_path() / ".." / ZTX_INSTALL_LIBDIR / "ztexport" / fileName).lexically_normal().string());
 #endif
     }
   }
 #ifdef ZTX_IMAGE_MODULE_BUILD_DIR
-  out.push_back(std::string(ZTX_IMAGE_MODULE_BUILD_DIR) + "/" + kImageModuleName);
+  out.push_back(std::string(ZTX_IMAGE_MODULE_BUILD_DIR) + "/" + fileName);
 #endif
   return out;
 }
+
+namespace {
 
 std::atomic<bool> fallbackLoaded{false};
 
@@ -54,7 +65,7 @@ Fallback& fallback() {
   static Fallback f;
   static std::once_flag once;
   std::call_once(once, [] {
-    for (const std::string& path : moduleCandidates()) {
+    for (const std::string& path : companionModuleCandidates(kImageModuleName)) {
       std::error_code ec;
       if (!std::filesystem::exists(path, ec)) continue;
       void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);

@@ -32,4 +32,11 @@ bool encodePng(const ImagePixels& pixels, std::vector<unsigned char>& png);
 // that the common formats never load it).
 bool fallbackDecoderLoaded();
 
+// The paths where a module of this package that sits beside the exporter
+// module (ZTExportImages.so, ZTExportModels.so) is looked for, in order: the
+// folder a program named with setCompanionModuleDirectory, then where the
+// program was built or installed.
+std::vector<std::string> companionModuleCandidates(const std::string& fileName);
+void setCompanionModuleDirectory(const std::string& directory);
+
 }  // namespace hostmodel

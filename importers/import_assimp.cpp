@@ -19,11 +19,13 @@
 #include <optional>
 #include <set>
 
-#include "importers/importers.h"
+#include "importers/models_module.h"
+#include "format/output_files.h"
 #include "importers/smoothing_from_normals.h"
 #include "importers/texture_files.h"
 #include "host/inhouse/text.h"
 #include "host/memory/file_reads.h"
+#include "host/memory/memory_host.h"
 #include "host/memory/rotation_math.h"
 
 namespace hostimport {
@@ -945,7 +947,7 @@ void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& n
 
 }  // namespace
 
-ImportedScene importAssimp(const ImportRequest& request) {
+static ImportedScene readWithAssimp(const ImportRequest& request) {
   Assimp::Importer importer;
   importer.SetIOHandler(new RecordingIOSystem);  // the importer owns it
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);
@@ -1006,7 +1008,7 @@ ImportedScene importAssimp(const ImportRequest& request) {
   return converted;
 }
 
-std::string formatsHelp() {
+static std::string assimpFormats() {
   Assimp::Importer importer;
   std::string list;
   importer.GetExtensionList(list);
@@ -1023,3 +1025,27 @@ std::string formatsHelp() {
 }
 
 }  // namespace hostimport
+
+// The module's entry points (models_module.h): nothing is thrown across them.
+extern "C" __attribute__((visibility("default"))) void ztx_models_read(const hostimport::ImportRequest& request,
+                                                                        bool flush, hostimport::ModelsAnswer& answer) {
+  setFlushBeforeCommit(flush);
+  try {
+    answer.scene = hostimport::readWithAssimp(request);
+  } catch (const std::bad_alloc&) {
+    answer.outOfMemory = true;
+    answer.error = request.path + ": out of memory";
+  } catch (const std::exception& e) {
+    answer.error = *e.what() ? e.what() : request.path + ": the model could not be read";
+  }
+  answer.filesRead = hostmodel::filesRead();
+  answer.filesWritten = hostmodel::filesWritten();
+}
+
+extern "C" __attribute__((visibility("default"))) void ztx_models_formats(std::string& formats) {
+  try {
+    formats = hostimport::assimpFormats();
+  } catch (const std::exception&) {
+    formats.clear();
+  }
+}

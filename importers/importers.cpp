@@ -69,12 +69,6 @@ bool isSceneDescription(const std::string& path) {
   return first != std::string::npos && head[first] == '{' && ztext::lowerExtension(path) != ".gltf";
 }
 
-void refuseDeepNesting(const std::string& model, int levels) {
-  if (levels > hostmodel::kMaxNodeDepth)
-    throw ImportError(model + ": the model's nodes nest deeper than " + std::to_string(hostmodel::kMaxNodeDepth) +
-                      " levels");
-}
-
 ImportedScene importModel(const ImportRequest& request) {
   std::error_code ec;
   if (!fs::is_regular_file(request.path, ec)) throw ImportError(request.path + ": cannot open the file");

@@ -15,27 +15,6 @@
 
 namespace hostimport {
 
-// A model that cannot be read: the message names the file and the reason.
-class ImportError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-// Refuses `model` when its nodes nest `levels` deep (top nodes are level 1)
-// and the scene loader would refuse the scene made of it: the front ends ask
-// before they build anything of the tree, or walk it recursively.
-void refuseDeepNesting(const std::string& model, int levels);
-
-struct ImportRequest {
-  std::string path;         // the model
-  std::string bufferName;   // the name the document gives its buffer
-  std::string textureDir;   // where textures held inside the model are written
-  bool sceneFile = false;   // the scene becomes files to keep (--write-scene): skins as lists
-  bool processEnds = false; // read in a process that ends after the answer: nothing need be freed
-  std::vector<std::string> texturePaths;  // searched for images after the model's folders
-  bool dropMissingTextures = false;       // leave a map whose image is missing out, with a warning
-};
-
 // What the model reader may take (docs/import.md). Zero: by the model's size.
 struct ImportLimits {
   std::uint64_t memoryMiB = 0;
@@ -60,6 +39,7 @@ struct OpenOptions {
 };
 
 ImportedScene import3ds(const ImportRequest& request);
+// Through ZTExportModels.so (models_module.h), loaded on first use.
 ImportedScene importAssimp(const ImportRequest& request);
 
 // True when `path` is one of our scene-description files rather than a model:
@@ -72,7 +52,7 @@ bool isSceneDescription(const std::string& path);
 ImportedScene importModel(const ImportRequest& request);
 
 // The extensions the general front end reads (besides 3ds), separated by
-// spaces, for --help.
+// spaces, for --help; loads ZTExportModels.so to ask it.
 std::string formatsHelp();
 
 // The file name of the buffer written beside the scene file `scenePath` by

@@ -8,9 +8,16 @@
 #include <stdexcept>
 
 #include "format/output_files.h"
+#include "host/memory/memory_host.h"
 #include "host/memory/rotation_math.h"
 
 namespace hostimport {
+
+void refuseDeepNesting(const std::string& model, int levels) {
+  if (levels > hostmodel::kMaxNodeDepth)
+    throw ImportError(model + ": the model's nodes nest deeper than " + std::to_string(hostmodel::kMaxNodeDepth) +
+                      " levels");
+}
 
 using nlohmann::json;
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,6 +18,28 @@
 #include "host/max_types.h"
 
 namespace hostimport {
+
+// A model that cannot be read: the message names the file and the reason.
+class ImportError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// Refuses `model` when its nodes nest `levels` deep (top nodes are level 1)
+// and the scene loader would refuse the scene made of it: the front ends ask
+// before they build anything of the tree, or walk it recursively.
+void refuseDeepNesting(const std::string& model, int levels);
+
+// What a front end is asked to read.
+struct ImportRequest {
+  std::string path;         // the model
+  std::string bufferName;   // the name the document gives its buffer
+  std::string textureDir;   // where textures held inside the model are written
+  bool sceneFile = false;   // the scene becomes files to keep (--write-scene): short skins as lists
+  bool processEnds = false; // read in a process that ends after the answer: nothing need be freed
+  std::vector<std::string> texturePaths;  // searched for images after the model's folders
+  bool dropMissingTextures = false;       // leave a map whose image is missing out, with a warning
+};
 
 // A buffer as the arrays appended to it, in order: each array is moved in
 // whole and written out from where it lies, never copied into one block.

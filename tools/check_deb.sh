@@ -53,6 +53,17 @@ check "installed zt2export exports the example" \
   /usr/bin/zt2export "$repo/examples/example.scene.json" -o "$work/out/example.zt2" --config-dir "$work/config" --quiet
 dump_and_validate() { /usr/bin/zt2dump "$1" >/dev/null && /usr/bin/zt2dump --validate "$1"; }
 check "installed zt2dump reads and validates the export" dump_and_validate "$work/out/example.zt2"
+# A model in a format the import library reads: its reader loads the models
+# module from /usr/lib/ztexport.
+printf 'v 0 0 0\nv 1 0 0\nv 0 1 0\nf 1 2 3\n' >"$work/triangle.obj"
+model_loads_installed_module() {
+  LD_DEBUG=files /usr/bin/zt2export "$work/triangle.obj" -o "$work/out/triangle.zt2" --config-dir "$work/config" \
+    --quiet 2>"$work/ld-models.log" || { tail -n 5 "$work/ld-models.log"; return 1; }
+  grep -q 'file=/usr/lib/ztexport/ZTExportModels.so ' "$work/ld-models.log" ||
+    { echo "ZTExportModels.so not loaded from /usr/lib/ztexport"; return 1; }
+  dump_and_validate "$work/out/triangle.zt2"
+}
+check "an OBJ model exports through /usr/lib/ztexport/ZTExportModels.so" model_loads_installed_module
 
 # What a user meets besides the programs: the manual pages through man, the
 # bash completion as bash-completion loads it, the licences.
@@ -142,6 +153,9 @@ fi
 if dpkg -L ztexport 2>/dev/null | grep -qx /usr/lib/python3/dist-packages/ztexport; then
   check "python3 -c 'import ztexport' without PYTHONPATH" \
     /usr/bin/python3 -c 'import ztexport, sys; sys.exit(0 if ztexport.__file__.startswith("/usr/lib/python3/dist-packages/ztexport/") else "imported from " + ztexport.__file__)'
+  check "the installed Python package exports an OBJ model" \
+    /usr/bin/python3 -c 'import os, sys, ztexport; ztexport.export(sys.argv[1], sys.argv[2], config_dir=sys.argv[3]); os.stat(sys.argv[2])' \
+    "$work/triangle.obj" "$work/out/triangle-py.zt2" "$work/config"
 else
   echo "deb: the package holds no /usr/lib/python3/dist-packages/ztexport: python import check skipped"
 fi

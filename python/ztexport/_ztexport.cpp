@@ -28,6 +28,7 @@
 #include "driver/export_session.h"
 #include "driver/exporter_module.h"
 #include "gltf/gltf_export.h"
+#include "images/image_decode.h"
 #include "reader/tree/file_decoder.h"
 #include "ztexport/diff.h"
 #include "ztexport/reader.h"
@@ -483,6 +484,9 @@ py::tuple exportScene(const std::string& scene, const std::string& output, const
 PYBIND11_MODULE(_ztexport, m) {
   m.doc() = "The binding under the ztexport package; use ztexport itself.";
   m.attr("__version__") = ztexport::kVersion;
+  // The image and models modules lie beside the exporter module, wherever
+  // the package was installed from.
+  hostmodel::setCompanionModuleDirectory(fs::path(modulePath("")).parent_path().string());
 
   // Every failure to read is a FormatError. One that is the system's (the
   // file cannot be read at all) is an OSError as well, and a missing file a

@@ -1,0 +1,71 @@
+// Loads ZTExportModels.so on first use and calls it (models_module.h).
+#include "importers/models_module.h"
+
+#include <dlfcn.h>
+
+#include <filesystem>
+#include <mutex>
+#include <new>
+
+#include "format/output_files.h"
+#include "host/memory/file_reads.h"
+#include "images/image_decode.h"
+#include "importers/importers.h"
+
+namespace hostimport {
+namespace {
+
+struct ModelsModule {
+  ZtxModelsReadFn read = nullptr;
+  ZtxModelsFormatsFn formats = nullptr;
+  std::string problem;  // why it could not be loaded
+};
+
+const ModelsModule& modelsModule() {
+  static ModelsModule m;
+  static std::once_flag once;
+  std::call_once(once, [] {
+    for (const std::string& path : hostmodel::companionModuleCandidates(kModelsModuleName)) {
+      std::error_code ec;
+      if (!std::filesystem::exists(path, ec)) continue;
+      // Never closed: the scenes it answers hold its code's objects.
+      void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+      if (handle == nullptr) {
+        m.problem = ::dlerror();
+        return;
+      }
+      m.read = reinterpret_cast<ZtxModelsReadFn>(::dlsym(handle, "ztx_models_read"));
+      m.formats = reinterpret_cast<ZtxModelsFormatsFn>(::dlsym(handle, "ztx_models_formats"));
+      if (m.read == nullptr || m.formats == nullptr) {
+        m.problem = path + " lacks its entry points";
+        m.read = nullptr;
+      }
+      return;
+    }
+    m.problem = std::string(kModelsModuleName) + " was not found beside the program or the exporter module";
+  });
+  return m;
+}
+
+}  // namespace
+
+ImportedScene importAssimp(const ImportRequest& request) {
+  const ModelsModule& m = modelsModule();
+  if (m.read == nullptr) throw ImportError(request.path + ": the reader of this format cannot be loaded: " + m.problem);
+  ModelsAnswer answer;
+  m.read(request, flushBeforeCommit(), answer);
+  for (const std::string& path : answer.filesRead) hostmodel::noteFileRead(path);
+  for (const std::string& path : answer.filesWritten) hostmodel::noteFileWritten(path);
+  if (answer.outOfMemory) throw std::bad_alloc();
+  if (!answer.error.empty()) throw ImportError(answer.error);
+  return std::move(answer.scene);
+}
+
+std::string formatsHelp() {
+  const ModelsModule& m = modelsModule();
+  std::string formats;
+  if (m.formats != nullptr) m.formats(formats);
+  return formats;
+}
+
+}  // namespace hostimport
