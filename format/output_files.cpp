@@ -521,6 +521,14 @@ Result<void> FileStaging::commit(const std::string& first) {
                                  [&](const Replacement& r) { return sameFile(r.path, lead) || r.path == lead; });
     if (it != replacements_.end()) std::rotate(replacements_.begin(), it, it + 1);
   }
+  // Each staging folder's files, listed once for the flush and the placing.
+  std::vector<std::vector<std::string>> newFiles;
+  for (const NewFilesDir& d : newFileDirs_) {
+    std::vector<std::string> names = entriesOf(d.stagingFd);
+    std::erase(names, std::string(kWorkMarker));
+    std::sort(names.begin(), names.end());
+    newFiles.push_back(std::move(names));
+  }
   if (flushing) {
     // Nothing is put in place before every file of the run is on the disk.
     const auto unflushed = [&](const std::string& path, int e) {
@@ -531,9 +539,9 @@ Result<void> FileStaging::commit(const std::string& first) {
     };
     for (const Replacement& r : replacements_)
       if (::fsync(r.lockFd) != 0) return unflushed(r.path, errno);
-    for (const NewFilesDir& d : newFileDirs_)
-      for (const std::string& name : entriesOf(d.stagingFd)) {
-        if (name == kWorkMarker) continue;
+    for (std::size_t i = 0; i < newFileDirs_.size(); ++i)
+      for (const std::string& name : newFiles[i]) {
+        const NewFilesDir& d = newFileDirs_[i];
         const int fd = ::openat(d.stagingFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
         const int e = fd < 0 ? errno : ::fsync(fd) != 0 ? errno : 0;
         if (fd >= 0) ::close(fd);
@@ -559,11 +567,9 @@ Result<void> FileStaging::commit(const std::string& first) {
     failure_ = ioError(reason(e));
     return failure_;
   };
-  for (const NewFilesDir& d : newFileDirs_) {
-    std::vector<std::string> names = entriesOf(d.stagingFd);
-    std::sort(names.begin(), names.end());
-    for (const std::string& name : names) {
-      if (name == kWorkMarker) continue;
+  for (std::size_t i = 0; i < newFileDirs_.size(); ++i) {
+    const NewFilesDir& d = newFileDirs_[i];
+    for (const std::string& name : newFiles[i]) {
       const int e = placeWithoutReplacing(d.stagingFd, d.dirFd, name);
       if (e == 0) placed.push_back({d.dirFd, name});
       else if (e != EEXIST) {

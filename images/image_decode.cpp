@@ -36,7 +36,7 @@ void setCompanionModuleDirectory(const std::string& directory) { companionDirect
 // code is linked into; installed, the program is in bin/ and the modules in
 // lib/ztexport/ with the exporter module; in a build tree, programs in
 // sub-folders find them in the build folder.
-std::vector<std::string> companionModuleCandidates(const std::string& fileName) {
+static std::vector<std::string> companionModuleCandidates(const std::string& fileName) {
   std::vector<std::string> out;
   if (!companionDirectory().empty()) out.push_back(companionDirectory() + "/" + fileName);
   Dl_info info{};
@@ -57,6 +57,19 @@ std::vector<std::string> companionModuleCandidates(const std::string& fileName) 
   return out;
 }
 
+void* openCompanionModule(const std::string& fileName, std::string& path, std::string& problem) {
+  for (const std::string& candidate : companionModuleCandidates(fileName)) {
+    std::error_code ec;
+    if (!std::filesystem::exists(candidate, ec)) continue;
+    path = candidate;
+    // Never closed: what it hands out may live as long as the program.
+    void* handle = ::dlopen(candidate.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (handle == nullptr) problem = ::dlerror();
+    return handle;
+  }
+  return nullptr;
+}
+
 namespace {
 
 std::atomic<bool> fallbackLoaded{false};
@@ -65,26 +78,21 @@ Fallback& fallback() {
   static Fallback f;
   static std::once_flag once;
   std::call_once(once, [] {
-    for (const std::string& path : companionModuleCandidates(kImageModuleName)) {
-      std::error_code ec;
-      if (!std::filesystem::exists(path, ec)) continue;
-      void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-      if (handle == nullptr) {
-        f.problem = ::dlerror();
-        return;
-      }
-      f.read = reinterpret_cast<decltype(f.read)>(::dlsym(handle, "ztx_images_read"));
-      f.release = reinterpret_cast<decltype(f.release)>(::dlsym(handle, "ztx_images_free"));
-      if (f.read == nullptr || f.release == nullptr) {
-        f.problem = path + " lacks its entry points";
-        f.read = nullptr;
-        return;
-      }
-      f.loaded = true;
-      fallbackLoaded = true;
+    std::string path;
+    void* handle = openCompanionModule(kImageModuleName, path, f.problem);
+    if (handle == nullptr) {
+      if (f.problem.empty()) f.problem = std::string(kImageModuleName) + " was not found beside the program";
       return;
     }
-    f.problem = std::string(kImageModuleName) + " was not found beside the program";
+    f.read = reinterpret_cast<decltype(f.read)>(::dlsym(handle, "ztx_images_read"));
+    f.release = reinterpret_cast<decltype(f.release)>(::dlsym(handle, "ztx_images_free"));
+    if (f.read == nullptr || f.release == nullptr) {
+      f.problem = path + " lacks its entry points";
+      f.read = nullptr;
+      return;
+    }
+    f.loaded = true;
+    fallbackLoaded = true;
   });
   return f;
 }

@@ -32,11 +32,12 @@ bool encodePng(const ImagePixels& pixels, std::vector<unsigned char>& png);
 // that the common formats never load it).
 bool fallbackDecoderLoaded();
 
-// The paths where a module of this package that sits beside the exporter
-// module (ZTExportImages.so, ZTExportModels.so) is looked for, in order: the
-// folder a program named with setCompanionModuleDirectory, then where the
-// program was built or installed.
-std::vector<std::string> companionModuleCandidates(const std::string& fileName);
+// Loads a module of this package that sits beside the exporter module
+// (ZTExportImages.so, ZTExportModels.so): the first that exists of the folder
+// a program named with setCompanionModuleDirectory, then where the program
+// was built or installed. `path` is the file tried. Null when it would not
+// load (`problem` says why) or none was found (`problem` left empty).
+void* openCompanionModule(const std::string& fileName, std::string& path, std::string& problem);
 void setCompanionModuleDirectory(const std::string& directory);
 
 }  // namespace hostmodel

@@ -3,7 +3,6 @@
 
 #include <dlfcn.h>
 
-#include <filesystem>
 #include <mutex>
 #include <new>
 
@@ -25,24 +24,19 @@ const ModelsModule& modelsModule() {
   static ModelsModule m;
   static std::once_flag once;
   std::call_once(once, [] {
-    for (const std::string& path : hostmodel::companionModuleCandidates(kModelsModuleName)) {
-      std::error_code ec;
-      if (!std::filesystem::exists(path, ec)) continue;
-      // Never closed: the scenes it answers hold its code's objects.
-      void* handle = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-      if (handle == nullptr) {
-        m.problem = ::dlerror();
-        return;
-      }
-      m.read = reinterpret_cast<ZtxModelsReadFn>(::dlsym(handle, "ztx_models_read"));
-      m.formats = reinterpret_cast<ZtxModelsFormatsFn>(::dlsym(handle, "ztx_models_formats"));
-      if (m.read == nullptr || m.formats == nullptr) {
-        m.problem = path + " lacks its entry points";
-        m.read = nullptr;
-      }
+    std::string path;
+    void* handle = hostmodel::openCompanionModule(kModelsModuleName, path, m.problem);
+    if (handle == nullptr) {
+      if (m.problem.empty())
+        m.problem = std::string(kModelsModuleName) + " was not found beside the program or the exporter module";
       return;
     }
-    m.problem = std::string(kModelsModuleName) + " was not found beside the program or the exporter module";
+    m.read = reinterpret_cast<ZtxModelsReadFn>(::dlsym(handle, "ztx_models_read"));
+    m.formats = reinterpret_cast<ZtxModelsFormatsFn>(::dlsym(handle, "ztx_models_formats"));
+    if (m.read == nullptr || m.formats == nullptr) {
+      m.problem = path + " lacks its entry points";
+      m.read = nullptr;
+    }
   });
   return m;
 }
