@@ -539,9 +539,14 @@ TEST(ImportPartial, WhatTheLibraryLeavesOutIsSaid) {
     TempDir dir;
     ztx_test::writeText(dir.file(c.file), c.text);
     if (c.besideName) ztx_test::writeText(dir.file(c.besideName), c.beside);
-    const auto r = runExport(
-        modelArgs(dir, c.file, "out.zt2", {"--missing-textures", "drop", "--write-scene", dir.file("out.scene.json")}));
+    const auto r = runExport(modelArgs(dir, c.file, "out.zt2",
+                                       {"--missing-textures", "drop", "--write-scene", dir.file("out.scene.json"),
+                                        "--depfile", dir.file("out.d")}));
     EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+    // What the import library read, in the models module, is among what the run read.
+    if (c.besideName && c.exitCode == 0) {
+      EXPECT_NE(ztx_test::readText(dir.file("out.d")).find(dir.file(c.besideName)), std::string::npos);
+    }
     if (c.said.empty()) EXPECT_EQ(r.err, "");
     else EXPECT_NE(r.err.find(dir.file(c.file) + c.said), std::string::npos) << r.err;
     if (c.exitCode != 0) {
