@@ -196,8 +196,8 @@ void BM_ExtractMaterialGroups(benchmark::State& state) {
   for (auto _ : state) {
     MaterialGroupCutter cutter(b, scratch.groups);
     for (int m = 0; m < 4; ++m) {
-      cutter.extract(m, 2, group);
-      benchmark::DoNotOptimize(group.positions.data());
+      cutter.extract(m, group);
+      benchmark::DoNotOptimize(group.sources.data());
     }
   }
   reportPerCorner(state);
@@ -215,8 +215,8 @@ void BM_ThreeAlgorithms(benchmark::State& state) {
     unifyMapChannel(b, 1, scratch.maps);
     MaterialGroupCutter cutter(b, scratch.groups);
     for (int m = 0; m < 4; ++m) {
-      cutter.extract(m, 2, group);
-      benchmark::DoNotOptimize(group.positions.data());
+      cutter.extract(m, group);
+      benchmark::DoNotOptimize(group.sources.data());
     }
   }
   reportPerCorner(state);
@@ -429,8 +429,8 @@ void BM_ExtractThousandGroups(benchmark::State& state) {
   for (auto _ : state) {
     MaterialGroupCutter cutter(b, scratch.groups);
     for (int m = 0; m < kGroups; ++m) {
-      cutter.extract(m, 2, group);
-      benchmark::DoNotOptimize(group.positions.data());
+      cutter.extract(m, group);
+      benchmark::DoNotOptimize(group.sources.data());
     }
   }
   reportPerCorner(state);

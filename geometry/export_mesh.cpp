@@ -142,10 +142,17 @@ void buildMapChannel(const std::vector<Point3>& coords, const std::vector<TVFace
   build.mapChannelCount = ch + 1;
 }
 
-void buildMapChannels(const Mesh& mesh, MeshBuild& build) {
-  build.mapChannelCount = 0;
-  if (!mesh.tVerts.empty()) buildMapChannel(mesh.tVerts, mesh.tvFace, mesh.faces.size(), build.mirrored, build);
-  if (!mesh.vertCol.empty()) buildMapChannel(mesh.vertCol, mesh.vcFace, mesh.faces.size(), build.mirrored, build);
+// The mesh's mapping channels in the file's order: texture coordinates, then
+// vertex colours, each when the mesh has them.
+struct MapSource {
+  const std::vector<Point3>* coords;
+  const std::vector<TVFace>* faces;
+};
+std::vector<MapSource> mapSources(const Mesh& mesh) {
+  std::vector<MapSource> out;
+  if (!mesh.tVerts.empty()) out.push_back({&mesh.tVerts, &mesh.tvFace});
+  if (!mesh.vertCol.empty()) out.push_back({&mesh.vertCol, &mesh.vcFace});
+  return out;
 }
 
 // hostIndices follow every vertex the algorithms append, from `mark` on.
@@ -171,9 +178,12 @@ struct GroupBases {
 
 class MeshWriter {
  public:
+  // `hostIndices` holds each build vertex's host index (null when the build
+  // carries none).
   MeshWriter(SceneExporter& exporter, INode* node, MeshRecord& record, VertexDataRecord& skinRecord, SkinSource& skin,
-             int channels)
-      : exporter_(exporter), node_(node), record_(record), skinRecord_(skinRecord), skin_(skin), channels_(channels) {}
+             int channels, const std::uint32_t* hostIndices)
+      : exporter_(exporter), node_(node), record_(record), skinRecord_(skinRecord), skin_(skin), channels_(channels),
+        hostIndices_(hostIndices) {}
 
   // Sizes every group table to the groups of `names` (marking those parts
   // present) and reserves the flat arrays for about the whole mesh, so that
@@ -181,10 +191,8 @@ class MeshWriter {
   void sizeGroups(const std::vector<std::string>& names, std::size_t vertices, std::size_t triangles) {
     const std::size_t groups = names.size();
     if (groups > 0) {
-      record_.vertices().positions.reserve(vertices);
-      record_.vertices().normals.reserve(vertices);
+      record_.vertices().sources.reserve(vertices);
       record_.faces().indices.reserve(3 * triangles);
-      for (int ch = 0; ch < channels_; ++ch) record_.mapChannel(ch).coordinates.reserve(vertices);
     }
     record_.materialNames() = names;
     record_.vertices().groups.resizeGroups(groups);
@@ -201,7 +209,7 @@ class MeshWriter {
       return;
     }
     std::vector<MaterialSubMesh>& pieces = pieces_;
-    const std::size_t runs = splitOversizedGroup(group, channels_, pieces, exporter_.meshScratch().split);
+    const std::size_t runs = splitOversizedGroup(group, pieces, exporter_.meshScratch().split);
     const std::string name = record_.materialNameList()[slot];
     if (runs == 1)
       // Its triangles fit in one group: only vertices no triangle uses are left out.
@@ -234,8 +242,11 @@ class MeshWriter {
     MeshVertexRecord& vertices = record_.vertices();
     vertices.resize(bases_.vertex + nV);
     vertices.groups.setGroupCount(slot, static_cast<std::uint32_t>(nV));
-    std::copy(g.positions, g.positions + nV, vertices.positions.begin() + bases_.vertex);
-    if (g.normals) std::copy(g.normals, g.normals + nV, vertices.normals.begin() + bases_.vertex);
+    std::uint32_t* sources = vertices.sources.data() + bases_.vertex;
+    if (g.sources)
+      std::copy(g.sources, g.sources + nV, sources);
+    else
+      for (std::size_t i = 0; i < nV; ++i) sources[i] = static_cast<std::uint32_t>(i);
 
     if (skin_.on) storeSkin(slot, g);
 
@@ -244,8 +255,6 @@ class MeshWriter {
       channel.channel = static_cast<std::uint32_t>(ch);
       channel.resize(bases_.vertex + nV);
       channel.groups.setGroupCount(slot, static_cast<std::uint32_t>(nV));
-      if (g.vertexMaps[ch])
-        std::copy(g.vertexMaps[ch], g.vertexMaps[ch] + nV, channel.coordinates.begin() + bases_.vertex);
     }
 
     const std::size_t nF = g.indexCount / 3;
@@ -271,7 +280,7 @@ class MeshWriter {
   }
 
   void storeSkin(std::size_t slot, const GroupView& g) {
-    if (!skin_.keys || !g.hostIndices) {
+    if (!skin_.keys || !hostIndices_) {
       exporter_.logError("ERROR: No skin data for skinning (object \"%s\")", node_->GetName());
       return;
     }
@@ -279,10 +288,10 @@ class MeshWriter {
     skinRecord_.resizeVertices(bases_.vertex + nV);
     skinRecord_.setGroupVertexCount(slot, static_cast<std::uint32_t>(nV));
     std::size_t total = 0;
-    for (std::size_t i = 0; i < nV; ++i) total += weightsOf(g.hostIndices[i]).size();
+    for (std::size_t i = 0; i < nV; ++i) total += weightsOf(hostIndices_[g.source(i)]).size();
     skinRecord_.resizeInfluences(bases_.influence + total);
     for (std::size_t i = 0; i < nV; ++i) {
-      const SkinVertexWeights& w = weightsOf(g.hostIndices[i]);
+      const SkinVertexWeights& w = weightsOf(hostIndices_[g.source(i)]);
       skinRecord_.setVertexInfluences(slot, i, static_cast<std::int32_t>(w.size()),
                                       static_cast<std::int32_t>(bases_.influence));
       for (std::size_t j = 0; j < w.size(); ++j) skinRecord_.setInfluence(slot, i, j, w[j].bone, w[j].weight);
@@ -297,6 +306,7 @@ class MeshWriter {
   SkinSource& skin_;
   const SkinVertexWeights noWeights_;  // what a vertex without a skin entry gets
   int channels_;
+  const std::uint32_t* hostIndices_;
   GroupBases bases_;
   std::vector<MaterialSubMesh> pieces_;  // runs of an oversized group
 };
@@ -433,16 +443,30 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   }
   buildTriangles(mesh, build);
   buildMaterials(exporter, node, mesh, build);
-  buildMapChannels(mesh, build);
   if (skin.on) {
     build.hostIndices.resize(build.positions.size());
     for (std::size_t i = 0; i < build.hostIndices.size(); ++i) build.hostIndices[i] = static_cast<std::uint32_t>(i);
   }
-  copy.reset();
+  const bool largeMesh = build.triangleCount() > kScratchKeptTriangles;
 
+  // The smoothing pass reads no map channel, and a channel is read only by
+  // its own unification: each channel's arrays are made after the smoothing
+  // pass has let its own go, just before they are read, and go right after,
+  // so that a large mesh holds one set at a time. A working copy goes first,
+  // as the build then holds all that is read of it.
+  const std::size_t faceCount = mesh.faces.size();
+  const std::vector<MapSource> maps = mapSources(mesh);
+  const bool cleaned = copy.has_value();
+  build.mapChannelCount = 0;
+  if (cleaned) {
+    for (const MapSource& m : maps) buildMapChannel(*m.coords, *m.faces, faceCount, build.mirrored, build);
+    copy.reset();
+  }
   computeSmoothNormals(build, scratch.normals);
+  if (largeMesh) release(scratch.normals);
   if (skin.on) traceSplits(build, 0);
-  for (int ch = 0; ch < build.mapChannelCount; ++ch) {
+  for (int ch = 0; ch < static_cast<int>(maps.size()); ++ch) {
+    if (!cleaned) buildMapChannel(*maps[ch].coords, *maps[ch].faces, faceCount, build.mirrored, build);
     const std::size_t mark = build.splitSources.size();
     unifyMapChannel(build, ch, scratch.maps);
     if (skin.on) traceSplits(build, mark);
@@ -451,7 +475,8 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   }
 
   {  // the writer, with its pieces, and the cut groups are gone before the record is written out
-    MeshWriter writer(exporter, node, record, skinRecord, skin, build.mapChannelCount);
+    MeshWriter writer(exporter, node, record, skinRecord, skin, build.mapChannelCount,
+                      build.hostIndices.size() == build.vertexCount() ? build.hostIndices.data() : nullptr);
     writer.sizeGroups(build.materialNames, build.vertexCount(), build.triangleCount());
     const std::size_t groups = build.materialNames.size();
     std::size_t slot = 0;
@@ -463,13 +488,24 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
       MaterialGroupCutter cutter(build, scratch.groups);
       for (std::size_t m = 0; m < groups; ++m) {
         Sys->verbose("extract by mat\n");
-        cutter.extract(static_cast<int>(m), build.mapChannelCount, group);
+        cutter.extract(static_cast<int>(m), group);
         writer.storeGroup(slot, viewOf(group));
       }
     }
   }
-  const bool largeMesh = build.triangleCount() > kScratchKeptTriangles;
-  release(build);
+  // The record reads its vertices' values from the build as it is written
+  // out; all else of the build goes back to the heap before that.
+  const std::size_t n = build.vertexCount();
+  MeshVertexValues& values = record.vertexValues();
+  values.positions = build.positions.data();
+  values.normals = build.normals.size() == n ? build.normals.data() : nullptr;
+  for (int ch = 0; ch < build.mapChannelCount && ch < kMeshWrittenMapSlots; ++ch)
+    values.maps[ch] = build.vertexMaps[ch].size() == n ? build.vertexMaps[ch].data() : nullptr;
+  release(build.indices);
+  release(build.smoothingGroups);
+  release(build.faceMaterials);
+  release(build.splitSources);
+  release(build.hostIndices);
   if (largeMesh) release(scratch);
 
   exporter.sceneFile << record;

@@ -8,18 +8,6 @@
 #include "geometry/mesh_processing.h"
 #include "host/inhouse/exceptions.h"
 
-namespace {
-
-template <typename T>
-void gather(std::vector<T>& out, const std::vector<T>& from, const std::uint32_t* order, std::size_t n) {
-  out.resize(n);
-  T* o = out.data();
-  const T* f = from.data();
-  for (std::size_t i = 0; i < n; ++i) o[i] = f[order[i]];
-}
-
-}  // namespace
-
 MaterialGroupCutter::MaterialGroupCutter(const MeshBuild& mesh, MaterialGroupScratch& scratch)
     : mesh_(mesh), b_(scratch) {
   try {
@@ -49,17 +37,16 @@ MaterialGroupCutter::MaterialGroupCutter(const MeshBuild& mesh, MaterialGroupScr
   }
 }
 
-void MaterialGroupCutter::extract(int group, int channelCount, MaterialSubMesh& out) {
+void MaterialGroupCutter::extract(int group, MaterialSubMesh& out) {
   try {
-    extractUnguarded(group, channelCount, out);
+    extractUnguarded(group, out);
   } catch (const std::bad_alloc&) {
     throw T_MemoryException_Allocation();
   }
 }
 
-void MaterialGroupCutter::extractUnguarded(int group, int channelCount, MaterialSubMesh& out) {
+void MaterialGroupCutter::extractUnguarded(int group, MaterialSubMesh& out) {
   const MeshBuild& mesh = mesh_;
-  const std::size_t vertices = mesh.vertexCount();
   // The group's indices go straight into the caller's sub-mesh, whose storage
   // the caller reuses from group to group.
   std::vector<std::uint32_t>& groupIndices = out.indices;
@@ -97,28 +84,5 @@ void MaterialGroupCutter::extractUnguarded(int group, int channelCount, Material
     }
   }
 
-  const std::uint32_t* newToOld = b_.newToOld.data();
-  gather(out.positions, mesh.positions, newToOld, n);
-  if (mesh.normals.size() == vertices)
-    gather(out.normals, mesh.normals, newToOld, n);
-  else
-    out.normals.assign(n, Point3{});
-  for (int c = 0; c < kMaxMapChannels; ++c) {
-    if (c < channelCount && mesh.vertexMaps[c].size() == vertices)
-      gather(out.vertexMaps[c], mesh.vertexMaps[c], newToOld, n);
-    else if (c < channelCount)
-      out.vertexMaps[c].assign(n, Point3{});
-    else
-      out.vertexMaps[c].clear();
-  }
-  if (mesh.hostIndices.size() == vertices)
-    gather(out.hostIndices, mesh.hostIndices, newToOld, n);
-  else
-    out.hostIndices.clear();
-  out.sources.assign(newToOld, newToOld + n);
-}
-
-void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out,
-                          MaterialGroupScratch& scratch) {
-  MaterialGroupCutter(mesh, scratch).extract(group, channelCount, out);
+  out.sources.assign(b_.newToOld.data(), b_.newToOld.data() + n);
 }

@@ -36,14 +36,12 @@ struct MeshBuild {
 };
 
 // One material group cut out of a MeshBuild, its vertices renumbered from 0.
+// A group vertex's values are the mesh vertex's it names in `sources`; they
+// are read from the mesh where they lie, never copied into the group.
 struct MaterialSubMesh {
-  std::vector<Point3> positions;
-  std::vector<Point3> normals;
-  std::array<std::vector<Point3>, kMaxMapChannels> vertexMaps;
-  std::vector<std::uint32_t> indices;      // group-local, three per triangle
-  std::vector<std::uint32_t> sources;      // per group vertex: its vertex in the whole mesh
-  std::vector<std::uint32_t> hostIndices;  // per group vertex, when the mesh carries them
+  std::vector<std::uint32_t> indices;  // group-local, three per triangle
+  std::vector<std::uint32_t> sources;  // per group vertex: its vertex in the whole mesh
 
-  std::size_t vertexCount() const { return positions.size(); }
+  std::size_t vertexCount() const { return sources.size(); }
   std::size_t triangleCount() const { return indices.size() / 3; }
 };

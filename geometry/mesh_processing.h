@@ -21,25 +21,19 @@ void computeSmoothNormals(MeshBuild& mesh, SmoothNormalScratch& scratch);
 // earlier channels' coordinates of their source.
 void unifyMapChannel(MeshBuild& mesh, int channel, MapChannelScratch& scratch);
 
-// The triangles whose faceMaterials entry is `group`, with the vertices they
-// use numbered from 0 in order of first use. `channelCount` channels of
-// vertexMaps are carried; hostIndices too when the mesh has one per vertex.
-// `out` is overwritten (its storage is reused). Costs a pass over the whole
-// mesh; to cut several groups of one mesh, use a MaterialGroupCutter.
-void extractMaterialGroup(const MeshBuild& mesh, int group, int channelCount, MaterialSubMesh& out,
-                          MaterialGroupScratch& scratch);
-
-// Cuts the groups of one mesh, as extractMaterialGroup does, after bucketing
-// its triangles by group once: each cut then costs only the group's own
-// triangles and vertices. `mesh` must not change while the cutter is in use,
-// and `scratch` belongs to the cutter until it is gone.
+// Cuts the material groups of one mesh: extract(g) gives the triangles whose
+// faceMaterials entry is g, with the vertices they use numbered from 0 in
+// order of first use (`out` is overwritten; its storage is reused). The
+// triangles are bucketed by group once, so each cut costs only the group's
+// own triangles and vertices. `mesh` must not change while the cutter is in
+// use, and `scratch` belongs to the cutter until it is gone.
 class MaterialGroupCutter {
  public:
   MaterialGroupCutter(const MeshBuild& mesh, MaterialGroupScratch& scratch);
-  void extract(int group, int channelCount, MaterialSubMesh& out);
+  void extract(int group, MaterialSubMesh& out);
 
  private:
-  void extractUnguarded(int group, int channelCount, MaterialSubMesh& out);
+  void extractUnguarded(int group, MaterialSubMesh& out);
   const MeshBuild& mesh_;
   MaterialGroupScratch& b_;
   std::uint32_t cut_ = 0;  // cuts so far; stamps of earlier cuts are stale

@@ -3,6 +3,11 @@
 // flat array for the whole mesh plus a table of how many of its entries
 // belong to each group, groups in the order of the mesh's material names.
 //
+// A written vertex is held as the vertex of the mesh build it is, and its
+// values (position, normal, map coordinates) are read from the build's arrays
+// as the record is written out: a mesh of a million vertices is then never
+// held twice. The build must outlive the record's writing.
+//
 // Every optional part has a presence flag that is false in a new record; the
 // accessor that hands a part out for filling sets it, so a part is written
 // exactly when export touched it, even if it stayed empty.
@@ -62,15 +67,18 @@ class GroupTable {
 
 class MeshVertexRecord {
  public:
-  std::vector<Point3> positions;
-  std::vector<Point3> normals;
+  std::vector<std::uint32_t> sources;  // per written vertex: its vertex in the build
   GroupTable groups{1};
 
-  // Both lists get `n` entries; new entries are (0, 0, 0).
-  void resize(std::size_t n) {
-    positions.resize(n);
-    normals.resize(n);
-  }
+  void resize(std::size_t n) { sources.resize(n); }
+};
+
+// The build's arrays the written vertices' values are read from, one entry
+// per build vertex; a null array reads as (0, 0, 0) for every vertex.
+struct MeshVertexValues {
+  const Point3* positions = nullptr;
+  const Point3* normals = nullptr;
+  std::array<const Point3*, kMeshWrittenMapSlots> maps{};
 };
 
 class MeshFaceRecord {
@@ -90,10 +98,10 @@ class MeshFaceRecord {
 class MeshMapChannelRecord {
  public:
   std::uint32_t channel = 0;
-  std::vector<Point3> coordinates;  // one per vertex of the vertex part
+  std::size_t count = 0;  // coordinates: one per vertex of the vertex part, from the first
   GroupTable groups{1};
 
-  void resize(std::size_t n) { coordinates.resize(n); }
+  void resize(std::size_t n) { count = n; }
 };
 
 class MeshRecord : public ObjectRecord {
@@ -119,6 +127,7 @@ class MeshRecord : public ObjectRecord {
     hasReferenceName_ = true;
     return referenceName_;
   }
+  MeshVertexValues& vertexValues() { return values_; }
 
   // Read access for the writer and for tests; never sets a flag.
   bool hasVertices() const { return hasVertices_; }
@@ -131,6 +140,7 @@ class MeshRecord : public ObjectRecord {
   const std::vector<std::string>& materialNameList() const { return materialNames_; }
   const MeshMapChannelRecord& mapChannelPart(int slot) const { return mapChannels_[slot]; }
   const std::string& referenceNameValue() const { return referenceName_; }
+  const MeshVertexValues& vertexValueArrays() const { return values_; }
 
  private:
   MeshVertexRecord vertices_;
@@ -138,6 +148,7 @@ class MeshRecord : public ObjectRecord {
   std::vector<std::string> materialNames_;
   std::array<MeshMapChannelRecord, kMeshMapSlots> mapChannels_;
   std::string referenceName_;
+  MeshVertexValues values_;
   bool hasVertices_ = false;
   bool hasFaces_ = false;
   bool hasMaterialNames_ = false;
