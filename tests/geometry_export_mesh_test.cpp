@@ -319,6 +319,38 @@ TEST(ExportMesh, FloatingVerticesAreRemovedOnlyWithTheOptionAndFacesOnMissingVer
   }
 }
 
+// A mesh the clean-up works on takes another way through the export (its
+// channels are made from a working copy, before the smoothing pass): a vertex
+// no face uses must change nothing else, with both channels, seams in each
+// and split normals.
+TEST(ExportMesh, RemovingAnUnusedVertexChangesNothingElseOfTheMesh) {
+  const json mesh = {{"vertices", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0}},
+                     {"faces", {0, 1, 2, 1, 3, 2}},
+                     {"smoothingGroups", {1, 2}},
+                     {"textureVertices", {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0, 0.5, 0.5, 0}},
+                     {"textureFaces", {0, 1, 2, 1, 3, 4}},
+                     {"vertexColors", {1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 1}},
+                     {"colorFaces", {0, 1, 2, 3, 3, 2}}};
+  json floating = mesh;
+  floating["vertices"].insert(floating["vertices"].end(), {5, 5, 5});
+  std::vector<ReadMesh> read;
+  for (const json& m : {mesh, floating}) {
+    Scene fx(m, {meshNode("Quad")});
+    fx.exporter.options.removeFloatingVertices = true;
+    fx.exportNode("Quad");
+    read.push_back(fx.meshes().at(0));
+  }
+  const ReadMesh &plain = read[0], &cleaned = read[1];
+  ASSERT_EQ(plain.channels.size(), 2u);
+  EXPECT_GT(plain.positions.size(), 4u) << "the normals and the seams split vertices";
+  EXPECT_EQ(cleaned.positions, plain.positions);
+  EXPECT_EQ(cleaned.normals, plain.normals);
+  EXPECT_EQ(cleaned.indices, plain.indices);
+  EXPECT_EQ(cleaned.vertexCounts, plain.vertexCounts);
+  ASSERT_EQ(cleaned.channels.size(), 2u);
+  for (int c = 0; c < 2; ++c) EXPECT_EQ(cleaned.channels[c].coordinates, plain.channels[c].coordinates) << c;
+}
+
 TEST(ExportMesh, OversizedGroupIsWrittenAsSeveralGroupsEachCopyKeepingItsInfluence) {
   // A strip whose triangles each bring one new vertex; host vertex i has weight i.
   const unsigned n = 70000;
