@@ -20,6 +20,7 @@
 #include <set>
 
 #include "importers/models_module.h"
+#include "importers/obj_reader.h"
 #include "format/output_files.h"
 #include "importers/smoothing_from_normals.h"
 #include "importers/texture_files.h"
@@ -947,7 +948,30 @@ void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& n
 
 }  // namespace
 
+// Reads the plain OBJ files our own reader takes (obj_reader.h); null for all
+// else. ZT2EXPORT_OBJ_LIBRARY=1 leaves every file to the import library, so
+// that the two readers can be compared.
+static std::unique_ptr<aiScene> readOwnObj(const ImportRequest& request) {
+  if (ztext::lowerExtension(request.path) != ".obj") return nullptr;
+  if (const char* library = std::getenv("ZT2EXPORT_OBJ_LIBRARY"); library && std::string(library) == "1")
+    return nullptr;
+  std::unique_ptr<aiScene> scene = readPlainObj(request.path);
+  if (scene) {
+    hostmodel::noteFileRead(request.path);
+    // Groups may repeat a name, as objects of the library's reading do.
+    uniqueNodeNames(*scene, request.path);
+  }
+  return scene;
+}
+
 static ImportedScene readWithAssimp(const ImportRequest& request) {
+  if (std::unique_ptr<aiScene> own = readOwnObj(request)) {
+    Converter converter(request, *own);
+    ImportedScene converted = converter.convert();
+    // Handing a scene of millions of elements back to the heap only delays the end of the process.
+    if (request.processEnds) (void)own.release();
+    return converted;
+  }
   Assimp::Importer importer;
   importer.SetIOHandler(new RecordingIOSystem);  // the importer owns it
   importer.SetPropertyInteger(AI_CONFIG_PP_SBP_REMOVE, aiPrimitiveType_POINT | aiPrimitiveType_LINE);

@@ -210,6 +210,70 @@ TEST(WriteScene, ExportsTheSameBytesAsTheModel) {
   }
 }
 
+// Plain OBJ files are read by our own reader (importers/obj_reader.h), all
+// others by the import library; ZT2EXPORT_OBJ_LIBRARY=1 sends every file to the
+// library. Both readings of each model export the same bytes and say the same.
+// The scene written with --write-scene tells which reader read it: ours keeps
+// each distinct corner once, where the library keeps every corner.
+TEST(ImportObj, OwnReaderExportsWhatTheLibrarysReadingExports) {
+  const std::string quad = "v 0 0 0\nv 1 0 0\nv 0 1 0\nv 1 1 0\n";
+  // Colours are kept per corner, so the written scene tells the readers apart.
+  const std::string colouredQuad = "v 0 0 0 1 0 0\nv 1 0 0 0 1 0\nv 0 1 0 0 0 1\nv 1 1 0 1 1 1\n";
+  const struct {
+    const char* name;
+    std::string text;
+    bool own;
+  } cases[] = {
+      {"corners of all four forms",
+       quad + "vt 0 0\nvt 1 0\nvt 0 1\nvn 0 0 1\nf 1/1/1 2/2/1 3/3/1\nf 2/2/1 4/1/1 3/3/1\nf 1//1 3//1 2//1\n"
+              "f 1/1 2/2 4/3\nf 1 2 3\n",
+       true},
+      {"a second number taken for a normal while there are no texture coordinates",
+       colouredQuad + "vn 0 0 1\nvn 0 0 -1\nf 1/1 2/2 3/1\nf 2/2 4/1 3/2\n", true},
+      // The library gives vertex i the colour of the i-th coloured vertex.
+      {"colours from the third vertex on", "v 0 0 0\nv 1 0 0\nv 0 1 0 1 0 0\nv 1 1 0 0 1 0\nf 1 2 3\nf 2 4 3\n", true},
+      {"groups, objects and materials switched back and forth",
+       "usemtl Early\n" + colouredQuad +
+           "f 1 2 3\ng A\nusemtl Red\nf 2 4 3\nusemtl Blue\nf 1 2 4\ng B\nf 1 3 4\ng A\nusemtl Red\nf 3 2 1\n"
+           "o C\nf 4 2 1\no A\ns 1\nf 1 4 3\nusemtl Blue\ng Empty\n",
+       true},
+      {"names with spaces, a repeated group, three-component coordinates, trailing spaces",
+       colouredQuad + "vt 0 0 0.5\nvt 1 0 0\ng A\ng A\nusemtl Two Words \nf 1/1 2/2 3/1 \nusemtl \nf 2/2 4/1 3/2\n",
+       true},
+      {"line ends, comments, tabs and no last line end",
+       "# by hand\r\nv\t0 0 0\r\nv 1  0 0\r\nv 0 1 0\r\nvt 0.5 -1.25e-1\r\n\r\nf 1/1 2/1 3/1\r\nf 3/1 2/1 1/1", true},
+      {"numbers in every form taken",
+       "v +1 -2.5 3. 1 0 0\nv 1e2 -1E-2 0.000001 0 1 0\nv 12345678.9 0 -0 0 0 1\nf 1 2 3\nf 3 2 1\n", true},
+      {"quads", quad + "f 1 2 4 3\n", false},
+      {"a material library", "mtllib none.mtl\n" + quad + "f 1 2 3\n", false},
+      {"a relative index", quad + "f -4 -3 -2\n", false},
+      {"a number the library reads with a warning", quad + "v 1e 0 0\nf 1 2 3\n", false},
+      {"an index beyond the vertices", quad + "f 1 2 5\n", false},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir, own, library;
+    ztx_test::writeText(dir.file("m.obj"), c.text);
+    ztx_test::RunResult runs[2];
+    for (int reader = 0; reader < 2; ++reader) {
+      const TempDir& out = reader == 0 ? own : library;
+      runs[reader] = ztx_test::runExport(
+          ztx_test::exportArgs(out, dir.file("m.obj"), out.file("m.zt2"),
+                               {"--write-scene", out.file("m.scene.json")}),
+          {std::string("ZT2EXPORT_OBJ_LIBRARY=") + (reader == 0 ? "0" : "1")});
+    }
+    EXPECT_EQ(runs[0].exitCode, runs[1].exitCode) << runs[0].err << runs[1].err;
+    EXPECT_EQ(runs[0].out, runs[1].out);
+    EXPECT_EQ(runs[0].err, runs[1].err);
+    for (const char* name : {"m.zt2", "m.skd"})
+      EXPECT_EQ(ztx_test::readBytes(own.file(name)), ztx_test::readBytes(library.file(name))) << name;
+    const bool sameScene = ztx_test::readBytes(own.file("m.scene.json")) ==
+                               ztx_test::readBytes(library.file("m.scene.json")) &&
+                           ztx_test::readBytes(own.file("m.bin")) == ztx_test::readBytes(library.file("m.bin"));
+    EXPECT_EQ(sameScene, !c.own) << "read by " << (sameScene ? "the library" : "our reader");
+  }
+}
+
 TEST(Import3ds, CameraKeysAreSampledPerFrameBetweenItsKeys) {
   TempDir dir;
   writeBox3ds(dir.file("cam.3ds"), true, true);
