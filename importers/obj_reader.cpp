@@ -124,6 +124,17 @@ std::uint32_t index(std::string_view digits) {
   return value - 1;
 }
 
+// The numbers of a line, at most `most` of them, into `out`; how many.
+unsigned numbers(std::string_view rest, float* out, unsigned most) {
+  unsigned n = 0;
+  Tokens tokens(rest);
+  for (std::string_view t; tokens.next(t);) {
+    if (n == most) throw NotPlain{};
+    out[n++] = number(t);
+  }
+  return n;
+}
+
 class Model {
  public:
   std::vector<aiVector3D> vertices, colors, texCoords, normals;
@@ -134,12 +145,7 @@ class Model {
 
   void vertex(std::string_view rest) {
     float c[6];
-    int n = 0;
-    Tokens tokens(rest);
-    for (std::string_view t; tokens.next(t);) {
-      if (n == 6) throw NotPlain{};
-      c[n++] = number(t);
-    }
+    const unsigned n = numbers(rest, c, 6);
     if (n != 3 && n != 6) throw NotPlain{};
     vertices.emplace_back(c[0], c[1], c[2]);
     // The library lists the colours of the coloured vertices alone, and
@@ -150,12 +156,7 @@ class Model {
 
   void texCoord(std::string_view rest) {
     float c[3] = {0, 0, 0};
-    unsigned n = 0;
-    Tokens tokens(rest);
-    for (std::string_view t; tokens.next(t);) {
-      if (n == 3) throw NotPlain{};
-      c[n++] = number(t);
-    }
+    const unsigned n = numbers(rest, c, 3);
     if (n < 2) throw NotPlain{};
     texCoords.emplace_back(c[0], c[1], c[2]);
     texCoordDim = std::max(texCoordDim, n);
@@ -163,13 +164,7 @@ class Model {
 
   void normal(std::string_view rest) {
     float c[3];
-    int n = 0;
-    Tokens tokens(rest);
-    for (std::string_view t; tokens.next(t);) {
-      if (n == 3) throw NotPlain{};
-      c[n++] = number(t);
-    }
-    if (n != 3) throw NotPlain{};
+    if (numbers(rest, c, 3) != 3) throw NotPlain{};
     normals.emplace_back(c[0], c[1], c[2]);
   }
 
