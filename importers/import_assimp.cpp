@@ -486,13 +486,16 @@ struct Converter {
   // space. Vertices no bone holds stay as they are.
   std::vector<std::vector<aiVector3D>> posedAtStart(const aiNode& node) const {
     std::vector<std::vector<aiVector3D>> out;
-    const aiMatrix4x4 back = globalAtStart(&node).Inverse();
+    // Up the whole tree, so only for a node whose meshes have bones: a chain
+    // of a thousand mesh nodes would otherwise walk it a thousand times.
+    std::optional<aiMatrix4x4> back;
     for (unsigned k = 0; k < node.mNumMeshes; ++k) {
       const aiMesh& mesh = *scene.mMeshes[node.mMeshes[k]];
       if (mesh.mNumBones == 0) {
         out.emplace_back();  // nothing moves it: the file's own vertices serve
         continue;
       }
+      if (!back) back = globalAtStart(&node).Inverse();
       std::vector<aiVector3D> sum(mesh.mNumVertices);
       std::vector<float> total(mesh.mNumVertices, 0.0f);
       for (unsigned b = 0; b < mesh.mNumBones; ++b) {
@@ -509,7 +512,7 @@ struct Converter {
       }
       std::vector<aiVector3D> posed(mesh.mVertices, mesh.mVertices + mesh.mNumVertices);
       for (unsigned v = 0; v < mesh.mNumVertices; ++v)
-        if (total[v] > 0) posed[v] = back * (sum[v] / total[v]);
+        if (total[v] > 0) posed[v] = *back * (sum[v] / total[v]);
       out.push_back(std::move(posed));
     }
     return out;

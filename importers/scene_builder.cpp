@@ -176,10 +176,42 @@ json fixedTransform(const Matrix3& m) {
 
 json physique() { return json::array({{{"type", "physique"}}}); }
 
+namespace {
+
+// Levels of nesting written indented, a space a level. Below them a value
+// goes on one line: a chain of a thousand nodes would otherwise put its
+// depth in spaces on each of its lines, and the file would grow with the
+// square of it.
+constexpr int kIndentedLevels = 48;
+
+std::string compact(const json& value) { return value.dump(-1, ' ', false, json::error_handler_t::replace); }
+
+// As json::dump(1) writes, down to kIndentedLevels.
+void writeIndented(const json& value, int level, std::string& out) {
+  if (!value.is_structured() || value.empty() || level >= kIndentedLevels) {
+    out += compact(value);
+    return;
+  }
+  const bool object = value.is_object();
+  out += object ? '{' : '[';
+  for (auto it = value.begin(); it != value.end(); ++it) {
+    out += it == value.begin() ? "\n" : ",\n";
+    out.append(static_cast<std::size_t>(level) + 1, ' ');
+    if (object) out += compact(it.key()) + ": ";
+    writeIndented(*it, level + 1, out);
+  }
+  out += '\n';
+  out.append(static_cast<std::size_t>(level), ' ');
+  out += object ? '}' : ']';
+}
+
+}  // namespace
+
 SceneText toText(ImportedScene&& scene, bool indented) {
-  return {scene.document.dump(indented ? 1 : -1, ' ', false, json::error_handler_t::replace) + "\n",
-          std::move(scene.buffer),
-          std::move(scene.bufferName)};
+  std::string text;
+  if (indented) writeIndented(scene.document, 0, text);
+  else text = compact(scene.document);
+  return {std::move(text) + "\n", std::move(scene.buffer), std::move(scene.bufferName)};
 }
 
 namespace {
