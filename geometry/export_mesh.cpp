@@ -453,7 +453,8 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   // its own unification: each channel's arrays are made after the smoothing
   // pass has let its own go, just before they are read, and go right after,
   // so that a large mesh holds one set at a time. A working copy goes first,
-  // as the build then holds all that is read of it.
+  // as the build then holds all that is read of it (of `maps`, only their
+  // number is read once it has gone).
   const std::size_t faceCount = mesh.faces.size();
   const std::vector<MapSource> maps = mapSources(mesh);
   const bool cleaned = copy.has_value();
@@ -486,6 +487,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     } else {
       MaterialSubMesh group;
       MaterialGroupCutter cutter(build, scratch.groups);
+      release(build.faceMaterials);  // the cutter has bucketed the triangles by them
       for (std::size_t m = 0; m < groups; ++m) {
         Sys->verbose("extract by mat\n");
         cutter.extract(static_cast<int>(m), group);
