@@ -542,7 +542,8 @@ Result<void> FileStaging::commit(const std::string& first) {
     for (std::size_t i = 0; i < newFileDirs_.size(); ++i)
       for (const std::string& name : newFiles[i]) {
         const NewFilesDir& d = newFileDirs_[i];
-        const int fd = ::openat(d.stagingFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+        // Not followed if a link, not waited on if a FIFO: either fails the commit.
+        const int fd = ::openat(d.stagingFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
         const int e = fd < 0 ? errno : ::fsync(fd) != 0 ? errno : 0;
         if (fd >= 0) ::close(fd);
         if (e != 0) return unflushed(d.path + "/" + name, e);

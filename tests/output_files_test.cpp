@@ -158,3 +158,29 @@ TEST(FileStaging, CommitPutsEverythingInPlaceAndDiscardLeavesNothing) {
   EXPECT_EQ(strayNames(dir, {"scene.zt2", "scene.skd", "maps"}), std::vector<std::string>{});
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.file("maps")), fs::directory_iterator()), 2);
 }
+
+// The flush before the commit opens the staged files by name: a link or a
+// FIFO put among them fails the commit, without being followed or waited
+// for, and nothing of the run is put in place.
+TEST(FileStaging, ALinkOrFifoAmongTheStagedFilesFailsTheCommit) {
+  const bool flushed = flushBeforeCommit();
+  setFlushBeforeCommit(true);
+  for (const char* planted : {"link", "fifo"}) {
+    SCOPED_TRACE(planted);
+    ztx_test::TempDir dir;
+    ztx_test::writeText(dir.file("outside.txt"), "theirs");
+    fs::create_directory(dir.file("maps"));
+    FileStaging s;
+    const Result<std::string> made = s.newFilesDirectory(dir.file("maps"));
+    ASSERT_TRUE(made.ok()) << made.message();
+    ztx_test::writeText(made.value() + "/a.png", "ours");
+    if (std::string(planted) == "link") fs::create_symlink(dir.file("outside.txt"), made.value() + "/b.png");
+    else ASSERT_EQ(::mkfifo((made.value() + "/b.png").c_str(), 0600), 0);
+    EXPECT_FALSE(s.commit().ok());
+    EXPECT_EQ(ztx_test::readText(dir.file("outside.txt")), "theirs");
+    // What it did not make stays with the staging folder, which is not removed with it.
+    EXPECT_FALSE(fs::exists(dir.file("maps/a.png")));
+    EXPECT_FALSE(fs::exists(fs::symlink_status(dir.file("maps/b.png"))));
+  }
+  setFlushBeforeCommit(flushed);
+}
