@@ -1,0 +1,44 @@
+// zt2export's allocation functions: those of the standard library, but a
+// large block (a mesh's arrays, the file being written) is advised into huge
+// pages before it is handed out (host/inhouse/huge_pages.h). A large export
+// touches as much fresh memory as it holds at its peak, and most of its
+// system time was spent faulting it in 4 KiB at a time. The exporter module
+// and the model reader, loaded into this process, allocate through these too.
+#include <cstdlib>
+#include <new>
+
+#include "host/inhouse/huge_pages.h"
+
+namespace {
+
+void* allocate(std::size_t size) {
+  if (size == 0) size = 1;
+  for (;;) {
+    if (void* p = std::malloc(size)) {
+      inhouse::adviseHugePages(p, size);
+      return p;
+    }
+    const std::new_handler handler = std::get_new_handler();
+    if (handler == nullptr) throw std::bad_alloc();
+    handler();
+  }
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocate(size); }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return allocate(size);
+  } catch (...) {
+    return nullptr;
+  }
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return allocate(size);
+  } catch (...) {
+    return nullptr;
+  }
+}
