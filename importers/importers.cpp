@@ -139,6 +139,10 @@ void limitReader(const ReaderBounds& bounds) {
   // without fast bins glibc does not sweep them together before every large
   // allocation that follows.
   mallopt(M_MXFAST, 0);
+  // Large arrays are mapped and go back to the system when freed, whatever
+  // was freed before them: the answer's arrays are let go one by one as they
+  // are copied out, and must not stay in the heap while the answer grows.
+  mallopt(M_MMAP_THRESHOLD, 1 << 20);
 }
 
 // The reader can do nothing about an answer it cannot hand over but end
@@ -167,12 +171,12 @@ void notePaths(const std::string& paths, void (*note)(const std::string&)) {
 // Writes a scene answer through a shared mapping of the memory file, so that
 // its pages are the reader's own memory while it lives, as they are
 // zt2export's once it maps them.
-void writeScene(int fd, const SceneText& scene, const std::string& files, const std::string& made) {
+void writeScene(int fd, SceneText& scene, const std::string& files, const std::string& made) {
   const std::uint64_t textSize = scene.text.size(), bufferSize = scene.buffer.size();
   const std::uint64_t filesSize = files.size(), madeSize = made.size();
   const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size() + 8 + files.size() + 8 + made.size();
   void* mapped = ::ftruncate(fd, static_cast<off_t>(total)) == 0
-                     ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_POPULATE, fd, 0)
+                     ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
                      : MAP_FAILED;
   if (mapped == MAP_FAILED) {
     memoryExhausted = true;
@@ -183,7 +187,17 @@ void writeScene(int fd, const SceneText& scene, const std::string& files, const 
   std::memcpy(p, &textSize, 8), p += 8;
   std::memcpy(p, scene.text.data(), scene.text.size()), p += scene.text.size();
   std::memcpy(p, &bufferSize, 8), p += 8;
-  for (const auto& piece : scene.buffer.pieces()) std::memcpy(p, piece.data(), piece.size()), p += piece.size();
+  // Each array's pages are made in one call before it is copied, and the
+  // array goes once copied: the reader never holds the buffer twice.
+  const auto end = reinterpret_cast<std::uintptr_t>(mapped) + total;
+  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+  scene.buffer.drain([&p, end, page](std::span<const unsigned char> piece) {
+    const auto from = reinterpret_cast<std::uintptr_t>(p) / page * page;
+    const auto to = std::min(end, reinterpret_cast<std::uintptr_t>(p) + piece.size());
+    (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // older kernels fault page by page
+    std::memcpy(p, piece.data(), piece.size());
+    p += piece.size();
+  });
   std::memcpy(p, &filesSize, 8), p += 8;
   std::memcpy(p, files.data(), files.size()), p += files.size();
   std::memcpy(p, &madeSize, 8), p += 8;

@@ -51,17 +51,29 @@ class SceneBuffer {
     const std::size_t offset = size_;
     auto owned = std::make_shared<const std::vector<T>>(std::move(values));
     const std::size_t bytes = owned->size() * sizeof(T);
-    if (bytes > 0) pieces_.push_back({reinterpret_cast<const unsigned char*>(owned->data()), bytes});
-    owners_.push_back(std::move(owned));
+    if (bytes > 0) pieces_.push_back({{reinterpret_cast<const unsigned char*>(owned->data()), bytes}, std::move(owned)});
     size_ += bytes;
     return offset;
   }
   std::size_t size() const { return size_; }
-  const std::vector<std::span<const unsigned char>>& pieces() const { return pieces_; }
+  // Calls `use` with each array's bytes in order, then lets the array go:
+  // the buffer is written out without being held twice. Empty afterwards.
+  template <typename Use>
+  void drain(Use use) {
+    for (Piece& piece : pieces_) {
+      use(piece.bytes);
+      piece.owner.reset();
+    }
+    pieces_.clear();
+    size_ = 0;
+  }
 
  private:
-  std::vector<std::shared_ptr<const void>> owners_;
-  std::vector<std::span<const unsigned char>> pieces_;
+  struct Piece {
+    std::span<const unsigned char> bytes;
+    std::shared_ptr<const void> owner;
+  };
+  std::vector<Piece> pieces_;
   std::size_t size_ = 0;
 };
 
