@@ -16,7 +16,7 @@ seconds=${1:?usage: bench/run_fuzzers.sh SECONDS [BUILD_DIR] [HARNESS ...]}
 build=${2:-build-fuzz}
 shift $(( $# >= 2 ? 2 : 1 ))
 harnesses=("$@")
-[ ${#harnesses[@]} -gt 0 ] || harnesses=(scene options script dump obj)
+[ ${#harnesses[@]} -gt 0 ] || harnesses=(scene options script dump obj gltf)
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
   cmake -S . -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \

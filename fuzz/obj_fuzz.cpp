@@ -11,7 +11,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string path = ztx_fuzz::writeScratch("fuzz.obj", data, size);
-  const std::unique_ptr<aiScene> scene = hostimport::readPlainObj(path);
+  const hostimport::OwnScene scene = hostimport::readPlainObj(path);
   if (!scene) return 0;
   const aiNode& root = *scene->mRootNode;
   for (unsigned c = 0; c < root.mNumChildren; ++c)

@@ -20,6 +20,7 @@
 #include <set>
 
 #include "importers/models_module.h"
+#include "importers/gltf_reader.h"
 #include "importers/obj_reader.h"
 #include "format/output_files.h"
 #include "importers/smoothing_from_normals.h"
@@ -951,28 +952,31 @@ void dropUnplaced(Item**& items, unsigned& count, const std::set<std::string>& n
 
 }  // namespace
 
-// Reads the plain OBJ files our own reader takes (obj_reader.h); null for all
-// else. ZT2EXPORT_OBJ_LIBRARY=1 leaves every file to the import library, so
-// that the two readers can be compared.
-static std::unique_ptr<aiScene> readOwnObj(const ImportRequest& request) {
-  if (ztext::lowerExtension(request.path) != ".obj") return nullptr;
-  if (const char* library = std::getenv("ZT2EXPORT_OBJ_LIBRARY"); library && std::string(library) == "1")
-    return nullptr;
-  std::unique_ptr<aiScene> scene = readPlainObj(request.path);
+// Reads the plain OBJ and glTF files our own readers take (obj_reader.h,
+// gltf_reader.h); null for all else. ZT2EXPORT_OBJ_LIBRARY=1 and
+// ZT2EXPORT_GLTF_LIBRARY=1 leave those files to the import library, so that
+// the readers can be compared.
+static OwnScene readOwn(const ImportRequest& request) {
+  const std::string extension = ztext::lowerExtension(request.path);
+  const bool obj = extension == ".obj", gltf = extension == ".gltf";
+  if (!obj && !gltf) return nullptr;
+  const char* library = std::getenv(obj ? "ZT2EXPORT_OBJ_LIBRARY" : "ZT2EXPORT_GLTF_LIBRARY");
+  if (library && std::string(library) == "1") return nullptr;
+  OwnScene scene = obj ? readPlainObj(request.path) : readPlainGltf(request.path);
   if (scene) {
     hostmodel::noteFileRead(request.path);
-    // Groups may repeat a name, as objects of the library's reading do.
+    // Groups and glTF nodes may repeat a name, as in the library's reading.
     uniqueNodeNames(*scene, request.path);
   }
   return scene;
 }
 
 static ImportedScene readWithAssimp(const ImportRequest& request) {
-  if (std::unique_ptr<aiScene> own = readOwnObj(request)) {
-    Converter converter(request, *own);
-    ImportedScene converted = converter.convert();
-    // Handing a scene of millions of elements back to the heap only delays the end of the process.
-    if (request.processEnds) (void)own.release();
+  if (OwnScene own = readOwn(request)) {
+    ImportedScene converted = Converter(request, *own).convert();
+    // Our readers' scenes are a few blocks a mesh: freeing them is quick, and
+    // the answer is written without them.
+    own.reset();
     return converted;
   }
   Assimp::Importer importer;

@@ -416,13 +416,8 @@ class MeshMaker {
         mesh->mColors[0][k] = aiColor4D(rgb.x, rgb.y, rgb.z, 1);
       }
     }
-    mesh->mNumFaces = static_cast<unsigned>(faces);
-    mesh->mFaces = new aiFace[faces];
-    for (std::size_t f = 0; f < faces; ++f) {
-      aiFace& out = mesh->mFaces[f];
-      out.mNumIndices = 3;
-      out.mIndices = new unsigned[3]{index[3 * f], index[3 * f + 1], index[3 * f + 2]};
-    }
+    unsigned* corners = allocateTriangles(*mesh, faces);
+    std::copy(index.begin(), index.end(), corners);
     return mesh.release();
   }
 
@@ -439,8 +434,8 @@ class MeshMaker {
 
 // The faces of each mesh go as soon as it is built: a large model never
 // holds them and the scene's copies together.
-std::unique_ptr<aiScene> sceneOf(Model& model, const std::string& path) {
-  auto scene = std::make_unique<aiScene>();
+OwnScene sceneOf(Model& model, const std::string& path) {
+  OwnScene scene(new aiScene);
   const std::size_t slash = path.find_last_of("\\/");
   scene->mRootNode = new aiNode(slash == std::string::npos ? path : path.substr(slash + 1));
   aiNode& root = *scene->mRootNode;
@@ -467,7 +462,7 @@ std::unique_ptr<aiScene> sceneOf(Model& model, const std::string& path) {
       }
     }
   } catch (...) {
-    for (aiMesh* m : meshes) delete m;
+    for (aiMesh* m : meshes) deleteOwnMesh(m);
     throw;
   }
   scene->mNumMeshes = static_cast<unsigned>(meshes.size());
@@ -481,7 +476,7 @@ std::unique_ptr<aiScene> sceneOf(Model& model, const std::string& path) {
 
 }  // namespace
 
-std::unique_ptr<aiScene> readPlainObj(const std::string& path) {
+OwnScene readPlainObj(const std::string& path) {
   const hostmodel::RegularFile file(path);
   if (!file.ok() || file.size() == 0) return nullptr;
   // Mapped, the text is the page cache's own: no zeroed buffer, no copy.

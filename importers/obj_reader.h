@@ -13,15 +13,14 @@
 // continued on the next) is left to the library (docs/import.md).
 #pragma once
 
-#include <memory>
 #include <string>
 
-struct aiScene;
+#include "importers/own_scene.h"
 
 namespace hostimport {
 
 // The scene of the OBJ file `path`, or null when the file is not one this
 // reader takes, or cannot be read (the library then reads it and says why).
-std::unique_ptr<aiScene> readPlainObj(const std::string& path);
+OwnScene readPlainObj(const std::string& path);
 
 }  // namespace hostimport

@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <lib3ds/camera.h>
 #include <lib3ds/file.h>
 #include <lib3ds/material.h>
@@ -22,6 +23,8 @@
 #include <tuple>
 #include <vector>
 
+#include "importers/gltf_reader.h"
+#include "importers/scene_builder.h"
 #include "support/b3d_writing.h"
 #include "support/scene_export.h"
 
@@ -284,6 +287,167 @@ TEST(ImportObj, OwnReaderExportsWhatTheLibrarysReadingExports) {
                                ztx_test::readBytes(library.file("m.scene.json")) &&
                            ztx_test::readBytes(own.file("m.bin")) == ztx_test::readBytes(library.file("m.bin"));
     EXPECT_EQ(sameScene, !c.own) << "read by " << (sameScene ? "the library" : "our reader");
+  }
+}
+
+// A glTF model written by hand: the document, and its buffer as "m.bin".
+class HandGltf {
+ public:
+  json doc = {{"asset", {{"version", "2.0"}}}, {"buffers", json::array()}, {"bufferViews", json::array()},
+              {"accessors", json::array()}};
+  std::vector<unsigned char> bin;
+
+  // Appends `values` as a view of their own (interleaved by `stride` when
+  // given) and an accessor of `count` elements; answers the accessor.
+  template <typename T>
+  unsigned add(const std::vector<T>& values, const char* type, unsigned componentType, std::size_t count,
+               std::size_t stride = 0) {
+    while (bin.size() % 4) bin.push_back(0);
+    json view = {{"buffer", 0}, {"byteOffset", bin.size()}, {"byteLength", values.size() * sizeof(T)}};
+    if (stride) view["byteStride"] = stride;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(values.data());
+    bin.insert(bin.end(), bytes, bytes + values.size() * sizeof(T));
+    doc["bufferViews"].push_back(view);
+    doc["accessors"].push_back({{"bufferView", doc["bufferViews"].size() - 1}, {"componentType", componentType},
+                                {"count", count}, {"type", type}});
+    return static_cast<unsigned>(doc["accessors"].size() - 1);
+  }
+  void write(const TempDir& dir) {
+    doc["buffers"] = json::array({{{"uri", "m.bin"}, {"byteLength", bin.size()}}});
+    ztx_test::writeText(dir.file("m.gltf"), doc.dump(1));
+    ztx_test::writeBytes(dir.file("m.bin"), bin);
+  }
+};
+
+// Two top nodes, the first with two children that share a mesh of two
+// primitives; node names repeated and missing; materials named out of their
+// order in the file, one unused, one of the specular-glossiness extension;
+// 8-, 16- and 32-bit and no indices; normals, texture coordinates, colours of
+// three and four values; a matrix and a translation, rotation and scale.
+HandGltf richGltf() {
+  HandGltf g;
+  const std::vector<float> quad = {0, 0, 0, 1, 0, 0, 0, 1, 0, 1, 1, 0};
+  const std::vector<float> uv = {0, 0, 1, 0, 0, 1, 0.25f, 0.75f};
+  const unsigned p = g.add(quad, "VEC3", 5126, 4);
+  const unsigned n = g.add(std::vector<float>{0, 0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1}, "VEC3", 5126, 4);
+  const unsigned t = g.add(uv, "VEC2", 5126, 4);
+  const unsigned c4 = g.add(std::vector<float>{1, 0, 0, 1, 0, 1, 0, 0.5f, 0, 0, 1, 1, 1, 1, 1, 1}, "VEC4", 5126, 4);
+  const unsigned c3 = g.add(std::vector<float>{1, 0, 0, 0, 1, 0, 0, 0, 1, 1, 1, 0}, "VEC3", 5126, 4);
+  const unsigned i16 = g.add(std::vector<std::uint16_t>{0, 1, 2, 1, 3, 2}, "SCALAR", 5123, 6);
+  const unsigned i8 = g.add(std::vector<std::uint8_t>{0, 2, 1, 1, 2, 3}, "SCALAR", 5121, 6);
+  const unsigned i32 = g.add(std::vector<std::uint32_t>{3, 1, 0}, "SCALAR", 5125, 3);
+  // Six corners of two triangles, positions and normals interleaved.
+  const unsigned strided = g.add(std::vector<float>{0, 0, 2, 0, 0, 1, 1, 0, 2, 0, 0, 1, 0, 1, 2, 0, 0, 1,
+                                                    1, 0, 2, 0, 0, 1, 1, 1, 2, 0, 0, 1, 0, 1, 2, 0, 0, 1},
+                                 "VEC3", 5126, 6, 24);
+  g.doc["accessors"].push_back(g.doc["accessors"][strided]);
+  g.doc["accessors"].back()["byteOffset"] = 12;
+  const unsigned stridedNormals = static_cast<unsigned>(g.doc["accessors"].size() - 1);
+  g.doc["meshes"] = {
+      {{"name", "Body"},
+       {"primitives",
+        {{{"attributes", {{"POSITION", p}, {"NORMAL", n}, {"TEXCOORD_0", t}, {"COLOR_0", c4}}}, {"indices", i16},
+          {"material", 3}},
+         {{"attributes", {{"POSITION", p}, {"COLOR_0", c3}}}, {"indices", i8}},
+         {{"attributes", {{"POSITION", strided}, {"NORMAL", stridedNormals}}}, {"mode", 4}}}}},
+      {{"primitives", {{{"attributes", {{"POSITION", p}, {"TEXCOORD_0", t}}}, {"indices", i32}, {"material", 0}}}}}};
+  g.doc["materials"] = {
+      {{"name", "Red"}, {"pbrMetallicRoughness", {{"baseColorFactor", {1, 0, 0, 1}}, {"metallicFactor", 0}}}},
+      {{"name", "Unused"}},
+      {{"doubleSided", true}},
+      {{"name", "Shiny"},
+       {"extensions",
+        {{"KHR_materials_pbrSpecularGlossiness",
+          {{"diffuseFactor", {0.2, 0.4, 0.6, 1}}, {"specularFactor", {0.5, 0.5, 0.5}}, {"glossinessFactor", 0.3}}}}}}};
+  g.doc["extensionsUsed"] = {"KHR_materials_pbrSpecularGlossiness"};
+  g.doc["nodes"] = {{{"name", "Top"}, {"children", {1, 2}}, {"mesh", 1}, {"translation", {1, 2, 3}},
+                     {"rotation", {0, 0.7071068, 0, 0.7071068}}, {"scale", {2, 2, 2}}},
+                    {{"name", "Part"}, {"mesh", 0},
+                     {"matrix", {1, 0, 0, 0, 0, 0, 1, 0, 0, -1, 0, 0, 5, 0, 0, 1}}},
+                    {{"mesh", 0}, {"scale", {1, 1, -1}}},
+                    {{"name", "Top"}, {"mesh", 1}}};
+  g.doc["scenes"] = {{{"nodes", {0, 3}}}};
+  g.doc["scene"] = 0;
+  return g;
+}
+
+// glTF files the reader of our own takes (importers/gltf_reader.h) export
+// exactly as the import library's reading of them does, down to the scene
+// written with --write-scene and every message; ZT2EXPORT_GLTF_LIBRARY=1 sends
+// every file to the library. Files it leaves to the library are asked of it
+// directly, and so is a tree too deep, which both refuse alike.
+TEST(ImportGltf, OwnReaderExportsWhatTheLibrarysReadingExports) {
+  enum Taken { kOwn, kLibrary, kRefused };
+  const auto chain = [](HandGltf& g) {
+    json nodes = json::array();
+    for (int i = 0; i < 1002; ++i) nodes.push_back({{"name", "C" + std::to_string(i)}, {"children", {i + 1}}});
+    nodes.push_back({{"mesh", 1}});
+    g.doc["nodes"] = nodes;
+    g.doc["scenes"] = {{{"nodes", {0}}}};
+  };
+  const struct {
+    const char* name;
+    std::function<void(HandGltf&)> edit;
+    Taken taken;
+  } cases[] = {
+      {"the whole model", [](HandGltf&) {}, kOwn},
+      {"one top node, the extension not listed as used, no scene named",
+       [](HandGltf& g) {
+         g.doc["scenes"] = {{{"nodes", {0}}}};
+         g.doc.erase("scene");
+         g.doc.erase("extensionsUsed");
+       },
+       kOwn},
+      {"a camera", [](HandGltf& g) {
+         g.doc["cameras"] = {{{"type", "perspective"}, {"perspective", {{"yfov", 0.8}, {"znear", 0.1}}}}};
+         g.doc["nodes"][3]["camera"] = 0;
+       }, kLibrary},
+      {"a triangle strip", [](HandGltf& g) { g.doc["meshes"][0]["primitives"][2]["mode"] = 5; }, kLibrary},
+      {"an index beyond the vertices", [](HandGltf& g) {
+         g.bin[g.doc["bufferViews"][7]["byteOffset"].get<std::size_t>()] = 9;
+       }, kLibrary},
+      {"a node two parents name", [](HandGltf& g) { g.doc["nodes"][3]["children"] = {1}; }, kLibrary},
+      {"a texture", [](HandGltf& g) {
+         g.doc["materials"][0]["pbrMetallicRoughness"]["baseColorTexture"] = {{"index", 0}};
+         g.doc["textures"] = {{{"source", 0}}};
+         g.doc["images"] = {{{"uri", "missing.png"}}};
+       }, kLibrary},
+      {"a second set of texture coordinates",
+       [](HandGltf& g) { g.doc["meshes"][1]["primitives"][0]["attributes"]["TEXCOORD_1"] = 2; }, kLibrary},
+      {"a chain of nodes deeper than the scene takes", chain, kRefused},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    TempDir dir;
+    HandGltf g = richGltf();
+    c.edit(g);
+    g.write(dir);
+    if (c.taken == kRefused) {
+      EXPECT_THROW(hostimport::readPlainGltf(dir.file("m.gltf")), hostimport::ImportError);
+    } else {
+      EXPECT_EQ(hostimport::readPlainGltf(dir.file("m.gltf")) != nullptr, c.taken == kOwn);
+    }
+    // Both into one folder, which messages may name: each run's files are read before the next.
+    TempDir out;
+    ztx_test::RunResult runs[2];
+    std::vector<std::vector<unsigned char>> files[2];
+    for (int reader = 0; reader < 2; ++reader) {
+      std::filesystem::remove_all(out.file("m.zt2"));
+      runs[reader] = ztx_test::runExport(
+          ztx_test::exportArgs(out, dir.file("m.gltf"), out.file("m.zt2"), {"--write-scene", out.file("m.scene.json")}),
+          {std::string("ZT2EXPORT_GLTF_LIBRARY=") + (reader == 0 ? "0" : "1")});
+      for (const char* name : {"m.zt2", "m.skd", "m.scene.json", "m.bin"})
+        files[reader].push_back(std::filesystem::exists(out.file(name)) ? ztx_test::readBytes(out.file(name))
+                                                                         : std::vector<unsigned char>{});
+    }
+    if (c.taken == kOwn) {
+      EXPECT_EQ(runs[0].exitCode, 0) << runs[0].err;
+      EXPECT_FALSE(files[0][0].empty());
+    }
+    EXPECT_EQ(runs[0].exitCode, runs[1].exitCode) << runs[0].err << runs[1].err;
+    EXPECT_EQ(runs[0].out, runs[1].out);
+    EXPECT_EQ(runs[0].err, runs[1].err);
+    EXPECT_TRUE(files[0] == files[1]) << "the .zt2, .skd, written scene or its buffer differ";
   }
 }
 
