@@ -315,17 +315,19 @@ class Reader {
     return out;
   }
 
-  static std::uint32_t indexAt(const View& view, std::size_t i) {
-    const unsigned char* p = view.data + i * view.stride;
-    if (view.size == 1) return *p;
-    if (view.size == 2) {
-      std::uint16_t v;
-      std::memcpy(&v, p, 2);
-      return v;
+  // Copies the indices into `out` and answers the largest: one pass, each
+  // index size read as itself.
+  template <typename Index>
+  static std::uint32_t copyIndices(const View& view, unsigned* out) {
+    std::uint32_t largest = 0;
+    const unsigned char* p = view.data;
+    for (std::size_t i = 0; i < view.count; ++i, p += view.stride) {
+      Index v;
+      std::memcpy(&v, p, sizeof v);
+      out[i] = v;
+      largest = std::max<std::uint32_t>(largest, v);
     }
-    std::uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
+    return largest;
   }
 
   aiMesh* makeMesh(const json& primitive, const std::string& name) {
@@ -362,9 +364,6 @@ class Reader {
     // The library drops a short last triangle and a triangle naming a vertex
     // that is not there, with a warning: such files are its own.
     if (corners % 3 != 0 || corners == 0) throw NotPlain{};
-    if (indices)
-      for (std::size_t i = 0; i < corners; ++i)
-        if (indexAt(*indices, i) >= vertices) throw NotPlain{};
 
     mesh.mNumVertices = static_cast<unsigned>(vertices);
     mesh.mVertices = extract<aiVector3D>(positions);
@@ -377,7 +376,10 @@ class Reader {
     }
     unsigned* out = allocateTriangles(mesh, corners / 3);
     if (indices) {
-      for (std::size_t i = 0; i < corners; ++i) out[i] = indexAt(*indices, i);
+      const std::uint32_t largest = indices->size == 1   ? copyIndices<std::uint8_t>(*indices, out)
+                                    : indices->size == 2 ? copyIndices<std::uint16_t>(*indices, out)
+                                                         : copyIndices<std::uint32_t>(*indices, out);
+      if (largest >= vertices) throw NotPlain{};
     } else {
       for (std::size_t i = 0; i < corners; ++i) out[i] = static_cast<unsigned>(i);
     }

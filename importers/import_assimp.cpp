@@ -320,7 +320,10 @@ struct Converter {
     a.faces.reserve(faceCount * 3);
     a.materialIds.reserve(faceCount);
     if (anyUv) a.textureVertices.reserve(sourceCount * 3), a.textureFaces.reserve(faceCount * 3);
-    if (anyColour) a.vertexColors.reserve(sourceCount * 3), a.colorFaces.reserve(faceCount * 3);
+    // Texture and colour coordinates both go per source vertex, so their faces are the same.
+    a.colorFacesAreTextureFaces = anyUv && anyColour;
+    if (anyColour) a.vertexColors.reserve(sourceCount * 3);
+    if (anyColour && !anyUv) a.colorFaces.reserve(faceCount * 3);
     if (allNormals) cornerNormals.reserve(faceCount * 9);
     std::size_t capacity = 16;
     while (capacity < sourceCount * 2) capacity *= 2;
@@ -393,7 +396,7 @@ struct Converter {
           const unsigned v = face.mIndices[c];
           a.faces.push_back(weld[v]);
           if (anyUv) a.textureFaces.push_back(sourceBase + v);
-          if (anyColour) a.colorFaces.push_back(sourceBase + v);
+          if (anyColour && !anyUv) a.colorFaces.push_back(sourceBase + v);
           if (allNormals)
             cornerNormals.insert(cornerNormals.end(), {mesh.mNormals[v].x, mesh.mNormals[v].y, mesh.mNormals[v].z});
         }

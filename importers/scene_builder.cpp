@@ -38,7 +38,10 @@ json SceneBuilder::mesh(MeshArrays&& m) {
     out["textureVertices"] = append(std::move(m.textureVertices), 3);
     out["textureFaces"] = append(std::move(m.textureFaces), 3);
   }
-  if (!m.vertexColors.empty() && !m.colorFaces.empty()) {
+  if (!m.vertexColors.empty() && m.colorFacesAreTextureFaces && out.contains("textureFaces")) {
+    out["vertexColors"] = append(std::move(m.vertexColors), 3);
+    out["colorFaces"] = out["textureFaces"];
+  } else if (!m.vertexColors.empty() && !m.colorFaces.empty()) {
     out["vertexColors"] = append(std::move(m.vertexColors), 3);
     out["colorFaces"] = append(std::move(m.colorFaces), 3);
   }

@@ -93,6 +93,10 @@ struct MeshArrays {
   std::vector<std::uint32_t> textureFaces;
   std::vector<float> vertexColors;        // r, g, b
   std::vector<std::uint32_t> colorFaces;
+  // Colour faces the same as the texture faces (an importer that keeps both
+  // per source vertex): colorFaces is left empty and the document names the
+  // texture faces' bytes for both.
+  bool colorFacesAreTextureFaces = false;
 };
 
 // The skin of one mesh as importers build it: a table of bones (node ids)
