@@ -139,10 +139,6 @@ void limitReader(const ReaderBounds& bounds) {
   // without fast bins glibc does not sweep them together before every large
   // allocation that follows.
   mallopt(M_MXFAST, 0);
-  // Large arrays are mapped and go back to the system when freed, whatever
-  // was freed before them: the answer's arrays are let go one by one as they
-  // are copied out, and must not stay in the heap while the answer grows.
-  mallopt(M_MMAP_THRESHOLD, 1 << 20);
 }
 
 // The reader can do nothing about an answer it cannot hand over but end
@@ -192,6 +188,8 @@ void writeScene(int fd, SceneText& scene, const std::string& files, const std::s
   const auto end = reinterpret_cast<std::uintptr_t>(mapped) + total;
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
   scene.buffer.drain([&p, end, page](std::span<const unsigned char> piece) {
+    // What the array before this one held goes back to the system, wherever it lay in the heap.
+    (void)malloc_trim(0);
     const auto from = reinterpret_cast<std::uintptr_t>(p) / page * page;
     const auto to = std::min(end, reinterpret_cast<std::uintptr_t>(p) + piece.size());
     (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // older kernels fault page by page
