@@ -8,7 +8,8 @@ prints the medians and their ratio, so that a busy machine moves both sides
 alike. Time is wall-clock; processor time (user + system, the process and
 every process it waited for) is printed beside it. Peak memory is sampled
 from /proc every few milliseconds over the whole process tree, summed, so
-that zt2export and its model reader count together.
+that zt2export and its model reader count together. Each run starts after
+a sync (untimed), so that no run pays for writing what the one before it left.
 
 Rows (goals in brackets):
   grid, scene file + buffers: zt2export vs `assimp export grid.obj x.glb`, on
@@ -75,6 +76,10 @@ class Run:
 
 def run(cmd, cwd=None, stdout=subprocess.DEVNULL, ok=(0,)):
     """Runs `cmd`, sampling the tree's memory; its wall and processor time."""
+    # Each run starts with nothing of the last one left to write: the peers do
+    # not flush their output, and on ext4 a flush of ours waits for the data
+    # the filesystem's journal holds with it, a peer's 30 MB among them.
+    os.sync()
     before = resource.getrusage(resource.RUSAGE_CHILDREN)
     start = time.perf_counter()
     proc = subprocess.Popen(cmd, cwd=cwd, stdout=stdout, stderr=subprocess.PIPE)
