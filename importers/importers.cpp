@@ -187,12 +187,19 @@ void writeScene(int fd, SceneText& scene, const std::string& files, const std::s
   // array goes once copied: the reader never holds the buffer twice.
   const auto end = reinterpret_cast<std::uintptr_t>(mapped) + total;
   const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  scene.buffer.drain([&p, end, page](std::span<const unsigned char> piece) {
+  // A small model's arrays are copied as they are: trimming the heap and
+  // making pages ahead cost more than they save below a mebibyte.
+  constexpr std::size_t kLarge = std::size_t{1} << 20;
+  std::size_t previous = 0;
+  scene.buffer.drain([&p, &previous, end, page](std::span<const unsigned char> piece) {
     // What the array before this one held goes back to the system, wherever it lay in the heap.
-    (void)malloc_trim(0);
-    const auto from = reinterpret_cast<std::uintptr_t>(p) / page * page;
-    const auto to = std::min(end, reinterpret_cast<std::uintptr_t>(p) + piece.size());
-    (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // older kernels fault page by page
+    if (previous >= kLarge) (void)malloc_trim(0);
+    previous = piece.size();
+    if (piece.size() >= kLarge) {
+      const auto from = reinterpret_cast<std::uintptr_t>(p) / page * page;
+      const auto to = std::min(end, reinterpret_cast<std::uintptr_t>(p) + piece.size());
+      (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // older kernels fault page by page
+    }
     std::memcpy(p, piece.data(), piece.size());
     p += piece.size();
   });
