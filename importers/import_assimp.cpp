@@ -327,7 +327,10 @@ struct Converter {
     if (allNormals) cornerNormals.reserve(faceCount * 9);
     std::size_t capacity = 16;
     while (capacity < sourceCount * 2) capacity *= 2;
-    std::vector<std::uint32_t> table(capacity, UINT32_MAX);
+    // Each slot holds a vertex's number and, above it, 32 bits of its position's hash: a probe that meets
+    // another position is told so by the slot alone, without a fetch from the vertex list (a cache miss).
+    constexpr std::uint64_t kEmpty = ~std::uint64_t{0};
+    std::vector<std::uint64_t> table(capacity, kEmpty);
     std::vector<std::uint16_t> slots;  // per face: which of the node's materials
     std::vector<unsigned> usedMaterials;
     std::vector<std::pair<unsigned, unsigned>> firstSource;
@@ -349,13 +352,14 @@ struct Converter {
       const aiVector3D* source = posed[k].empty() ? mesh.mVertices : posed[k].data();
       const std::vector<std::uint32_t>& held = influence[k];
       const auto heldBy = [&](unsigned v) { return held.empty() ? 0u : held[v]; };
-      const auto home = [&](const aiVector3D& p) {
+      const auto hashOf = [](const aiVector3D& p) {
         std::uint32_t bits[3];
         std::memcpy(bits, &p, sizeof bits);
         const std::uint64_t hash = (std::uint64_t{bits[0]} * 73856093u) ^ (std::uint64_t{bits[1]} * 19349663u) ^
                                    (std::uint64_t{bits[2]} * 83492791u);
-        return static_cast<std::size_t>(hash ^ (hash >> 29)) & (capacity - 1);
+        return hash ^ (hash >> 29);
       };
+      const auto home = [&](const aiVector3D& p) { return static_cast<std::size_t>(hashOf(p)) & (capacity - 1); };
       // The table is far larger than the processor's caches and each lookup lands anywhere in it:
       // the slot of a vertex some way ahead is fetched while this one is looked up.
       constexpr unsigned kAhead = 16;
@@ -365,18 +369,23 @@ struct Converter {
         if (!std::isfinite(p.x) || !std::isfinite(p.y) || !std::isfinite(p.z))
           throw ImportError(request.path + ": mesh \"" + utf8(mesh.mName.C_Str()) + "\": vertex " + std::to_string(v) +
                             " is not a finite number");
-        std::size_t slot = home(p);
+        const std::uint64_t hash = hashOf(p);
+        const std::uint64_t tag = (hash >> 32) << 32;
+        std::size_t slot = static_cast<std::size_t>(hash) & (capacity - 1);
         const std::uint32_t by = heldBy(v);
-        while (table[slot] != UINT32_MAX && (std::memcmp(&a.vertices[table[slot] * std::size_t{3}], &p, 12) != 0 ||
-                                             firstInfluence[table[slot]] != by))
-          slot = (slot + 1) & (capacity - 1);
-        if (table[slot] == UINT32_MAX) {
-          table[slot] = static_cast<std::uint32_t>(a.vertices.size() / 3);
+        const auto other = [&](std::uint64_t entry) {
+          if ((entry & ~std::uint64_t{UINT32_MAX}) != tag) return true;
+          const std::size_t at = entry & UINT32_MAX;
+          return std::memcmp(&a.vertices[at * 3], &p, 12) != 0 || firstInfluence[at] != by;
+        };
+        while (table[slot] != kEmpty && other(table[slot])) slot = (slot + 1) & (capacity - 1);
+        if (table[slot] == kEmpty) {
+          table[slot] = tag | (a.vertices.size() / 3);
           a.vertices.insert(a.vertices.end(), {p.x, p.y, p.z});
           firstSource.emplace_back(k, v);
           firstInfluence.push_back(by);
         }
-        const std::uint32_t found = table[slot];
+        const auto found = static_cast<std::uint32_t>(table[slot] & UINT32_MAX);
         weld[v] = found;
         if (anyUv) {
           const aiVector3D uv = mesh.HasTextureCoords(0) ? mesh.mTextureCoords[0][v] : aiVector3D();
