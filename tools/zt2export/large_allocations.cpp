@@ -24,10 +24,20 @@ void* allocate(std::size_t size) {
   }
 }
 
+// An array is constructed whole as soon as it is made (the import library's
+// and our readers' vertex and face arrays), so a large one's pages are made
+// in one call rather than one trap each. A vector's block is not: it is
+// often reserved beyond what it comes to hold.
+void* allocateArray(std::size_t size) {
+  void* p = allocate(size);
+  inhouse::makePages(p, size);
+  return p;
+}
+
 }  // namespace
 
 void* operator new(std::size_t size) { return allocate(size); }
-void* operator new[](std::size_t size) { return allocate(size); }
+void* operator new[](std::size_t size) { return allocateArray(size); }
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return allocate(size);
@@ -37,7 +47,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
 }
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   try {
-    return allocate(size);
+    return allocateArray(size);
   } catch (...) {
     return nullptr;
   }
