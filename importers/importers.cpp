@@ -164,50 +164,51 @@ void notePaths(const std::string& paths, void (*note)(const std::string&)) {
     note(paths.substr(at, end - at));
 }
 
-// Writes a scene answer through a shared mapping of the memory file, so that
-// its pages are the reader's own memory while it lives, as they are
-// zt2export's once it maps them.
+// Writes `size` bytes at `offset` of the memory file; false when it cannot
+// grow (the system's memory is what holds it).
+bool writeAt(int fd, const void* data, std::size_t size, std::uint64_t offset) {
+  const auto* p = static_cast<const unsigned char*>(data);
+  while (size > 0) {
+    const ssize_t n = ::pwrite(fd, p, size, static_cast<off_t>(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n, size -= static_cast<std::size_t>(n), offset += static_cast<std::uint64_t>(n);
+  }
+  return true;
+}
+
+// Writes a scene answer into the memory file, each array straight from where
+// the front end built it; each array goes once written, and what it held goes
+// back to the system before the next (the heap is trimmed after an array of
+// a mebibyte or more): the reader never holds the buffer twice.
 void writeScene(int fd, SceneText& scene, const std::string& files, const std::string& made) {
   const std::uint64_t textSize = scene.text.size(), bufferSize = scene.buffer.size();
   const std::uint64_t filesSize = files.size(), madeSize = made.size();
-  const std::size_t total = 1 + 8 + scene.text.size() + 8 + scene.buffer.size() + 8 + files.size() + 8 + made.size();
-  void* mapped = ::ftruncate(fd, static_cast<off_t>(total)) == 0
-                     ? ::mmap(nullptr, total, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
-                     : MAP_FAILED;
-  if (mapped == MAP_FAILED) {
+  std::uint64_t at = 0;
+  bool ok = true;
+  const auto put = [&](const void* data, std::size_t size) {
+    ok = ok && writeAt(fd, data, size, at);
+    at += size;
+  };
+  put("S", 1);
+  put(&textSize, 8);
+  put(scene.text.data(), scene.text.size());
+  put(&bufferSize, 8);
+  constexpr std::size_t kLarge = std::size_t{1} << 20;
+  std::size_t previous = 0;
+  scene.buffer.drain([&](std::span<const unsigned char> piece) {
+    if (previous >= kLarge) (void)malloc_trim(0);
+    previous = piece.size();
+    put(piece.data(), piece.size());
+  });
+  put(&filesSize, 8);
+  put(files.data(), files.size());
+  put(&madeSize, 8);
+  put(made.data(), made.size());
+  if (!ok) {
     memoryExhausted = true;
     throw std::bad_alloc();
   }
-  auto* p = static_cast<unsigned char*>(mapped);
-  *p++ = 'S';
-  std::memcpy(p, &textSize, 8), p += 8;
-  std::memcpy(p, scene.text.data(), scene.text.size()), p += scene.text.size();
-  std::memcpy(p, &bufferSize, 8), p += 8;
-  // Each array's pages are made in one call before it is copied, and the
-  // array goes once copied: the reader never holds the buffer twice.
-  const auto end = reinterpret_cast<std::uintptr_t>(mapped) + total;
-  const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
-  // A small model's arrays are copied as they are: trimming the heap and
-  // making pages ahead cost more than they save below a mebibyte.
-  constexpr std::size_t kLarge = std::size_t{1} << 20;
-  std::size_t previous = 0;
-  scene.buffer.drain([&p, &previous, end, page](std::span<const unsigned char> piece) {
-    // What the array before this one held goes back to the system, wherever it lay in the heap.
-    if (previous >= kLarge) (void)malloc_trim(0);
-    previous = piece.size();
-    if (piece.size() >= kLarge) {
-      const auto from = reinterpret_cast<std::uintptr_t>(p) / page * page;
-      const auto to = std::min(end, reinterpret_cast<std::uintptr_t>(p) + piece.size());
-      (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);  // older kernels fault page by page
-    }
-    std::memcpy(p, piece.data(), piece.size());
-    p += piece.size();
-  });
-  std::memcpy(p, &filesSize, 8), p += 8;
-  std::memcpy(p, files.data(), files.size()), p += files.size();
-  std::memcpy(p, &madeSize, 8), p += 8;
-  std::memcpy(p, made.data(), made.size()), p += made.size();
-  ::munmap(mapped, total);
 }
 
 // The reader's answer, in a memory file that the parent maps once the reader
