@@ -3,14 +3,11 @@
 // "fuzz.bin", which the seeds' documents name. Our own reader either leaves
 // the file to the import library or gives a scene whose every index lies
 // inside its arrays; it never crashes, hangs or reads past a buffer.
-#include <assimp/scene.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
-#include <vector>
 
 #include "fuzz_support.h"
+#include "scene_checks.h"
 #include "importers/gltf_reader.h"
 #include "importers/scene_builder.h"
 
@@ -26,23 +23,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;  // a tree too deep, refused by name
   }
   if (!scene) return 0;
-  if (scene->mNumMeshes == 0 || scene->mRootNode == nullptr) std::abort();
-  std::vector<const aiNode*> stack{scene->mRootNode};
-  while (!stack.empty()) {
-    const aiNode* node = stack.back();
-    stack.pop_back();
-    for (unsigned k = 0; k < node->mNumMeshes; ++k)
-      if (node->mMeshes[k] >= scene->mNumMeshes) std::abort();
-    for (unsigned c = 0; c < node->mNumChildren; ++c) stack.push_back(node->mChildren[c]);
-  }
-  for (unsigned m = 0; m < scene->mNumMeshes; ++m) {
-    const aiMesh& mesh = *scene->mMeshes[m];
-    if (mesh.mMaterialIndex >= scene->mNumMaterials || mesh.mNumFaces == 0) std::abort();
-    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-      if (mesh.mFaces[f].mNumIndices != 3) std::abort();
-      for (unsigned i = 0; i < 3; ++i)
-        if (mesh.mFaces[f].mIndices[i] >= mesh.mNumVertices) std::abort();
-    }
-  }
+  ztx_fuzz::checkOwnScene(*scene);
   return 0;
 }
