@@ -292,7 +292,8 @@ class Reader {
     const json& v = objectOf((*views_)[viewIndex], {"buffer", "byteOffset", "byteLength", "byteStride", "target", "name"});
     const std::size_t viewOffset = sizeOr(v, "byteOffset", 0), viewLength = sizeOr(v, "byteLength", 0);
     const std::size_t size = components * bytes;
-    const std::size_t stride = sizeOr(v, "byteStride", 0) ? sizeOr(v, "byteStride", 0) : size;
+    const std::size_t given = sizeOr(v, "byteStride", 0);
+    const std::size_t stride = given != 0 ? given : size;
     if (stride < size || stride > 252) throw NotPlain{};
     const Mapped& m = buffer(indexOf(at(v, "buffer")));
     // Each bound is checked by subtraction, which cannot overflow: every term is inside the one before.

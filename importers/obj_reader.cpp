@@ -371,7 +371,9 @@ class MeshMaker {
     const bool uvs = !model_.texCoords.empty() && source.hasTexCoords;
     const std::size_t faces = source.faces.size();
     corners_.clear();
-    std::vector<std::uint32_t> index(3 * faces);
+    // The triangles are written where the mesh keeps them, as the corners are numbered.
+    std::unique_ptr<aiMesh, void (*)(aiMesh*) noexcept> mesh(new aiMesh, deleteOwnMesh);
+    unsigned* const index = allocateTriangles(*mesh, faces);
     for (std::size_t f = 0; f < faces; ++f) {
       const Face& face = source.faces[f];
       for (int c = 0; c < 3; ++c) {
@@ -393,7 +395,6 @@ class MeshMaker {
     }
     for (const Corner& c : corners_) head_[c.v] = kNone;  // ready for the next mesh
 
-    auto mesh = std::make_unique<aiMesh>();
     mesh->mName.Set(source.name);
     mesh->mPrimitiveTypes = aiPrimitiveType_TRIANGLE;
     mesh->mMaterialIndex = source.material != kNoMaterial ? source.material : 0;
@@ -416,8 +417,6 @@ class MeshMaker {
         mesh->mColors[0][k] = aiColor4D(rgb.x, rgb.y, rgb.z, 1);
       }
     }
-    unsigned* corners = allocateTriangles(*mesh, faces);
-    std::copy(index.begin(), index.end(), corners);
     return mesh.release();
   }
 
