@@ -69,8 +69,22 @@ void T_MemoryFile::startReading() {
   pos_ = kMemoryFileHeaderSize;
 }
 
+namespace {
+// Spilled bytes go out in writes of about this many.
+constexpr std::size_t kSpillBlock = std::size_t{1} << 20;
+}  // namespace
+
 void T_MemoryFile::append(const void* data, std::size_t length) {
   const auto* p = static_cast<const std::uint8_t*>(data);
+  if (spillStarted_ && length >= kSpillBlock) {
+    // A large block goes straight on, not through the buffer.
+    spillWrite(buffer_.data(), buffer_.size(), kMemoryFileHeaderSize + spilled_);
+    spilled_ += buffer_.size();
+    buffer_.clear();
+    spillWrite(p, length, kMemoryFileHeaderSize + spilled_);
+    spilled_ += length;
+    return;
+  }
 #ifdef __cpp_exceptions
   try {
     buffer_.insert(buffer_.end(), p, p + length);
@@ -81,10 +95,72 @@ void T_MemoryFile::append(const void* data, std::size_t length) {
   // Without exceptions a failed allocation stops the program where it fails.
   buffer_.insert(buffer_.end(), p, p + length);
 #endif
+  if (spillAt_ != 0) spillIfDue();
+}
+
+void T_MemoryFile::spillBeyond(std::size_t threshold, Spill spill) {
+  spillAt_ = threshold > 0 ? threshold : 1;
+  spill_ = std::move(spill);
+}
+
+void T_MemoryFile::spillWrite(const void* data, std::size_t n, std::size_t offset) const {
+#ifndef ZTX_NO_FILE_SYSTEM
+  if (spillFd_ < 0 || !spillError_.message.empty()) return;
+  const auto* p = static_cast<const std::uint8_t*>(data);
+  std::size_t done = 0;
+  while (done < n) {
+    const ssize_t w = ::pwrite(spillFd_, p + done, n - done, static_cast<off_t>(offset + done));
+    if (w > 0) {
+      done += static_cast<std::size_t>(w);
+      continue;
+    }
+    if (w < 0 && errno == EINTR) continue;
+    // Nothing more is written; stage() hands the failure to the staging,
+    // which then refuses its commit.
+    spillError_ = Error{ErrorKind::io, w < 0 ? std::strerror(errno) : "nothing was written"};
+    return;
+  }
+#else
+  (void)data, (void)n, (void)offset;
+#endif
+}
+
+void T_MemoryFile::spillIfDue() {
+  if (!spillStarted_) {
+    if (spilled_ + buffer_.size() <= spillAt_) return;
+    spillStarted_ = true;
+    Result<int> opened = spill_.open ? spill_.open() : Result<int>(Error{ErrorKind::io, "no file to write to"});
+    if (!opened) {
+      spillError_ = opened.error();
+    } else {
+      spillFd_ = opened.value();
+      std::uint8_t header[kMemoryFileHeaderSize];
+      std::memcpy(header, kMemoryFileMagic, 4);
+      std::memcpy(header + 4, &kMemoryFileEncoding, 4);
+      spillWrite(header, sizeof header, 0);
+    }
+  } else if (buffer_.size() < kSpillBlock) {
+    return;
+  }
+  spillWrite(buffer_.data(), buffer_.size(), kMemoryFileHeaderSize + spilled_);
+  spilled_ += buffer_.size();
+  buffer_.clear();
+  // From now on the buffer holds about a block at a time.
+  if (buffer_.capacity() > 4 * kSpillBlock) std::vector<std::uint8_t>().swap(buffer_);
+}
+
+void T_MemoryFile::patch(std::size_t offset, const void* data, std::size_t n) {
+  const auto* p = static_cast<const std::uint8_t*>(data);
+  for (std::size_t i = 0; i < n; ++i) {
+    if (offset + i >= spilled_)
+      buffer_[offset + i - spilled_] = p[i];
+    else
+      spillWrite(p + i, 1, kMemoryFileHeaderSize + offset + i);
+  }
 }
 
 void T_MemoryFile::createChunk(unsigned int id, unsigned int version) {
-  openChunks_.push_back(buffer_.size());
+  openChunks_.push_back(spilled_ + buffer_.size());
   const std::uint8_t tag = BT_Chunk;
   const std::uint32_t zero = 0;
   append(&tag, 1);
@@ -97,16 +173,21 @@ void T_MemoryFile::closeChunk() {
   assert(!openChunks_.empty() && "closeChunk without an open chunk");
   const std::size_t header = openChunks_.back();
   openChunks_.pop_back();
-  const std::size_t body = buffer_.size() - header - kChunkHeaderSize;
+  const std::size_t body = spilled_ + buffer_.size() - header - kChunkHeaderSize;
   if (body > 0xFFFFFFFFu) raiseError(T_Exception("chunk larger than 4 GiB"));
   const auto length = static_cast<std::uint32_t>(body);
-  std::memcpy(buffer_.data() + header + 9, &length, 4);
+  if (header + 9 >= spilled_)
+    std::memcpy(buffer_.data() + (header + 9 - spilled_), &length, 4);
+  else
+    patch(header + 9, &length, 4);
 }
 
 void T_MemoryFile::reserveMore(std::size_t bytes) {
   // Room is claimed in proportion to what is there: a file of many small
   // meshes, each asking for its own bytes, would otherwise move the whole
   // buffer at every mesh.
+  // Bytes that will go on into a file need no room here.
+  if (spillAt_ != 0 && spilled_ + buffer_.size() + bytes > spillAt_) return;
   const auto grow = [&] {
     if (buffer_.capacity() - buffer_.size() < bytes)
       buffer_.reserve(std::max(buffer_.size() + bytes, buffer_.capacity() + buffer_.capacity() / 2));
@@ -154,6 +235,17 @@ Result<void> T_MemoryFile::save(const char* name) const {
 Result<void> T_MemoryFile::stage(const char* name, FileStaging& staging) const {
   assert(openChunks_.empty() && "save with chunks still open");
   if (File->writesSuppressed()) return {};
+  if (spillStarted_) {
+    // The file is staged already (or its staging failed, which the staging
+    // keeps), most of it written: the rest goes after it.
+    if (spillFd_ < 0) return spillError_.message.empty() ? Result<void>() : Result<void>(spillError_);
+    spillWrite(buffer_.data(), buffer_.size(), kMemoryFileHeaderSize + spilled_);
+    Result<void> written = spillError_.message.empty() ? Result<void>() : Result<void>(spillError_);
+    const int fd = spillFd_;
+    spillFd_ = -1;
+    spillError_ = Error{ErrorKind::io, "the file was saved already"};
+    return spill_.finish ? spill_.finish(fd, std::move(written)) : written;
+  }
   std::uint8_t header[kMemoryFileHeaderSize];
   std::memcpy(header, kMemoryFileMagic, 4);
   std::memcpy(header + 4, &kMemoryFileEncoding, 4);

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -78,7 +79,19 @@ class T_MemoryFile {
   bool holdsNonFinite() const { return nonFinite_; }
   void noteNonFinite() { nonFinite_ = true; }
   // Bytes written so far, without the file header.
-  unsigned int getSize() const { return static_cast<unsigned int>(buffer_.size() - base_); }
+  unsigned int getSize() const { return static_cast<unsigned int>(spilled_ + buffer_.size() - base_); }
+  // Once more than `threshold` bytes are written, they go on into the file
+  // that `open` answers (a staged temporary of the file being saved) rather
+  // than staying in memory: a large export then holds its arrays, not a copy
+  // of the whole file beside them. stage() writes the rest there and hands
+  // the file back to its staging; `finish` is told how the writing went.
+  struct Spill {
+    std::function<Result<int>()> open;
+    std::function<Result<void>(int fd, Result<void> written)> finish;
+  };
+  void spillBeyond(std::size_t threshold, Spill spill);
+  // Whether bytes went on into a file (or were meant to).
+  bool spilled() const { return spillStarted_; }
   // Writes header and buffer to `name`; a failure carries the system's
   // reason, which the caller tells with the file's name. The old file stays
   // whole until the new one is (see replaceFileContents).
@@ -119,6 +132,13 @@ class T_MemoryFile {
 
  private:
   void append(const void* data, std::size_t length);
+  // Passes what the buffer holds on to the spill file once it is large enough.
+  void spillIfDue();
+  // Writes `n` bytes at `offset` of the body, in the buffer or, where they
+  // went on already, in the spill file.
+  void patch(std::size_t offset, const void* data, std::size_t n);
+  // Writes at `offset` of the file (its header included); after a failure, nothing.
+  void spillWrite(const void* data, std::size_t n, std::size_t offset) const;
   void need(std::size_t bytes, const char* what) const;
   std::uint32_t rawU32();
   // Checks the header of the bytes to read and starts after it.
@@ -131,7 +151,14 @@ class T_MemoryFile {
   std::size_t viewSize_ = 0;
   int sourceDescriptor_ = -1;  // the file view_ maps, for large raw blocks
   static constexpr std::size_t kReadFromFileAtLeast = std::size_t{1} << 20;
-  std::vector<std::size_t> openChunks_;  // offsets of open chunk headers
+  std::vector<std::size_t> openChunks_;  // offsets of open chunk headers, from the start of the body
+  // Spilling (writing only): the body's first spilled_ bytes are in the file.
+  std::size_t spillAt_ = 0;  // 0: never
+  Spill spill_;
+  bool spillStarted_ = false;
+  mutable int spillFd_ = -1;  // until stage() hands it back
+  std::size_t spilled_ = 0;
+  mutable Error spillError_;  // the first failure; an empty message: none
   std::size_t base_ = 0;                 // header bytes in buffer_ (reading only)
   std::size_t pos_ = 0;
   std::string name_;

@@ -366,6 +366,22 @@ Result<void> FileStaging::stageReplacement(const std::string& target, std::initi
   return stage(dir, baseNameOf(path), ranges, -1, true);
 }
 
+Result<int> FileStaging::stageForWriting(const std::string& target) {
+  // Staged empty; the writer fills the temporary through its descriptor.
+  if (Result<void> staged = stageReplacement(target, {}); !staged) return staged.error();
+  return replacements_.back().lockFd;
+}
+
+Result<void> FileStaging::finishWriting(int fd, Result<void> written) {
+  for (const Replacement& r : replacements_) {
+    if (r.lockFd != fd) continue;
+    if (!written) return failed(r.path, written.error());
+    startWriteback(fd);
+    return {};
+  }
+  return failed(failedFile_, Error{ErrorKind::badRequest, "no file of this staging is being written"});
+}
+
 Result<void> FileStaging::stageReplacementIn(const OutputDirectory& directory, const std::string& name,
                                              std::initializer_list<ByteRange> ranges) {
   return stage(directory, name, ranges, -1, false);

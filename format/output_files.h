@@ -107,6 +107,14 @@ class FileStaging {
   // wins.
   Result<void> stageReplacement(const std::string& target, std::initializer_list<ByteRange> ranges);
 
+  // Stages `target` as stageReplacement does, for a file too large to make in
+  // memory first: its bytes are written, in any order, into the temporary
+  // whose descriptor this answers, which stays the staging's. The writer ends
+  // with finishWriting, told how the writing went: a failure there makes the
+  // commit fail, as a failed staging does.
+  Result<int> stageForWriting(const std::string& target);
+  Result<void> finishWriting(int fd, Result<void> written);
+
   // The same for the entry `name` of `directory` itself, from bytes or from
   // what `sourceFd` reads: a link of that name is replaced by the file at
   // commit, never written through.

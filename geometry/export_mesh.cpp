@@ -12,6 +12,7 @@
 #include "geometry/mesh_build.h"
 #include "geometry/mesh_processing.h"
 #include "geometry/mesh_record.h"
+#include "geometry/vector_math.h"
 #include "geometry/vertex_data_record.h"
 #include "host/inhouse/exceptions.h"
 #include "host/inhouse/system.h"
@@ -54,10 +55,14 @@ bool buildPositions(const SceneExporter& exporter, const Mesh& mesh, const Matri
   const Matrix3 axis = toMatrix3(exporter.axisConversion);
   const float scale = exporter.options.rescaleFactor;
   const std::size_t n = mesh.verts.size();
+  build.positions.reserve(geometry::withRoomForCopies(n));
   build.positions.resize(n);
+  // The host's points are read a block at a time: those still in the
+  // scene's files are never held whole.
   bool finite = true;
+  mesh.verts.copyOut(0, n, build.positions.data());
   for (std::size_t i = 0; i < n; ++i) {
-    const Point3 p = (mesh.verts[i] * objectOffset) * axis;
+    const Point3 p = (build.positions[i] * objectOffset) * axis;
     build.positions[i] = {p.x * scale, p.y * scale, p.z * scale};
     // 0 * x is 0 only for a finite x: one test per vertex, no branch.
     const Point3& q = build.positions[i];
@@ -119,22 +124,29 @@ void buildMaterials(const SceneExporter& exporter, INode* node, const Mesh& mesh
   }
 }
 
-void buildMapChannel(const std::vector<Point3>& coords, const std::vector<TVFace>& faces, std::size_t faceCount,
+void buildMapChannel(const HostArray<Point3>& hostCoords, const HostArray<TVFace>& hostFaces, std::size_t faceCount,
                      bool mirrored, MeshBuild& build) {
   const int ch = build.mapChannelCount;
   std::vector<Point3>& out = build.mapCoords[ch];
-  out.resize(coords.size());
-  for (std::size_t i = 0; i < coords.size(); ++i) out[i] = {coords[i].x, -coords[i].y, coords[i].z};
+  // Read into the build's own arrays, a block of faces at a time: the host's
+  // arrays, when still in the scene's files, are never held whole.
+  out.resize(hostCoords.size());
+  hostCoords.copyOut(0, out.size(), out.data());
+  for (Point3& c : out) c.y = -c.y;
+  constexpr std::size_t kBlock = 4096;
+  TVFace block[kBlock];
+  const std::size_t mapFaces = hostFaces.size();
   const Winding w = windingFor(mirrored);
   std::vector<std::uint32_t>& idx = build.mapIndices[ch];
   idx.resize(3 * faceCount);
   for (std::size_t f = 0; f < faceCount; ++f) {
     // A face without a map face reads as coordinate (0, 0, 0).
-    if (f >= faces.size()) {
+    if (f >= mapFaces) {
       idx[3 * f] = idx[3 * f + 1] = idx[3 * f + 2] = kNoMapVertex;
       continue;
     }
-    const TVFace& tf = faces[f];
+    if (f % kBlock == 0) hostFaces.copyOut(f, std::min(kBlock, mapFaces - f), block);
+    const TVFace& tf = block[f % kBlock];
     idx[3 * f] = tf.t[w.first];
     idx[3 * f + 1] = tf.t[w.second];
     idx[3 * f + 2] = tf.t[w.third];
@@ -145,13 +157,14 @@ void buildMapChannel(const std::vector<Point3>& coords, const std::vector<TVFace
 // The mesh's mapping channels in the file's order: texture coordinates, then
 // vertex colours, each when the mesh has them.
 struct MapSource {
-  const std::vector<Point3>* coords;
-  const std::vector<TVFace>* faces;
+  const HostArray<Point3>* coords;
+  const HostArray<TVFace>* faces;
+  bool colours;
 };
 std::vector<MapSource> mapSources(const Mesh& mesh) {
   std::vector<MapSource> out;
-  if (!mesh.tVerts.empty()) out.push_back({&mesh.tVerts, &mesh.tvFace});
-  if (!mesh.vertCol.empty()) out.push_back({&mesh.vertCol, &mesh.vcFace});
+  if (!mesh.tVerts.empty()) out.push_back({&mesh.tVerts, &mesh.tvFace, false});
+  if (!mesh.vertCol.empty()) out.push_back({&mesh.vertCol, &mesh.vcFace, true});
   return out;
 }
 
@@ -373,14 +386,20 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   }
   // The host's mesh is cleaned up in a working copy, made only when the
   // clean-up would change something: most meshes are read where they lie,
-  // which spares a copy as large as the mesh. Each array of the copy and of
-  // the build goes back to the heap as soon as nothing reads it again, so
-  // that the arrays made after it reuse its pages: the export's peak memory,
-  // and with it the pages the kernel faults in, stays lower.
+  // which spares a copy as large as the mesh. A conversion the host made for
+  // this export is ours and is cleaned up where it is. Each array of a copy
+  // or of our own conversion, and of the build, goes back to the heap as soon
+  // as nothing reads it again, so that the arrays made after it reuse its
+  // pages: the export's peak memory, and with it the pages the kernel faults
+  // in, stays lower. (A conversion whose arrays are still in the scene's
+  // files reads each one only when it is first used.)
   MeshScratch& scratch = exporter.meshScratch();
   const Mesh& hostMesh = static_cast<TriObject*>(tri.get())->GetMesh();
+  Mesh* const ownMesh = tri.ownsObject() ? &static_cast<TriObject*>(tri.get())->GetMesh() : nullptr;
   std::optional<Mesh> copy;
-  if (cleanUpChanges(hostMesh, options.removeFloatingVertices)) copy.emplace(hostMesh);
+  Mesh* work = nullptr;  // the mesh the clean-up changes: a copy, or our own conversion
+  if (cleanUpChanges(hostMesh, options.removeFloatingVertices)) work = ownMesh ? ownMesh : &copy.emplace(hostMesh);
+  Mesh* const spent = work ? work : ownMesh;  // the mesh whose arrays may go once read
 
   SkinSource skin;
   skin.on = options.exportSkinning;
@@ -388,36 +407,36 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
     const auto it = exporter.skinWeightTable.find(node);
     if (it != exporter.skinWeightTable.end()) {
       skin.entry = &it->second;
-      if (copy) {
-        copy->setVDataSupport(kHostIndexChannel, true);
-        std::vector<std::int32_t>& slots = copy->vData[kHostIndexChannel].data;
+      if (work) {
+        work->setVDataSupport(kHostIndexChannel, true);
+        std::vector<std::int32_t>& slots = work->vData[kHostIndexChannel].data;
         for (std::size_t i = 0; i < slots.size(); ++i) slots[i] = static_cast<std::int32_t>(i);
       }
     }
   }
 
-  if (copy && options.removeFloatingVertices) {
-    copy->RemoveDegenerateFaces();
-    copy->RemoveIllegalFaces();
-    copy->DeleteIsoVerts();
-  } else if (copy) {
+  if (work && options.removeFloatingVertices) {
+    work->RemoveDegenerateFaces();
+    work->RemoveIllegalFaces();
+    work->DeleteIsoVerts();
+  } else if (work) {
     // Without the clean-up a face may still name a vertex that does not
     // exist; such a face has no place in the file, so it goes anyway.
-    const std::size_t before = copy->faces.size();
-    copy->RemoveIllegalFaces();
-    if (copy->faces.size() != before)
+    const std::size_t before = work->faces.size();
+    work->RemoveIllegalFaces();
+    if (work->faces.size() != before)
       exporter.logMessage("WARNING: Object \"%s\" has %zu faces naming vertices that do not exist; they are not exported",
-                          node->GetName(), before - copy->faces.size());
+                          node->GetName(), before - work->faces.size());
   }
-  const Mesh& mesh = copy ? *copy : hostMesh;
+  const Mesh& mesh = work ? *work : hostMesh;
   // The skin keys (each vertex's host index) outlive the working copy, which
   // goes as soon as the build holds the mesh.
   std::vector<std::int32_t> skinKeys;
-  if (skin.entry && copy && copy->vDataSupport(kHostIndexChannel) &&
-      copy->vData[kHostIndexChannel].data.size() == copy->verts.size()) {
-    skinKeys = std::move(copy->vData[kHostIndexChannel].data);
+  if (skin.entry && work && work->vDataSupport(kHostIndexChannel) &&
+      work->vData[kHostIndexChannel].data.size() == work->verts.size()) {
+    skinKeys = std::move(work->vData[kHostIndexChannel].data);
     skin.keys = &skinKeys;
-  } else if (skin.entry && !copy) {
+  } else if (skin.entry && !work) {
     skinKeys.resize(mesh.verts.size());
     for (std::size_t i = 0; i < skinKeys.size(); ++i) skinKeys[i] = static_cast<std::int32_t>(i);
     skin.keys = &skinKeys;
@@ -441,6 +460,7 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
                       node->GetName());
     return;
   }
+  if (spent) release(spent->verts);
   buildTriangles(mesh, build);
   buildMaterials(exporter, node, mesh, build);
   if (skin.on) {
@@ -457,17 +477,35 @@ void exportMeshUnguarded(SceneExporter& exporter, INode* node) {
   // number is read once it has gone).
   const std::size_t faceCount = mesh.faces.size();
   const std::vector<MapSource> maps = mapSources(mesh);
-  const bool cleaned = copy.has_value();
+  auto releaseMap = [&](const MapSource& m) {
+    if (!spent) return;
+    if (m.colours) {
+      release(spent->vertCol);
+      release(spent->vcFace);
+    } else {
+      release(spent->tVerts);
+      release(spent->tvFace);
+    }
+  };
+  if (spent) release(spent->faces);
+  const bool cleaned = work != nullptr;
   build.mapChannelCount = 0;
   if (cleaned) {
-    for (const MapSource& m : maps) buildMapChannel(*m.coords, *m.faces, faceCount, build.mirrored, build);
+    for (const MapSource& m : maps) {
+      buildMapChannel(*m.coords, *m.faces, faceCount, build.mirrored, build);
+      releaseMap(m);
+    }
     copy.reset();
   }
   computeSmoothNormals(build, scratch.normals);
+  release(build.smoothingGroups);  // read by the smoothing pass alone
   if (largeMesh) release(scratch.normals);
   if (skin.on) traceSplits(build, 0);
   for (int ch = 0; ch < static_cast<int>(maps.size()); ++ch) {
-    if (!cleaned) buildMapChannel(*maps[ch].coords, *maps[ch].faces, faceCount, build.mirrored, build);
+    if (!cleaned) {
+      buildMapChannel(*maps[ch].coords, *maps[ch].faces, faceCount, build.mirrored, build);
+      releaseMap(maps[ch]);
+    }
     const std::size_t mark = build.splitSources.size();
     unifyMapChannel(build, ch, scratch.maps);
     if (skin.on) traceSplits(build, mark);

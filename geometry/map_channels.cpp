@@ -5,6 +5,7 @@
 #include <new>
 
 #include "geometry/mesh_processing.h"
+#include "geometry/vector_math.h"
 #include "host/inhouse/exceptions.h"
 
 namespace {
@@ -18,8 +19,10 @@ inline bool sameCoordinate(const Point3& a, const Point3& b) { return a.x == b.x
 
 void unify(MeshBuild& mesh, int channel, std::vector<std::uint32_t>& next) {
   const std::size_t vertices = mesh.vertexCount();
+  next.reserve(geometry::withRoomForCopies(vertices));
   next.assign(vertices, kUnused);
   std::vector<Point3>& maps = mesh.vertexMaps[channel];
+  maps.reserve(geometry::withRoomForCopies(vertices));
   maps.assign(vertices, Point3{});
 
   // Lists that are not per-vertex yet (normals before they are computed) are

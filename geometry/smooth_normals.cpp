@@ -117,6 +117,7 @@ int splitOff(MeshBuild& mesh, const Point3* faceNormals, std::size_t v, std::int
 
 void smoothVertices(MeshBuild& mesh, SmoothNormalScratch& b) {
   const std::size_t v0 = mesh.vertexCount();
+  mesh.normals.reserve(geometry::withRoomForCopies(v0));
   mesh.normals.assign(v0, Point3{});
   const std::uint32_t* smoothing = mesh.smoothingGroups.data();
   const Point3* faceNormals = b.faceNormals.data();

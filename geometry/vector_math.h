@@ -3,10 +3,17 @@
 #pragma once
 
 #include <cmath>
+#include <cstddef>
 
 #include "host/max_types.h"
 
 namespace geometry {
+
+// Capacity for a per-vertex list that the splitting passes append copies to:
+// room for an eighth more, so that a mesh with seams grows its lists in place
+// rather than doubling each of them (a copy of the list, and its old block
+// held beside the new one meanwhile). A mesh that splits more grows as usual.
+inline std::size_t withRoomForCopies(std::size_t vertices) { return vertices + vertices / 8 + 16; }
 
 // The unit vector along (x, y, z), worked out in double: for vectors whose
 // length, or whose components, overflow a float. Zero, or not finite even in

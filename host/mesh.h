@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "host/host_array.h"
 #include "host/max_types.h"
 
 using MtlID = unsigned short;
@@ -36,14 +37,16 @@ struct PerData {
 
 inline constexpr int MAX_VERTEX_DATA = 16;
 
+// The arrays may be left in the file a scene was loaded from (HostArray): a
+// copy of such a mesh copies no values, and reads them where it uses them.
 class Mesh {
  public:
-  std::vector<Point3> verts;
-  std::vector<Face> faces;
-  std::vector<UVVert> tVerts;
-  std::vector<TVFace> tvFace;      // one per face when tVerts is not empty
-  std::vector<VertColor> vertCol;
-  std::vector<TVFace> vcFace;      // one per face when vertCol is not empty
+  HostArray<Point3> verts;
+  HostArray<Face> faces;
+  HostArray<UVVert> tVerts;
+  HostArray<TVFace> tvFace;      // one per face when tVerts is not empty
+  HostArray<VertColor> vertCol;
+  HostArray<TVFace> vcFace;      // one per face when vertCol is not empty
   std::array<PerData, MAX_VERTEX_DATA> vData;
 
   int getNumVerts() const { return static_cast<int>(verts.size()); }
@@ -61,6 +64,12 @@ class Mesh {
   void RemoveIllegalFaces();
   // Removes vertices that no face uses and renumbers the faces.
   void DeleteIsoVerts();
+
+  // Whether an array is still in the file the mesh was loaded from.
+  bool hasDeferredArrays() const {
+    return verts.isDeferred() || faces.isDeferred() || tVerts.isDeferred() || tvFace.isDeferred() ||
+           vertCol.isDeferred() || vcFace.isDeferred();
+  }
 
  private:
   std::array<bool, MAX_VERTEX_DATA> vDataOn_{};

@@ -18,6 +18,7 @@
 
 namespace {
 constexpr const char* kSaveFailedFormat = "Unable to write to %s.\n\nExport cancelled.";
+constexpr std::size_t kSceneFileHeldInMemory = std::size_t{4} << 20;
 constexpr const char* kNotCopiedFormat = "INFO: Texture \"%s\" not copied to \"%s\": the export was canceled.";
 
 // Saves ZTExport.cfg when the dialog closed with OK, then lets the record go.
@@ -75,6 +76,13 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
   // says where its lines go.
   if (auto sink = host->GetVerboseSink()) Sys->setVerboseSink(std::move(sink));
   File->suppressWrites(host->WritesSuppressed());
+  // A scene file past a few mebibytes goes on into its staged temporary as
+  // it is written, so that a large export does not hold the whole file in
+  // memory beside the arrays it is made from.
+  if (!host->WritesSuppressed())
+    sceneFile.spillBeyond(kSceneFileHeldInMemory,
+                          {[this, target = std::string(name)] { return staging.stageForWriting(target); },
+                           [this](int fd, Result<void> written) { return staging.finishWriting(fd, std::move(written)); }});
   setFlushBeforeCommit(!host->FlushesDeferred());
   File->setArchiveHandling(0);
 

@@ -10,6 +10,8 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -17,7 +19,9 @@
 #include "format/memory_file.h"
 #include "geometry/export_mesh.h"
 #include "geometry/mesh_processing.h"
+#include "host/inhouse/exceptions.h"
 #include "host/inode.h"
+#include "host/objects.h"
 #include "host/memory/memory_host.h"
 #include "plugin/scene_exporter.h"
 #include "prepass/skin_weights.h"
@@ -316,6 +320,140 @@ TEST(ExportMesh, FloatingVerticesAreRemovedOnlyWithTheOptionAndFacesOnMissingVer
     EXPECT_EQ(fx.log(), remove ? std::vector<std::string>{}
                                : std::vector<std::string>{"WARNING: Object \"Box\" has 1 faces naming vertices that "
                                                           "do not exist; they are not exported"});
+  }
+}
+
+// A grid of n x n quads as a mesh description: a texture seam every seventh
+// column, vertex colours, four smoothing regions, materials 0 and 2, and, for
+// the clean-up, a vertex no face uses and a face on a vertex that does not
+// exist. Its arrays are inline, or in `buffer` when one is given.
+json gridMesh(int n, bool needsCleanUp, const std::string& buffer = {}) {
+  const int side = n + 1;
+  std::vector<float> points, uvs, colours;
+  std::vector<std::uint32_t> faces, uvFaces, groups;
+  std::vector<std::uint16_t> ids;
+  for (int copy = 0; copy < 2; ++copy)
+    for (int y = 0; y < side; ++y)
+      for (int x = 0; x < side; ++x) {
+        if (copy == 0) points.insert(points.end(), {float(x), float(y), float((x * y) % 5) * 0.25f});
+        if (copy == 0) colours.insert(colours.end(), {float(x % 3) / 2, float(y % 4) / 3, 0.5f});
+        uvs.insert(uvs.end(), {float(x) / n + copy * 0.5f, float(y) / n, 0});
+      }
+  for (int y = 0; y < n; ++y)
+    for (int x = 0; x < n; ++x) {
+      const std::uint32_t a = y * side + x, b = a + 1, c = a + side, d = c + 1;
+      const std::uint32_t o = x % 7 == 0 ? side * side : 0;  // the seam's faces use the second set
+      faces.insert(faces.end(), {a, b, d, a, d, c});
+      uvFaces.insert(uvFaces.end(), {a + o, b + o, d + o, a + o, d + o, c + o});
+      const std::uint32_t g = 1u << ((x >= n / 2) + 2 * (y >= n / 2));
+      groups.insert(groups.end(), {g, g});
+      const std::uint16_t m = (x + y) % 3 == 0 ? 2 : 0;
+      ids.insert(ids.end(), {m, m});
+    }
+  if (needsCleanUp) {
+    points.insert(points.end(), {-5, -5, -5});
+    colours.insert(colours.end(), {0, 0, 0});
+    faces.insert(faces.end(), {0, 1, 9999999});
+    uvFaces.insert(uvFaces.end(), {0, 1, 2});
+    groups.push_back(1);
+    ids.push_back(0);
+  }
+  if (buffer.empty())
+    return {{"vertices", points}, {"faces", faces}, {"smoothingGroups", groups}, {"materialIds", ids},
+            {"textureVertices", uvs}, {"textureFaces", uvFaces}, {"vertexColors", colours}, {"colorFaces", faces}};
+  std::vector<char> bytes;
+  auto put = [&](const void* data, std::size_t size, std::size_t count) {
+    const json ref = {{"buffer", buffer}, {"byteOffset", bytes.size()}, {"count", count}};
+    bytes.insert(bytes.end(), static_cast<const char*>(data), static_cast<const char*>(data) + size);
+    bytes.resize((bytes.size() + 3) / 4 * 4);
+    return ref;
+  };
+  json mesh = {{"vertices", put(points.data(), points.size() * 4, points.size() / 3)},
+               {"faces", put(faces.data(), faces.size() * 4, faces.size() / 3)},
+               {"smoothingGroups", put(groups.data(), groups.size() * 4, groups.size())},
+               {"materialIds", put(ids.data(), ids.size() * 2, ids.size())},
+               {"textureVertices", put(uvs.data(), uvs.size() * 4, uvs.size() / 3)},
+               {"textureFaces", put(uvFaces.data(), uvFaces.size() * 4, uvFaces.size() / 3)},
+               {"vertexColors", put(colours.data(), colours.size() * 4, colours.size() / 3)},
+               {"colorFaces", put(faces.data(), faces.size() * 4, faces.size() / 3)}};
+  std::ofstream(buffer, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  return mesh;
+}
+
+// A large mesh whose arrays lie in a buffer file stays there when loaded: the
+// export reads it from a conversion of its own, a block at a time, and lets
+// each array go once read. It must export as the same mesh given inline, with
+// the clean-up working on it or not, skinned or not, and the host's own
+// object must keep its arrays in the file. A file cut short after loading is
+// an error that names it.
+TEST(ExportMesh, MeshLeftInItsBufferFileExportsAsTheSameMeshInline) {
+  ztx_test::TempDir files;
+  for (const bool cleanUp : {false, true})
+    for (const bool skin : {false, true}) {
+      SCOPED_TRACE(std::string(cleanUp ? "clean-up" : "clean") + (skin ? ", skinned" : ""));
+      const std::string buffer = files.file("grid.bin");
+      struct Export {
+        std::vector<std::uint8_t> scene;
+        ztexport::SkinData skin;
+      };
+      auto exportGrid = [&](const json& mesh) {
+        Scene fx(mesh, {meshNode("Grid", "AB")});
+        if (skin) {
+          std::vector<SkinVertexWeights> weights(76 * 76 + 1);
+          for (std::size_t v = 0; v < weights.size(); ++v) weights[v] = {{static_cast<int>(v % 2), 1.0f}};
+          fx.skinned("Grid", std::move(weights), {"B0", "B1"});
+        }
+        fx.exportNode("Grid");
+        EXPECT_FALSE(fx.exporter.hasError()) << fx.exporter.infoLog.text();
+        // Each corner's coordinates, worked out from its position by the
+        // grid's rules: V and the colours' green turned over, the seam's
+        // columns on the second half of the texture.
+        const ReadMesh r = fx.meshes().at(0);
+        EXPECT_EQ(r.channels.size(), 2u);
+        std::size_t base = 0, corner = 0, wrong = 0;
+        for (std::size_t g = 0; g < r.vertexCounts.size(); ++g) {
+          for (std::size_t t = 0; t < r.triangleCounts[g]; ++t, corner += 3) {
+            const Point3* p[3];
+            for (int k = 0; k < 3; ++k) p[k] = &r.positions.at(base + r.indices.at(corner + k));
+            const int column = static_cast<int>(std::min({p[0]->x, p[1]->x, p[2]->x}));
+            for (int k = 0; k < 3; ++k) {
+              const std::size_t v = base + r.indices[corner + k];
+              const int x = static_cast<int>(p[k]->x), y = static_cast<int>(p[k]->y);
+              wrong += r.channels[0].coordinates.at(v) !=
+                       Point3(float(x) / 75 + (column % 7 == 0 ? 0.5f : 0.0f), -(float(y) / 75), 0);
+              wrong += r.channels[1].coordinates.at(v) != Point3(float(x % 3) / 2, -(float(y % 4) / 3), 0);
+            }
+          }
+          base += r.vertexCounts[g];
+        }
+        EXPECT_EQ(wrong, 0u);
+        EXPECT_EQ(corner, 3u * 75 * 75 * 2) << "every triangle, in materials A and B";
+        Export e;
+        e.scene.assign(fx.exporter.sceneFile.data(), fx.exporter.sceneFile.data() + fx.exporter.sceneFile.getSize());
+        if (skin) e.skin = fx.skd();
+        auto* object = dynamic_cast<TriObject*>(fx.host->findObject("m"));
+        EXPECT_EQ(object->GetMesh().hasDeferredArrays(), mesh["vertices"].is_object());
+        return e;
+      };
+      const Export inlined = exportGrid(gridMesh(75, cleanUp));
+      const Export buffered = exportGrid(gridMesh(75, cleanUp, buffer));
+      EXPECT_GT(inlined.scene.size(), 100000u);
+      EXPECT_TRUE(inlined.scene == buffered.scene);
+      if (skin) {
+        EXPECT_EQ(values(inlined.skin.influenceBone), values(buffered.skin.influenceBone));
+        EXPECT_EQ(inlined.skin.groupVertexCount, buffered.skin.groupVertexCount);
+      }
+    }
+
+  const json mesh = gridMesh(75, false, files.file("cut.bin"));
+  Scene fx(mesh, {meshNode("Grid", "AB")});
+  std::filesystem::resize_file(files.file("cut.bin"), 1000);
+  try {
+    fx.exportNode("Grid");
+    ADD_FAILURE() << "a buffer file cut short after loading was read";
+  } catch (const T_Exception& e) {
+    EXPECT_NE(std::string(e.what()).find(files.file("cut.bin") + ": cannot read byte "), std::string::npos) << e.what();
+    EXPECT_NE(std::string(e.what()).find("changed after the scene was loaded"), std::string::npos) << e.what();
   }
 }
 

@@ -24,6 +24,19 @@ inline void adviseHugePages(const void* data, std::size_t bytes) {
   if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
 }
 
+// Hands the whole huge pages inside [data, data + bytes) back to the system,
+// for a large block about to be freed: the heap keeps what is freed (the
+// allocator is told not to trim it), and a freed block's pages would
+// otherwise stay with the process until a later block happens to reuse
+// them. The range is mapped still; touched again, it is given fresh pages.
+inline void returnHugePages(const void* data, std::size_t bytes) {
+  if (data == nullptr || bytes < 2 * kHugePage) return;
+  const auto start = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t from = (start + kHugePage - 1) & ~(kHugePage - 1);
+  const std::uintptr_t to = (start + bytes) & ~(kHugePage - 1);
+  if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+}
+
 // Makes the pages of [data, data + bytes) in one call, for an array about to
 // be written whole: a page faulted in by the write costs a trap of its own.
 // Only for arrays of a mebibyte or more; a no-op where the system cannot.

@@ -1,12 +1,14 @@
 // Side files of raw little-endian arrays that a scene refers to, so that big
 // meshes load without going through JSON text. Each file is mapped once,
-// whole, read only (read, where it cannot be mapped); arrays are then copied
-// out of it with memcpy, so the file's bytes are never copied as a whole.
+// whole, read only (read, where it cannot be mapped), for the loader to check
+// and copy small arrays out of; a file mapped from disk is also kept open, so
+// that a large array can stay in it until it is used (mesh_loader.cpp).
 // Bytes supplied in memory are read where they lie.
 #pragma once
 
 #include <cstddef>
 #include <map>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -15,10 +17,25 @@
 
 namespace hostmodel {
 
+// A buffer file read from disk, kept open while a mesh array that still lies
+// in it exists, so that the array is read from the file that was checked.
+struct OpenBufferFile {
+  OpenBufferFile(int descriptor, std::string name);
+  OpenBufferFile(const OpenBufferFile&) = delete;
+  OpenBufferFile& operator=(const OpenBufferFile&) = delete;
+  ~OpenBufferFile();
+  int fd;
+  std::string path;
+};
+
 // A run of `count` elements of `elementSize` bytes inside a loaded file.
 struct BufferView {
   const unsigned char* data = nullptr;
   std::size_t count = 0;
+  // The file on disk the bytes are mapped from, with their place in it; null
+  // for bytes supplied in memory or read whole.
+  std::shared_ptr<const OpenBufferFile> file;
+  std::size_t offset = 0;
 };
 
 class BufferFiles {
@@ -36,9 +53,13 @@ class BufferFiles {
 
  private:
   std::string key(const std::string& name) const;
-  std::span<const unsigned char> file(const std::string& name, const JsonCursor& where);
+  struct Loaded {
+    std::span<const unsigned char> bytes;
+    std::shared_ptr<const OpenBufferFile> open;  // for a file mapped from disk
+  };
+  const Loaded& file(const std::string& name, const JsonCursor& where);
   std::string baseDir_;
-  std::map<std::string, std::span<const unsigned char>> files_;
+  std::map<std::string, Loaded> files_;
   // A file mapped from disk, unmapped with the buffers.
   struct Mapping {
     void* data = nullptr;

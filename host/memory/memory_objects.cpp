@@ -6,7 +6,13 @@ MemoryTriObject::MemoryTriObject(Mesh mesh, std::string className)
     : mesh_(std::move(mesh)), className_(std::move(className)) {}
 
 ConvertedObject MemoryTriObject::ConvertToType(TimeValue, Class_ID cls) {
-  return cls == TRIOBJ_CLASS_ID ? ConvertedObject::borrowed(this) : ConvertedObject();
+  if (cls != TRIOBJ_CLASS_ID) return {};
+  // A mesh still in its buffer files converts to a new object the caller
+  // owns, as other geometry does: the copy costs nothing (it reads the same
+  // files), and the caller may let each array go once it has read it, where
+  // the host's own would stay in memory for as long as the scene.
+  if (mesh_.hasDeferredArrays()) return ConvertedObject::owned(std::make_unique<MemoryTriObject>(mesh_, className_));
+  return ConvertedObject::borrowed(this);
 }
 
 MemoryGeomObject::MemoryGeomObject(Class_ID classId, std::string className,

@@ -1,8 +1,13 @@
+#include <unistd.h>
+
 #include <bit>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <optional>
 
+#include "host/inhouse/exceptions.h"
 #include "host/memory/scene_loader_parts.h"
 
 namespace hostmodel {
@@ -24,6 +29,106 @@ void fromLittleEndian(void* data, std::size_t words) {
   }
 }
 
+// An array of this many bytes or more that lies in a buffer file read from
+// disk is left there until it is used (HostArray): a copy of the mesh then
+// copies none of it, and the exporter reads each array just before it works
+// on it and lets it go after. Smaller arrays are read at once.
+constexpr std::size_t kLeftInFileAtLeast = 64 * 1024;
+
+bool leftInFile(const BufferView& v, std::size_t elementSize) {
+  return v.file && v.count * elementSize >= kLeftInFileAtLeast;
+}
+
+// Reads `bytes` bytes at `offset` of a buffer file that was checked when the
+// scene was loaded; a file cut short or unreadable since is told by name.
+void readChecked(const OpenBufferFile& file, void* out, std::size_t bytes, std::size_t offset) {
+  auto* p = static_cast<unsigned char*>(out);
+  std::size_t done = 0;
+  while (done < bytes) {
+    const ssize_t n = ::pread(file.fd, p + done, bytes - done, static_cast<off_t>(offset + done));
+    if (n > 0) {
+      done += static_cast<std::size_t>(n);
+      continue;
+    }
+    if (n < 0 && errno == EINTR) continue;
+    const std::string why = n < 0 ? std::strerror(errno) : "the file ends there";
+    throw T_FileException_BadData(file.path + ": cannot read byte " + std::to_string(offset + done) +
+                                      " of the buffer file, which changed after the scene was loaded (" + why + ")",
+                                  offset + done);
+  }
+}
+
+// Whether point `i` of `points` has three finite coordinates.
+bool finitePoint(const Point3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
+
+// The bytes of one array left in its buffer file: points are checked again
+// as they are read, as the loader checked them.
+class FileArraySource final : public ArraySource {
+ public:
+  FileArraySource(std::shared_ptr<const OpenBufferFile> file, std::size_t offset, bool points)
+      : file_(std::move(file)), offset_(offset), points_(points) {}
+
+  void read(void* out, std::size_t offset, std::size_t bytes) const override {
+    readChecked(*file_, out, bytes, offset_ + offset);
+    fromLittleEndian<std::uint32_t>(out, bytes / 4);  // floats and indices alike are 4-byte words
+    if (!points_) return;
+    const auto* p = static_cast<const Point3*>(out);
+    const std::size_t first = offset / sizeof(Point3);
+    for (std::size_t i = 0; i < bytes / sizeof(Point3); ++i)
+      if (!finitePoint(p[i]))
+        throw T_FileException_BadData(file_->path + ": point " + std::to_string(first + i) +
+                                          " of the buffer is not finite; the file changed after the scene was loaded",
+                                      offset_ + (first + i) * sizeof(Point3));
+  }
+
+ private:
+  std::shared_ptr<const OpenBufferFile> file_;
+  std::size_t offset_;
+  bool points_;
+};
+
+// A mesh's faces left in their buffer files: corner indices, and the
+// smoothing groups and material ids when the mesh has them, put together as
+// the loader would have, a block of faces at a time.
+class FileFaceSource final : public ArraySource {
+ public:
+  FileFaceSource(BufferView indices, BufferView smoothing, BufferView materials)
+      : indices_(std::move(indices)), smoothing_(std::move(smoothing)), materials_(std::move(materials)) {}
+
+  void read(void* out, std::size_t offset, std::size_t bytes) const override {
+    constexpr std::size_t kBlock = 16384;
+    auto* faces = static_cast<Face*>(out);
+    const std::size_t first = offset / sizeof(Face), count = bytes / sizeof(Face);
+    std::vector<std::uint32_t> words(3 * std::min(count, kBlock));
+    for (std::size_t done = 0; done < count; done += kBlock) {
+      const std::size_t m = std::min(kBlock, count - done), at = first + done;
+      Face* block = faces + done;
+      readChecked(*indices_.file, words.data(), 12 * m, indices_.offset + 12 * at);
+      fromLittleEndian<std::uint32_t>(words.data(), 3 * m);
+      for (std::size_t i = 0; i < m; ++i) {
+        Face* f = ::new (static_cast<void*>(block + i)) Face;
+        f->v[0] = words[3 * i];
+        f->v[1] = words[3 * i + 1];
+        f->v[2] = words[3 * i + 2];
+      }
+      if (smoothing_.file) {
+        readChecked(*smoothing_.file, words.data(), 4 * m, smoothing_.offset + 4 * at);
+        fromLittleEndian<std::uint32_t>(words.data(), m);
+        for (std::size_t i = 0; i < m; ++i) block[i].smGroup = words[i];
+      }
+      if (materials_.file) {
+        auto* ids = reinterpret_cast<std::uint16_t*>(words.data());
+        readChecked(*materials_.file, ids, 2 * m, materials_.offset + 2 * at);
+        fromLittleEndian<std::uint16_t>(ids, m);
+        for (std::size_t i = 0; i < m; ++i) block[i].matID = ids[i];
+      }
+    }
+  }
+
+ private:
+  BufferView indices_, smoothing_, materials_;
+};
+
 [[noreturn]] void failElement(const JsonCursor& c, std::size_t i, const std::string& message) {
   JsonCursor(c.json()[i], c.path() + "[" + std::to_string(i) + "]", c.sourceName()).fail(message);
 }
@@ -37,17 +142,30 @@ void checkFlatArray(const JsonCursor& c, std::size_t group, const char* what) {
 }
 
 // Points: inline [x0, y0, z0, x1, ...] or a buffer of float32 triples.
-std::vector<Point3> readPoints(const JsonCursor& c, LoadContext& ctx) {
-  std::vector<Point3> out;
+HostArray<Point3> readPoints(const JsonCursor& c, LoadContext& ctx) {
+  HostArray<Point3> out;
   if (isBufferReference(c)) {
     const BufferView v = ctx.buffers.view(c, sizeof(Point3));
+    // Raw floats may hold what no scene can: stopped here, they never reach a file.
+    auto check = [&](const Point3* points, std::size_t count, std::size_t first) {
+      for (std::size_t i = 0; i < count; ++i)
+        if (!finitePoint(points[i])) c.fail("point " + std::to_string(first + i) + " of the buffer is not finite");
+    };
+    if (leftInFile(v, sizeof(Point3))) {
+      // Checked where it lies, a block at a time, and left there.
+      Point3 block[1024];
+      for (std::size_t start = 0; start < v.count; start += 1024) {
+        const std::size_t m = std::min<std::size_t>(1024, v.count - start);
+        std::memcpy(static_cast<void*>(block), v.data + start * sizeof(Point3), m * sizeof(Point3));
+        fromLittleEndian<float>(block, m * 3);
+        check(block, m, start);
+      }
+      return HostArray<Point3>::deferred(std::make_shared<FileArraySource>(v.file, v.offset, true), v.count);
+    }
     out.resize(v.count);
     if (v.count) std::memcpy(static_cast<void*>(out.data()), v.data, v.count * sizeof(Point3));
     fromLittleEndian<float>(out.data(), v.count * 3);
-    // Raw floats may hold what no scene can: stopped here, they never reach a file.
-    for (std::size_t i = 0; i < out.size(); ++i)
-      if (!std::isfinite(out[i].x) || !std::isfinite(out[i].y) || !std::isfinite(out[i].z))
-        c.fail("point " + std::to_string(i) + " of the buffer is not finite");
+    check(out.data(), out.size(), 0);
     return out;
   }
   checkFlatArray(c, 3, "point coordinates");
@@ -69,9 +187,9 @@ class UInt32s {
  public:
   UInt32s(const JsonCursor& c, LoadContext& ctx, std::size_t group, const char* what) {
     if (isBufferReference(c)) {
-      const BufferView v = ctx.buffers.view(c, 4 * group);
-      bytes_ = v.data;
-      size_ = v.count * group;
+      view_ = ctx.buffers.view(c, 4 * group);
+      bytes_ = view_.data;
+      size_ = view_.count * group;
       return;
     }
     checkFlatArray(c, group, what);
@@ -94,6 +212,8 @@ class UInt32s {
   std::size_t size() const { return size_; }
   // The buffer's bytes when read in place, else null.
   const unsigned char* bytes() const { return bytes_; }
+  // Where in a buffer file the values lie (no file for inline values).
+  const BufferView& view() const { return view_; }
   std::uint32_t operator[](std::size_t i) const {
     if (!bytes_) return decoded_[i];
     std::uint32_t value;
@@ -104,15 +224,21 @@ class UInt32s {
 
  private:
   const unsigned char* bytes_ = nullptr;  // the buffer's bytes, when read in place
+  BufferView view_;
   std::vector<std::uint32_t> decoded_;     // the inline array's values
   std::size_t size_ = 0;
 };
 
-// Material ids: inline, or a buffer of uint16.
-std::vector<MtlID> readMaterialIds(const JsonCursor& c, LoadContext& ctx) {
+// Material ids: inline, or a buffer of uint16. With `inPlace`, a buffer's
+// ids are only counted and their place kept there.
+std::vector<MtlID> readMaterialIds(const JsonCursor& c, LoadContext& ctx, BufferView* inPlace = nullptr) {
   std::vector<MtlID> out;
   if (isBufferReference(c)) {
     const BufferView v = ctx.buffers.view(c, 2);
+    if (inPlace && v.file) {
+      *inPlace = v;
+      return out;
+    }
     out.resize(v.count);
     if (v.count) std::memcpy(out.data(), v.data, v.count * 2);
     fromLittleEndian<std::uint16_t>(out.data(), out.size());
@@ -136,8 +262,8 @@ void expectPerFace(const JsonCursor& c, std::size_t found, std::size_t faces) {
 }
 
 // Texture or colour faces, which exist exactly when their vertices do.
-std::vector<TVFace> readMapFaces(const JsonCursor& mesh, const char* vertsName, const char* facesName,
-                                 std::size_t vertCount, std::size_t faceCount, LoadContext& ctx) {
+HostArray<TVFace> readMapFaces(const JsonCursor& mesh, const char* vertsName, const char* facesName,
+                               std::size_t vertCount, std::size_t faceCount, LoadContext& ctx) {
   const auto facesMember = mesh.find(facesName);
   if (!facesMember) {
     if (vertCount > 0) mesh.fail(std::string("\"") + vertsName + "\" need \"" + facesName + "\", one per face");
@@ -146,7 +272,10 @@ std::vector<TVFace> readMapFaces(const JsonCursor& mesh, const char* vertsName, 
   if (vertCount == 0) facesMember->fail(std::string("given without \"") + vertsName + "\"");
   const UInt32s indices(*facesMember, ctx, 3, "index triples");
   expectPerFace(*facesMember, indices.size() / 3, faceCount);
-  std::vector<TVFace> out(faceCount);
+  if (leftInFile(indices.view(), sizeof(TVFace)))
+    return HostArray<TVFace>::deferred(
+        std::make_shared<FileArraySource>(indices.view().file, indices.view().offset, false), faceCount);
+  HostArray<TVFace> out(faceCount);
   if (indices.bytes() && faceCount > 0) {
     // A buffer's triples are TVFaces as they lie: one copy.
     std::memcpy(static_cast<void*>(out.data()), indices.bytes(), faceCount * sizeof(TVFace));
@@ -170,22 +299,42 @@ Mesh readMesh(const JsonCursor& c, LoadContext& ctx) {
   // exporter's business and tests need meshes that call for it.
   const UInt32s indices(c["faces"], ctx, 3, "index triples");
   const std::size_t faceCount = indices.size() / 3;
-  mesh.faces.resize(faceCount);
-  for (std::size_t f = 0; f < faceCount; ++f) {
-    Face& face = mesh.faces[f];
-    face.v[0] = indices[3 * f];
-    face.v[1] = indices[3 * f + 1];
-    face.v[2] = indices[3 * f + 2];
-  }
+  std::optional<UInt32s> groups;
   if (const auto sm = c.find("smoothingGroups")) {
-    const UInt32s groups(*sm, ctx, 1, "smoothing-group masks");
-    expectPerFace(*sm, groups.size(), faceCount);
-    for (std::size_t f = 0; f < faceCount; ++f) mesh.faces[f].smGroup = groups[f];
+    groups.emplace(*sm, ctx, 1, "smoothing-group masks");
+    expectPerFace(*sm, groups->size(), faceCount);
   }
+  std::vector<MtlID> matIds;
+  BufferView idsInPlace;
+  bool hasIds = false;
   if (const auto ids = c.find("materialIds")) {
-    const std::vector<MtlID> matIds = readMaterialIds(*ids, ctx);
-    expectPerFace(*ids, matIds.size(), faceCount);
-    for (std::size_t f = 0; f < faceCount; ++f) mesh.faces[f].matID = matIds[f];
+    matIds = readMaterialIds(*ids, ctx, &idsInPlace);
+    expectPerFace(*ids, idsInPlace.file ? idsInPlace.count : matIds.size(), faceCount);
+    hasIds = true;
+  }
+  // Faces whose corners lie in a buffer file stay there, when their
+  // smoothing groups and material ids (if any) lie in buffer files too.
+  if (leftInFile(indices.view(), 12) && (!groups || groups->view().file) && (!hasIds || idsInPlace.file)) {
+    mesh.faces = HostArray<Face>::deferred(
+        std::make_shared<FileFaceSource>(indices.view(), groups ? groups->view() : BufferView{}, idsInPlace),
+        faceCount);
+  } else {
+    mesh.faces.resize(faceCount);
+    for (std::size_t f = 0; f < faceCount; ++f) {
+      Face& face = mesh.faces[f];
+      face.v[0] = indices[3 * f];
+      face.v[1] = indices[3 * f + 1];
+      face.v[2] = indices[3 * f + 2];
+    }
+    if (groups)
+      for (std::size_t f = 0; f < faceCount; ++f) mesh.faces[f].smGroup = (*groups)[f];
+    if (idsInPlace.file) {
+      matIds.resize(faceCount);
+      if (faceCount) std::memcpy(matIds.data(), idsInPlace.data, faceCount * 2);
+      fromLittleEndian<std::uint16_t>(matIds.data(), faceCount);
+    }
+    if (hasIds)
+      for (std::size_t f = 0; f < faceCount; ++f) mesh.faces[f].matID = matIds[f];
   }
 
   if (const auto tv = c.find("textureVertices")) mesh.tVerts = readPoints(*tv, ctx);

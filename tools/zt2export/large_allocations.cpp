@@ -4,6 +4,8 @@
 // touches as much fresh memory as it holds at its peak, and most of its
 // system time was spent faulting it in 4 KiB at a time. The exporter module
 // and the model reader, loaded into this process, allocate through these too.
+#include <malloc.h>
+
 #include <cstdlib>
 #include <new>
 
@@ -53,11 +55,25 @@ void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
   }
 }
 
+namespace {
+
+// A large block's huge pages go back to the system before the block goes
+// back to the heap, so that the run holds the memory it uses rather than
+// the most it ever used (a mesh's arrays come and go one after the other).
+// Only whole huge pages inside the block are returned: the heap's own
+// bookkeeping lies at a block's ends.
+void release(void* p) noexcept {
+  if (p) inhouse::returnHugePages(p, malloc_usable_size(p));
+  std::free(p);
+}
+
+}  // namespace
+
 // Their pairs: what they hand out is malloc's, and goes back to it. Replaced
 // together, so that a checking allocator (a sanitizer's) sees one pair.
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, const std::nothrow_t&) noexcept { std::free(p); }
-void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); }
+void operator delete(void* p) noexcept { release(p); }
+void operator delete[](void* p) noexcept { release(p); }
+void operator delete(void* p, std::size_t) noexcept { release(p); }
+void operator delete[](void* p, std::size_t) noexcept { release(p); }
+void operator delete(void* p, const std::nothrow_t&) noexcept { release(p); }
+void operator delete[](void* p, const std::nothrow_t&) noexcept { release(p); }
