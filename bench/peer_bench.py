@@ -204,11 +204,17 @@ def image_list_scene(entries, folder):
             "nodes": [{"name": "Board", "object": {"type": "mesh", "mesh": mesh}, "material": "m"}]}
 
 
-def chain_gltf(depth):
-    # A chain of `depth` nodes, each a step along x from its parent, a camera at its end.
-    nodes = [{"name": f"C{i}", "translation": [1, 0, 0], "children": [i + 1]} for i in range(depth)]
-    nodes[-1] = {"name": f"C{depth - 1}", "translation": [1, 0, 0], "camera": 0}
-    return {"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}], "nodes": nodes,
+def chain_gltf(depth, chains=6):
+    # `chains` chains of `depth` nodes, each node a step along x from its parent, a camera at each end. Six
+    # chains make a level cost six times a run's fixed cost of starting and saving; a single chain's runs were
+    # so short that one slow run of a size moved the ratio by half.
+    nodes = []
+    for c in range(chains):
+        first = len(nodes)
+        nodes += [{"name": f"C{c}_{i}", "translation": [1, 0, 0], "children": [first + i + 1]} for i in range(depth)]
+        nodes[-1] = {"name": f"C{c}_{depth - 1}", "translation": [1, 0, 0], "camera": 0}
+    roots = [c * depth for c in range(chains)]
+    return {"asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": roots}], "nodes": nodes,
             "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "znear": 0.1}}]}
 
 
@@ -239,9 +245,9 @@ def growth(zt2export, work, n):
             path.write_text(json.dumps(make(k)))
             paths.append(path)
         times = [[] for _ in sizes]
-        # The chain is bounded at 1,000 levels, so its runs are short and a level costs little beside the
-        # run's fixed cost: its sizes are spaced evenly, so that neither step is the shorter and the noisier,
-        # and three times the runs keep their fastest steady.
+        # The chain is bounded at 1,000 levels, so a level costs little beside the run's fixed cost: its sizes
+        # are spaced evenly, so that neither step is the shorter and the noisier, the file holds six chains
+        # (chain_gltf), and three times the runs keep their fastest steady.
         for _ in range(3 * n if title.startswith("glTF chain") else n):  # sizes alternated, so that a busy machine slows each alike
             for i, path in enumerate(paths):
                 times[i].append(run([zt2export, str(path), "-o", str(work / "growth-out" / "out.zt2")] + base + extra).cpu)
