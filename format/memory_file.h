@@ -90,6 +90,12 @@ class T_MemoryFile {
     std::function<Result<void>(int fd, Result<void> written)> finish;
   };
   void spillBeyond(std::size_t threshold, Spill spill);
+  // Lets go of the spill file without staging it, for a run whose staging
+  // is discarded (which closes the file): nothing is written to it after.
+  void abandonSpill() {
+    spillFd_ = -1;
+    if (spillError_.message.empty()) spillError_ = Error{ErrorKind::io, "the file was not saved"};
+  }
   // Whether bytes went on into a file (or were meant to).
   bool spilled() const { return spillStarted_; }
   // Writes header and buffer to `name`; a failure carries the system's

@@ -45,6 +45,7 @@ bool SceneExporter::saveSceneFile(const char* name) {
   // The message box that follows names the scene file alone; the host hears
   // which file failed and why.
   host->FileNotSaved(staging.failedFile(), committed.error().message);
+  sceneFile.abandonSpill();
   staging.discard();
   return false;
 }
@@ -67,6 +68,8 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     BMMSplitFilename(resolvedTarget(name), writtenPath, writtenName, ignoredExtension);
   }
   staging.discard();
+  // Each export writes a file of its own from the start.
+  sceneFile = T_MemoryFile(8192);
   host = hostInterface;
   infoLog.clear();
   meshReferenceTable.clear();
@@ -166,6 +169,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     // Whatever was staged and not saved with a scene file (the export failed,
     // or wrote nothing) goes, and the log says so of the copies it told of.
     if (!staging.empty()) tellCopiesNotMade();
+    sceneFile.abandonSpill();
     staging.discard();
 
     host->ExportStage("done");
@@ -179,6 +183,7 @@ int SceneExporter::DoExport(const char* name, Interface* hostInterface, bool sup
     closeOptionsDialog(dialog, *host);
     return 1;
   } catch (...) {
+    sceneFile.abandonSpill();
     staging.discard();
     if (rateApplied) host->SetFrameRate(savedFrameRate);
     host->ProgressEnd();

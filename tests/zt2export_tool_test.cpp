@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <tuple>
 
@@ -176,4 +177,57 @@ TEST(Zt2ExportQuiet, PrintsTheErrorsOfTheRunWithoutIt) {
     std::filesystem::remove(dir.file("whole.zt2"));
     std::filesystem::remove(dir.file("quiet.zt2"));
   }
+}
+
+// A scene file of more than a few mebibytes goes on into its staged
+// temporary as it is written. Written whole, it validates; an export that
+// fails after that point leaves the file before it as it was and no
+// temporary beside it.
+TEST(Zt2Export, LargeFileWrittenOnAsItIsMadeAppearsWholeOrNotAtAll) {
+  TempDir dir;
+  // A flat grid of 360 x 360 quads, its arrays in a buffer file: about 4.7 MB written, past the 4 MiB
+  // an export holds in memory.
+  constexpr std::uint32_t n = 360, side = n + 1;
+  std::vector<float> points;
+  std::vector<std::uint32_t> faces;
+  for (std::uint32_t y = 0; y < side; ++y)
+    for (std::uint32_t x = 0; x < side; ++x) points.insert(points.end(), {float(x), float(y), 0});
+  for (std::uint32_t y = 0; y < n; ++y)
+    for (std::uint32_t x = 0; x < n; ++x) {
+      const std::uint32_t a = y * side + x;
+      faces.insert(faces.end(), {a, a + 1, a + side + 1, a, a + side + 1, a + side});
+    }
+  {
+    std::ofstream bin(dir.file("grid.bin"), std::ios::binary);
+    bin.write(reinterpret_cast<const char*>(points.data()), static_cast<std::streamsize>(points.size() * 4));
+    bin.write(reinterpret_cast<const char*>(faces.data()), static_cast<std::streamsize>(faces.size() * 4));
+  }
+  const std::string grid = R"({"name": "Grid", "material": "M",
+      "object": {"type": "mesh", "mesh": {
+      "vertices": {"buffer": "grid.bin", "byteOffset": 0, "count": )" + std::to_string(side * side) + R"(},
+      "faces": {"buffer": "grid.bin", "byteOffset": )" + std::to_string(points.size() * 4) +
+                           R"(, "count": )" + std::to_string(faces.size() / 3) + "}}}}";
+  // Far away: placed and scaled, it overflows the float, which fails the export after the grid.
+  const std::string far = R"({"name": "Far", "material": "M",
+      "object": {"type": "mesh", "mesh": {
+      "vertices": [3e38, 0, 0, 0, 1, 0, 1, 0, 0], "faces": [0, 1, 2]}}})";
+  const std::string materials = R"({"materials": [{"id": "M", "type": "ztMaterial"}], "nodes": [)";
+  ztx_test::writeText(dir.file("scene.json"), materials + grid + "]}");
+  ztx_test::writeText(dir.file("fails.json"), materials + grid + ", " + far + "]}");
+  auto scaled = [&](const char* scene) {
+    return ztx_test::exportArgs(dir, dir.file(scene), dir.file("out.zt2"),
+                                {"--set", "exportSkinning=0", "--set", "rescale=1", "--set", "rescaleFactor=2"});
+  };
+
+  auto r = runExport(scaled("scene.json"));
+  ASSERT_EQ(r.exitCode, 0) << r.err << r.out;
+  EXPECT_GT(std::filesystem::file_size(dir.file("out.zt2")), std::uintmax_t{4} << 20);
+  const auto valid = ztx_test::runDump({"--validate", dir.file("out.zt2")});
+  EXPECT_EQ(valid.exitCode, 0) << valid.out << valid.err;
+
+  const auto before = ztx_test::snapshot(dir.path().string());
+  r = runExport(scaled("fails.json"));
+  EXPECT_EQ(r.exitCode, 1) << r.err << r.out;
+  EXPECT_NE(r.out.find("ERROR: Object \"Far\" has vertices beyond the range of a float"), std::string::npos) << r.out;
+  EXPECT_TRUE(ztx_test::snapshot(dir.path().string()) == before) << "the file before stays, nothing is left beside it";
 }
