@@ -14,14 +14,21 @@ namespace inhouse {
 
 inline constexpr std::size_t kHugePage = std::size_t{2} << 20;
 
+// Gives `advice` for the whole pages of `page` bytes inside [data, data +
+// bytes), for blocks of at least `least` bytes.
+inline void adviseWholePages(const void* data, std::size_t bytes, std::size_t least, std::uintptr_t page,
+                             int advice) {
+  if (data == nullptr || bytes < least) return;
+  const auto start = reinterpret_cast<std::uintptr_t>(data);
+  const std::uintptr_t from = (start + page - 1) & ~(page - 1);
+  const std::uintptr_t to = (start + bytes) & ~(page - 1);
+  if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, advice);
+}
+
 // Advises the whole huge pages inside [data, data + bytes); a no-op for
 // arrays smaller than two of them, or where the system ignores the advice.
 inline void adviseHugePages(const void* data, std::size_t bytes) {
-  if (data == nullptr || bytes < 2 * kHugePage) return;
-  const auto start = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t from = (start + kHugePage - 1) & ~(kHugePage - 1);
-  const std::uintptr_t to = (start + bytes) & ~(kHugePage - 1);
-  if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_HUGEPAGE);
+  adviseWholePages(data, bytes, 2 * kHugePage, kHugePage, MADV_HUGEPAGE);
 }
 
 // Hands the whole huge pages inside [data, data + bytes) back to the system,
@@ -30,23 +37,14 @@ inline void adviseHugePages(const void* data, std::size_t bytes) {
 // otherwise stay with the process until a later block happens to reuse
 // them. The range is mapped still; touched again, it is given fresh pages.
 inline void returnHugePages(const void* data, std::size_t bytes) {
-  if (data == nullptr || bytes < 2 * kHugePage) return;
-  const auto start = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t from = (start + kHugePage - 1) & ~(kHugePage - 1);
-  const std::uintptr_t to = (start + bytes) & ~(kHugePage - 1);
-  if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_DONTNEED);
+  adviseWholePages(data, bytes, 2 * kHugePage, kHugePage, MADV_DONTNEED);
 }
 
 // Makes the pages of [data, data + bytes) in one call, for an array about to
 // be written whole: a page faulted in by the write costs a trap of its own.
 // Only for arrays of a mebibyte or more; a no-op where the system cannot.
 inline void makePages(const void* data, std::size_t bytes) {
-  if (data == nullptr || bytes < (std::size_t{1} << 20)) return;
-  constexpr std::uintptr_t kPage = 4096;
-  const auto start = reinterpret_cast<std::uintptr_t>(data);
-  const std::uintptr_t from = (start + kPage - 1) & ~(kPage - 1);
-  const std::uintptr_t to = (start + bytes) & ~(kPage - 1);
-  if (to > from) (void)::madvise(reinterpret_cast<void*>(from), to - from, MADV_POPULATE_WRITE);
+  adviseWholePages(data, bytes, std::size_t{1} << 20, 4096, MADV_POPULATE_WRITE);
 }
 
 }  // namespace inhouse
