@@ -169,6 +169,9 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
        "scene.json: objects[0].mesh.vertices[1]: expected a number that a 32-bit float holds (magnitude at most 3.4e38)"},
       {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "nan.bin", "count": 2}, "faces": []}}]})",
        "scene.json: objects[0].mesh.vertices: point 1 of the buffer is not finite"},
+      // An array large enough to stay in its file is checked where it lies, block by block.
+      {R"({"objects": [{"id": "m", "type": "mesh", "mesh": {"vertices": {"buffer": "bignan.bin", "count": 6000}, "faces": []}}]})",
+       "scene.json: objects[0].mesh.vertices: point 5999 of the buffer is not finite"},
       {R"({"nodes": [{"name": "a", "transform": {"position": [0, 0, -1e39]}}]})",
        "scene.json: nodes[0].transform.position[2]: expected a number that a 32-bit float holds"},
   };
@@ -178,6 +181,11 @@ TEST(HostModelScene, BadInputNamesTheFileAndThePlace) {
     std::vector<float> nan = {0, 0, 0, 1, std::numeric_limits<float>::quiet_NaN(), 1};
     ztx_test::writeBytes(dir.file("nan.bin"), std::vector<unsigned char>(reinterpret_cast<unsigned char*>(nan.data()),
                                                                          reinterpret_cast<unsigned char*>(nan.data() + 6)));
+    std::vector<float> bigNan(3 * 6000, 1.0f);
+    bigNan.back() = std::numeric_limits<float>::infinity();
+    ztx_test::writeBytes(dir.file("bignan.bin"),
+                         std::vector<unsigned char>(reinterpret_cast<unsigned char*>(bigNan.data()),
+                                                    reinterpret_cast<unsigned char*>(bigNan.data() + bigNan.size())));
     std::filesystem::create_directory(dir.file("dir"));
     ::mkfifo(dir.file("fifo").c_str(), 0644);
     const std::string expected = row.expected;
