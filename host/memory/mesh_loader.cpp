@@ -58,7 +58,7 @@ void readChecked(const OpenBufferFile& file, void* out, std::size_t bytes, std::
   }
 }
 
-// Whether point `i` of `points` has three finite coordinates.
+// Whether `p` has three finite coordinates.
 bool finitePoint(const Point3& p) { return std::isfinite(p.x) && std::isfinite(p.y) && std::isfinite(p.z); }
 
 // The bytes of one array left in its buffer file: points are checked again
