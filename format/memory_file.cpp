@@ -106,20 +106,9 @@ void T_MemoryFile::spillBeyond(std::size_t threshold, Spill spill) {
 void T_MemoryFile::spillWrite(const void* data, std::size_t n, std::size_t offset) const {
 #ifndef ZTX_NO_FILE_SYSTEM
   if (spillFd_ < 0 || !spillError_.message.empty()) return;
-  const auto* p = static_cast<const std::uint8_t*>(data);
-  std::size_t done = 0;
-  while (done < n) {
-    const ssize_t w = ::pwrite(spillFd_, p + done, n - done, static_cast<off_t>(offset + done));
-    if (w > 0) {
-      done += static_cast<std::size_t>(w);
-      continue;
-    }
-    if (w < 0 && errno == EINTR) continue;
-    // Nothing more is written; stage() hands the failure to the staging,
-    // which then refuses its commit.
-    spillError_ = Error{ErrorKind::io, w < 0 ? std::strerror(errno) : "nothing was written"};
-    return;
-  }
+  // After a failure nothing more is written; stage() hands it to the
+  // staging, which then refuses its commit.
+  if (!writeAllAt(spillFd_, data, n, offset)) spillError_ = Error{ErrorKind::io, std::strerror(errno)};
 #else
   (void)data, (void)n, (void)offset;
 #endif

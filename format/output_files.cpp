@@ -210,6 +210,18 @@ void removeTemporaryIfAbandoned(int dirFd, const std::string& name) {
   ::close(fd);
 }
 
+// Removes the temporary `name` of `dirFd` that this run made and holds open
+// as `fd`, while the name is still that file: a temporary can live for a
+// whole export (a large scene file is written into it as it is made), and
+// what another program put under its name meanwhile is not ours to remove.
+// No directory lock is taken: a commit discards while it holds one.
+void removeOwnTemporary(int dirFd, const std::string& name, int fd) {
+  struct stat held {}, named {};
+  if (fd >= 0 && ::fstat(fd, &held) == 0 && ::fstatat(dirFd, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+      held.st_dev == named.st_dev && held.st_ino == named.st_ino)
+    ::unlinkat(dirFd, name.c_str(), 0);
+}
+
 // Every abandoned temporary of `dirFd` whose stem prefix is one of `prefixes`
 // (sorted), and, when `folders`, every abandoned staging folder.
 void removeAbandonedIn(int dirFd, const std::vector<std::string>& prefixes, bool folders) {
@@ -299,6 +311,22 @@ bool writeAll(int fd, const void* data, std::size_t size) {
     }
     p += n;
     size -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+bool writeAllAt(int fd, const void* data, std::size_t size, std::uint64_t offset) {
+  const auto* p = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t n = ::pwrite(fd, p, size, static_cast<off_t>(offset));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      return false;
+    }
+    p += n;
+    size -= static_cast<std::size_t>(n);
+    offset += static_cast<std::uint64_t>(n);
   }
   return true;
 }
@@ -410,7 +438,7 @@ Result<void> FileStaging::stage(const OutputDirectory& directory, const std::str
 
   for (auto it = replacements_.begin(); it != replacements_.end(); ++it) {
     if (it->path != path) continue;
-    ::unlinkat(it->dirFd, it->temporary.c_str(), 0);
+    removeOwnTemporary(it->dirFd, it->temporary, it->lockFd);
     ::close(it->lockFd);
     ::close(it->dirFd);
     replacements_.erase(it);
@@ -615,7 +643,7 @@ Result<void> FileStaging::commit(const std::string& first) {
 
 void FileStaging::discard() {
   for (Replacement& r : replacements_) {
-    if (!r.temporary.empty()) ::unlinkat(r.dirFd, r.temporary.c_str(), 0);
+    if (!r.temporary.empty()) removeOwnTemporary(r.dirFd, r.temporary, r.lockFd);
     if (r.lockFd >= 0) ::close(r.lockFd);
     ::close(r.dirFd);
   }

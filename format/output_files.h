@@ -17,6 +17,7 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -198,6 +199,8 @@ bool flushBeforeCommit();
 // Writes all `size` bytes to `fd`, going on after interruptions; false with
 // errno set when a write fails.
 bool writeAll(int fd, const void* data, std::size_t size);
+// The same at `offset` of `fd`, leaving the file's own offset where it is.
+bool writeAllAt(int fd, const void* data, std::size_t size, std::uint64_t offset);
 
 // --- Inputs that no output may be ------------------------------------------
 

@@ -164,19 +164,6 @@ void notePaths(const std::string& paths, void (*note)(const std::string&)) {
     note(paths.substr(at, end - at));
 }
 
-// Writes `size` bytes at `offset` of the memory file; false when it cannot
-// grow (the system's memory is what holds it).
-bool writeAt(int fd, const void* data, std::size_t size, std::uint64_t offset) {
-  const auto* p = static_cast<const unsigned char*>(data);
-  while (size > 0) {
-    const ssize_t n = ::pwrite(fd, p, size, static_cast<off_t>(offset));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return false;
-    p += n, size -= static_cast<std::size_t>(n), offset += static_cast<std::uint64_t>(n);
-  }
-  return true;
-}
-
 // Writes a scene answer into the memory file, each array straight from where
 // the front end built it; each array goes once written, and what it held goes
 // back to the system before the next (the heap is trimmed after an array of
@@ -187,7 +174,8 @@ void writeScene(int fd, SceneText& scene, const std::string& files, const std::s
   std::uint64_t at = 0;
   bool ok = true;
   const auto put = [&](const void* data, std::size_t size) {
-    ok = ok && writeAt(fd, data, size, at);
+    // A memory file that cannot grow: the system's memory is what holds it.
+    ok = ok && writeAllAt(fd, data, size, at);
     at += size;
   };
   put("S", 1);

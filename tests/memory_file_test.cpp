@@ -78,9 +78,11 @@ TEST(MemoryFile, FileSpilledIntoItsStagingHoldsTheBytesOfOneHeldInMemory) {
     T_MemoryFile f;
     f.spillBeyond(32768, {[&]() -> Result<int> {
                             Result<int> fd = staging.stageForWriting(target);
-                            // A descriptor that takes no writes stands for a full disk.
+                            // The temporary opened again for reading only, which takes no
+                            // writes, stands for a full disk.
                             if (fd && failing) {
-                              const int readOnly = ::open(target.c_str(), O_RDONLY | O_CLOEXEC);
+                              const std::string self = "/proc/self/fd/" + std::to_string(fd.value());
+                              const int readOnly = ::open(self.c_str(), O_RDONLY | O_CLOEXEC);
                               ::dup2(readOnly, fd.value());
                               ::close(readOnly);
                             }

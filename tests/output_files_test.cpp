@@ -184,3 +184,21 @@ TEST(FileStaging, ALinkOrFifoAmongTheStagedFilesFailsTheCommit) {
   }
   setFlushBeforeCommit(flushed);
 }
+
+// A temporary that lives while a large file is written into it is removed by
+// the discard only while its name is still the file the run made: what was
+// put under that name meanwhile stays.
+TEST(FileStaging, DiscardLeavesWhatWasPutUnderATemporarysName) {
+  ztx_test::TempDir dir;
+  FileStaging s;
+  const Result<int> fd = s.stageForWriting(dir.file("big.zt2"));
+  ASSERT_TRUE(fd.ok()) << fd.message();
+  std::string temporary;
+  for (const auto& e : fs::directory_iterator(dir.path())) temporary = e.path().filename().string();
+  ASSERT_TRUE(temporary.ends_with(".ztmp")) << temporary;
+  ztx_test::writeText(dir.file("theirs"), "not ours");
+  fs::rename(dir.file("theirs"), dir.file(temporary));
+  s.discard();
+  EXPECT_EQ(ztx_test::readText(dir.file(temporary)), "not ours");
+  EXPECT_FALSE(fs::exists(dir.file("big.zt2")));
+}
