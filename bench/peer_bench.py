@@ -32,7 +32,8 @@ Rows (goals in brackets):
     unit between the two larger sizes over that between the two smaller ones
     [<= 1.3, 1 being linear].
 
-    bench/peer_bench.py BUILD_DIR --only growth   runs the growth rows alone.
+    bench/peer_bench.py BUILD_DIR --only growth   runs the growth rows alone;
+    bench/peer_bench.py BUILD_DIR --only small    the small models alone, each model's times too.
 """
 import argparse
 import json
@@ -259,13 +260,58 @@ def growth(zt2export, work, n):
               f"time); per unit {small * 1e6:.2f} then {large * 1e6:.2f} us: {ratio:.2f}  (goal <= 1.3)", flush=True)
 
 
+def small_models(build, work, n, count, each=False):
+    """Times the first `count` models of the import library's own models that both programs export; `each`
+    prints every model's medians too. Then the floor: a program whose child only loads the readers' module
+    (bench/reader_floor.cpp), against the peer's whole export of the median model the library reads."""
+    zt2export = str(build / "zt2export")
+    out = lambda name: str(work / name)
+    corpus = Path(os.environ.get("ZTX_ASSIMP_MODELS", "/usr/share/assimp/models"))
+    if corpus.is_dir():
+        claimed = claimed_extensions(zt2export)
+        models = sorted(p for p in corpus.rglob("*") if p.is_file() and p.suffix[1:].lower() in claimed)
+        ratios, ours_ms, peer_ms, read_by_library = [], [], [], []
+        for model in models:
+            if len(ratios) >= count:
+                break
+            try:
+                run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"), "--quiet"])
+                run(["assimp", "export", str(model), out("small.glb"), "-fglb2"])
+            except RuntimeError:
+                continue  # only models both export
+            a, b = pairs(n, lambda: run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"),
+                                         "--quiet"]),
+                         lambda: run(["assimp", "export", str(model), out("small.glb"), "-fglb2"]))
+            ours_ms.append(med(a, "wall") * 1e3)
+            peer_ms.append(med(b, "wall") * 1e3)
+            ratios.append(med(a, "wall") / med(b, "wall"))
+            if model.suffix.lower() != ".3ds":  # 3DS files are read by lib3ds, without the module
+                read_by_library.append((ratios[-1], model))
+            if each:
+                print(f"  {model.relative_to(corpus)}: zt2export {ours_ms[-1]:.1f} ms, assimp {peer_ms[-1]:.1f} ms, "
+                      f"{ratios[-1]:.2f}", flush=True)
+        if ratios:
+            print(f"small models ({len(ratios)} of the corpus both export): median zt2export "
+                  f"{statistics.median(ours_ms):.0f} ms, assimp {statistics.median(peer_ms):.0f} ms, median ratio "
+                  f"{statistics.median(ratios):.3f}  (goal <= 1.2)", flush=True)
+        floor = build / "bench" / "reader_floor"
+        if read_by_library and floor.exists():
+            model = sorted(read_by_library)[len(read_by_library) // 2][1]
+            a, b = pairs(n, lambda: run([str(floor), str(build / "ZTExportModels.so")]),
+                         lambda: run(["assimp", "export", str(model), out("small.glb"), "-fglb2"]))
+            print(f"  floor: a child that only loads the readers' module {med(a, 'wall') * 1e3:.1f} ms, assimp's "
+                  f"export of {model.relative_to(corpus)} {med(b, 'wall') * 1e3:.1f} ms: "
+                  f"{med(a, 'wall') / med(b, 'wall'):.3f}", flush=True)
+
+
+
 def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("build")
     ap.add_argument("--pairs", type=int, default=5)
     ap.add_argument("--models", type=int, default=40, help="small models of the corpus to time")
     ap.add_argument("--work", help="folder for the grids and outputs (default: a temporary one)")
-    ap.add_argument("--only", choices=["growth"], help="run only these rows")
+    ap.add_argument("--only", choices=["growth", "small"], help="run only these rows (small: each model's figures too)")
     args = ap.parse_args()
     build = Path(args.build).resolve()
     zt2export, zt2dump = str(build / "zt2export"), str(build / "zt2dump")
@@ -279,6 +325,9 @@ def main():
     print(f"peer_bench: {n} pairs per row, in {work}", flush=True)
     if args.only == "growth":
         growth(zt2export, work, n)
+        return
+    if args.only == "small":
+        small_models(build, work, n, args.models, each=True)
         return
 
     # The grids: mesh_bench's (scene file and OBJ), and an independent one.
@@ -315,29 +364,7 @@ def main():
                      lambda: run(["assimp", "export", out(model), out("m-assimp.glb")]))
         row(f"import path, {model} vs assimp", "time <= 0.6, memory <= 0.8", a, b, ("zt2export", "assimp"))
 
-    corpus = Path(os.environ.get("ZTX_ASSIMP_MODELS", "/usr/share/assimp/models"))
-    if corpus.is_dir():
-        claimed = claimed_extensions(zt2export)
-        models = sorted(p for p in corpus.rglob("*") if p.is_file() and p.suffix[1:].lower() in claimed)
-        ratios, ours_ms, peer_ms = [], [], []
-        for model in models:
-            if len(ratios) >= args.models:
-                break
-            try:
-                run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"), "--quiet"])
-                run(["assimp", "export", str(model), out("small.glb"), "-fglb2"])
-            except RuntimeError:
-                continue  # only models both export
-            a, b = pairs(n, lambda: run([zt2export, str(model), "-o", out("small.zt2"), "--config-dir", out("cfg"),
-                                         "--quiet"]),
-                         lambda: run(["assimp", "export", str(model), out("small.glb"), "-fglb2"]))
-            ours_ms.append(med(a, "wall") * 1e3)
-            peer_ms.append(med(b, "wall") * 1e3)
-            ratios.append(med(a, "wall") / med(b, "wall"))
-        if ratios:
-            print(f"small models ({len(ratios)} of the corpus both export): median zt2export "
-                  f"{statistics.median(ours_ms):.0f} ms, assimp {statistics.median(peer_ms):.0f} ms, median ratio "
-                  f"{statistics.median(ratios):.3f}  (goal <= 1.2)", flush=True)
+    small_models(build, work, n, args.models)
 
     # The reader against numpy.fromfile, each timed inside its own process
     # (the median of five reads), so that neither program's start counts.
