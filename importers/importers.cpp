@@ -9,7 +9,9 @@
 #include <fcntl.h>
 #include <malloc.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -23,6 +25,7 @@
 #include <cstdlib>
 #include <new>
 #include <span>
+#include <utility>
 
 #include "format/output_files.h"
 #include "host/inhouse/text.h"
@@ -112,9 +115,9 @@ void onAllocationFailure() {
   throw std::bad_alloc();
 }
 
-// Bounds the reader: a timer for its time, and its address space at what it
-// holds at the fork (zt2export, the libraries, the exporter module) with the
-// budget on top.
+// Bounds the reader once its request has come: a timer for its time, and its
+// address space at what it holds then (zt2export and its libraries, and the
+// readers' module when it was loaded ahead) with the budget on top.
 void limitReader(const ReaderBounds& bounds) {
   itimerval timer{};
   const double whole = std::floor(bounds.seconds);
@@ -295,32 +298,181 @@ std::string secondsText(double seconds) {
   return text;
 }
 
+// The parent's other open files are not the reader's: a lock one of them
+// carries (a staging directory's) must end with the parent, not outlive it in
+// a reader that is still being killed.
+void closeAllBut(std::vector<int> keep) {
+  std::sort(keep.begin(), keep.end());
+  unsigned from = 3;
+  for (const int fd : keep) {
+    if (static_cast<unsigned>(fd) > from) ::close_range(from, static_cast<unsigned>(fd) - 1, 0);
+    from = static_cast<unsigned>(fd) + 1;
+  }
+  ::close_range(from, ~0u, 0);
+}
+
+// The request as the parent sends it to a reader started before it was known:
+// each string a 64-bit length and its bytes.
+class RequestText {
+ public:
+  void put(const std::string& text) {
+    putValue(static_cast<std::uint64_t>(text.size()));
+    bytes_ += text;
+  }
+  template <typename T>
+  void putValue(T value) {
+    bytes_.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+  const std::string& bytes() const { return bytes_; }
+
+ private:
+  std::string bytes_;
+};
+
+class RequestReader {
+ public:
+  explicit RequestReader(const std::string& bytes) : bytes_(bytes) {}
+  bool take(std::string& text) {
+    std::uint64_t size = 0;
+    if (!takeValue(size) || bytes_.size() - at_ < size) return false;
+    text.assign(bytes_, at_, static_cast<std::size_t>(size));
+    at_ += static_cast<std::size_t>(size);
+    return true;
+  }
+  template <typename T>
+  bool takeValue(T& value) {
+    if (bytes_.size() - at_ < sizeof value) return false;
+    std::memcpy(&value, bytes_.data() + at_, sizeof value);
+    at_ += sizeof value;
+    return true;
+  }
+
+ private:
+  const std::string& bytes_;
+  std::size_t at_ = 0;
+};
+
+std::string requestText(const ImportRequest& request, const ReaderBounds& bounds) {
+  RequestText out;
+  out.put(request.path);
+  out.put(request.bufferName);
+  out.put(request.textureDir);
+  out.putValue(static_cast<unsigned char>(request.sceneFile));
+  out.putValue(static_cast<unsigned char>(request.processEnds));
+  out.putValue(static_cast<unsigned char>(request.dropMissingTextures));
+  out.putValue(static_cast<std::uint64_t>(request.texturePaths.size()));
+  for (const std::string& path : request.texturePaths) out.put(path);
+  out.putValue(bounds.seconds);
+  out.putValue(bounds.memory);
+  out.putValue(static_cast<unsigned char>(flushBeforeCommit()));
+  return out.bytes();
+}
+
+bool requestFromText(const std::string& bytes, ImportRequest& request, ReaderBounds& bounds) {
+  RequestReader in(bytes);
+  unsigned char sceneFile = 0, processEnds = 0, drop = 0, flush = 0;
+  std::uint64_t paths = 0;
+  if (!in.take(request.path) || !in.take(request.bufferName) || !in.take(request.textureDir) ||
+      !in.takeValue(sceneFile) || !in.takeValue(processEnds) || !in.takeValue(drop) || !in.takeValue(paths) ||
+      paths > bytes.size())
+    return false;
+  request.texturePaths.resize(static_cast<std::size_t>(paths));
+  for (std::string& path : request.texturePaths)
+    if (!in.take(path)) return false;
+  if (!in.takeValue(bounds.seconds) || !in.takeValue(bounds.memory) || !in.takeValue(flush)) return false;
+  request.sceneFile = sceneFile != 0;
+  request.processEnds = processEnds != 0;
+  request.dropMissingTextures = drop != 0;
+  setFlushBeforeCommit(flush != 0);
+  return true;
+}
+
+// A reader of the model `path` started ahead of its request (startReader):
+// its process, the memory file of its answer, the end the request goes into
+// and the end it says it is done on.
+struct EarlyReader {
+  pid_t pid = -1;
+  int answer = -1, request = -1, done = -1;
+  std::string path;
+};
+EarlyReader early;
+
+// The early reader, while its request is on its way: the readers' module
+// loads meanwhile, beside the parent's own preparation. A parent that ends
+// without a request ends it too.
+[[noreturn]] void awaitRequest(int answer, int requests, int done, const std::string& path) {
+  ::prctl(PR_SET_NAME, "zt2export-read");
+  if (!looks3ds(firstBytes(path, 6))) preloadModelsModule();
+  std::string bytes;
+  char block[4096];
+  for (;;) {
+    const ssize_t n = ::read(requests, block, sizeof block);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) _exit(3);
+    if (n == 0) break;
+    bytes.append(block, static_cast<std::size_t>(n));
+  }
+  ::close(requests);
+  ImportRequest request;
+  ReaderBounds bounds;
+  if (bytes.empty()) _exit(0);
+  if (!requestFromText(bytes, request, bounds)) _exit(3);
+  childImport(answer, done, request, bounds);
+}
+
+// The early reader of `path` with its request sent, or false when there is
+// none for it (or it is gone: it is reaped, and a new one is started).
+bool sendToEarlyReader(const ImportRequest& request, const ReaderBounds& bounds, pid_t& pid, int& answer,
+                       int& done) {
+  if (early.pid <= 0 || early.path != request.path) return false;
+  const EarlyReader taken = std::exchange(early, EarlyReader{});
+  const std::string bytes = requestText(request, bounds);
+  bool sent = true;
+  for (std::size_t at = 0; sent && at < bytes.size();) {
+    const ssize_t n = ::send(taken.request, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR) continue;
+    sent = n > 0;
+    if (sent) at += static_cast<std::size_t>(n);
+  }
+  ::close(taken.request);
+  if (!sent) {
+    ::close(taken.answer);
+    ::close(taken.done);
+    while (::waitpid(taken.pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return false;
+  }
+  pid = taken.pid;
+  answer = taken.answer;
+  done = taken.done;
+  return true;
+}
+
 // Reads the model in the child and hands its answer to `use` (the document's
 // text and the buffer, valid during the call).
 template <typename Use>
 auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Use use) {
   const ReaderBounds bounds = readerBounds(request.path, limits);
-  const int fd = ::memfd_create("zt2export-model", MFD_CLOEXEC);
+  pid_t pid = -1;
+  int fd = -1;
   int done[2] = {-1, -1};
-  if (fd < 0 || ::pipe2(done, O_CLOEXEC) != 0) {
-    if (fd >= 0) ::close(fd);
-    throw ImportError(request.path + ": cannot start the model reader");
+  if (!sendToEarlyReader(request, bounds, pid, fd, done[0])) {
+    fd = ::memfd_create("zt2export-model", MFD_CLOEXEC);
+    if (fd < 0 || ::pipe2(done, O_CLOEXEC) != 0) {
+      if (fd >= 0) ::close(fd);
+      throw ImportError(request.path + ": cannot start the model reader");
+    }
+    std::fflush(stdout);
+    std::fflush(stderr);
+    pid = ::fork();
+    if (pid == 0) {
+      ::close(done[0]);
+      closeAllBut({fd, done[1]});
+      ::prctl(PR_SET_NAME, "zt2export-read");
+      childImport(fd, done[1], request, bounds);
+    }
+    ::close(done[1]);
   }
-  std::fflush(stdout);
-  std::fflush(stderr);
-  const pid_t pid = ::fork();
-  if (pid == 0) {
-    ::close(done[0]);
-    // The parent's other open files are not the reader's: a lock one of them
-    // carries (a staging directory's) must end with the parent, not outlive
-    // it in a reader that is still being killed.
-    const int keepLow = std::min(fd, done[1]), keepHigh = std::max(fd, done[1]);
-    ::close_range(3, static_cast<unsigned>(keepLow) - 1, 0);
-    ::close_range(static_cast<unsigned>(keepLow) + 1, static_cast<unsigned>(keepHigh) - 1, 0);
-    ::close_range(static_cast<unsigned>(keepHigh) + 1, ~0u, 0);
-    childImport(fd, done[1], request, bounds);
-  }
-  ::close(done[1]);
   Reaper reaper(pid);
   const bool complete = pid > 0 && answered(done[0]);
   ::close(done[0]);
@@ -371,6 +523,35 @@ ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits) {
                       ? limits.memoryMiB * kMiB
                       : std::min(machineMemory(), kMemoryFloor + kMemoryPerByte * std::min(bytes, UINT64_MAX / 128));
   return bounds;
+}
+
+void startReader(const std::string& path) {
+  if (early.pid > 0 || isSceneDescription(path) || !hostmodel::RegularFile(path).ok()) return;
+  const int answer = ::memfd_create("zt2export-model", MFD_CLOEXEC);
+  int done[2] = {-1, -1}, requests[2] = {-1, -1};
+  // A socket for the request: a send to a reader that is gone fails instead of raising SIGPIPE.
+  const bool made = answer >= 0 && ::pipe2(done, O_CLOEXEC) == 0 &&
+                    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, requests) == 0;
+  if (made) {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::close(done[0]);
+      ::close(requests[0]);
+      closeAllBut({answer, done[1], requests[1]});
+      awaitRequest(answer, requests[1], done[1], path);
+    }
+    if (pid > 0) {
+      ::close(done[1]);
+      ::close(requests[1]);
+      early = {pid, answer, requests[0], done[0], path};
+      return;
+    }
+  }
+  // Without one, the import starts its reader when it needs it.
+  for (const int fd : {answer, done[0], done[1], requests[0], requests[1]})
+    if (fd >= 0) ::close(fd);
 }
 
 namespace {

@@ -41,6 +41,8 @@ struct OpenOptions {
 ImportedScene import3ds(const ImportRequest& request);
 // Through ZTExportModels.so (models_module.h), loaded on first use.
 ImportedScene importAssimp(const ImportRequest& request);
+// Loads ZTExportModels.so now, ahead of the first importAssimp.
+void preloadModelsModule();
 
 // True when `path` is one of our scene-description files rather than a model:
 // a .json name, or text that opens with '{'.
@@ -58,6 +60,12 @@ std::string formatsHelp();
 // The file name of the buffer written beside the scene file `scenePath` by
 // --write-scene: "car.scene.json" keeps "car.bin".
 std::string bufferNameFor(const std::string& scenePath);
+
+// Starts the reader of the model `path` (nothing for a scene file) before the
+// request is known, so that the readers' module loads while the caller
+// prepares the export; the import of `path` that follows hands the reader its
+// request. A reader that gets none ends with the caller.
+void startReader(const std::string& path);
 
 // What zt2export does with its SCENE argument: loads a scene file, or imports
 // a model; with `writeScene` set, writes what was imported (or loaded) there

@@ -55,6 +55,8 @@ ImportedScene importAssimp(const ImportRequest& request) {
   return std::move(answer.scene);
 }
 
+void preloadModelsModule() { (void)modelsModule(); }
+
 std::string formatsHelp() {
   const ModelsModule& m = modelsModule();
   std::string formats;

@@ -24,6 +24,7 @@
 #include <vector>
 
 #include "importers/gltf_reader.h"
+#include "importers/importers.h"
 #include "importers/scene_builder.h"
 #include "support/b3d_writing.h"
 #include "support/scene_export.h"
@@ -223,6 +224,34 @@ TEST(WriteScene, ExportsTheSameBytesAsTheModel) {
     ASSERT_EQ(second.run.exitCode, 0) << second.run.out << second.run.err;
     for (const char* name : {"out.zt2", "out.skd"})
       EXPECT_EQ(ztx_test::readBytes(direct.file(name)), ztx_test::readBytes(again.file(name))) << name;
+  }
+}
+
+// zt2export starts a model's reader before it knows the request (the module
+// loads meanwhile); the Python package starts it at the import. Both readers
+// hand over the same document and buffer.
+TEST(ImportReader, OneStartedAheadAnswersAsOneStartedAtTheImport) {
+  TempDir dir;
+  writeBox3ds(dir.file("box.3ds"), true, true);
+  writeBoxObj(dir.file("box.obj"), true);
+  std::vector<std::string> models = {dir.file("box.3ds"), dir.file("box.obj")};
+  if (std::filesystem::exists(kSkinnedGltf)) models.push_back(kSkinnedGltf);
+  for (const std::string& model : models) {
+    SCOPED_TRACE(model);
+    TempDir out;
+    std::vector<unsigned char> answers[2];
+    for (const bool ahead : {false, true}) {
+      if (ahead) hostimport::startReader(model);
+      hostimport::OpenOptions options;
+      options.writeScene = out.file("model.scene.json");
+      options.textureDir = out.path().string();
+      ASSERT_NO_THROW(hostimport::openScene(model, options));
+      answers[ahead] = ztx_test::readBytes(out.file("model.scene.json"));
+      const std::vector<unsigned char> buffer = ztx_test::readBytes(out.file("model.bin"));
+      answers[ahead].insert(answers[ahead].end(), buffer.begin(), buffer.end());
+    }
+    EXPECT_GT(answers[0].size(), 1000u);
+    EXPECT_EQ(answers[0], answers[1]);
   }
 }
 

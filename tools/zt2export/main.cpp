@@ -323,6 +323,9 @@ int main(int argc, char** argv) {
   if (ztbatch::isBatchCommand(argc, argv)) return ztbatch::batchCommand(argc, argv);
 
   const Arguments args = parseArguments(argc, argv);
+  // A model's reader loads the import library while this process loads the
+  // exporter module and prepares the export.
+  if (!args.version && !args.about && !args.scene.empty()) hostimport::startReader(args.scene);
 
   if (args.dialog || args.about) {
     if (const std::string why = displayUnavailableReason(); !why.empty()) {
