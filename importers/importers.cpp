@@ -256,6 +256,39 @@ class Reaper {
   int status_ = 0;
 };
 
+// Reads, in order, blocks (a 64-bit length, then the bytes) and plain values
+// as the reader's answer and the request to a reader hold them.
+class BlockReader {
+ public:
+  BlockReader(const unsigned char* data, std::size_t size) : data_(data), size_(size) {}
+  template <typename T>
+  bool value(T& out) {
+    if (size_ - at_ < sizeof out) return false;
+    std::memcpy(&out, data_ + at_, sizeof out);
+    at_ += sizeof out;
+    return true;
+  }
+  // The next block, or false when the bytes end short.
+  bool block(std::span<const unsigned char>& out) {
+    std::uint64_t size = 0;
+    if (!value(size) || size_ - at_ < size) return false;
+    out = {data_ + at_, static_cast<std::size_t>(size)};
+    at_ += static_cast<std::size_t>(size);
+    return true;
+  }
+  bool text(std::string& out) {
+    std::span<const unsigned char> bytes;
+    if (!block(bytes)) return false;
+    out.assign(bytes.begin(), bytes.end());
+    return true;
+  }
+
+ private:
+  const unsigned char* data_;
+  std::size_t size_;
+  std::size_t at_ = 0;
+};
+
 // The memory file of an answer, mapped for reading.
 class Answer {
  public:
@@ -274,22 +307,12 @@ class Answer {
   Answer& operator=(const Answer&) = delete;
 
   char status() const { return data_ ? static_cast<char>(data_[0]) : '\0'; }
-  // The next block, or false when the answer ends short.
-  bool take(std::span<const unsigned char>& block) {
-    std::uint64_t size = 0;
-    if (size_ - at_ < sizeof size) return false;
-    std::memcpy(&size, data_ + at_, sizeof size);
-    at_ += sizeof size;
-    if (size_ - at_ < size) return false;
-    block = {data_ + at_, static_cast<std::size_t>(size)};
-    at_ += static_cast<std::size_t>(size);
-    return true;
-  }
+  // The blocks after the status byte.
+  BlockReader blocks() const { return data_ ? BlockReader(data_ + 1, size_ - 1) : BlockReader(nullptr, 0); }
 
  private:
   const unsigned char* data_ = nullptr;
   std::size_t size_ = 0;
-  std::size_t at_ = 1;
 };
 
 std::string secondsText(double seconds) {
@@ -311,8 +334,8 @@ void closeAllBut(std::vector<int> keep) {
   ::close_range(from, ~0u, 0);
 }
 
-// The request as the parent sends it to a reader started before it was known:
-// each string a 64-bit length and its bytes.
+// The request as the parent sends it to its reader: each string a block,
+// as BlockReader reads them.
 class RequestText {
  public:
   void put(const std::string& text) {
@@ -327,29 +350,6 @@ class RequestText {
 
  private:
   std::string bytes_;
-};
-
-class RequestReader {
- public:
-  explicit RequestReader(const std::string& bytes) : bytes_(bytes) {}
-  bool take(std::string& text) {
-    std::uint64_t size = 0;
-    if (!takeValue(size) || bytes_.size() - at_ < size) return false;
-    text.assign(bytes_, at_, static_cast<std::size_t>(size));
-    at_ += static_cast<std::size_t>(size);
-    return true;
-  }
-  template <typename T>
-  bool takeValue(T& value) {
-    if (bytes_.size() - at_ < sizeof value) return false;
-    std::memcpy(&value, bytes_.data() + at_, sizeof value);
-    at_ += sizeof value;
-    return true;
-  }
-
- private:
-  const std::string& bytes_;
-  std::size_t at_ = 0;
 };
 
 std::string requestText(const ImportRequest& request, const ReaderBounds& bounds) {
@@ -369,17 +369,16 @@ std::string requestText(const ImportRequest& request, const ReaderBounds& bounds
 }
 
 bool requestFromText(const std::string& bytes, ImportRequest& request, ReaderBounds& bounds) {
-  RequestReader in(bytes);
+  BlockReader in(reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
   unsigned char sceneFile = 0, processEnds = 0, drop = 0, flush = 0;
   std::uint64_t paths = 0;
-  if (!in.take(request.path) || !in.take(request.bufferName) || !in.take(request.textureDir) ||
-      !in.takeValue(sceneFile) || !in.takeValue(processEnds) || !in.takeValue(drop) || !in.takeValue(paths) ||
-      paths > bytes.size())
+  if (!in.text(request.path) || !in.text(request.bufferName) || !in.text(request.textureDir) ||
+      !in.value(sceneFile) || !in.value(processEnds) || !in.value(drop) || !in.value(paths) || paths > bytes.size())
     return false;
   request.texturePaths.resize(static_cast<std::size_t>(paths));
   for (std::string& path : request.texturePaths)
-    if (!in.take(path)) return false;
-  if (!in.takeValue(bounds.seconds) || !in.takeValue(bounds.memory) || !in.takeValue(flush)) return false;
+    if (!in.text(path)) return false;
+  if (!in.value(bounds.seconds) || !in.value(bounds.memory) || !in.value(flush)) return false;
   request.sceneFile = sceneFile != 0;
   request.processEnds = processEnds != 0;
   request.dropMissingTextures = drop != 0;
@@ -387,19 +386,20 @@ bool requestFromText(const std::string& bytes, ImportRequest& request, ReaderBou
   return true;
 }
 
-// A reader of the model `path` started ahead of its request (startReader):
-// its process, the memory file of its answer, the end the request goes into
-// and the end it says it is done on.
-struct EarlyReader {
+// A reader of the model `path`, waiting for its request: its process, the
+// memory file of its answer, the end the request goes into and the end it
+// says it is done on.
+struct Reader {
   pid_t pid = -1;
   int answer = -1, request = -1, done = -1;
   std::string path;
 };
-EarlyReader early;
 
-// The early reader, while its request is on its way: the readers' module
-// loads meanwhile, beside the parent's own preparation. A parent that ends
-// without a request ends it too.
+// The reader startReader started, until the import of its model takes it.
+Reader early;
+
+// The reader, while its request is on its way: the readers' module loads
+// meanwhile. A parent that ends without a request ends it too.
 [[noreturn]] void awaitRequest(int answer, int requests, int done, const std::string& path) {
   ::prctl(PR_SET_NAME, "zt2export-read");
   if (!looks3ds(firstBytes(path, 6))) preloadModelsModule();
@@ -413,39 +413,54 @@ EarlyReader early;
     bytes.append(block, static_cast<std::size_t>(n));
   }
   ::close(requests);
+  if (bytes.empty()) _exit(0);
   ImportRequest request;
   ReaderBounds bounds;
-  if (bytes.empty()) _exit(0);
   if (!requestFromText(bytes, request, bounds)) _exit(3);
   childImport(answer, done, request, bounds);
 }
 
-// The early reader of `path` with its request sent, or false when there is
-// none for it (or it is gone: it is reaped, and a new one is started).
-bool sendToEarlyReader(const ImportRequest& request, const ReaderBounds& bounds, pid_t& pid, int& answer,
-                       int& done) {
-  if (early.pid <= 0 || early.path != request.path) return false;
-  const EarlyReader taken = std::exchange(early, EarlyReader{});
+// Forks a reader of `path`; its pid is -1 when it could not be started.
+Reader launchReader(const std::string& path) {
+  const int answer = ::memfd_create("zt2export-model", MFD_CLOEXEC);
+  int done[2] = {-1, -1}, requests[2] = {-1, -1};
+  // A socket for the request: a send to a reader that is gone fails instead of raising SIGPIPE.
+  const bool made = answer >= 0 && ::pipe2(done, O_CLOEXEC) == 0 &&
+                    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, requests) == 0;
+  if (made) {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+      ::close(done[0]);
+      ::close(requests[0]);
+      closeAllBut({answer, done[1], requests[1]});
+      awaitRequest(answer, requests[1], done[1], path);
+    }
+    if (pid > 0) {
+      ::close(done[1]);
+      ::close(requests[1]);
+      return {pid, answer, requests[0], done[0], path};
+    }
+  }
+  for (const int fd : {answer, done[0], done[1], requests[0], requests[1]})
+    if (fd >= 0) ::close(fd);
+  return {};
+}
+
+// Sends `reader` its request and closes its end; false when the reader is
+// gone and the request could not be delivered.
+bool sendRequest(const Reader& reader, const ImportRequest& request, const ReaderBounds& bounds) {
   const std::string bytes = requestText(request, bounds);
   bool sent = true;
   for (std::size_t at = 0; sent && at < bytes.size();) {
-    const ssize_t n = ::send(taken.request, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
+    const ssize_t n = ::send(reader.request, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
     if (n < 0 && errno == EINTR) continue;
     sent = n > 0;
     if (sent) at += static_cast<std::size_t>(n);
   }
-  ::close(taken.request);
-  if (!sent) {
-    ::close(taken.answer);
-    ::close(taken.done);
-    while (::waitpid(taken.pid, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    return false;
-  }
-  pid = taken.pid;
-  answer = taken.answer;
-  done = taken.done;
-  return true;
+  ::close(reader.request);
+  return sent;
 }
 
 // Reads the model in the child and hands its answer to `use` (the document's
@@ -453,36 +468,27 @@ bool sendToEarlyReader(const ImportRequest& request, const ReaderBounds& bounds,
 template <typename Use>
 auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Use use) {
   const ReaderBounds bounds = readerBounds(request.path, limits);
-  pid_t pid = -1;
-  int fd = -1;
-  int done[2] = {-1, -1};
-  if (!sendToEarlyReader(request, bounds, pid, fd, done[0])) {
-    fd = ::memfd_create("zt2export-model", MFD_CLOEXEC);
-    if (fd < 0 || ::pipe2(done, O_CLOEXEC) != 0) {
-      if (fd >= 0) ::close(fd);
-      throw ImportError(request.path + ": cannot start the model reader");
+  Reader reader = early.pid > 0 && early.path == request.path ? std::exchange(early, Reader{}) : Reader{};
+  if (reader.pid > 0 && !sendRequest(reader, request, bounds)) {
+    // A reader started ahead that ended before its request: another one reads.
+    ::close(reader.answer);
+    ::close(reader.done);
+    while (::waitpid(reader.pid, nullptr, 0) < 0 && errno == EINTR) {
     }
-    std::fflush(stdout);
-    std::fflush(stderr);
-    pid = ::fork();
-    if (pid == 0) {
-      ::close(done[0]);
-      closeAllBut({fd, done[1]});
-      ::prctl(PR_SET_NAME, "zt2export-read");
-      childImport(fd, done[1], request, bounds);
-    }
-    ::close(done[1]);
+    reader = {};
   }
-  Reaper reaper(pid);
-  const bool complete = pid > 0 && answered(done[0]);
-  ::close(done[0]);
-  if (pid < 0) {
-    ::close(fd);
-    throw ImportError(request.path + ": cannot start the model reader");
+  if (reader.pid <= 0) {
+    reader = launchReader(request.path);
+    if (reader.pid <= 0) throw ImportError(request.path + ": cannot start the model reader");
+    // One that ends before it takes the request is reported below by how it ended.
+    (void)sendRequest(reader, request, bounds);
   }
+  Reaper reaper(reader.pid);
+  const bool complete = answered(reader.done);
+  ::close(reader.done);
   const int status = complete ? 0 : reaper.wait();
-  Answer answer(fd);
-  ::close(fd);
+  Answer answer(reader.answer);
+  ::close(reader.answer);
   if (WIFSIGNALED(status) && WTERMSIG(status) == SIGALRM)
     throw ImportError(request.path + ": reading the model took more than " + secondsText(bounds.seconds) +
                       " s; the file is probably damaged");
@@ -495,9 +501,10 @@ auto importIsolated(const ImportRequest& request, const ImportLimits& limits, Us
     throw ImportError(request.path + ": reading the model needs more memory than the limit of " +
                       std::to_string(bounds.memory / kMiB) + " MiB; raise it with --memory-limit");
   std::span<const unsigned char> text, buffer, files, made;
-  if (answer.status() == 'E' && answer.take(text)) throw ImportError(std::string(text.begin(), text.end()));
-  if (answer.status() != 'S' || !answer.take(text) || !answer.take(buffer) || !answer.take(files) ||
-      !answer.take(made))
+  BlockReader blocks = answer.blocks();
+  if (answer.status() == 'E' && blocks.block(text)) throw ImportError(std::string(text.begin(), text.end()));
+  if (answer.status() != 'S' || !blocks.block(text) || !blocks.block(buffer) || !blocks.block(files) ||
+      !blocks.block(made))
     throw ImportError(request.path + ": the model reader stopped without an answer");
   notePaths(std::string(files.begin(), files.end()), hostmodel::noteFileRead);
   notePaths(std::string(made.begin(), made.end()), hostmodel::noteFileWritten);
@@ -527,31 +534,8 @@ ReaderBounds readerBounds(const std::string& path, const ImportLimits& limits) {
 
 void startReader(const std::string& path) {
   if (early.pid > 0 || isSceneDescription(path) || !hostmodel::RegularFile(path).ok()) return;
-  const int answer = ::memfd_create("zt2export-model", MFD_CLOEXEC);
-  int done[2] = {-1, -1}, requests[2] = {-1, -1};
-  // A socket for the request: a send to a reader that is gone fails instead of raising SIGPIPE.
-  const bool made = answer >= 0 && ::pipe2(done, O_CLOEXEC) == 0 &&
-                    ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, requests) == 0;
-  if (made) {
-    std::fflush(stdout);
-    std::fflush(stderr);
-    const pid_t pid = ::fork();
-    if (pid == 0) {
-      ::close(done[0]);
-      ::close(requests[0]);
-      closeAllBut({answer, done[1], requests[1]});
-      awaitRequest(answer, requests[1], done[1], path);
-    }
-    if (pid > 0) {
-      ::close(done[1]);
-      ::close(requests[1]);
-      early = {pid, answer, requests[0], done[0], path};
-      return;
-    }
-  }
   // Without one, the import starts its reader when it needs it.
-  for (const int fd : {answer, done[0], done[1], requests[0], requests[1]})
-    if (fd >= 0) ::close(fd);
+  early = launchReader(path);
 }
 
 namespace {
